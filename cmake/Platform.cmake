@@ -1,0 +1,10 @@
+# The platform seam: which of a source's per-platform files is compiled, and
+# what the logger library's file is called.
+
+if(APPLE)
+  set(LAUNCHER_PLATFORM Macos)
+  set(LAUNCHER_LOGGER_FILE liblogger.1.dylib)
+else()
+  set(LAUNCHER_PLATFORM Linux)
+  set(LAUNCHER_LOGGER_FILE liblogger.so.1)
+endif()

@@ -1,0 +1,11 @@
+// The system's error codes. They are thrown by value; no exception class
+// stands behind them.
+
+#pragma once
+
+enum AERROR : int {
+  // A path names a member that does not exist.
+  AERROR_NOT_FOUND = 4,
+  // A text is not JSON.
+  AERROR_PARSE_JSON = 6001,
+};

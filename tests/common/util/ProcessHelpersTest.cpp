@@ -1,0 +1,261 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "common/util/ExecutablePath.h"
+#include "common/util/ProcessHelpers.h"
+#include "tests/support/TempDir.h"
+
+namespace {
+
+// What the platform answers about the executable's path; nothing when the path
+// does not fit or is unknown.
+std::optional<std::string> g_executable_path;
+std::uint32_t g_offered_size = 0;
+
+}  // namespace
+
+// This program is linked without the platform's own, so that it can stand in
+// any folder.
+int GetExecutablePath(char* buffer, std::uint32_t* size) {
+  g_offered_size = *size;
+  if (!g_executable_path || g_executable_path->size() + 1 > *size) {
+    return -1;
+  }
+  buffer[g_executable_path->copy(buffer, *size)] = '\0';
+  return 0;
+}
+
+namespace {
+
+using namespace std::string_literals;
+
+TEST(Pexec, ReturnsWhatTheCommandWrites) {
+  EXPECT_EQ(pexec("echo a; echo b"), "a\nb\n");
+  EXPECT_EQ(pexec("printf 'no line end'"), "no line end");
+  EXPECT_EQ(pexec("printf 'a\\r\\n\\n b '"), "a\r\n\n b ");
+}
+
+TEST(Pexec, ReturnsNothingFromASilentCommand) {
+  EXPECT_EQ(pexec("true"), "");
+  EXPECT_EQ(pexec(""), "");
+}
+
+TEST(Pexec, ReadsStandardOutputOnly) {
+  EXPECT_EQ(pexec("echo out; echo err 2>/dev/null >&2"), "out\n");
+}
+
+TEST(Pexec, DropsTheExitStatus) {
+  EXPECT_EQ(pexec("echo a; exit 3"), "a\n");
+  EXPECT_EQ(pexec("echo a; kill -9 $$"), "a\n");
+}
+
+TEST(Pexec, ReturnsLongOutputWhole) {
+  std::string expected;
+  for (int i = 1; i <= 20'000; ++i) {
+    expected += std::to_string(i) + "\n";
+  }
+  EXPECT_EQ(pexec("i=1; while [ $i -le 20000 ]; do echo $i; i=$((i+1)); done"),
+            expected);
+}
+
+TEST(Pexec, JoinsThePiecesOfLongLines) {
+  for (const int length : {125, 126, 127, 128, 254, 255, 5000}) {
+    const std::string number = std::to_string(length);
+    EXPECT_EQ(
+        pexec("printf '%" + number + "s\\nend' x"),
+        std::string(static_cast<std::size_t>(length) - 1, ' ') + "x\nend");
+  }
+}
+
+TEST(Pexec, LosesWhatFollowsAZeroInALine) {
+  EXPECT_EQ(pexec("printf 'a\\0b\\nc'"), "ac");
+  EXPECT_EQ(pexec("printf '\\0a\\nb\\0\\nc\\n'"), "bc\n");
+}
+
+TEST(Pexec, LosesWhatFollowsAZeroInAPieceOf127Bytes) {
+  EXPECT_EQ(pexec("printf '%126s\\0x\\n' ''"), std::string(126, ' ') + "x\n");
+  EXPECT_EQ(pexec("printf '%125s\\0yx\\n' ''"), std::string(125, ' ') + "x\n");
+  EXPECT_EQ(pexec("printf '%127s\\0x\\n' ''"), std::string(127, ' '));
+}
+
+TEST(Pexec, CutsTheCommandAtAZero) {
+  EXPECT_EQ(pexec("echo a\0; echo b"s), "a\n");
+}
+
+TEST(Pexec, InheritsEnvironmentAndWorkingDirectory) {
+  ASSERT_EQ(setenv("LAUNCHER_PEXEC_TEST", "value", 1), 0);
+  EXPECT_EQ(pexec("echo $LAUNCHER_PEXEC_TEST"), "value\n");
+  unsetenv("LAUNCHER_PEXEC_TEST");
+
+  const TempDir folder;
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path(folder.Path());
+  EXPECT_EQ(pexec("pwd -P"), folder.Path().string() + "\n");
+  std::filesystem::current_path(before);
+}
+
+TEST(Pexec, WaitsForACommandThatHasClosedItsOutput) {
+  const TempDir folder;
+  const std::string file = folder.Path() / "done";
+  pexec("exec >&-; sleep 0.2; echo > '" + file + "'");
+  EXPECT_TRUE(std::filesystem::exists(file));
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+  EXPECT_EQ(errno, ECHILD);
+}
+
+TEST(Pexec, LeavesNoDescriptorOpen) {
+  const auto next_descriptor = [] {
+    const int descriptor = open("/dev/null", O_RDONLY);
+    close(descriptor);
+    return descriptor;
+  };
+  const int before = next_descriptor();
+  pexec("echo a");
+  EXPECT_EQ(next_descriptor(), before);
+}
+
+// A failed read does not end the output.
+TEST(Pexec, ReadsOnAfterInterruptions) {
+  struct sigaction interrupting {};
+  interrupting.sa_handler = [](int) {};
+  struct sigaction before {};
+  ASSERT_EQ(sigaction(SIGALRM, &interrupting, &before), 0);
+  constexpr itimerval kEvery10Milliseconds{{0, 10'000}, {0, 10'000}};
+  constexpr itimerval kStopped{{0, 0}, {0, 0}};
+  ASSERT_EQ(setitimer(ITIMER_REAL, &kEvery10Milliseconds, nullptr), 0);
+  const std::string output = pexec("sleep 0.3; echo late");
+  setitimer(ITIMER_REAL, &kStopped, nullptr);
+  sigaction(SIGALRM, &before, nullptr);
+  EXPECT_EQ(output, "late\n");
+}
+
+// Without a free descriptor there is no pipe to the command.
+TEST(Pexec, ThrowsWhenTheCommandCannotBeStarted) {
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit none{0, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  std::string text;
+  try {
+    pexec("echo a");
+    setrlimit(RLIMIT_NOFILE, &before);
+  } catch (const std::runtime_error& error) {
+    setrlimit(RLIMIT_NOFILE, &before);
+    text = error.what();
+  }
+  EXPECT_EQ(text, "popen() failed!");
+}
+
+TEST(IsRunningPid, IsTrueForLiveProcesses) {
+  EXPECT_TRUE(IsRunningPID(getpid()));
+  EXPECT_TRUE(IsRunningPID(getppid()));
+}
+
+TEST(IsRunningPid, IsTrueUntilAnEndedProcessHasBeenWaitedFor) {
+  const pid_t child = fork();
+  if (child == 0) {
+    _exit(0);
+  }
+  siginfo_t ended{};
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT),
+            0);
+  EXPECT_TRUE(IsRunningPID(child));
+  ASSERT_EQ(waitpid(child, nullptr, 0), child);
+  EXPECT_FALSE(IsRunningPID(child));
+}
+
+TEST(IsRunningPid, IsFalseWithoutAProcess) {
+  EXPECT_FALSE(IsRunningPID(0x7FFFFFFF));
+  EXPECT_FALSE(IsRunningPID(-0x7FFFFFFFLL));
+}
+
+TEST(IsRunningPid, CutsTheIdentifierTo32Bits) {
+  EXPECT_TRUE(IsRunningPID(getpid() + 0x1'0000'0000LL));
+  EXPECT_TRUE(IsRunningPID(getpid() - 0x1'0000'0000LL));
+  EXPECT_FALSE(IsRunningPID(0x1'7FFF'FFFFLL));
+}
+
+TEST(IsRunningPid, IsTrueForItsOwnProcessGroup) {
+  EXPECT_TRUE(IsRunningPID(0));
+}
+
+TEST(IsRunningPid, LeavesTheProcessAlone) {
+  const pid_t child = fork();
+  if (child == 0) {
+    for (;;) {
+      pause();
+    }
+  }
+  EXPECT_TRUE(IsRunningPID(child));
+  EXPECT_EQ(waitpid(child, nullptr, WNOHANG), 0);
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+}
+
+TEST(IsRunningPid, IsFalseForAProcessThatMayNotBeSignalled) {
+  constexpr uid_t kNobody = 65534;
+  const pid_t child = fork();
+  if (child == 0) {
+    constexpr int kCannotBecomeNobody = 2;
+    if (setuid(kNobody) != 0) {
+      _exit(kCannotBecomeNobody);
+    }
+    _exit(IsRunningPID(getppid()) ? 1 : 0);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  if (WEXITSTATUS(status) == 2) {
+    GTEST_SKIP() << "needs the right to become another user";
+  }
+  EXPECT_EQ(status, 0);
+}
+
+std::string CurrentPathOf(std::optional<std::string> executable) {
+  g_executable_path = std::move(executable);
+  return GetCurrentPath();
+}
+
+TEST(GetCurrentPath, IsTheFolderOfTheExecutable) {
+  EXPECT_EQ(CurrentPathOf("/usr/local/bin/tool"), "/usr/local/bin");
+  EXPECT_EQ(CurrentPathOf("/a/tool"), "/a");
+}
+
+TEST(GetCurrentPath, IsEmptyInTheRootFolder) {
+  EXPECT_EQ(CurrentPathOf("/tool"), "");
+}
+
+TEST(GetCurrentPath, KeepsDotsAndDoubleSlashes) {
+  EXPECT_EQ(CurrentPathOf("/a/./b/../tool"), "/a/./b/..");
+  EXPECT_EQ(CurrentPathOf("/a//tool"), "/a/");
+}
+
+TEST(GetCurrentPath, IsEmptyWithoutASlash) {
+  EXPECT_EQ(CurrentPathOf("tool"), "");
+}
+
+TEST(GetCurrentPath, IsEmptyWhenThePathIsUnknown) {
+  EXPECT_EQ(CurrentPathOf(std::nullopt), "");
+}
+
+TEST(GetCurrentPath, TakesPathsOfUpTo1024Bytes) {
+  const std::string folder = "/" + std::string(1017, 'd');
+  EXPECT_EQ(CurrentPathOf(folder + "/tool1"), folder);
+  EXPECT_EQ(g_offered_size, 1025U);
+  EXPECT_EQ(CurrentPathOf(folder + "/tool12"), "");
+}
+
+}  // namespace

@@ -1,0 +1,22 @@
+// Waiting for a condition instead of for a time.
+
+#pragma once
+
+#include <chrono>
+#include <thread>
+
+// Polls `condition` until it holds. False when it still does not after a time
+// that is far more than a loaded machine needs.
+template <class Condition>
+bool Eventually(Condition condition) {
+  constexpr std::chrono::seconds kPatience{60};
+  constexpr std::chrono::milliseconds kPollPause{2};
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      return false;
+    }
+    std::this_thread::sleep_for(kPollPause);
+  }
+  return true;
+}

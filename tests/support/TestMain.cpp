@@ -1,0 +1,45 @@
+// The main of every test program: enters the sandbox, then runs the tests.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "tests/support/Sandbox.h"
+#include "tests/support/Soak.h"
+
+namespace {
+
+pid_t g_test_process = 0;
+
+}  // namespace
+
+// What the sanitizers ask for, where the program is built with them.
+extern "C" {
+
+// Tests look at the statuses of children that end by a signal.
+__attribute__((visibility("default"))) const char* __asan_default_options() {
+  return "handle_segv=0:handle_abort=0";
+}
+
+// In a forked copy that exits, what the other threads held looks like a leak.
+__attribute__((visibility("default"))) int __lsan_is_turned_off() {
+  return getpid() != g_test_process;
+}
+
+// The logger library's loggers are never released, by design.
+__attribute__((visibility("default"))) const char*
+__lsan_default_suppressions() {
+  return "leak:GetLogger\n";
+}
+
+}  // extern "C"
+
+int main(int argc, char** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  if (!GTEST_FLAG_GET(list_tests)) {
+    constexpr std::chrono::minutes kTimeLimit{20};
+    constexpr std::chrono::minutes kSoakTimeLimit{60};
+    sandbox::Enter(SoakOr(kSoakTimeLimit, kTimeLimit));
+  }
+  g_test_process = getpid();
+  return RUN_ALL_TESTS();
+}

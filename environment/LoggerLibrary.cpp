@@ -1,0 +1,71 @@
+// The launcher's own InitLogger and GetLogger: they load the logger library at
+// run time and forward to it, so that the launcher starts, reports wrong
+// arguments and supervises without the library. It is never unloaded: the
+// logger lives until the process ends.
+
+#include "environment/LoggerLibrary.h"
+
+#include <dlfcn.h>
+
+#include <cerrno>
+
+#include "environment/AppPaths.h"
+
+namespace {
+
+struct Library {
+  decltype(&InitLogger) init_logger;
+  decltype(&GetLogger) get_logger;
+};
+
+// Null until the library has been loaded whole.
+Library g_library;
+
+// Loads the library, once. False when it is missing, cannot be loaded or lacks
+// an entry point.
+bool Load() {
+  if (g_library.init_logger != nullptr) {
+    return true;
+  }
+  const std::string file = GetAppPath() + "/" LAUNCHER_LOGGER_FILE;
+  void* const handle = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (handle == nullptr) {
+    return false;
+  }
+  const Library library{
+      reinterpret_cast<decltype(&InitLogger)>(dlsym(handle, "InitLogger")),
+      reinterpret_cast<decltype(&GetLogger)>(dlsym(handle, "GetLogger"))};
+  if (library.init_logger == nullptr || library.get_logger == nullptr) {
+    dlclose(handle);
+    return false;
+  }
+  g_library = library;
+  return true;
+}
+
+}  // namespace
+
+// The library is foreign code behind a C interface. An exception out of it
+// counts as a failure: logging is not worth the launcher's life.
+
+int InitLogger(const char* directory) {
+  if (!Load()) {
+    return ENOENT;
+  }
+  try {
+    return g_library.init_logger(directory);
+  } catch (...) {
+    return ECANCELED;
+  }
+}
+
+int GetLogger(int version, const char* name, LOGLEVEL threshold, ILog** log) {
+  if (g_library.get_logger == nullptr) {
+    return ENOENT;
+  }
+  try {
+    return g_library.get_logger(version, name, threshold, log);
+  } catch (...) {
+    return ECANCELED;
+  }
+}

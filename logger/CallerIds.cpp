@@ -1,0 +1,39 @@
+#include "logger/CallerIds.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <atomic>
+
+#include "logger/ThreadId.h"
+
+namespace {
+
+// To ask the system twice for every line would cost as much as half of its
+// `write`, so both numbers are kept: the process's until a fork, the thread's
+// with the process's that it belongs to.
+
+// 0 until forks are watched.
+constinit std::atomic<pid_t> g_process = 0;
+
+constinit thread_local CallerIds t_ids{0, 0};
+
+void KeepProcess() { g_process.store(getpid(), std::memory_order_relaxed); }
+
+}  // namespace
+
+int WatchForks() {
+  if (g_process != 0) {
+    return 0;
+  }
+  KeepProcess();
+  return pthread_atfork(nullptr, nullptr, KeepProcess);
+}
+
+CallerIds GetCallerIds() {
+  const pid_t process = g_process.load(std::memory_order_relaxed);
+  if (t_ids.process != process) {
+    t_ids = {process, ThreadId()};
+  }
+  return t_ids;
+}

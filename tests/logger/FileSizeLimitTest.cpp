@@ -1,0 +1,51 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "logger/FileSizeLimit.h"
+
+namespace {
+
+// The wait status of a forked copy that runs `body`.
+template <typename Body>
+int StatusOfCopy(Body body) {
+  const pid_t copy = fork();
+  if (copy == 0) {
+    body();
+    _exit(0);
+  }
+  int status = -1;
+  waitpid(copy, &status, 0);
+  return status;
+}
+
+TEST(FileSizeLimit, NoLongerEndsTheProcess) {
+  EXPECT_TRUE(WIFSIGNALED(StatusOfCopy([] { raise(SIGXFSZ); })));
+  EXPECT_EQ(StatusOfCopy([] {
+              SurviveFileSizeLimit();
+              raise(SIGXFSZ);
+            }),
+            0);
+}
+
+TEST(FileSizeLimit, IsAsItWasInAProgramThatIsExecuted) {
+  const int status = StatusOfCopy([] {
+    SurviveFileSizeLimit();
+    execl("/bin/sh", "sh", "-c", "kill -s XFSZ $$", nullptr);
+  });
+  ASSERT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(WTERMSIG(status), SIGXFSZ);
+}
+
+TEST(FileSizeLimit, LeavesOthersDispositionsAlone) {
+  EXPECT_EQ(StatusOfCopy([] {
+              std::signal(SIGXFSZ, SIG_IGN);
+              SurviveFileSizeLimit();
+              _exit(std::signal(SIGXFSZ, SIG_DFL) == SIG_IGN ? 0 : 1);
+            }),
+            0);
+}
+
+}  // namespace

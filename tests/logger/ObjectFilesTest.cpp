@@ -1,0 +1,156 @@
+// What the library shows and what it calls, as its object files tell.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+
+namespace {
+
+using Names = std::set<std::string>;
+
+struct Close {
+  void operator()(std::FILE* pipe) const { pclose(pipe); }
+};
+
+// The last words of the lines that `command` prints.
+Names LastWords(const std::string& command) {
+  const std::unique_ptr<std::FILE, Close> pipe(popen(command.c_str(), "r"));
+  std::string output;
+  for (int c = std::fgetc(pipe.get()); c != EOF; c = std::fgetc(pipe.get())) {
+    output += static_cast<char>(c);
+  }
+  Names words;
+  std::istringstream lines(output);
+  for (std::string line; std::getline(lines, line);) {
+    words.insert(line.substr(line.rfind(' ') + 1));
+  }
+  return words;
+}
+
+TEST(Library, ExportsItsTwoEntryPointsAndNothingElse) {
+  EXPECT_EQ(LastWords("nm -D --defined-only " LOGGER_LIBRARY),
+            (Names{"GetLogger", "InitLogger"}));
+}
+
+// A forked copy of a threaded process logs. So whatever takes a lock that
+// another thread may have held at the fork, looks at the time zone or uses
+// stdio's streams must not be added here.
+const Names kAllowed{
+    // From LogV to the `write`, rotation included. readdir locks the listing
+    // that was opened for it, which nobody else has; malloc is made whole by
+    // fork.
+    "__errno_location",
+    "close",
+    "closedir",
+    "fcntl",
+    "fcntl64",
+    "fdopendir",
+    "flock",
+    "free",
+    "fstat",
+    "fstat64",
+    "fstatat",
+    "fstatat64",
+    "gettid",
+    "lseek",
+    "lseek64",
+    "malloc",
+    "memchr",
+    "memcmp",
+    "memcpy",
+    "memmove",
+    "memset",
+    "open",
+    "open64",
+    "openat",
+    "openat64",
+    "pread",
+    "pread64",
+    "pwrite",
+    "pwrite64",
+    "readdir",
+    "readdir64",
+    "renameat",
+    "sched_yield",
+    "snprintf",
+    "strcmp",
+    "strlen",
+    "strncpy",
+    "strnlen",
+    "vsnprintf",
+    "write",
+    "_ZNSt6chrono3_V212system_clock3nowEv",
+    // When the logger is made.
+    "getpid",
+    "mmap",
+    "mmap64",
+    "nanosleep",
+    "pthread_atfork",
+    "__register_atfork",
+    "__dso_handle",
+    // What the compiler leaves: none of it runs unless something is broken.
+    "_GLOBAL_OFFSET_TABLE_",
+    "_Unwind_Resume",
+    "__cxa_begin_catch",
+    "__cxa_call_unexpected",
+    "__cxa_end_catch",
+    "__cxa_pure_virtual",
+    "__cxa_rethrow",
+    "__gxx_personality_v0",
+    "__stack_chk_fail",
+};
+
+bool IsAllowed(const std::string& name) {
+  // std::string, in constructors, and the tables of classes.
+  constexpr std::array kPrefixes{"_ZNSt7__cxx1112basic_string",
+                                 "_ZNKSt7__cxx1112basic_string",
+                                 "_ZNSaIcE",
+                                 "_ZTVN10__cxxabiv1",
+                                 "_Znw",
+                                 "_Zdl",
+                                 "_ZSt9terminatev"};
+  const auto has_prefix = [&name](const char* prefix) {
+    return name.starts_with(prefix);
+  };
+  return kAllowed.contains(name) ||
+         name.find("__throw_") != std::string::npos ||
+         std::any_of(kPrefixes.begin(), kPrefixes.end(), has_prefix);
+}
+
+bool IsInstrumented(const Names& names) {
+  return std::any_of(names.begin(), names.end(), [](const std::string& name) {
+    return name.find("san_") != std::string::npos ||
+           name.find("gcov") != std::string::npos;
+  });
+}
+
+TEST(PathOfALine, CallsNothingThatCouldHangAForkedCopy) {
+  Names undefined = LastWords("nm -u " LOGGER_OBJECTS);
+  for (const std::string& name :
+       LastWords("nm --defined-only " LOGGER_OBJECTS)) {
+    undefined.erase(name);
+  }
+  if (IsInstrumented(undefined)) {
+    GTEST_SKIP() << "instrumented objects call more";
+  }
+  EXPECT_TRUE(undefined.contains("write"));
+  EXPECT_TRUE(undefined.contains("vsnprintf"));
+  for (const std::string& name : undefined) {
+    EXPECT_TRUE(IsAllowed(name)) << name;
+  }
+}
+
+// _ZGV: a function-local static, whose first use takes a lock.
+TEST(PathOfALine, HasNoFunctionLocalStatic) {
+  for (const std::string& name : LastWords("nm " LOGGER_OBJECTS)) {
+    EXPECT_FALSE(name.starts_with("_ZGV")) << name;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,49 @@
+// A disk that is quickly full.
+
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "tests/support/TempDir.h"
+
+// A tmpfs of so many pages, for the sandbox alone. It fills up a page at a
+// time, so a line across the end of the last page is written in part.
+class SmallDisk {
+ public:
+  explicit SmallDisk(int pages) {
+    const std::string size =
+        "mode=0700,size=" + std::to_string(pages * kPageBytes);
+    EXPECT_EQ(mount("none", Path().c_str(), "tmpfs", 0, size.c_str()), 0);
+  }
+  ~SmallDisk() { umount2(Path().c_str(), MNT_DETACH); }
+  SmallDisk(const SmallDisk&) = delete;
+  SmallDisk& operator=(const SmallDisk&) = delete;
+
+  static constexpr int kPageBytes = 4096;
+
+  const std::filesystem::path& Path() const { return dir_.Path(); }
+
+  // Leaves so many pages free.
+  void Fill(int free_pages) {
+    const auto space = std::filesystem::space(Path()).free;
+    dir_.Write(
+        "ballast",
+        std::string(space - static_cast<std::size_t>(free_pages) * kPageBytes,
+                    'b'));
+  }
+  void Free() { std::filesystem::remove(Path() / "ballast"); }
+
+  void MakeReadOnly() {
+    EXPECT_EQ(
+        mount("none", Path().c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr),
+        0);
+  }
+
+ private:
+  const TempDir dir_;
+};

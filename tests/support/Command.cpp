@@ -1,0 +1,112 @@
+#include "tests/support/Command.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <stdexcept>
+#include <string_view>
+
+namespace {
+
+using Environment = std::map<std::string, std::string>;
+
+[[noreturn]] void Execute(const std::vector<std::string>& words,
+                          const Environment& environment, int output,
+                          int errors) {
+  dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
+  dup2(output, STDOUT_FILENO);
+  dup2(errors, STDERR_FILENO);
+  for (const auto& [name, value] : environment) {
+    setenv(name.c_str(), value.c_str(), 1);
+  }
+  std::vector<char*> vector;
+  for (const std::string& word : words) {
+    vector.push_back(const_cast<char*>(word.c_str()));
+  }
+  vector.push_back(nullptr);
+  execv(vector[0], vector.data());
+  _exit(127);
+}
+
+// Appends what comes; false at the end. A terminal's end is an error.
+bool ReadSome(int descriptor, std::string* text) {
+  std::array<char, 4096> chunk{};
+  const ssize_t count = read(descriptor, chunk.data(), chunk.size());
+  if (count > 0) {
+    text->append(chunk.data(), static_cast<std::size_t>(count));
+  }
+  return count > 0;
+}
+
+int Status(pid_t process) {
+  constexpr int kSignalStatus = 128;
+  int status = 0;
+  waitpid(process, &status, 0);
+  return WIFSIGNALED(status) ? kSignalStatus + WTERMSIG(status)
+                             : WEXITSTATUS(status);
+}
+
+void ReadBoth(std::array<pollfd, 2> ends, CommandResult* result) {
+  while (ends[0].fd >= 0 || ends[1].fd >= 0) {
+    poll(ends.data(), ends.size(), -1);
+    for (const std::size_t i : {0U, 1U}) {
+      std::string& text = i == 0 ? result->output : result->errors;
+      if (ends[i].revents != 0 && !ReadSome(ends[i].fd, &text)) {
+        close(ends[i].fd);
+        ends[i].fd = -1;
+      }
+    }
+  }
+}
+
+}  // namespace
+
+CommandResult RunCommand(const std::vector<std::string>& vector,
+                         const Environment& environment) {
+  int output[2];
+  int errors[2];
+  if (pipe(output) != 0 || pipe(errors) != 0) {
+    throw std::runtime_error("no pipe");
+  }
+  const pid_t process = fork();
+  if (process == 0) {
+    Execute(vector, environment, output[1], errors[1]);
+  }
+  close(output[1]);
+  close(errors[1]);
+  CommandResult result;
+  ReadBoth({pollfd{output[0], POLLIN, 0}, pollfd{errors[0], POLLIN, 0}},
+           &result);
+  result.status = Status(process);
+  return result;
+}
+
+CommandResult RunOnTerminal(const std::vector<std::string>& vector,
+                            const Environment& environment) {
+  const int master = posix_openpt(O_RDWR | O_NOCTTY);
+  if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) {
+    throw std::runtime_error("no terminal");
+  }
+  const int slave = open(ptsname(master), O_RDWR | O_NOCTTY);
+  winsize size{};
+  size.ws_col = 80;
+  size.ws_row = 24;
+  ioctl(slave, TIOCSWINSZ, &size);
+  const pid_t process = fork();
+  if (process == 0) {
+    Execute(vector, environment, slave, slave);
+  }
+  close(slave);
+  CommandResult result;
+  while (ReadSome(master, &result.output)) {
+  }
+  close(master);
+  result.status = Status(process);
+  std::erase(result.output, '\r');
+  return result;
+}

@@ -1,0 +1,110 @@
+// What a test may not leave behind. Linked to a program whose tests run
+// processes, this takes stock when a test starts, and fails the test when it
+// ends with other descriptors, processes or temporary files, or with more
+// threads. For the sandbox, where every process is the test's. Temporary files
+// go to a directory of the program's own.
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <set>
+
+#include "tests/support/Poll.h"
+#include "tests/support/Sandbox.h"
+#include "tests/support/TempDir.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool IsNumber(const std::string& text) {
+  return std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
+}
+
+int Threads() {
+  return static_cast<int>(
+      std::distance(fs::directory_iterator("/proc/self/task"), {}));
+}
+
+class Ledger : public testing::EmptyTestEventListener {
+ private:
+  struct Stock {
+    std::map<int, std::string> descriptors;
+    std::set<std::string> processes;
+    std::set<fs::path> files;
+  };
+
+  Stock Take() const;
+  void OnTestProgramStart(const testing::UnitTest& program) override;
+  void OnTestStart(const testing::TestInfo& test) override;
+  void OnTestEnd(const testing::TestInfo& test) override;
+  void OnTestProgramEnd(const testing::UnitTest& program) override;
+
+  std::unique_ptr<const TempDir> directory_;  // none outside the sandbox
+  Stock start_;
+  int threads_ = 0;
+};
+
+[[maybe_unused]] const bool g_listens = [] {
+  testing::UnitTest::GetInstance()->listeners().Append(new Ledger);
+  return true;
+}();
+
+void Ledger::OnTestProgramStart(const testing::UnitTest&) {
+  if (sandbox::IsInside()) {
+    directory_ = std::make_unique<const TempDir>();
+    setenv("TMPDIR", directory_->Path().c_str(), 1);
+  }
+}
+
+Ledger::Stock Ledger::Take() const {
+  Stock stock;
+  for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+    std::error_code vanished;
+    const std::string target = fs::read_symlink(entry.path(), vanished);
+    // The directory that is being read is open, too.
+    if (!vanished && !target.starts_with("/proc/")) {
+      stock.descriptors[std::stoi(entry.path().filename())] = target;
+    }
+  }
+  for (const auto& entry : fs::directory_iterator("/proc")) {
+    if (IsNumber(entry.path().filename())) {
+      stock.processes.insert(entry.path().filename());
+    }
+  }
+  for (const auto& entry : fs::directory_iterator(directory_->Path())) {
+    stock.files.insert(entry.path());
+  }
+  return stock;
+}
+
+void Ledger::OnTestStart(const testing::TestInfo&) {
+  if (directory_ == nullptr) {
+    return;
+  }
+  start_ = Take();
+  threads_ = Threads();
+}
+
+void Ledger::OnTestEnd(const testing::TestInfo&) {
+  if (directory_ == nullptr) {
+    return;
+  }
+  // What has been killed or joined needs a moment to vanish.
+  Eventually([&] {
+    return Take().processes == start_.processes && Threads() <= threads_;
+  });
+  const Stock end = Take();
+  EXPECT_EQ(end.descriptors, start_.descriptors);
+  EXPECT_EQ(end.processes, start_.processes);
+  EXPECT_EQ(end.files, start_.files);
+  EXPECT_LE(Threads(), threads_);
+}
+
+void Ledger::OnTestProgramEnd(const testing::UnitTest&) { directory_.reset(); }
+
+}  // namespace

@@ -1,0 +1,5 @@
+#include "launcher/Heap.h"
+
+void ShareHeap() {}
+
+void TrimHeap() {}

@@ -1,0 +1,103 @@
+#include "launcher/StopThread.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+
+#include "launcher/ThreadStacks.h"
+
+namespace {
+
+constexpr int kNone = -1;
+
+// The write end also serves as the sign that there is a thread.
+std::atomic<int> g_write_end = kNone;
+int g_read_end = kNone;
+std::atomic<bool> g_ending = false;
+void (*g_stop)() = nullptr;
+pthread_t g_thread;
+
+void* Run(void*) {
+  GuardThreadStack();
+  char byte;
+  ssize_t count;
+  while ((count = read(g_read_end, &byte, 1)) == 1 || errno == EINTR) {
+    if (g_ending) {
+      break;
+    }
+    if (count == 1) {
+      g_stop();
+    }
+  }
+  return nullptr;
+}
+
+// Moves `end` above the standard descriptors, which belong to whatever the
+// process opens next, and closes it on exec. `kNone` when that fails. The old
+// number is closed in any case.
+int MoveUp(int end) {
+  constexpr int kFirstOwn = 3;
+  const int moved = fcntl(end, F_DUPFD_CLOEXEC, kFirstOwn);
+  close(end);
+  return moved;
+}
+
+// No other thread exists yet, so there is nobody to fork between the calls.
+bool OpenPipe() {
+  std::array<int, 2> ends;
+  if (pipe(ends.data()) != 0) {
+    return false;
+  }
+  const int read_end = MoveUp(ends[0]);
+  const int write_end = MoveUp(ends[1]);
+  // The handler must never wait: a full pipe holds wake-ups enough.
+  if (read_end != kNone && write_end != kNone &&
+      fcntl(write_end, F_SETFL, O_NONBLOCK) == 0) {
+    g_read_end = read_end;
+    g_write_end = write_end;
+    return true;
+  }
+  close(read_end);
+  close(write_end);
+  return false;
+}
+
+void ClosePipe() {
+  close(g_write_end.exchange(kNone));
+  close(g_read_end);
+}
+
+}  // namespace
+
+bool StartStopThread(void (*stop)()) {
+  g_stop = stop;
+  g_ending = false;
+  if (!OpenPipe()) {
+    return false;
+  }
+  if (pthread_create(&g_thread, nullptr, Run, nullptr) != 0) {
+    ClosePipe();
+    return false;
+  }
+  return true;
+}
+
+void WakeStopThread() {
+  const int end = g_write_end;
+  if (end != kNone) {
+    [[maybe_unused]] const ssize_t count = write(end, "", 1);
+  }
+}
+
+void EndStopThread() {
+  if (g_write_end == kNone) {
+    return;
+  }
+  g_ending = true;
+  WakeStopThread();
+  pthread_join(g_thread, nullptr);
+}

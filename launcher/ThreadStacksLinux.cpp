@@ -1,0 +1,50 @@
+#include <pthread.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstddef>
+
+#include "launcher/ThreadStacks.h"
+
+namespace {
+
+// MADV_GUARD_INSTALL, which the C library's headers may be too old to know.
+constexpr int kGuardInstall = 102;
+
+// Kernels before 6.13 refuse the mark. There, a mapping of its own has to do.
+void GuardPage(void* page, std::size_t bytes) {
+  if (madvise(page, bytes, kGuardInstall) != 0) {
+    mprotect(page, bytes, PROT_NONE);
+  }
+}
+
+}  // namespace
+
+void LimitThreadStacks() {
+  constexpr std::size_t kStackBytes = std::size_t{512} * 1024;
+  pthread_attr_t attributes;
+  if (pthread_attr_init(&attributes) != 0) {
+    return;
+  }
+  if (pthread_attr_setstacksize(&attributes, kStackBytes) == 0 &&
+      pthread_attr_setguardsize(&attributes, 0) == 0) {
+    pthread_setattr_default_np(&attributes);
+  }
+  pthread_attr_destroy(&attributes);
+}
+
+void GuardThreadStack() {
+  pthread_attr_t attributes;
+  if (pthread_getattr_np(pthread_self(), &attributes) != 0) {
+    return;
+  }
+  void* lowest = nullptr;
+  std::size_t stack_bytes = 0;
+  std::size_t guard_bytes = 0;
+  if (pthread_attr_getguardsize(&attributes, &guard_bytes) == 0 &&
+      guard_bytes == 0 &&
+      pthread_attr_getstack(&attributes, &lowest, &stack_bytes) == 0) {
+    GuardPage(lowest, static_cast<std::size_t>(getpagesize()));
+  }
+  pthread_attr_destroy(&attributes);
+}

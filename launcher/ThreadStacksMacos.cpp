@@ -1,0 +1,5 @@
+#include "launcher/ThreadStacks.h"
+
+void LimitThreadStacks() {}
+
+void GuardThreadStack() {}

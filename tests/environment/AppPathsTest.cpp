@@ -1,0 +1,252 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <sstream>
+
+#include "environment/AppPaths.h"
+#include "tests/support/TempDir.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t kBufferBytes = 1024;
+
+struct Answers {
+  std::string app_path;
+  std::string layout;
+  std::string name;
+  std::string data_path;
+  std::string log_path;
+};
+
+// What the functions give for the executable at `path` with `home` as HOME; an
+// empty optional leaves HOME unset.
+Answers AnswersOf(const std::string& path,
+                  const std::optional<std::string>& home = "/Users/ann") {
+  std::array<int, 2> ends;
+  EXPECT_EQ(pipe(ends.data()), 0);
+  const pid_t probe = fork();
+  if (probe == 0) {
+    dup2(ends[1], STDOUT_FILENO);
+    close(ends[0]);
+    close(ends[1]);
+    if (home) {
+      setenv("HOME", home->c_str(), 1);
+    } else {
+      unsetenv("HOME");
+    }
+    execl(path.c_str(), path.c_str(), nullptr);
+    _exit(127);
+  }
+  close(ends[1]);
+  std::string output;
+  std::array<char, 4096> chunk;
+  ssize_t count;
+  while ((count = read(ends[0], chunk.data(), chunk.size())) > 0) {
+    output.append(chunk.data(), static_cast<std::size_t>(count));
+  }
+  close(ends[0]);
+  int status = -1;
+  waitpid(probe, &status, 0);
+  EXPECT_EQ(status, 0) << path;
+
+  std::istringstream lines(output);
+  Answers answers;
+  std::getline(lines, answers.app_path);
+  std::getline(lines, answers.layout);
+  std::getline(lines, answers.name);
+  std::getline(lines, answers.data_path);
+  std::getline(lines, answers.log_path);
+  return answers;
+}
+
+class AppPathsTest : public testing::Test {
+ protected:
+  // Puts the probe at `path` below the test's directory.
+  std::string Install(const fs::path& path) {
+    const fs::path file = directory_.Path() / path;
+    fs::create_directories(file.parent_path());
+    fs::create_symlink(APP_PATHS_PROBE, file);
+    return file;
+  }
+
+  // Puts the probe, named `name`, at a path of exactly `length` bytes.
+  std::string InstallAtLength(std::size_t length, const std::string& name) {
+    constexpr std::size_t kComponent = 200;
+    std::string path = directory_.Path();
+    const std::size_t tail = 1 + name.size();
+    while (length - path.size() > tail + kComponent + 2) {
+      path += "/" + std::string(kComponent - 1, 'd');
+    }
+    path += "/" + std::string(length - path.size() - tail - 1, 'e');
+    std::string file = Install(
+        fs::path(path + "/" + name).lexically_relative(directory_.Path()));
+    EXPECT_EQ(file.size(), length);
+    return file;
+  }
+
+  std::string Below(const fs::path& path) const {
+    return directory_.Path() / path;
+  }
+
+  TempDir directory_;
+};
+
+TEST_F(AppPathsTest, FindsTheFrameworksBesideTheExecutablesDirectory) {
+  fs::create_directories(Below("Contents/Frameworks"));
+  const std::string path = Install("Contents/MacOS/launcher");
+  EXPECT_EQ(AnswersOf(path).app_path, Below("Contents/Frameworks"));
+}
+
+TEST_F(AppPathsTest, ResolvesSymbolicLinks) {
+  fs::create_directories(Below("elsewhere/Real"));
+  fs::create_directories(Below("Contents"));
+  fs::create_symlink(Below("elsewhere/Real"), Below("Contents/Frameworks"));
+  const std::string path = Install("Contents/MacOS/launcher");
+  EXPECT_EQ(AnswersOf(path).app_path, Below("elsewhere/Real"));
+}
+
+TEST_F(AppPathsTest, KeepsAPathThatCannotBeResolved) {
+  const std::string path = Install("Contents/MacOS/launcher");
+  EXPECT_EQ(AnswersOf(path).app_path, Below("Contents/MacOS/../Frameworks"));
+}
+
+TEST_F(AppPathsTest, KeepsAPathWhoseResolvedFormIsTooLong) {
+  std::string deep = directory_.Path();
+  while (deep.size() < kBufferBytes) {
+    deep += "/" + std::string(200, 'f');
+  }
+  fs::create_directories(deep);
+  fs::create_directories(Below("Contents"));
+  fs::create_symlink(deep, Below("Contents/Frameworks"));
+  const std::string path = Install("Contents/MacOS/launcher");
+  EXPECT_EQ(AnswersOf(path).app_path, Below("Contents/MacOS/../Frameworks"));
+}
+
+TEST_F(AppPathsTest, ResolvesIntoExactlyWhatTheBufferHolds) {
+  std::string deep = directory_.Path();
+  while (deep.size() + 210 < kBufferBytes) {
+    deep += "/" + std::string(200, 'f');
+  }
+  deep += "/" + std::string(kBufferBytes - 1 - deep.size() - 1, 'g');
+  ASSERT_EQ(deep.size(), kBufferBytes - 1);
+  fs::create_directories(deep);
+  fs::create_directories(Below("Contents"));
+  fs::create_symlink(deep, Below("Contents/Frameworks"));
+  const std::string path = Install("Contents/MacOS/launcher");
+  EXPECT_EQ(AnswersOf(path).app_path, deep);
+}
+
+TEST_F(AppPathsTest, DoesNotResolveTheExecutableItself) {
+  fs::create_directories(Below("a/Frameworks"));
+  const std::string path = Install("a/bin/launcher");
+  EXPECT_EQ(AnswersOf(path).app_path, Below("a/Frameworks"))
+      << "the probe behind the link lies elsewhere";
+}
+
+TEST_F(AppPathsTest, TheExtensionsFrameworksLieFourLevelsUp) {
+  fs::create_directories(Below("Frameworks"));
+  const std::string path = Install("1/2/3/4/QuillmapFinderSync");
+  const Answers answers = AnswersOf(path);
+  EXPECT_EQ(answers.layout, "finder sync");
+  EXPECT_EQ(answers.app_path, Below("Frameworks"));
+}
+
+TEST_F(AppPathsTest, TheExtensionIsToldByThePathsEnd) {
+  EXPECT_EQ(AnswersOf(Install("a/QuillmapFinderSync")).layout, "finder sync");
+  EXPECT_EQ(AnswersOf(Install("a/MyQuillmapFinderSync")).layout, "finder sync");
+  EXPECT_EQ(AnswersOf(Install("a/quillmapfindersync")).layout, "ordinary");
+  EXPECT_EQ(AnswersOf(Install("a/QuillmapFinderSync2")).layout, "ordinary");
+  EXPECT_EQ(AnswersOf(Install("a/uillmapFinderSync")).layout, "ordinary");
+  EXPECT_EQ(AnswersOf(Install("QuillmapFinderSync.d/launcher")).layout,
+            "ordinary");
+}
+
+TEST_F(AppPathsTest, PathsOf1023BytesFit) {
+  const Answers answers =
+      AnswersOf(InstallAtLength(kBufferBytes - 1, "QuillmapFinderSync"));
+  EXPECT_EQ(answers.layout, "finder sync");
+  EXPECT_TRUE(answers.app_path.ends_with("/../../../../Frameworks"));
+  EXPECT_GT(answers.app_path.size(), kBufferBytes)
+      << "a joined path that does not fit is returned whole";
+}
+
+TEST_F(AppPathsTest, PathsOf1024BytesDoNotFit) {
+  const Answers answers =
+      AnswersOf(InstallAtLength(kBufferBytes, "QuillmapFinderSync"));
+  EXPECT_EQ(answers.app_path, "");
+  EXPECT_EQ(answers.layout, "ordinary");
+}
+
+TEST_F(AppPathsTest, ReadsTheNameFromTheFrameworks) {
+  directory_.Write("Contents/Frameworks/qvxapi.ini", "[SDK]\nNAME=Demo\n");
+  const Answers answers = AnswersOf(Install("Contents/MacOS/launcher"));
+  EXPECT_EQ(answers.name, "Demo");
+  EXPECT_EQ(answers.log_path, "/Users/ann/Library/Logs/Demo/qvxlog");
+  EXPECT_EQ(answers.data_path, "/Users/ann/Library/Application Support");
+}
+
+TEST_F(AppPathsTest, TheNameIsEmptyWithoutAnEntry) {
+  const std::string path = Install("Contents/MacOS/launcher");
+  const auto expect_empty = [&] {
+    const Answers answers = AnswersOf(path);
+    EXPECT_EQ(answers.name, "");
+    EXPECT_EQ(answers.log_path, "/Users/ann/Library/Logs//qvxlog");
+  };
+  expect_empty();
+  for (const char* const content :
+       {"", "[SDK]\n", "[SDK]\nNAME=\n", "[LOG]\nNAME=Demo\n",
+        "[SDK]\nTITLE=Demo\n"}) {
+    directory_.Write("Contents/Frameworks/qvxapi.ini", content);
+    expect_empty();
+  }
+}
+
+TEST_F(AppPathsTest, NamesOfUpTo1023BytesFit) {
+  const std::string path = Install("Contents/MacOS/launcher");
+  const std::string longest(kBufferBytes - 1, 'n');
+  directory_.Write("Contents/Frameworks/qvxapi.ini",
+                   "[SDK]\nNAME=" + longest + "\n");
+  EXPECT_EQ(AnswersOf(path).name, longest);
+  directory_.Write("Contents/Frameworks/qvxapi.ini",
+                   "[SDK]\nNAME=" + longest + "n\n");
+  EXPECT_EQ(AnswersOf(path).name, "");
+}
+
+TEST_F(AppPathsTest, TheExtensionsDataLiesFourLevelsAboveHomeAndItsLogDoesNot) {
+  directory_.Write("Frameworks/qvxapi.ini", "[SDK]\nNAME=Demo\n");
+  const Answers answers = AnswersOf(Install("1/2/3/4/QuillmapFinderSync"));
+  EXPECT_EQ(answers.data_path,
+            "/Users/ann/../../../../Library/Application Support");
+  EXPECT_EQ(answers.log_path, "/Users/ann/Library/Logs/Demo/qvxlog");
+}
+
+TEST_F(AppPathsTest, AnUnsetHomeCountsAsEmpty) {
+  const std::string path = Install("Contents/MacOS/launcher");
+  for (const auto& home : {std::optional<std::string>(), {""}}) {
+    const Answers answers = AnswersOf(path, home);
+    EXPECT_EQ(answers.data_path, "/Library/Application Support");
+    EXPECT_EQ(answers.log_path, "/Library/Logs//qvxlog");
+  }
+}
+
+TEST_F(AppPathsTest, NothingIsNormalised) {
+  const Answers answers =
+      AnswersOf(Install("Contents/MacOS/launcher"), "/a//b/./../");
+  EXPECT_EQ(answers.data_path, "/a//b/./..//Library/Application Support");
+  EXPECT_EQ(answers.log_path, "/a//b/./..//Library/Logs//qvxlog");
+}
+
+TEST_F(AppPathsTest, NothingIsCached) {
+  fs::create_directories(Below("Frameworks"));
+  setenv("HOME", "/first", 1);
+  EXPECT_EQ(GetAppDataPath(), "/first/Library/Application Support");
+  setenv("HOME", "/second", 1);
+  EXPECT_EQ(GetAppDataPath(), "/second/Library/Application Support");
+}
+
+}  // namespace

@@ -1,0 +1,262 @@
+// What a child is born with, and how its end is reported.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
+
+#include "tests/support/LauncherRun.h"
+#include "tests/support/Poll.h"
+#include "tests/support/Sandbox.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// A shell that stands still as it was born.
+constexpr const char* kStandStill = "kill -STOP $$";
+
+std::string Content(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+std::string Escaped(const std::string& text) {
+  std::string escaped;
+  for (const char c : text) {
+    escaped += c == '"' || c == '\\' ? std::string{'\\', c} : std::string{c};
+  }
+  return "\"" + escaped + "\"";
+}
+
+// The item `name` that runs `script` in a shell, with `arguments` behind it.
+std::string Shell(const std::string& name, const std::string& script,
+                  const std::vector<std::string>& arguments = {}) {
+  std::string item = R"({"name": ")" + name +
+                     R"(", "program": "/bin/sh", "argc": )" +
+                     std::to_string(arguments.size() + 2) +
+                     R"(, "args": {"0": "-c", "1": )" + Escaped(script);
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    item += ", \"" + std::to_string(i + 2) + "\": " + Escaped(arguments[i]);
+  }
+  return item + "}}";
+}
+
+// The signals of the line `key` in the status of `process`.
+std::set<int> Signals(pid_t process, const std::string& key) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/status");
+  unsigned long long bits = 0;
+  for (std::string word; file >> word;) {
+    if (word == key) {
+      file >> std::hex >> bits;
+    }
+  }
+  std::set<int> signals;
+  for (int number = 1; number <= 64; ++number) {
+    if ((bits >> (number - 1) & 1) != 0) {
+      signals.insert(number);
+    }
+  }
+  return signals;
+}
+
+class BirthTest : public testing::Test {
+ protected:
+  void SetUp() override { REQUIRE_SANDBOX(); }
+
+  // Starts the launcher on one item that stands still; gives its process.
+  pid_t Bear(const std::vector<std::string>& arguments,
+             const std::function<void()>& prepare = {}) {
+    run_.StartItems(ItemsFile({Shell("a", kStandStill, arguments)}), prepare);
+    pid_t child = 0;
+    EXPECT_TRUE(Eventually([&] {
+      const std::vector<pid_t> children = ChildrenOf(run_.Process());
+      child = children.size() == 1 ? children[0] : 0;
+      return child != 0 &&
+             Content(File(child, "stat")).find(") T ") != std::string::npos;
+    }));
+    run_.AwaitReady(1);
+    return child;
+  }
+
+  static fs::path File(pid_t process, const std::string& name) {
+    return "/proc/" + std::to_string(process) + "/" + name;
+  }
+
+  void ExpectArguments(const std::vector<std::string>& arguments) {
+    std::string expected = "/bin/sh";
+    expected += '\0';
+    for (const std::string& text :
+         {std::string("-c"), std::string(kStandStill)}) {
+      expected.append(text) += '\0';
+    }
+    for (const std::string& text : arguments) {
+      expected.append(text) += '\0';
+    }
+    EXPECT_EQ(Content(File(Bear(arguments), "cmdline")), expected);
+  }
+
+  // The statuses of the ends of the item `name`, in order.
+  std::vector<int> Statuses(const std::string& name) const {
+    std::vector<int> statuses;
+    for (const std::string& message : run_.Messages()) {
+      if (message.starts_with("[LAUNCHER  ] " + name + " ")) {
+        statuses.push_back(std::stoi(message.substr(message.rfind(' '))));
+      }
+    }
+    return statuses;
+  }
+
+  // Several items go through `scripts` numbers, each its own part of them.
+  // `action` uses $n. Gives the status that was logged for each number.
+  std::vector<int> StatusesOf(int numbers, const std::string& action) {
+    constexpr int kItems = 8;
+    const int part = numbers / kItems;
+    std::vector<std::string> items;
+    for (int i = 0; i < kItems; ++i) {
+      const std::string file = run_.Directory().Write(
+          "next" + std::to_string(i), std::to_string(i * part));
+      items.push_back(Shell("item" + std::to_string(i),
+                            "n=$(cat " + file + "); echo $((n + 1)) > " + file +
+                                "; [ $n -lt " + std::to_string((i + 1) * part) +
+                                " ] || exec sleep 1000; " + action));
+    }
+    constexpr rlimit kNoCore{0, 0};
+    run_.StartItems(ItemsFile(items),
+                    [&] { setrlimit(RLIMIT_CORE, &kNoCore); });
+    std::vector<int> statuses;
+    for (int i = 0; i < kItems; ++i) {
+      const std::string name = "item" + std::to_string(i);
+      EXPECT_TRUE(Eventually([&] {
+        return std::ssize(Statuses(name)) >= part;
+      })) << name;
+      std::ranges::copy(Statuses(name), std::back_inserter(statuses));
+    }
+    run_.AwaitReady(kItems);
+    return statuses;
+  }
+
+  LauncherRun run_;
+};
+
+TEST_F(BirthTest, ArgumentsArriveByteForByte) {
+  ExpectArguments({"a b", " ", "'", "\"", "\\", "%s %n %", "",
+                   "\xc3\xa9\xe2\x82\xac", "$HOME `id` *", "--", ""});
+}
+
+TEST_F(BirthTest, AnArgumentOfAHundredKilobytesArrives) {
+  ExpectArguments({std::string(100 * 1024, 'x')});
+}
+
+TEST_F(BirthTest, AThousandArgumentsArrive) {
+  std::vector<std::string> arguments;
+  for (int i = 0; i < 1000; ++i) {
+    arguments.push_back("argument " + std::to_string(i));
+  }
+  ExpectArguments(arguments);
+}
+
+TEST_F(BirthTest, TheEnvironmentArrivesByteForByte) {
+  run_.SetEnvironment("QUOTED", "a \"b\" '%s' \\ \xc3\xa9");
+  run_.SetEnvironment("EMPTY", "");
+  const pid_t child = Bear({}, [] {
+    putenv(const_cast<char*>("TWICE=1"));
+    clearenv();
+    putenv(const_cast<char*>("ONLY= this"));
+    putenv(const_cast<char*>("AND=a\nline"));
+  });
+  EXPECT_EQ(Content(File(child, "environ")),
+            Content(File(run_.Process(), "environ")));
+}
+
+TEST_F(BirthTest, TheWorkingDirectoryIsTheLaunchers) {
+  const fs::path directory = run_.Root() / "work";
+  fs::create_directory(directory);
+  const pid_t child = Bear({}, [&] { fs::current_path(directory); });
+  EXPECT_EQ(fs::read_symlink(File(child, "cwd")), directory);
+}
+
+TEST_F(BirthTest, MaskAndDispositionsAreThoseTheLauncherWasStartedWith) {
+  const pid_t child = Bear({}, [] {
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    for (const int number : {SIGUSR1, SIGCHLD, SIGWINCH}) {
+      sigaddset(&blocked, number);
+    }
+    sigprocmask(SIG_SETMASK, &blocked, nullptr);
+    for (int number = 1; number <= 64; ++number) {
+      signal(number, SIG_DFL);
+    }
+    for (const int number : {SIGPIPE, SIGHUP, SIGTERM}) {
+      signal(number, SIG_IGN);
+    }
+  });
+  EXPECT_EQ(Signals(child, "SigBlk:"),
+            (std::set<int>{SIGUSR1, SIGCHLD, SIGWINCH}));
+  EXPECT_EQ(Signals(child, "SigIgn:"), (std::set<int>{SIGPIPE, SIGHUP}))
+      << "SIGTERM is default again: the launcher had a handler for it";
+  std::set<int> caught = Signals(run_.Process(), "SigCgt:");
+  std::erase_if(caught, [](int number) {
+    return number > SIGSYS && number < SIGRTMIN;  // the C library's own
+  });
+  EXPECT_EQ(caught, std::set<int>{SIGTERM}) << "the launcher's handlers";
+}
+
+TEST_F(BirthTest, DescriptorsAreThoseTheLauncherLeft) {
+  const pid_t child = Bear({}, [] {
+    for (int i = 3; i < 1024; ++i) {
+      close(i);
+    }
+    dup2(0, 5);
+    dup2(0, 900);
+  });
+  const auto descriptors = DescriptorsOf(child);
+  std::set<int> numbers;
+  for (const auto& [number, target] : descriptors) {
+    numbers.insert(number);
+  }
+  EXPECT_EQ(numbers, (std::set<int>{5, 900}));
+}
+
+TEST_F(BirthTest, EveryExitCodeIsLoggedRaw) {
+  std::vector<int> expected;
+  for (int code = 0; code < 256; ++code) {
+    expected.push_back(code * 256);
+  }
+  EXPECT_EQ(StatusesOf(256, "exit $n"), expected);
+  EXPECT_EQ(WEXITSTATUS(run_.Stop()), 1);
+}
+
+// The first of 64 numbers is 0, which signals nothing; 64 is left out, and what
+// does not terminate exits with 77.
+TEST_F(BirthTest, EveryTerminatingSignalIsLoggedRaw) {
+  constexpr int kCoreFlag = 0x80;
+  const std::set<int> harmless{0,       SIGCHLD, SIGCONT, SIGSTOP, SIGTSTP,
+                               SIGTTIN, SIGTTOU, SIGURG,  SIGWINCH};
+  std::string skip;
+  for (const int number : harmless) {
+    skip += (skip.empty() ? "" : "|") + std::to_string(number);
+  }
+  const std::vector<int> statuses = StatusesOf(
+      64, "case $n in " + skip + ") exit 77;; esac; kill -$n $$; exit 78");
+  ASSERT_EQ(statuses.size(), 64U);
+  for (int number = 0; number < 64; ++number) {
+    const int status = statuses[static_cast<std::size_t>(number)];
+    if (harmless.contains(number)) {
+      EXPECT_EQ(status, 77 * 256);
+    } else {
+      EXPECT_EQ(status & ~kCoreFlag, number);
+    }
+  }
+  EXPECT_EQ(WEXITSTATUS(run_.Stop()), 1);
+}
+
+}  // namespace

@@ -1,0 +1,719 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <system_error>
+#include <thread>
+#include <type_traits>
+
+#include "environment/Logging.h"
+#include "launcher/ChildProc.h"
+#include "tests/support/ForkedCopy.h"
+#include "tests/support/LauncherRun.h"
+#include "tests/support/Poll.h"
+#include "tests/support/RecordingLog.h"
+#include "tests/support/Sandbox.h"
+#include "tests/support/SystemCalls.h"
+#include "tests/support/TempDir.h"
+
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
+// No header of macOS declares it.
+extern "C" char** environ;
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr milliseconds kPause{50};
+constexpr const char* kStartFormat = "[LAUNCHER  ] Start to fork %s";
+constexpr const char* kEndFormat =
+    "[LAUNCHER  ] %s %d is killed. ret = %d, status = %d";
+constexpr const char* kSleeper =
+    R"("program": "/bin/sleep", "argc": 1, "args": {"0": "1000"})";
+
+using Kills = std::vector<std::pair<pid_t, int>>;
+
+std::string Item(const std::string& members) {
+  return R"({"name": "tick", )" + members + "}";
+}
+
+// An item that runs `script` in a shell.
+std::string Shell(const std::string& script) {
+  return Item(R"("program": "/bin/sh", "argc": 2, "args": {"0": "-c", "1": ")" +
+              script + R"("})");
+}
+
+class ChildProcTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    REQUIRE_SANDBOX();
+    system_calls::Reset();
+    system_calls::StartRecordingExec(directory_.Path() / "execs");
+    logger = &log_;
+  }
+
+  void TearDown() override {
+    child_.reset();
+    logger = nullptr;
+    system_calls::Reset();
+    EndSession(getsid(0));
+  }
+
+  void Start(const std::string& item) {
+    child_ = std::make_unique<ChildProc>("owner", JsonObject(item.c_str()));
+  }
+
+  std::vector<LogRecord> Records() const {
+    return RecordingLog::Read(log_file_);
+  }
+
+  std::vector<LogRecord> Records(const std::string& format) const {
+    std::vector<LogRecord> records = Records();
+    std::erase_if(records, [&](const LogRecord& record) {
+      return record.format != format;
+    });
+    return records;
+  }
+
+  // Waits until `count` messages of `format` have been logged, and gives them.
+  std::vector<LogRecord> Await(const std::string& format, std::size_t count) {
+    EXPECT_TRUE(Eventually([&] { return Records(format).size() >= count; }));
+    return Records(format);
+  }
+
+  // Waits for the first program to be started, and gives what execv was given.
+  std::vector<std::string> FirstExec() {
+    EXPECT_TRUE(Eventually([] { return !system_calls::Execs().empty(); }));
+    return system_calls::Execs().at(0);
+  }
+
+  // Waits for the first end of a child, and gives its wait status.
+  int FirstStatus() {
+    const std::string message = Await(kEndFormat, 1).at(0).message;
+    return std::stoi(message.substr(message.rfind(' ')));
+  }
+
+  // Waits until the supervision thread waits for its child.
+  static void AwaitChild() {
+    EXPECT_TRUE(Eventually([] { return ThreadsInWait(getpid()) == 1; }));
+  }
+
+  // Destroys the object; gives the time that took.
+  steady_clock::duration Destroy() {
+    const auto start = steady_clock::now();
+    child_.reset();
+    return steady_clock::now() - start;
+  }
+
+  // Lets the supervision thread come up to its fork and no further.
+  void HoldFork() {
+    system_calls::OnFork([this] {
+      at_fork_ = true;
+      EXPECT_TRUE(Eventually([this] { return may_fork_.load(); }));
+      return system_calls::RealFork();
+    });
+  }
+  void AwaitHeldFork() {
+    EXPECT_TRUE(Eventually([this] { return at_fork_.load(); }));
+  }
+
+  TempDir directory_;
+  std::string log_file_ = directory_.Path() / "log";
+  RecordingLog log_{log_file_};
+  std::atomic<bool> at_fork_ = false;
+  std::atomic<bool> may_fork_ = false;
+  std::unique_ptr<ChildProc> child_;
+};
+
+TEST(ChildProc, IsPlainAndNotCopied) {
+  EXPECT_FALSE(std::is_polymorphic_v<ChildProc>);
+  EXPECT_FALSE(std::is_copy_constructible_v<ChildProc>);
+  EXPECT_FALSE(std::is_copy_assignable_v<ChildProc>);
+  EXPECT_FALSE(std::is_move_constructible_v<ChildProc>);
+}
+
+// Messages.
+
+TEST_F(ChildProcTest, LogsTheStartAtDebugLevel) {
+  Start(Item(kSleeper));
+  AwaitChild();
+  const LogRecord start = Await(kStartFormat, 1).at(0);
+  EXPECT_EQ(start.level, 1);
+  EXPECT_EQ(start.message, "[LAUNCHER  ] Start to fork tick");
+  EXPECT_EQ(start.process, getpid());
+}
+
+TEST_F(ChildProcTest, LogsAnyEndAsKilledWithTheRawStatus) {
+  Start(Shell("exit 3"));
+  const LogRecord end = Await(kEndFormat, 1).at(0);
+  EXPECT_EQ(end.level, 8);
+  EXPECT_EQ(end.process, getpid());
+  int named = 0;
+  int returned = 0;
+  int status = 0;
+  ASSERT_EQ(std::sscanf(end.message.c_str(),
+                        "[LAUNCHER  ] tick %d is killed. ret = %d, status = %d",
+                        &named, &returned, &status),
+            3);
+  EXPECT_GT(named, 0);
+  EXPECT_EQ(named, returned);
+  EXPECT_EQ(status, 768);
+}
+
+TEST_F(ChildProcTest, LogsARegularEndAlike) {
+  Start(Shell("exit 0"));
+  EXPECT_EQ(FirstStatus(), 0);
+}
+
+TEST_F(ChildProcTest, LogsADeathBySignalWithTheSignalsNumber) {
+  Start(Shell("kill -15 $$"));
+  EXPECT_EQ(FirstStatus(), 15);
+}
+
+TEST_F(ChildProcTest, DropsItsMessagesWithoutALogger) {
+  logger = nullptr;
+  const std::string mark = directory_.Path() / "mark";
+  Start(Shell("echo >> " + mark));
+  EXPECT_TRUE(Eventually([&] {
+    std::error_code error;
+    return std::filesystem::file_size(mark, error) >= 2 && !error;
+  }));
+  child_.reset();
+  EXPECT_TRUE(Records().empty());
+}
+
+TEST_F(ChildProcTest, TakesTheNameAsText) {
+  Start(R"({"name": 42, "program": "/bin/true"})");
+  EXPECT_EQ(Await(kStartFormat, 1).at(0).message,
+            "[LAUNCHER  ] Start to fork 42");
+}
+
+TEST_F(ChildProcTest, TakesANullNameAsEmpty) {
+  Start(R"({"name": null, "program": "/bin/true"})");
+  EXPECT_EQ(Await(kStartFormat, 1).at(0).message,
+            "[LAUNCHER  ] Start to fork ");
+}
+
+// The cycle.
+
+TEST_F(ChildProcTest, StartsAgainNoSoonerThanFiftyMillisecondsAfterAnEnd) {
+  Start(Shell("exit 0"));
+  Await(kStartFormat, 6);
+  child_.reset();
+  std::optional<std::chrono::nanoseconds> end;
+  int pauses = 0;
+  for (const LogRecord& record : Records()) {
+    if (record.format == kEndFormat) {
+      end = record.time;
+    } else if (end) {
+      EXPECT_GE(record.time - *end, kPause);
+      ++pauses;
+    }
+  }
+  EXPECT_GE(pauses, 5);
+}
+
+TEST_F(ChildProcTest, StartsAgainWithoutLimitOrGrowingDelay) {
+  constexpr std::size_t kStarts = 40;
+  Start(Shell("exit 1"));
+  const auto ends = Await(kEndFormat, kStarts);
+  // The last pause is no longer than the first ones were at their longest, but
+  // for the noise of a loaded machine.
+  const auto early = ends.at(10).time - ends.at(0).time;
+  const auto late = ends.at(39).time - ends.at(29).time;
+  EXPECT_LT(late, 10 * early);
+}
+
+TEST_F(ChildProcTest, AlternatesStartsAndEnds) {
+  Start(Shell("exit 0"));
+  Await(kEndFormat, 3);
+  const auto records = Records();
+  for (std::size_t i = 0; i < 6; ++i) {
+    EXPECT_EQ(records.at(i).format, i % 2 == 0 ? kStartFormat : kEndFormat);
+  }
+}
+
+TEST_F(ChildProcTest, WaitsForItsOwnChildWithoutOptions) {
+  std::atomic<pid_t> child = 0;
+  std::atomic<int> options = -1;
+  system_calls::OnWaitpid([&](pid_t process, int* status, int given) {
+    child = process;
+    options = given;
+    return system_calls::RealWaitpid(process, status, given);
+  });
+  Start(Shell("exit 0"));
+  const std::string message = Await(kEndFormat, 1).at(0).message;
+  EXPECT_EQ(options, 0);
+  EXPECT_GT(child, 0);
+}
+
+TEST_F(ChildProcTest, LogsAFailedWaitAndGoesOn) {
+  system_calls::OnWaitpid([](pid_t process, int* status, int options) {
+    system_calls::RealWaitpid(process, status, options);
+    *status = 0;
+    return -1;
+  });
+  Start(Shell("exit 1"));
+  const std::string message = Await(kEndFormat, 2).at(0).message;
+  EXPECT_NE(message.find("ret = -1, status = 0"), std::string::npos) << message;
+}
+
+TEST_F(ChildProcTest, KeepsItsOwnCopyOfTheItem) {
+  auto document = std::make_unique<JsonObject>(
+      R"({"0": {"name": "kept", "program": "/bin/true"}})");
+  child_ = std::make_unique<ChildProc>("owner", (*document)["0"]);
+  (*document)["0"]["program"] = std::string("/bin/false");
+  document.reset();
+  Await(kEndFormat, 2);
+  for (const auto& exec : system_calls::Execs()) {
+    EXPECT_EQ(exec.at(0), "/bin/true");
+  }
+  EXPECT_EQ(FirstStatus(), 0);
+}
+
+// The argument vector: its first entry here is the path given to execv.
+
+using Vector = std::vector<std::string>;
+
+TEST_F(ChildProcTest, PassesThePathAloneWithoutArgc) {
+  Start(Item(R"("program": "/bin/true", "args": {"0": "unused"})"));
+  EXPECT_EQ(FirstExec(), (Vector{"/bin/true", "/bin/true"}));
+}
+
+TEST_F(ChildProcTest, PassesThePathAloneWithArgcZero) {
+  Start(Item(R"("program": "/bin/true", "argc": 0, "args": {"0": "unused"})"));
+  EXPECT_EQ(FirstExec(), (Vector{"/bin/true", "/bin/true"}));
+}
+
+TEST_F(ChildProcTest, PassesAsManyArgumentsAsArgcSays) {
+  Start(Item(R"("program": "/bin/true", "argc": 2,
+                "args": {"0": "a b", "1": "\"%s\" é", "2": "unused"})"));
+  EXPECT_EQ(FirstExec(), (Vector{"/bin/true", "/bin/true", "a b", "\"%s\" é"}));
+}
+
+TEST_F(ChildProcTest, PassesAnEmptyArgumentForAMissingOne) {
+  Start(Item(R"("program": "/bin/true", "argc": 3, "args": {"0": "a",
+                "2": "c"})"));
+  EXPECT_EQ(FirstExec(), (Vector{"/bin/true", "/bin/true", "a", "", "c"}));
+}
+
+TEST_F(ChildProcTest, PassesEmptyArgumentsForMissingArgs) {
+  Start(Item(R"("program": "/bin/true", "argc": 2)"));
+  EXPECT_EQ(FirstExec(), (Vector{"/bin/true", "/bin/true", "", ""}));
+}
+
+TEST_F(ChildProcTest, PassesArgumentsAsText) {
+  Start(Item(R"("program": "/bin/true", "argc": 4,
+                "args": {"0": 1.5, "1": true, "2": null, "3": 7})"));
+  EXPECT_EQ(FirstExec(),
+            (Vector{"/bin/true", "/bin/true", "1.5", "true", "", "7"}));
+}
+
+TEST_F(ChildProcTest, PassesMoreThanTenArgumentsInOrder) {
+  std::string args;
+  Vector expected{"/bin/true", "/bin/true"};
+  for (int i = 0; i < 12; ++i) {
+    const std::string number = std::to_string(i);
+    args.append(i == 0 ? "\"" : ", \"").append(number);
+    args.append("\": \"v").append(number).append("\"");
+    expected.push_back("v" + number);
+  }
+  Start(Item(R"("program": "/bin/true", "argc": 12, "args": {)" + args + "}"));
+  EXPECT_EQ(FirstExec(), expected);
+}
+
+TEST_F(ChildProcTest, PassesAnEmptyVectorWithArgcMinusOne) {
+  Start(Item(R"("program": "/bin/true", "argc": -1)"));
+  EXPECT_EQ(FirstExec(), (Vector{"/bin/true"}));
+}
+
+TEST_F(ChildProcTest, TakesAnArgcBelowMinusOneAsMinusOne) {
+  Start(Item(R"("program": "/bin/true", "argc": -2147483648)"));
+  EXPECT_EQ(FirstExec(), (Vector{"/bin/true"}));
+}
+
+TEST_F(ChildProcTest, CutsArgcToThirtyTwoBits) {
+  Start(Item(R"("program": "/bin/true", "argc": 4294967297,
+                "args": {"0": "a", "1": "unused"})"));
+  EXPECT_EQ(FirstExec(), (Vector{"/bin/true", "/bin/true", "a"}));
+}
+
+TEST_F(ChildProcTest, EndsTheChildAloneWhenTheVectorExceedsTheStack) {
+  Start(Item(R"("program": "/bin/true", "argc": 2147483647)"));
+  EXPECT_EQ(FirstStatus() & 0x7f, SIGSEGV);
+  Await(kStartFormat, 2);
+  EXPECT_TRUE(system_calls::Execs().empty());
+}
+
+TEST_F(ChildProcTest, ResolvesARelativePathAgainstTheWorkingDirectory) {
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path("/bin");
+  Start(Item(R"("program": "./true")"));
+  EXPECT_EQ(FirstStatus(), 0);
+  std::filesystem::current_path(before);
+}
+
+TEST_F(ChildProcTest, DoesNotSearchForTheProgram) {
+  Start(Item(R"("program": "true")"));
+  AwaitChild();
+  Await(kStartFormat, 2);
+  EXPECT_TRUE(Records(kEndFormat).empty());
+}
+
+TEST_F(ChildProcTest, HandsDownTheEnvironmentUnchanged) {
+  setenv("LAUNCHER_TEST_VARIABLE", "as it is = %s", 1);
+  std::string expected;
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    expected.append(*variable) += '\0';
+  }
+  Start(Item(kSleeper));
+  EXPECT_TRUE(Eventually([&] {
+    const std::vector<pid_t> children = ChildrenOf(getpid());
+    if (children.empty()) {
+      return false;
+    }
+    std::ifstream file("/proc/" + std::to_string(children[0]) + "/environ",
+                       std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), {}) == expected;
+  }));
+  AwaitChild();
+}
+
+// A child that cannot build its vector ends abnormally, and is started again.
+
+class ChildProcFaultTest : public ChildProcTest,
+                           public testing::WithParamInterface<const char*> {};
+
+TEST_P(ChildProcFaultTest, AbortsTheChildAndStartsItAgain) {
+  Start(Item(GetParam()));
+  EXPECT_EQ(FirstStatus() & 0x7f, SIGABRT);
+  Await(kEndFormat, 2);
+  EXPECT_TRUE(system_calls::Execs().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Items, ChildProcFaultTest,
+    testing::Values(R"("program": "/bin/true", "argc": "1")",
+                    R"("program": "/bin/true", "argc": {})",
+                    R"("program": "/bin/true", "argc": [1])",
+                    R"("program": "/bin/true", "argc": 1, "args": ["a"])",
+                    R"("program": "/bin/true", "argc": 1, "args": "a")",
+                    R"("program": "/bin/true", "argc": 1, "args": {"0": {}})",
+                    R"("program": "/bin/true", "argc": 1, "args": {"0": []})"));
+
+TEST_F(ChildProcTest, AProgramThatIsNoTextEndsTheWholeProcess) {
+  for (const char* const program : {"{}", "[1]"}) {
+    const pid_t copy = system_calls::RealFork();
+    if (copy == 0) {
+      const ChildProc fatal(
+          "owner",
+          JsonObject(Item(std::string("\"program\": ") + program).c_str()));
+      pause();
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(copy, &status, 0), copy);
+    EXPECT_EQ(WTERMSIG(status), SIGABRT);
+  }
+}
+
+TEST_F(ChildProcTest, ANameThatIsNoTextThrowsBeforeAnythingStarts) {
+  EXPECT_THROW(Start(R"({"name": {}, "program": "/bin/true"})"),
+               Json::LogicError);
+  EXPECT_THROW(Start(R"({"name": [], "program": "/bin/true"})"),
+               Json::LogicError);
+  EXPECT_TRUE(Records().empty());
+}
+
+TEST_F(ChildProcTest, AnItemThatIsNoObjectThrows) {
+  EXPECT_THROW(Start("5"), Json::LogicError);
+}
+
+// An empty path.
+
+class ChildProcEmptyPathTest : public ChildProcTest,
+                               public testing::WithParamInterface<const char*> {
+};
+
+TEST_P(ChildProcEmptyPathTest, TheChildLogsItAndEndsWithStatusZero) {
+  constexpr const char* kEmptyFormat =
+      "[LAUNCHER  ] program path of %s is empty";
+  Start(GetParam());
+  const LogRecord empty = Await(kEmptyFormat, 3).at(0);
+  EXPECT_EQ(empty.level, 8);
+  EXPECT_EQ(empty.message, "[LAUNCHER  ] program path of tick is empty");
+  EXPECT_NE(empty.process, getpid());
+  EXPECT_EQ(Await(kEndFormat, 1).at(0).message,
+            "[LAUNCHER  ] tick " + std::to_string(empty.process) +
+                " is killed. ret = " + std::to_string(empty.process) +
+                ", status = 0");
+  EXPECT_TRUE(system_calls::Execs().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Items, ChildProcEmptyPathTest,
+    testing::Values(R"({"name": "tick"})",
+                    R"({"name": "tick", "program": null})",
+                    R"({"name": "tick", "program": ""})",
+                    R"({"name": "tick", "program": "\u0000/bin/true"})"));
+
+// A program that cannot be executed.
+
+TEST_F(ChildProcTest, AFailedExecGrowsAChainByOneEveryFiftyMilliseconds) {
+  Start(Item(R"("program": "/nonexistent")"));
+  AwaitChild();
+  const auto starts = Await(kStartFormat, 5);
+  for (std::size_t i = 1; i < starts.size(); ++i) {
+    EXPECT_NE(starts[i].process, starts[i - 1].process);
+    EXPECT_GE(starts[i].time - starts[i - 1].time, kPause);
+  }
+  EXPECT_EQ(starts.at(0).process, getpid());
+  EXPECT_EQ(Records().size(), Records(kStartFormat).size())
+      << "nothing but starts is logged";
+}
+
+TEST_F(ChildProcTest, EachLinkOfTheChainWaitsForTheNext) {
+  Start(Item(R"("program": "/nonexistent")"));
+  AwaitChild();
+  const auto starts = Await(kStartFormat, 4);
+  // The third link is the second one's child: killing it is logged by the
+  // second, which starts another in its place.
+  kill(starts.at(2).process, SIGKILL);
+  const LogRecord end = Await(kEndFormat, 1).at(0);
+  EXPECT_EQ(end.process, starts.at(1).process);
+  EXPECT_NE(end.message.find(std::to_string(starts.at(2).process)),
+            std::string::npos);
+}
+
+TEST_F(ChildProcTest, TheChainsTailSurvivesItsHead) {
+  Start(Item(R"("program": "/nonexistent")"));
+  AwaitChild();
+  const auto starts = Await(kStartFormat, 4);
+  child_.reset();
+  const std::size_t now = Records(kStartFormat).size();
+  EXPECT_GE(Await(kStartFormat, now + 2).size(), now + 2);
+  EXPECT_EQ(::kill(starts.at(3).process, 0), 0);
+}
+
+#ifdef __GLIBC__
+
+TEST_F(ChildProcTest, AFailedExecFreesEveryArgument) {
+  constexpr std::size_t kBytes = 1'000'000;
+  constexpr std::size_t kRest = 200'000;
+  const std::string text(kBytes, 'x');
+  system_calls::StartRecordingExec("");
+  system_calls::OnExecv([] { return -1; });
+  // Logs before each fork what the process that forks has allocated.
+  system_calls::OnFork([] {
+    const auto info = mallinfo2();
+    __LOG__A(logger, LOGLEVEL_MESSAGE, "%zu bytes",
+             info.uordblks + info.hblkhd);
+    return system_calls::RealFork();
+  });
+  Start(Item(R"("program": "/x", "argc": 3, "args": {"0": ")" + text +
+             R"(", "1": ")" + text + R"(", "2": ")" + text + "\"}"));
+  AwaitChild();
+  const auto records = Await("%zu bytes", 4);
+  for (std::size_t i = 1; i < 4; ++i) {
+    EXPECT_NE(records[i].process, records[i - 1].process);
+    EXPECT_LT(std::stoul(records[i].message),
+              std::stoul(records[i - 1].message) + kRest);
+  }
+}
+
+#endif
+
+// Failures of the system.
+
+TEST_F(ChildProcTest, ThrowsWhenTheSystemRefusesAThread) {
+  system_calls::OnCreateThread([] { return EAGAIN; });
+  try {
+    Start(Item(kSleeper));
+    FAIL() << "no exception";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(std::string(error.what()).find("thread constructor failed"), 0U)
+        << error.what();
+    EXPECT_EQ(error.code(), std::errc::resource_unavailable_try_again);
+  }
+  EXPECT_TRUE(system_calls::Kills().empty());
+}
+
+TEST_F(ChildProcTest, AFailedForkEndsSupervisionForGood) {
+  std::atomic<int> forks = 0;
+  system_calls::OnFork([&] {
+    ++forks;
+    errno = EAGAIN;
+    return -1;
+  });
+  Start(Item(kSleeper));
+  const LogRecord failure = Await("[LAUNCHER  ] Failed to fork %s", 1).at(0);
+  EXPECT_EQ(failure.level, 8);
+  EXPECT_EQ(failure.message, "[LAUNCHER  ] Failed to fork tick");
+  std::this_thread::sleep_for(4 * kPause);
+  EXPECT_EQ(forks, 1);
+}
+
+TEST_F(ChildProcTest, DestroyingAfterAFailedForkSignalsEveryProcess) {
+  system_calls::OnFork([] { return -1; });
+  Start(Item(kSleeper));
+  Await("[LAUNCHER  ] Failed to fork %s", 1);
+  child_.reset();
+  EXPECT_EQ(system_calls::Kills(), (Kills{{-1, SIGKILL}}));
+}
+
+TEST_F(ChildProcTest, DestroyingBeforeTheFirstForkSignalsTheProcessGroup) {
+  HoldFork();
+  Start(Shell("exit 0"));
+  AwaitHeldFork();
+  std::thread destroyer([&] { child_.reset(); });
+  EXPECT_TRUE(Eventually([] { return !system_calls::Kills().empty(); }));
+  EXPECT_EQ(system_calls::Kills(), (Kills{{0, SIGKILL}}));
+  may_fork_ = true;
+  destroyer.join();
+}
+
+// Stopping.
+
+TEST_F(ChildProcTest, DestroyingKillsTheChildAndWaitsForThePause) {
+  Start(Item(kSleeper));
+  AwaitChild();
+  EXPECT_GE(Destroy(), kPause);
+  EXPECT_EQ(FirstStatus(), SIGKILL);
+  EXPECT_EQ(Records(kStartFormat).size(), 1U);
+  const std::string message = Records(kEndFormat).at(0).message;
+  const pid_t child = system_calls::Kills().at(0).first;
+  EXPECT_NE(message.find("tick " + std::to_string(child) + " "),
+            std::string::npos);
+  EXPECT_EQ(system_calls::Kills(), (Kills{{child, SIGKILL}}));
+}
+
+TEST_F(ChildProcTest, DestroyingMissesAChildThatIsForkedAtThatMoment) {
+  HoldFork();
+  const std::string mark = directory_.Path() / "mark";
+  Start(Shell("sleep 0.3; echo done > " + mark));
+  AwaitHeldFork();
+  std::thread destroyer([&] { child_.reset(); });
+  EXPECT_TRUE(Eventually([] { return !system_calls::Kills().empty(); }));
+  may_fork_ = true;
+  destroyer.join();
+  EXPECT_TRUE(std::filesystem::exists(mark)) << "the child ended by itself";
+  EXPECT_EQ(Records(kStartFormat).size(), 1U);
+  EXPECT_EQ(FirstStatus(), 0);
+}
+
+TEST_F(ChildProcTest, StopKillsTheChildWithoutWaiting) {
+  system_calls::OnWaitpid([](pid_t process, int* status, int options) {
+    const pid_t reaped = system_calls::RealWaitpid(process, status, options);
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    return reaped;
+  });
+  Start(Item(kSleeper));
+  AwaitChild();
+  child_->Stop();
+  EXPECT_TRUE(Records(kEndFormat).empty());
+  EXPECT_EQ(FirstStatus(), SIGKILL);
+  std::this_thread::sleep_for(2 * kPause);
+  EXPECT_EQ(Records(kStartFormat).size(), 1U);
+}
+
+TEST_F(ChildProcTest, DestroyingSignalsTheLastChildEvenWhenItIsGone) {
+  Start(Item(kSleeper));
+  AwaitChild();
+  child_->Stop();
+  Await(kEndFormat, 1);
+  const pid_t child = system_calls::Kills().at(0).first;
+  child_.reset();
+  EXPECT_EQ(system_calls::Kills(), (Kills{{child, SIGKILL}, {child, SIGKILL}}));
+}
+
+// A forked copy has none of the threads, and has unmapped the stacks of most:
+// there are more than the C library keeps for later.
+TEST_F(ChildProcTest, DestroyingInAForkedCopySignalsWithoutWaiting) {
+  constexpr int kMore = 20;
+  Start(Item(kSleeper));
+  std::vector<std::unique_ptr<ChildProc>> more;
+  for (int i = 0; i < kMore; ++i) {
+    more.push_back(std::make_unique<ChildProc>(
+        "owner", JsonObject(Item(kSleeper).c_str())));
+  }
+  EXPECT_TRUE(Eventually([] { return ThreadsInWait(getpid()) == 1 + kMore; }));
+  const pid_t copy = system_calls::RealFork();
+  if (copy == 0) {
+    child_.reset();
+    const bool killed = system_calls::Kills().size() == 1 &&
+                        system_calls::Kills()[0].second == SIGKILL &&
+                        system_calls::Kills()[0].first > 0;
+    more.clear();
+    _exit(killed && system_calls::Kills().size() == 1 + kMore ? 7 : 8);
+  }
+  int status = 0;
+  EXPECT_TRUE(Eventually([&] {
+    return system_calls::RealWaitpid(copy, &status, WNOHANG) == copy;
+  }));
+  EXPECT_EQ(WEXITSTATUS(status), 7);
+  EXPECT_EQ(FirstStatus(), SIGKILL) << "the copy's signal is sent for real";
+  // Stopped between its start and its fork, an item would outlive the test.
+  Await(kStartFormat, 2 * (1 + kMore));
+  EXPECT_TRUE(Eventually([] { return ThreadsInWait(getpid()) == 1 + kMore; }));
+}
+
+// What the copy sends then goes to its process group, also when an earlier
+// child of the launcher had an id.
+TEST_F(ChildProcTest, TheCopyKnowsZeroForItsChild) {
+  const pid_t launcher = getpid();
+  std::atomic<int> forks = 0;
+  system_calls::OnFork([&] {
+    ++forks;
+    return system_calls::RealFork();
+  });
+  system_calls::OnExecv([&]() -> int {
+    if (forks == 2) {
+      child_->Stop();
+      const auto kills = system_calls::Kills();
+      _exit(kills == Kills{{0, SIGKILL}} && getpid() != launcher ? 3 : 4);
+    }
+    _exit(0);
+  });
+  Start(Item(R"("program": "/bin/true")"));
+  const auto ends = Await(kEndFormat, 2);
+  EXPECT_TRUE(ends.at(1).message.ends_with("status = 768"))
+      << ends.at(1).message;
+}
+
+TEST_F(ChildProcTest, DestroyingOnItsOwnThreadEndsTheProcess) {
+  EXPECT_EQ(InCopy([this] {
+              system_calls::OnFork([this] {
+                Eventually([this] { return may_fork_.load(); });
+                child_.reset();
+                return -1;
+              });
+              Start(Item(kSleeper));
+              may_fork_ = true;
+              pause();
+              return 0;
+            }),
+            -SIGABRT);
+}
+
+TEST_F(ChildProcTest, ObjectsSuperviseIndependently) {
+  Start(Item(kSleeper));
+  ChildProc other("owner",
+                  JsonObject(R"({"name": "other", "program": "/bin/true"})"));
+  Await(kEndFormat, 3);
+  for (const LogRecord& end : Records(kEndFormat)) {
+    EXPECT_EQ(end.message.find("[LAUNCHER  ] other "), 0U) << end.message;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,274 @@
+// The launcher while its system calls fail: the first, the second, and so on
+// until its life completes without one failing.
+
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <thread>
+
+#include "tests/support/LauncherRun.h"
+#include "tests/support/Poll.h"
+#include "tests/support/Sandbox.h"
+#include "tests/support/Soak.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr int kNotStarted = 0;
+constexpr int kStopped = 1 << 8;
+
+std::string Content(const std::filesystem::path& path) {
+  std::ifstream file(path);
+  return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+class FaultRun {
+ public:
+  explicit FaultRun(const std::string& failing) {
+    run_.SetEnvironment("LD_PRELOAD", FAILING_CALLS);
+    run_.SetEnvironment("FAILING", failing);
+    run_.SetEnvironment("FAILED", run_.Root() / "failed");
+    run_.SetEnvironment("KILLS", run_.Root() / "kills");
+  }
+
+  // Runs two items for a while and stops the launcher; gives its wait status.
+  int RunItems() {
+    run_.StartItems(ItemsFile({Short("a"), Tick("b")}));
+    const pid_t process = run_.Process();
+    Eventually([&] {
+      return !run_.IsRunning() || IsBlockedIn(process, process, SYS_futex);
+    });
+    // For what does not begin with a wait: a failed fork, a restart.
+    std::this_thread::sleep_for(70ms);
+    return run_.Stop();
+  }
+
+  bool HasFailed() const {
+    return std::filesystem::exists(run_.Root() / "failed");
+  }
+  std::string Kills() const { return Content(run_.Root() / "kills"); }
+  LauncherRun& Launcher() { return run_; }
+
+ private:
+  // A child that is missed, as one forked during the stop is, ends by itself.
+  static std::string Short(const std::string& name) {
+    return R"({"name": ")" + name +
+           R"(", "program": "/bin/sleep", "argc": 1, "args": {"0": "2"}})";
+  }
+
+  LauncherRun run_;
+};
+
+class FaultTest : public testing::Test {
+ protected:
+  void SetUp() override { REQUIRE_SANDBOX(); }
+
+  // Runs the launcher with each `call` failing, from the first to the last that
+  // it makes, once and from there on; every `stride`th only. `expect` looks at
+  // the run and its wait status.
+  template <class Expect>
+  void FailEach(const std::string& call, int stride, Expect expect) {
+    for (const char* const mode : {"", "+"}) {
+      std::atomic<int> next = 1;
+      std::atomic<int> failed = 0;
+      std::atomic<bool> completed = false;
+      std::vector<std::thread> threads;
+      for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+          while (!completed) {
+            const int nth = next.fetch_add(stride);
+            const std::string failing = call + ":" + std::to_string(nth) + mode;
+            SCOPED_TRACE(failing);
+            FaultRun run(failing);
+            if (!library_.empty()) {
+              run.Launcher().UseLibrary(library_);
+            }
+            const int status = run.RunItems();
+            if (run.HasFailed()) {
+              ++failed;
+            } else {
+              completed = true;
+            }
+            // A child that had not forked: the launcher's group goes with it.
+            if (run.Kills().find("0") != std::string::npos) {
+              EXPECT_EQ(status, SIGKILL);
+              continue;
+            }
+            expect(run, nth, status);
+          }
+        });
+      }
+      for (std::thread& thread : threads) {
+        thread.join();
+      }
+      EXPECT_GT(failed, 0) << call << " is never made";
+      RecordProperty(call + "_failures" + (*mode == '+' ? "_onwards" : "_once"),
+                     failed);
+    }
+  }
+
+  // In place of the recording library, unless empty.
+  std::string library_;
+};
+
+void ExpectStopped(FaultRun&, int, int status) { EXPECT_EQ(status, kStopped); }
+
+TEST_F(FaultTest, AFailedForkEndsTheItemAndItsStopSignalsEveryProcess) {
+  FailEach("fork", 1, [](FaultRun& run, int, int status) {
+    EXPECT_EQ(status, kStopped);
+    const std::vector<std::string> messages = run.Launcher().Messages();
+    const auto failures =
+        std::ranges::count_if(messages, [](const std::string& message) {
+          return message.starts_with("[LAUNCHER  ] Failed to fork ");
+        });
+    std::string kills;
+    for (std::ptrdiff_t i = 0; i < failures; ++i) {
+      kills += "-1\n";
+    }
+    EXPECT_EQ(run.Kills(), kills);
+    EXPECT_EQ(failures > 0, run.HasFailed());
+  });
+}
+
+TEST_F(FaultTest, AFailedWaitIsLoggedAndTheItemGoesOn) {
+  FailEach("waitpid", 1, [](FaultRun& run, int, int status) {
+    EXPECT_EQ(status, kStopped);
+    const std::vector<std::string> messages = run.Launcher().Messages();
+    EXPECT_EQ(run.HasFailed(),
+              std::ranges::any_of(messages, [](const std::string& message) {
+                return message.ends_with("ret = -1, status = 0");
+              }));
+  });
+}
+
+TEST_F(FaultTest, ARefusedThreadEndsTheStart) {
+  FailEach("pthread_create", 1, [](FaultRun& run, int nth, int status) {
+    EXPECT_EQ(status, run.HasFailed() ? kNotStarted : kStopped);
+    const std::vector<std::string> messages = run.Launcher().Messages();
+    const bool reported =
+        !messages.empty() &&
+        std::ranges::find(messages,
+                          "[LAUNCHER  ] Error while parsing saved json "
+                          "string.") != messages.end();
+    // The first is the stop thread: the launcher ends before there is a log.
+    EXPECT_EQ(reported, run.HasFailed() && nth > 1);
+  });
+}
+
+TEST_F(FaultTest, ARefusedPipeEndsTheStart) {
+  FailEach("pipe", 1, [](FaultRun& run, int, int status) {
+    EXPECT_EQ(status, run.HasFailed() ? kNotStarted : kStopped);
+    EXPECT_EQ(run.Launcher().Records().empty(), run.HasFailed());
+  });
+}
+
+TEST_F(FaultTest, ALibraryThatCannotBeLoadedIsDoneWithout) {
+  FailEach("dlopen", 1, [](FaultRun& run, int, int status) {
+    EXPECT_EQ(status, kStopped);
+    EXPECT_EQ(run.Launcher().Records().empty(), run.HasFailed());
+  });
+}
+
+// The items file is one of the files; the others have defaults.
+TEST_F(FaultTest, AFileThatCannotBeOpenedIsMissing) {
+  FailEach("fopen", 1, [](FaultRun& run, int nth, int status) {
+    EXPECT_EQ(status, run.HasFailed() && nth == 1 ? kNotStarted : kStopped);
+  });
+}
+
+TEST_F(FaultTest, APathThatCannotBeResolvedIsUsedAsItIs) {
+  FailEach("realpath", 1, [](FaultRun& run, int nth, int status) {
+    ExpectStopped(run, nth, status);
+    EXPECT_FALSE(run.Launcher().Records().empty());
+  });
+}
+
+TEST_F(FaultTest, ALogThatCannotBeOpenedOrWrittenIsDoneWithout) {
+  library_ = LOGGER_LIBRARY;
+  FailEach("open", 1, ExpectStopped);
+  FailEach("write", 1, ExpectStopped);
+}
+
+// Where memory is refused decides what ends: nothing, the start or, outside the
+// reading of the items, the process.
+TEST_F(FaultTest, RefusedMemoryEndsTheLauncherInOrderOrByAbort) {
+  FailEach("malloc", SoakOr(1, 12), [](FaultRun&, int, int status) {
+    EXPECT_TRUE(status == kNotStarted || status == kStopped ||
+                WTERMSIG(status) == SIGABRT)
+        << status;
+  });
+}
+
+// The real thing. In a PID namespace below the test's, -1 reaches the items and
+// a bystander, and neither the launcher, which sends it, nor the namespace's
+// first process.
+TEST_F(FaultTest, StoppingAfterAFailedForkKillsEveryProcessForReal) {
+  FaultRun run("fork:2+");
+  run.Launcher().SetEnvironment("KILLS", "");
+  const std::string report = run.Launcher().Root() / "report";
+  run.Launcher().StartItems(ItemsFile({Tick("a")}), [&] {
+    unshare(CLONE_NEWPID);
+    const pid_t init = fork();
+    if (init != 0) {
+      waitpid(init, nullptr, 0);
+      _exit(0);
+    }
+    const pid_t bystander = fork();
+    if (bystander == 0) {
+      setsid();
+      pause();
+    }
+    const pid_t launcher = fork();
+    if (launcher == 0) {
+      return;
+    }
+    std::this_thread::sleep_for(100ms);
+    int status[2] = {-1, -1};
+    while (waitpid(launcher, &status[0], WNOHANG) == 0) {
+      kill(launcher, SIGTERM);
+      std::this_thread::sleep_for(100ms);
+    }
+    waitpid(bystander, &status[1], WNOHANG);
+    std::ofstream(report) << status[0] << " " << status[1];
+    _exit(0);
+  });
+  run.Launcher().Wait();
+  EXPECT_EQ(Content(report), std::to_string(kStopped) + " 9");
+}
+
+TEST_F(FaultTest, StoppingBeforeTheFirstForkKillsTheGroupForReal) {
+  FaultRun run("fork:hold");
+  run.Launcher().StartItems(ItemsFile({Tick("a")}));
+  const pid_t process = run.Launcher().Process();
+  EXPECT_TRUE(Eventually([&] {
+    const std::vector<pid_t> threads = ThreadsOf(process);
+    return std::ranges::any_of(threads, [&](pid_t thread) {
+      return IsBlockedIn(process, thread, SYS_pause);
+    });
+  }));
+  run.Launcher().Signal(SIGTERM);
+  EXPECT_EQ(run.Launcher().Wait(), SIGKILL);
+  EXPECT_EQ(run.Kills(), "0\n");
+}
+
+// The signal ends the copy alone: the launcher sees a child that died of it.
+TEST_F(FaultTest, ASigtermToACopyBeforeExecvSparesTheLauncher) {
+  FaultRun run("execv:term");
+  run.Launcher().StartItems(ItemsFile({Sleeper("a")}));
+  run.Launcher().Await("status = 15");
+  run.Launcher().AwaitReady(1);
+  EXPECT_TRUE(run.Launcher().IsRunning());
+  EXPECT_EQ(run.Launcher().Stop(), kStopped);
+}
+
+}  // namespace

@@ -1,0 +1,178 @@
+// Forking while other threads hold whatever locks they like, and the list of
+// what the copy may call before execv.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <regex>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "environment/Logging.h"
+#include "launcher/ChildProc.h"
+#include "tests/support/Poll.h"
+#include "tests/support/RecordingLog.h"
+#include "tests/support/Sandbox.h"
+#include "tests/support/Soak.h"
+#include "tests/support/TempDir.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr const char* kStartFormat = "[LAUNCHER  ] Start to fork %s";
+constexpr const char* kEndFormat =
+    "[LAUNCHER  ] %s %d is killed. ret = %d, status = %d";
+
+// Logs, parses and allocates until it is destroyed.
+class Noise {
+ public:
+  Noise() {
+    for (int i = 0; i < 4; ++i) {
+      threads_.emplace_back([this] { Make(); });
+    }
+  }
+  ~Noise() {
+    ended_ = true;
+    for (std::thread& thread : threads_) {
+      thread.join();
+    }
+  }
+
+ private:
+  void Make() const {
+    while (!ended_) {
+      __LOG__A(logger, LOGLEVEL_ERROR, "noise");
+      JsonObject item(R"({"name": "noise", "args": {"0": "a", "1": [1, 2]}})");
+      for (std::size_t size = 16; size < 1 << 20; size *= 2) {
+        const std::vector<char> block(size);
+      }
+      std::this_thread::sleep_for(1ms);
+    }
+  }
+
+  std::atomic<bool> ended_ = false;
+  std::vector<std::thread> threads_;
+};
+
+// The time from each start that is logged in `file` to its child's end.
+std::vector<std::chrono::nanoseconds> Lifetimes(const std::string& file) {
+  std::vector<std::chrono::nanoseconds> lifetimes;
+  std::map<std::string, std::chrono::nanoseconds> starts;
+  for (const LogRecord& record : RecordingLog::Read(file)) {
+    std::array<char, 64> name;
+    if (record.format == kStartFormat &&
+        std::sscanf(record.message.c_str(), "[LAUNCHER  ] Start to fork %63s",
+                    name.data()) == 1) {
+      starts[name.data()] = record.time;
+    } else if (record.format == kEndFormat &&
+               std::sscanf(record.message.c_str(), "[LAUNCHER  ] %63s",
+                           name.data()) == 1) {
+      // The last child may have been killed by the stop.
+      EXPECT_TRUE(record.message.ends_with("status = 0") ||
+                  record.message.ends_with("status = 9"))
+          << record.message;
+      lifetimes.push_back(record.time - starts[name.data()]);
+    }
+  }
+  return lifetimes;
+}
+
+TEST(ForkDiscipline, NoForkHangsWhileOthersLogParseAndAllocate) {
+  REQUIRE_SANDBOX();
+  const std::size_t forks = SoakOr<std::size_t>(10000, 500);
+  const TempDir directory;
+  const std::string file = directory.Path() / "log";
+  RecordingLog log(file);
+  logger = &log;
+  {
+    const Noise noise;
+    std::vector<std::unique_ptr<ChildProc>> children;
+    for (int i = 0; i < 20; ++i) {
+      const std::string item = R"({"name": "item)" + std::to_string(i) +
+                               R"(", "program": "/bin/true", "argc": 3,
+                                   "args": {"0": "a", "2": "c"}})";
+      children.push_back(
+          std::make_unique<ChildProc>("owner", JsonObject(item.c_str())));
+    }
+    // Progress within `Eventually`'s patience, again and again.
+    for (std::size_t seen = 0; seen < forks;) {
+      std::size_t now = seen;
+      ASSERT_TRUE(Eventually([&] {
+        std::this_thread::sleep_for(200ms);
+        now = Lifetimes(file).size();
+        return now > seen;
+      })) << "hangs after "
+          << seen << " forks";
+      seen = now;
+    }
+  }
+  logger = nullptr;
+  const auto lifetimes = Lifetimes(file);
+  const auto late = std::ranges::count_if(
+      lifetimes, [](std::chrono::nanoseconds time) { return time > 1s; });
+  const auto longest = std::ranges::max(lifetimes);
+  RecordProperty("forks", static_cast<int>(lifetimes.size()));
+  RecordProperty("longest_ms", static_cast<int>(longest / 1ms));
+  // A machine that others load may hold up a few; a lock would hold up for
+  // ever.
+  EXPECT_LE(late, std::ssize(lifetimes) / 100);
+}
+
+// Without "(...)" and "[abi:...]".
+std::string PlainName(const std::string& symbol) {
+  return symbol.substr(0, symbol.find_first_of("(["));
+}
+
+// The functions that `function` (a prefix, as demangled) of the forked side's
+// objects calls, by their relocations.
+std::set<std::string> CalleesOf(const std::string& function) {
+  const std::unique_ptr<std::FILE, decltype(&pclose)> listing(
+      popen("objdump -drC " FORKED_SIDE_OBJECTS, "r"), pclose);
+  const std::regex call("R_[A-Z0-9_]+(PLT32|CALL26|JUMP26)\\s+(.+?)[-+]0x");
+  std::set<std::string> callees;
+  std::array<char, 4096> buffer;
+  bool inside = false;
+  while (std::fgets(buffer.data(), buffer.size(), listing.get()) != nullptr) {
+    const std::string line = buffer.data();
+    if (const auto name = line.find(" <"); line.find(">:\n") != line.npos) {
+      inside = line.compare(name + 2, function.size(), function) == 0;
+    }
+    std::smatch match;
+    if (inside && std::regex_search(line, match, call)) {
+      callees.insert(PlainName(match[2]));
+    }
+  }
+  // How every function passes an exception on.
+  callees.erase("_Unwind_Resume");
+  return callees;
+}
+
+TEST(ForkedSide, CallsWhatIsListedAboveItAndNothingElse) {
+  EXPECT_EQ(CalleesOf("ChildProc::Execute("),
+            (std::set<std::string>{"ItemArgument", "ItemVectorLength", "execv",
+                                   "free", "operator delete", "strdup"}));
+}
+
+TEST(ForkedSide, ReadsTheItemFromMemoryAlone) {
+  for (const char* const function : {"ItemVectorLength(", "ItemArgument["}) {
+    const std::set<std::string> callees = CalleesOf(function);
+    EXPECT_FALSE(callees.empty()) << function;
+    for (const std::string& callee : callees) {
+      EXPECT_TRUE(std::regex_match(
+          callee, std::regex("JsonObject::.*|Json::Value::~Value|std::__cxx11::"
+                             "basic_string.*|std::__throw_.*|operator new|"
+                             "operator delete|memset|memcpy|memmove")))
+          << function << " calls " << callee;
+    }
+  }
+}
+
+}  // namespace

@@ -1,0 +1,548 @@
+// The steps of the launcher's start-up, called one by one. main.cpp is compiled
+// into this program with its `main` renamed.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <thread>
+
+#include "environment/Logging.h"
+#include "launcher/StopThread.h"
+#include "launcher/main.h"
+#include "tests/support/ForkedCopy.h"
+#include "tests/support/LauncherRun.h"
+#include "tests/support/Poll.h"
+#include "tests/support/RecordingLog.h"
+#include "tests/support/Sandbox.h"
+#include "tests/support/SystemCalls.h"
+#include "tests/support/SystemLog.h"
+#include "tests/support/TempDir.h"
+
+int launcher_main(int argc, char** argv);
+
+namespace {
+
+// Called before every allocation of this program.
+std::atomic<void (*)(std::size_t bytes)> g_on_allocation = nullptr;
+
+}  // namespace
+
+void* operator new(std::size_t bytes) {
+  if (void (*const on_allocation)(std::size_t) = g_on_allocation) {
+    on_allocation(bytes);
+  }
+  void* const memory = std::malloc(bytes);
+  if (memory == nullptr) {
+    throw std::bad_alloc();
+  }
+  return memory;
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+
+namespace {
+
+constexpr std::chrono::milliseconds kPause{50};
+
+class LoggedTest : public testing::Test {
+ protected:
+  void SetUp() override { logger = &log_; }
+  void TearDown() override { logger = nullptr; }
+
+  // What is logged, as level and message.
+  using Lines = std::vector<std::pair<int, std::string>>;
+  Lines Logged() const {
+    Lines lines;
+    for (const LogRecord& record : RecordingLog::Read(log_file_)) {
+      lines.emplace_back(record.level, record.message);
+    }
+    return lines;
+  }
+
+  TempDir directory_;
+  std::string log_file_ = directory_.Path() / "log";
+  RecordingLog log_{log_file_};
+};
+
+using ReadDataTest = LoggedTest;
+
+TEST_F(ReadDataTest, ReadsFilesOfAnySizeWhole) {
+  for (const std::size_t size :
+       {1U, 2U, 127U, 128U, 129U, 255U, 256U, 257U, 1000000U}) {
+    std::string content;
+    for (std::size_t i = 0; i < size; ++i) {
+      content += static_cast<char>(1 + i % 255);
+    }
+    std::string data;
+    EXPECT_TRUE(ReadData(directory_.Write("items", content), data));
+    EXPECT_EQ(data, content) << size;
+  }
+  EXPECT_TRUE(Logged().empty());
+}
+
+TEST_F(ReadDataTest, ReplacesWhatWasThere) {
+  std::string data = "something longer than the file";
+  EXPECT_TRUE(ReadData(directory_.Write("items", "new"), data));
+  EXPECT_EQ(data, "new");
+}
+
+TEST_F(ReadDataTest, EndsTheTextAtTheFirstNul) {
+  std::string data;
+  const std::string_view content("before\0after\0", 13);
+  EXPECT_TRUE(ReadData(directory_.Write("items", content), data));
+  EXPECT_EQ(data, "before");
+}
+
+TEST_F(ReadDataTest, AFileThatBeginsWithNulIsAnEmptyText) {
+  std::string data = "old";
+  const std::string_view content("\0{}", 3);
+  EXPECT_TRUE(ReadData(directory_.Write("items", content), data));
+  EXPECT_EQ(data, "");
+}
+
+TEST_F(ReadDataTest, FailsOnAMissingFileAndLeavesTheDataAlone) {
+  std::string data = "old";
+  EXPECT_FALSE(ReadData("/nonexistent/items", data));
+  EXPECT_EQ(data, "old");
+  EXPECT_EQ(
+      Logged(),
+      (Lines{{8, "[LAUNCHER  ] Failed to open file /nonexistent/items"}}));
+}
+
+TEST_F(ReadDataTest, FailsOnAnEmptyFileAndLeavesTheDataAlone) {
+  const std::string file = directory_.Write("items", "");
+  std::string data = "old";
+  EXPECT_FALSE(ReadData(file, data));
+  EXPECT_EQ(data, "old");
+  EXPECT_EQ(Logged(),
+            (Lines{{8, "[LAUNCHER  ] Size of read " + file + " is 0"}}));
+}
+
+TEST_F(ReadDataTest, ClosesTheFile) {
+  const std::string file = directory_.Write("items", "{}");
+  const std::string empty = directory_.Write("empty", "");
+  const int before = dup(STDERR_FILENO);
+  close(before);
+  std::string data;
+  ReadData(file, data);
+  ReadData(empty, data);
+  const int after = dup(STDERR_FILENO);
+  close(after);
+  EXPECT_EQ(after, before);
+}
+
+TEST_F(ReadDataTest, SpinsOnADirectory) {
+  EXPECT_EQ(InCopy([this] {
+              const rlimit one_second{1, RLIM_INFINITY};
+              setrlimit(RLIMIT_CPU, &one_second);
+              std::string data;
+              ReadData(directory_.Path(), data);
+              return 0;
+            }),
+            -SIGXCPU)
+      << "it neither returns nor waits";
+}
+
+TEST(InitDaemon, ClosesTheStandardDescriptorsAndLeavesThemClosed) {
+  EXPECT_EQ(InCopy([] {
+              InitDaemon();
+              for (const int descriptor : {0, 1, 2}) {
+                if (fcntl(descriptor, F_GETFD) != -1 || errno != EBADF) {
+                  return 1;
+                }
+              }
+              return 0;
+            }),
+            0);
+}
+
+TEST(InitDaemon, OwnsNoDescriptorThatAChildWouldInherit) {
+  EXPECT_EQ(InCopy([] {
+              constexpr int kHighest = 1024;
+              for (int i = 3; i < kHighest; ++i) {
+                close(i);
+              }
+              InitDaemon();
+              for (int i = 0; i < kHighest; ++i) {
+                const int flags = fcntl(i, F_GETFD);
+                if (flags != -1 && (flags & FD_CLOEXEC) == 0) {
+                  return i + 1;
+                }
+              }
+              return 0;
+            }),
+            0);
+}
+
+#ifdef __linux__
+
+TEST(InitDaemon, LimitsTheStacksOfTheThreadsToCome) {
+  EXPECT_EQ(InCopy([] {
+              InitDaemon();
+              pthread_attr_t attributes;
+              pthread_getattr_default_np(&attributes);
+              std::size_t size = 0;
+              pthread_attr_getstacksize(&attributes, &size);
+              return size == std::size_t{512} * 1024 ? 0 : 1;
+            }),
+            0);
+}
+
+#endif
+
+TEST(InitDaemon, InstallsTheHandlerForSigtermOnly) {
+  EXPECT_EQ(InCopy([] {
+              InitDaemon();
+              struct sigaction action;
+              sigaction(SIGTERM, nullptr, &action);
+              const bool installed = action.sa_handler == sigterm_handler &&
+                                     (action.sa_flags & SA_RESTART) != 0;
+              for (const int other : {SIGINT, SIGHUP, SIGCHLD, SIGPIPE}) {
+                sigaction(other, nullptr, &action);
+                if (action.sa_handler == sigterm_handler) {
+                  return other;
+                }
+              }
+              return installed ? 0 : 1;
+            }),
+            0);
+}
+
+// Waits as `main` does, from before `trigger` runs; whether it was woken.
+template <class Trigger>
+bool IsWokenBy(Trigger trigger) {
+  std::atomic<bool> waiting = false;
+  std::atomic<bool> woken = false;
+  std::thread waiter([&] {
+    std::unique_lock lock(g_process_mutex);
+    waiting = true;
+    g_process_condition.wait(lock);
+    woken = true;
+  });
+  waiter.detach();
+  Eventually([&] { return waiting.load(); });
+  { const std::lock_guard waits(g_process_mutex); }
+  trigger();
+  constexpr std::chrono::milliseconds kLongEnough{300};
+  const auto deadline = std::chrono::steady_clock::now() + kLongEnough;
+  Eventually(
+      [&] { return woken || std::chrono::steady_clock::now() > deadline; });
+  return woken;
+}
+
+using SigtermTest = LoggedTest;
+
+TEST_F(SigtermTest, EmptiesTheMapAndThenWakesTheWaitEveryTime) {
+  REQUIRE_SANDBOX();
+  EXPECT_EQ(InCopy([this] {
+              InitDaemon();
+              g_child_map["sleeper"] = std::make_shared<ChildProc>(
+                  "owner", JsonObject(R"({"name": "sleeper", "argc": 1,
+                      "program": "/bin/sleep", "args": {"0": "1000"}})"));
+              Eventually([] { return ThreadsInWait(getpid()) == 1; });
+              if (!IsWokenBy([] { raise(SIGTERM); })) return 1;
+              if (!g_child_map.empty()) return 2;
+              // The child has ended, and so has the pause behind that.
+              const auto now = std::chrono::steady_clock::now();
+              const LogRecord end = RecordingLog::Read(log_file_).back();
+              if (now.time_since_epoch() - end.time < kPause) return 3;
+              if (!IsWokenBy([] { raise(SIGTERM); })) return 4;
+              return 0;
+            }),
+            0);
+}
+
+// The supervision threads fork under the lock that guards the map, so nothing
+// may wait for one of them under it.
+TEST_F(SigtermTest, StopsAnItemThatIsAboutToFork) {
+  REQUIRE_SANDBOX();
+  EXPECT_EQ(InCopy([] {
+              static std::atomic<bool> at_fork = false;
+              static std::atomic<bool> may_fork = false;
+              system_calls::OnFork([] {
+                at_fork = true;
+                Eventually([] { return may_fork.load(); });
+                return system_calls::RealFork();
+              });
+              InitDaemon();
+              g_child_map["true"] = std::make_shared<ChildProc>(
+                  "owner",
+                  JsonObject(R"({"name": "true", "program": "/bin/true"})"));
+              Eventually([] { return at_fork.load(); });
+              raise(SIGTERM);
+              Eventually([] { return !system_calls::Kills().empty(); });
+              may_fork = true;
+              EndStopThread();
+              return g_child_map.empty() ? 0 : 1;
+            }),
+            0);
+}
+
+TEST(SigtermHandler, DoesNothingForOtherSignals) {
+  EXPECT_EQ(InCopy([] {
+              InitDaemon();
+              return IsWokenBy([] { sigterm_handler(SIGINT); }) ? 1 : 0;
+            }),
+            0);
+}
+
+TEST(SigtermHandler, KeepsErrno) {
+  EXPECT_EQ(InCopy([] {
+              InitDaemon();
+              // Without its pipe the handler's write fails.
+              constexpr int kHighest = 1024;
+              for (int i = 3; i < kHighest; ++i) {
+                close(i);
+              }
+              errno = EDOM;
+              sigterm_handler(SIGTERM);
+              return errno == EDOM ? 0 : 1;
+            }),
+            0);
+}
+
+TEST(SigtermHandler, EndsAForkedCopyAsByDefaultAndSparesTheLauncher) {
+  EXPECT_EQ(InCopy([] {
+              InitDaemon();
+              bool copy_ended = false;
+              const bool woken = IsWokenBy([&] {
+                copy_ended = InCopy([] {
+                               raise(SIGTERM);
+                               return 0;
+                             }) == -SIGTERM;
+              });
+              if (!copy_ended) return 1;
+              return woken ? 2 : 0;
+            }),
+            0);
+}
+
+// A condition variable that remembers a waiter is not destroyed before that
+// waiter has gone, and the copy has no such thread.
+TEST(Globals, AreDestroyedInAForkedCopyThoughMainWaits) {
+  EXPECT_EQ(
+      InCopy([] {
+        InitDaemon();
+        int status = -1;
+        IsWokenBy([&] { status = InCopy([]() -> int { std::exit(7); }); });
+        return status == 7 ? 0 : 1;
+      }),
+      0);
+}
+
+TEST(Globals, AreWhatTheirUsersRelyOn) {
+  EXPECT_TRUE(g_child_map.empty());
+  EXPECT_EQ(g_child_map.max_load_factor(), 1.0F);
+}
+
+// The launcher's `main`, with a logger that is there from the start and without
+// a logger library.
+
+class MainTest : public LoggedTest {
+ protected:
+  void SetUp() override {
+    REQUIRE_SANDBOX();
+    LoggedTest::SetUp();
+    system_log_ = std::make_unique<SystemLog>();
+  }
+
+  static int Main(std::string items_file) {
+    std::string program = "launcher";
+    std::string owner = "alpha";
+    std::array<char*, 4> arguments{program.data(), owner.data(),
+                                   items_file.data(), nullptr};
+    return launcher_main(3, arguments.data());
+  }
+
+  std::string WriteItems(const std::string& items) const {
+    return directory_.Write("items", items);
+  }
+
+  std::unique_ptr<SystemLog> system_log_;
+};
+
+TEST_F(MainTest, LogsWhatItReadsBeforeItReads) {
+  EXPECT_EQ(InCopy([] { return Main("/nonexistent/items"); }), 0);
+  EXPECT_EQ(
+      Logged(),
+      (Lines{{8, "[LAUNCHER  ] Read data from /nonexistent/items"},
+             {8, "[LAUNCHER  ] Failed to open file /nonexistent/items"},
+             {8, "[LAUNCHER  ] Failed to read data from /nonexistent/items"}}));
+}
+
+TEST_F(MainTest, LogsThatAnEmptyFileCannotBeRead) {
+  const std::string file = WriteItems("");
+  EXPECT_EQ(InCopy([&] { return Main(file); }), 0);
+  EXPECT_EQ(Logged(),
+            (Lines{{8, "[LAUNCHER  ] Read data from " + file},
+                   {8, "[LAUNCHER  ] Size of read " + file + " is 0"},
+                   {8, "[LAUNCHER  ] Failed to read data from " + file}}));
+}
+
+TEST_F(MainTest, AnyWakeUpEndsItsWait) {
+  const std::string file = WriteItems("{}");
+  EXPECT_EQ(InCopy([&] {
+              std::thread([] {
+                for (;;) {
+                  g_process_condition.notify_all();
+                  std::this_thread::sleep_for(std::chrono::milliseconds(2));
+                }
+              }).detach();
+              return Main(file);
+            }),
+            1);
+}
+
+TEST_F(MainTest, EndsWhenTheSystemRefusesASupervisionThread) {
+  const std::string file =
+      WriteItems(R"({"0": {"name": "a", "program": "/bin/true"}})");
+  EXPECT_EQ(InCopy([&] {
+              // The first thread is the one for SIGTERM.
+              system_calls::OnCreateThread(
+                  [made = 0]() mutable { return made++ == 0 ? 0 : EAGAIN; });
+              return Main(file);
+            }),
+            0);
+  EXPECT_EQ(Logged().back(),
+            std::pair(8, std::string("[LAUNCHER  ] Error while parsing saved "
+                                     "json string.")));
+}
+
+TEST_F(MainTest, DoesNotStartWithoutAThreadForSigterm) {
+  const std::string file = WriteItems("{}");
+  EXPECT_EQ(InCopy([&] {
+              system_calls::OnCreateThread([] { return EAGAIN; });
+              return Main(file);
+            }),
+            0);
+  EXPECT_TRUE(Logged().empty());
+  const std::vector<std::string> events = system_log_->Lines();
+  ASSERT_EQ(events.size(), 1U);
+  EXPECT_TRUE(
+      events[0].ends_with(": Tamrel Launcher : no pipe or thread for SIGTERM."))
+      << events[0];
+}
+
+// The earlier of the two is stopped while it is about to fork: its process
+// group is signalled, and nothing waits for it under the lock that it forks
+// under.
+TEST_F(MainTest, ReplacesAnItemThatIsAboutToFork) {
+  const std::string file = WriteItems(
+      R"({"0": {"name": "twin", "program": "/bin/true"},
+          "1": {"name": "twin", "argc": 1, "program": "/bin/sleep",
+                "args": {"0": "1000"}}})");
+  EXPECT_EQ(
+      InCopy([&] {
+        static std::atomic<int> forks = 0;
+        system_calls::OnFork([] {
+          if (forks++ == 0) {
+            Eventually([] { return !system_calls::Kills().empty(); });
+          }
+          return system_calls::RealFork();
+        });
+        const auto has_ended = [](const std::pair<int, std::string>& line) {
+          return line.second.find(" is killed.") != std::string::npos;
+        };
+        std::thread([&] {
+          Eventually([&] {
+            return forks == 2 && std::ranges::any_of(Logged(), has_ended) &&
+                   ThreadsInWait(getpid()) == 1;
+          });
+          for (;;) {
+            raise(SIGTERM);
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+          }
+        }).detach();
+        // The third thread is the later twin's.
+        system_calls::OnCreateThread([made = 0]() mutable {
+          if (++made == 3) {
+            Eventually([] { return forks == 1; });
+          }
+          return 0;
+        });
+        if (Main(file) != 1) return 1;
+        const auto kills = system_calls::Kills();
+        if (kills.size() != 2 || kills[0] != std::pair(0, SIGKILL)) {
+          return 2;
+        }
+        return kills[1].first > 0 && g_child_map.empty() ? 0 : 3;
+      }),
+      0);
+}
+
+TEST_F(MainTest, SigtermsWhileItLoadsRaceOverOrderOnly) {
+  constexpr int kItems = 2000;
+  std::string items = "{";
+  for (int i = 0; i < kItems; ++i) {
+    const std::string number = std::to_string(i);
+    items += (i == 0 ? "\"" : ", \"") + number + R"(": {"name": "item)" +
+             number + "\"}";
+  }
+  const std::string file = WriteItems(items + "}");
+  EXPECT_EQ(InCopy([&] {
+              // What has failed to fork is stopped at once.
+              static std::atomic<bool> loads = false;
+              system_calls::OnFork([] {
+                loads = true;
+                return -1;
+              });
+              std::thread([] {
+                Eventually([] { return loads.load(); });
+                for (;;) {
+                  raise(SIGTERM);
+                }
+              }).detach();
+              return Main(file);
+            }),
+            1);
+}
+
+// A copy that was made then would inherit a map in the middle of a change.
+TEST_F(MainTest, NoItemForksWhileAnotherIsInserted) {
+  static constexpr std::size_t kNameBytes = 5000;
+  const std::string file =
+      WriteItems(R"({"0": {"name": ")" + std::string(kNameBytes, 'x') + "\"}}");
+  EXPECT_EQ(InCopy([&] {
+              static std::atomic<bool> has_thread = false;
+              static std::atomic<bool> inserts = false;
+              static std::atomic<bool> has_forked = false;
+              static const std::thread::id main_thread =
+                  std::this_thread::get_id();
+              system_calls::OnCreateThread([made = 0]() mutable {
+                has_thread = ++made == 2;
+                return 0;
+              });
+              system_calls::OnFork([] {
+                Eventually([] { return inserts.load(); });
+                const pid_t child = system_calls::RealFork();
+                has_forked = true;
+                return child;
+              });
+              // Once the item's thread is there, `main` makes one more copy of
+              // the item's name: the key in the map.
+              g_on_allocation = [](std::size_t bytes) {
+                if (bytes > kNameBytes && has_thread &&
+                    std::this_thread::get_id() == main_thread) {
+                  inserts = true;
+                  std::this_thread::sleep_for(2 * kPause);
+                  _exit(has_forked ? 1 : 0);
+                }
+              };
+              Main(file);
+              return 2;
+            }),
+            0);
+}
+
+}  // namespace

@@ -1,0 +1,241 @@
+// SIGTERM at every phase of a launcher's life, alone and by the thousand.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <map>
+#include <random>
+#include <set>
+#include <thread>
+
+#include "tests/support/LauncherRun.h"
+#include "tests/support/Poll.h"
+#include "tests/support/Sandbox.h"
+#include "tests/support/Soak.h"
+
+namespace {
+
+using Random = std::mt19937;
+using std::chrono::microseconds;
+
+int Pick(Random& random, int below) {
+  return static_cast<int>(random() % static_cast<unsigned>(below));
+}
+
+// Sends one, two or a thousand SIGTERMs to the launcher or to its single
+// threads, with other signals between them. It runs afterwards.
+void Storm(const LauncherRun& run, Random& random) {
+  const int count = std::array{1, 2, 1000}[random() % 3];
+  const bool mixed = random() % 2 == 0;
+  const bool to_threads = random() % 2 == 0;
+  const std::vector<pid_t> threads = ThreadsOf(run.Process());
+  for (int i = 0; i < count; ++i) {
+    if (mixed && random() % 4 == 0) {
+      run.Signal(std::array{SIGCHLD, SIGCONT, SIGSTOP}[random() % 3]);
+    }
+    if (to_threads && !threads.empty()) {
+      syscall(SYS_tgkill, run.Process(), threads[random() % threads.size()],
+              SIGTERM);
+    } else {
+      run.Signal(SIGTERM);
+    }
+  }
+  run.Signal(SIGCONT);
+}
+
+void ExpectStopped(int status) {
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status;
+}
+
+// Every child that was started has ended once, and its supervisor has seen it.
+// The item's record alternates, so that no item had two at a time.
+void ExpectNoChildLostOrDouble(const LauncherRun& run) {
+  std::map<std::string, int> alive;
+  std::set<int> ended;
+  for (const LogRecord& record : run.Records()) {
+    std::array<char, 64> name;
+    int child = 0;
+    int ret = 0;
+    int status = 0;
+    if (std::sscanf(record.message.c_str(), "[LAUNCHER  ] Start to fork %63s",
+                    name.data()) == 1) {
+      EXPECT_EQ(++alive[name.data()], 1) << record.message;
+    } else if (std::sscanf(record.message.c_str(),
+                           "[LAUNCHER  ] %63s %d is killed. ret = %d, status "
+                           "= %d",
+                           name.data(), &child, &ret, &status) == 4) {
+      EXPECT_EQ(--alive[name.data()], 0) << record.message;
+      EXPECT_TRUE(ended.insert(child).second) << record.message;
+      EXPECT_EQ(ret, child) << record.message;
+      EXPECT_TRUE(status == 0 || status == SIGKILL) << record.message;
+    }
+  }
+  for (const auto& [name, count] : alive) {
+    EXPECT_EQ(count, 0) << name;
+  }
+  EXPECT_TRUE(SessionOf(run.Process()).empty());
+}
+
+// Runs `round` with the numbers 0 to `count` - 1, several at a time: most of a
+// round is waiting.
+template <class Round>
+void Rounds(int count, Round round) {
+  constexpr int kAtATime = 8;
+  std::atomic<int> next = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kAtATime; ++i) {
+    threads.emplace_back([&] {
+      for (int number; (number = next++) < count;) {
+        SCOPED_TRACE("round " + std::to_string(number));
+        Random random(static_cast<unsigned>(number));
+        LauncherRun run;
+        run.Directory().Write("home/Library/Application Support/Demo/log.ini",
+                              "[LOG]\nLEVEL=DEBUG\n");
+        round(run, random);
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+}
+
+class SignalStormTest : public testing::Test {
+ protected:
+  void SetUp() override { REQUIRE_SANDBOX(); }
+
+  // Starts a launcher that reads its items from a FIFO. Gives the FIFO's other
+  // end; the launcher has its handler by then.
+  static int StartOnFifo(LauncherRun& run) {
+    const std::string fifo = run.Root() / "fifo";
+    EXPECT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    run.Start({"alpha", fifo});
+    return open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
+  }
+
+  static void Feed(int fifo, const std::string& items) {
+    EXPECT_EQ(write(fifo, items.data(), items.size()),
+              static_cast<ssize_t>(items.size()));
+    close(fifo);
+  }
+
+  // Waits until `main` and the stop thread read: no SIGTERM is on its way. Seen
+  // twice, since the two are not looked at at once.
+  static void AwaitHandled(const LauncherRun& run) {
+    const pid_t process = run.Process();
+    int seen = 0;
+    EXPECT_TRUE(Eventually([&] {
+      const std::vector<pid_t> threads = ThreadsOf(process);
+      const bool all = std::ranges::all_of(threads, [&](pid_t thread) {
+        return IsBlockedIn(process, thread, SYS_read);
+      });
+      seen = all && threads.size() == 2 ? seen + 1 : 0;
+      return seen == 2;
+    }));
+  }
+};
+
+TEST_F(SignalStormTest, BeforeTheWaitIsNotRemembered) {
+  Rounds(SoakOr(2000, 24), [](LauncherRun& run, Random& random) {
+    const int fifo = StartOnFifo(run);
+    AwaitHandled(run);
+    const std::size_t descriptors = DescriptorsOf(run.Process()).size();
+    Storm(run, random);
+    AwaitHandled(run);
+    EXPECT_EQ(DescriptorsOf(run.Process()).size(), descriptors);
+    Feed(fifo, ItemsFile({Sleeper("a"), Sleeper("b")}));
+    run.AwaitReady(2);
+    EXPECT_TRUE(run.IsRunning());
+    run.Signal(SIGTERM);
+    ExpectStopped(run.Wait());
+    ExpectNoChildLostOrDouble(run);
+  });
+}
+
+// A SIGTERM that finds an item that has not forked kills the launcher's process
+// group, by design. So there are two ends here, and none besides.
+TEST_F(SignalStormTest, DuringLoadingOfTwoHundredItems) {
+  std::vector<std::string> items;
+  for (int i = 0; i < 200; ++i) {
+    items.push_back(Sleeper("item" + std::to_string(i)));
+  }
+  const std::string file = ItemsFile(items);
+  std::atomic<int> stopped = 0;
+  Rounds(SoakOr(200, 16), [&](LauncherRun& run, Random& random) {
+    const int fifo = StartOnFifo(run);
+    Feed(fifo, file);
+    std::this_thread::sleep_for(microseconds(Pick(random, 800000)));
+    Storm(run, random);
+    const int status = run.Stop();
+    if (status == SIGKILL) {
+      EXPECT_TRUE(Eventually([&] { return SessionOf(run.Process()).empty(); }));
+      return;
+    }
+    ++stopped;
+    ExpectStopped(status);
+    ExpectNoChildLostOrDouble(run);
+  });
+  RecordProperty("stopped", stopped);
+}
+
+TEST_F(SignalStormTest, WhileChildrenRun) {
+  Rounds(SoakOr(3000, 24), [](LauncherRun& run, Random& random) {
+    run.StartItems(ItemsFile({Sleeper("a"), Sleeper("b")}));
+    run.AwaitReady(2);
+    Storm(run, random);
+    ExpectStopped(run.Wait());
+    ExpectNoChildLostOrDouble(run);
+  });
+}
+
+TEST_F(SignalStormTest, DuringPauses) {
+  Rounds(SoakOr(2000, 24), [](LauncherRun& run, Random& random) {
+    run.StartItems(ItemsFile({Tick("a"), Tick("b")}));
+    // Every item has forked and `main` waits.
+    run.Await("a ", 2);
+    run.Await("b ", 2);
+    EXPECT_TRUE(Eventually(
+        [&] { return IsBlockedIn(run.Process(), run.Process(), SYS_futex); }));
+    std::this_thread::sleep_for(microseconds(Pick(random, 60000)));
+    Storm(run, random);
+    ExpectStopped(run.Wait());
+    ExpectNoChildLostOrDouble(run);
+  });
+}
+
+TEST_F(SignalStormTest, DuringTheStopItself) {
+  Rounds(SoakOr(1800, 24), [](LauncherRun& run, Random& random) {
+    run.StartItems(ItemsFile({Sleeper("a"), Tick("b"), Sleeper("c")}));
+    run.Await("b ", 2);
+    EXPECT_TRUE(Eventually([&] { return ThreadsInWait(run.Process()) >= 2; }));
+    EXPECT_TRUE(Eventually(
+        [&] { return IsBlockedIn(run.Process(), run.Process(), SYS_futex); }));
+    while (run.IsRunning()) {
+      Storm(run, random);
+      std::this_thread::sleep_for(microseconds(Pick(random, 20000)));
+    }
+    ExpectStopped(run.Wait());
+    ExpectNoChildLostOrDouble(run);
+  });
+}
+
+TEST_F(SignalStormTest, DuringExit) {
+  Rounds(SoakOr(1000, 24), [](LauncherRun& run, Random& random) {
+    run.StartItems("{}");
+    run.AwaitReady(0);
+    while (run.IsRunning()) {
+      Storm(run, random);
+    }
+    ExpectStopped(run.Wait());
+  });
+}
+
+}  // namespace

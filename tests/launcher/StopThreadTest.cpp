@@ -1,0 +1,145 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <thread>
+
+#include "launcher/StopThread.h"
+#include "tests/support/ForkedCopy.h"
+#include "tests/support/Poll.h"
+#include "tests/support/SystemCalls.h"
+
+namespace {
+
+// Every test runs in a forked copy: the thread is the process's own.
+
+std::atomic<int> g_calls = 0;
+void Count() { ++g_calls; }
+
+std::atomic<bool> g_may_return = false;
+std::atomic<int> g_returns = 0;
+void Hold() {
+  ++g_calls;
+  Eventually([] { return g_may_return.load(); });
+  ++g_returns;
+}
+
+int OpenDescriptors() {
+  constexpr int kHighest = 1024;
+  int open = 0;
+  for (int i = 0; i < kHighest; ++i) {
+    open += fcntl(i, F_GETFD) != -1 ? 1 : 0;
+  }
+  return open;
+}
+
+TEST(StopThread, CallsOnceForEachWakeUpUntilItsEnd) {
+  EXPECT_EQ(InCopy([] {
+              if (!StartStopThread(Count)) return 1;
+              for (int wake_ups = 1; wake_ups <= 3; ++wake_ups) {
+                WakeStopThread();
+                if (!Eventually([&] { return g_calls == wake_ups; })) return 2;
+              }
+              EndStopThread();
+              WakeStopThread();
+              return g_calls == 3 ? 0 : 3;
+            }),
+            0);
+}
+
+TEST(StopThread, TakesWakeUpsDuringACallIntoAccount) {
+  EXPECT_EQ(InCopy([] {
+              StartStopThread(Hold);
+              WakeStopThread();
+              if (!Eventually([] { return g_calls == 1; })) return 1;
+              WakeStopThread();
+              WakeStopThread();
+              g_may_return = true;
+              return Eventually([] { return g_returns == 3; }) ? 0 : 2;
+            }),
+            0);
+}
+
+TEST(StopThread, LetsACallInProgressEnd) {
+  EXPECT_EQ(InCopy([] {
+              StartStopThread(Hold);
+              WakeStopThread();
+              if (!Eventually([] { return g_calls == 1; })) return 1;
+              std::thread releaser([] {
+                std::this_thread::sleep_for(std::chrono::milliseconds(100));
+                g_may_return = true;
+              });
+              EndStopThread();
+              const bool had_returned = g_returns == 1;
+              releaser.join();
+              return had_returned ? 0 : 2;
+            }),
+            0);
+}
+
+// More wake-ups than any pipe has room for.
+TEST(StopThread, NeverMakesTheWakerWait) {
+  EXPECT_EQ(InCopy([] {
+              constexpr int kWakeUps = 200'000;
+              StartStopThread(Hold);
+              for (int i = 0; i < kWakeUps; ++i) {
+                WakeStopThread();
+              }
+              g_may_return = true;
+              EndStopThread();
+              return 0;
+            }),
+            0);
+}
+
+TEST(StopThread, EndsAndIsWokenInVainWhenItWasNeverStarted) {
+  EXPECT_EQ(InCopy([] {
+              WakeStopThread();
+              EndStopThread();
+              return 0;
+            }),
+            0);
+}
+
+TEST(StopThread, LeavesNothingBehindWithoutAThread) {
+  EXPECT_EQ(InCopy([] {
+              system_calls::OnCreateThread([] { return EAGAIN; });
+              const int before = OpenDescriptors();
+              if (StartStopThread(Count)) return 1;
+              if (OpenDescriptors() != before) return 2;
+              WakeStopThread();
+              EndStopThread();
+              return 0;
+            }),
+            0);
+}
+
+TEST(StopThread, LeavesNothingBehindWithoutAPipe) {
+  EXPECT_EQ(InCopy([] {
+              close(3);
+              constexpr rlimit kStandardDescriptorsOnly{3, 4};
+              setrlimit(RLIMIT_NOFILE, &kStandardDescriptorsOnly);
+              if (StartStopThread(Count)) return 1;
+              // There is a pipe now, but no room above the first three numbers.
+              close(STDIN_FILENO);
+              close(STDOUT_FILENO);
+              const int before = OpenDescriptors();
+              if (StartStopThread(Count)) return 2;
+              if (OpenDescriptors() != before) return 3;
+              // And now there is room for one of its ends.
+              constexpr rlimit kOneMore{4, 4};
+              setrlimit(RLIMIT_NOFILE, &kOneMore);
+              if (StartStopThread(Count)) return 4;
+              if (OpenDescriptors() != before) return 5;
+              WakeStopThread();
+              EndStopThread();
+              return 0;
+            }),
+            0);
+}
+
+}  // namespace

@@ -1,0 +1,298 @@
+#include "tests/support/LauncherRun.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <fstream>
+#include <stdexcept>
+#include <string_view>
+
+#include "tests/support/Poll.h"
+
+#ifdef __linux__
+#include <sys/syscall.h>
+#endif
+
+namespace fs = std::filesystem;
+
+namespace {
+
+#ifdef __linux__
+constexpr long kWaitCall = SYS_wait4;
+#else
+constexpr long kWaitCall = 0;  // Without /proc no test asks.
+#endif
+
+std::optional<pid_t> ProcessId(const fs::path& directory) {
+  const std::string name = directory.filename();
+  pid_t process = 0;
+  const auto [end, error] =
+      std::from_chars(name.data(), name.data() + name.size(), process);
+  if (error != std::errc() || end != name.data() + name.size()) {
+    return std::nullopt;
+  }
+  return process;
+}
+
+struct ProcessEntry {
+  pid_t process;
+  pid_t parent;
+  pid_t session;
+};
+
+std::vector<ProcessEntry> Processes() {
+  std::vector<ProcessEntry> entries;
+  for (const fs::directory_entry& directory : fs::directory_iterator("/proc")) {
+    const std::optional<pid_t> process = ProcessId(directory.path());
+    if (!process) {
+      continue;
+    }
+    std::ifstream file(directory.path() / "stat");
+    std::string stat;
+    std::getline(file, stat);
+    // The name before may hold anything; state, parent, group, session follow.
+    ProcessEntry entry{*process, 0, 0};
+    const std::size_t name_end = stat.rfind(')');
+    if (name_end != std::string::npos &&
+        std::sscanf(stat.c_str() + name_end, ") %*c %d %*d %d", &entry.parent,
+                    &entry.session) == 2) {
+      entries.push_back(entry);
+    }
+  }
+  std::ranges::sort(entries, {}, &ProcessEntry::process);
+  return entries;
+}
+
+}  // namespace
+
+std::vector<pid_t> ChildrenOf(pid_t process) {
+  std::vector<pid_t> children;
+  for (const ProcessEntry& entry : Processes()) {
+    if (entry.parent == process) {
+      children.push_back(entry.process);
+    }
+  }
+  return children;
+}
+
+bool IsBlockedIn(pid_t process, pid_t thread, long call) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/task/" +
+                     std::to_string(thread) + "/syscall");
+  long current = 0;
+  return file >> current && current == call;
+}
+
+std::vector<pid_t> ThreadsOf(pid_t process) {
+  std::vector<pid_t> threads;
+  std::error_code ended;
+  fs::directory_iterator task("/proc/" + std::to_string(process) + "/task",
+                              ended);
+  while (!ended && task != fs::directory_iterator()) {
+    threads.push_back(std::stoi(task->path().filename()));
+    task.increment(ended);
+  }
+  return threads;
+}
+
+int ThreadsInWait(pid_t process) {
+  const std::vector<pid_t> threads = ThreadsOf(process);
+  return static_cast<int>(std::ranges::count_if(threads, [&](pid_t thread) {
+    return IsBlockedIn(process, thread, kWaitCall);
+  }));
+}
+
+std::vector<pid_t> SessionOf(pid_t leader) {
+  std::vector<pid_t> session;
+  for (const ProcessEntry& entry : Processes()) {
+    if (entry.session == leader) {
+      session.push_back(entry.process);
+    }
+  }
+  return session;
+}
+
+void EndSession(pid_t leader) {
+  EXPECT_TRUE(Eventually([&] {
+    std::vector<pid_t> session = SessionOf(leader);
+    std::erase(session, getpid());
+    for (const pid_t process : session) {
+      kill(process, SIGKILL);
+    }
+    return session.empty();
+  }));
+}
+
+std::map<int, std::string> DescriptorsOf(pid_t process) {
+  std::map<int, std::string> descriptors;
+  const fs::path directory = "/proc/" + std::to_string(process) + "/fd";
+  for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
+    std::error_code vanished;
+    const fs::path target = fs::read_symlink(entry.path(), vanished);
+    if (!vanished) {
+      descriptors[std::stoi(entry.path().filename())] = target;
+    }
+  }
+  return descriptors;
+}
+
+std::string Sleeper(const std::string& name) {
+  return R"({"name": ")" + name +
+         R"(", "program": "/bin/sleep", "argc": 1, "args": {"0": "1000"}})";
+}
+
+std::string Tick(const std::string& name) {
+  return R"({"name": ")" + name + R"(", "program": "/bin/true"})";
+}
+
+std::string ItemsFile(const std::vector<std::string>& items) {
+  std::string text;
+  for (std::size_t i = 0; i < items.size(); ++i) {
+    text += (i == 0 ? "" : ", ");
+    text += "\"" + std::to_string(i) + "\": " + items[i];
+  }
+  return "{" + text + "}";
+}
+
+LauncherRun::LauncherRun() {
+  fs::create_directories(Executable().parent_path());
+  fs::create_directories(Frameworks());
+  fs::create_symlink(LAUNCHER_BINARY, Executable());
+  UseLibrary(RECORDING_LIBRARY);
+  directory_.Write("Contents/Frameworks/qvxapi.ini", "[SDK]\nNAME=Demo\n");
+  directory_.Write("home/Library/Application Support/Demo/log.ini", "");
+  SetEnvironment("HOME", Home());
+  SetEnvironment("RECORDING", directory_.Path() / "recording");
+}
+
+LauncherRun::~LauncherRun() {
+  if (process_ == 0) {
+    return;
+  }
+  if (!status_) {
+    kill(process_, SIGKILL);
+    waitpid(process_, nullptr, 0);
+  }
+  EndSession(process_);
+}
+
+fs::path LauncherRun::Executable() const {
+  return Root() / "Contents/MacOS/launcher";
+}
+
+fs::path LauncherRun::Frameworks() const {
+  return Root() / "Contents/Frameworks";
+}
+
+fs::path LauncherRun::Home() const { return Root() / "home"; }
+
+void LauncherRun::UseLibrary(const std::string& library) {
+  const fs::path file = Frameworks() / LAUNCHER_LOGGER_FILE;
+  fs::remove(file);
+  if (!library.empty()) {
+    fs::create_symlink(library, file);
+  }
+}
+
+void LauncherRun::SetEnvironment(const std::string& name,
+                                 const std::string& value) {
+  environment_[name] = value;
+}
+
+void LauncherRun::Start(const std::vector<std::string>& arguments,
+                        const std::function<void()>& prepare) {
+  const std::string executable = Executable();
+  std::vector<char*> vector{const_cast<char*>(executable.c_str())};
+  for (const std::string& argument : arguments) {
+    vector.push_back(const_cast<char*>(argument.c_str()));
+  }
+  vector.push_back(nullptr);
+  process_ = fork();
+  if (process_ == 0) {
+    setsid();
+    for (const auto& [name, value] : environment_) {
+      setenv(name.c_str(), value.c_str(), 1);
+    }
+    if (prepare) {
+      prepare();
+    }
+    execv(executable.c_str(), vector.data());
+    _exit(127);
+  }
+}
+
+void LauncherRun::StartItems(const std::string& items,
+                             const std::function<void()>& prepare) {
+  Start({"alpha", directory_.Write("items.json", items)}, prepare);
+}
+
+void LauncherRun::Signal(int number) const { kill(process_, number); }
+
+bool LauncherRun::IsRunning() {
+  int status = 0;
+  if (process_ != 0 && !status_ &&
+      waitpid(process_, &status, WNOHANG) == process_) {
+    status_ = status;
+  }
+  return process_ != 0 && !status_;
+}
+
+int LauncherRun::Wait() {
+  if (!Eventually([this] { return !IsRunning(); })) {
+    throw std::runtime_error("the launcher does not end");
+  }
+  return *status_;
+}
+
+void LauncherRun::AwaitReady(int children) {
+  // Seen twice, since `main` may wait for a lock for a moment.
+  int seen = 0;
+  EXPECT_TRUE(Eventually([&] {
+    const bool ready = ThreadsInWait(process_) == children &&
+                       IsBlockedIn(process_, process_, SYS_futex);
+    seen = ready ? seen + 1 : 0;
+    return seen == 2 || !IsRunning();
+  }));
+}
+
+int LauncherRun::Stop() {
+  constexpr std::chrono::seconds kPatience{2};
+  while (IsRunning()) {
+    Signal(SIGTERM);
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    Eventually([&] {
+      return !IsRunning() || std::chrono::steady_clock::now() > deadline;
+    });
+  }
+  return *status_;
+}
+
+std::vector<LogRecord> LauncherRun::Records() const {
+  return RecordingLog::Read(directory_.Path() / "recording");
+}
+
+std::vector<std::string> LauncherRun::Messages() const {
+  std::vector<std::string> messages;
+  for (const LogRecord& record : Records()) {
+    messages.push_back(record.message);
+  }
+  return messages;
+}
+
+std::vector<LogRecord> LauncherRun::Await(const std::string& part,
+                                          std::size_t count) {
+  std::vector<LogRecord> records;
+  EXPECT_TRUE(Eventually([&] {
+    records = Records();
+    std::erase_if(records, [&](const LogRecord& record) {
+      return record.message.find(part) == std::string::npos;
+    });
+    return records.size() >= count;
+  })) << "only "
+      << records.size() << " of " << part;
+  return records;
+}

@@ -1,0 +1,55 @@
+// An expression and a name, the first two lines of the input, in both widths
+// and cases, against the oracle of the matcher's tests.
+
+#include <algorithm>
+
+#include "common/util/Wildcard.h"
+#include "tests/common/util/WildcardOracle.h"
+#include "tests/fuzz/Fuzz.h"
+
+namespace {
+
+// The search takes exponential time in the number of stars.
+constexpr std::ptrdiff_t kMostStars = 5;
+constexpr std::size_t kLongestText = 40;
+
+// The bytes as the units of a string of another width.
+template <class String>
+String Widened(const std::string& text) {
+  String result;
+  for (const char character : text) {
+    result += static_cast<unsigned char>(character);
+  }
+  return result;
+}
+
+bool IsBounded(const std::string& expression, const std::string& name) {
+  const auto is_star = [](char c) { return c == '*' || c == '<'; };
+  return expression.size() <= kLongestText && name.size() <= kLongestText &&
+         std::count_if(expression.begin(), expression.end(), is_star) <=
+             kMostStars;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data,
+                                      std::size_t size) {
+  std::string_view text = Text(data, size);
+  text = text.substr(0, text.find('\0'));
+  const std::string expression = TakeLine(text);
+  const std::string name(text);
+  if (!IsBounded(expression, name)) {
+    return 0;
+  }
+  for (const bool ignore_case : {false, true}) {
+    const bool expected =
+        OracleMatches(Widened<std::u32string>(expression),
+                      Widened<std::u32string>(name), ignore_case);
+    Require(IsNameInExpressionA(expression.c_str(), name.c_str(),
+                                ignore_case) == expected);
+    Require(IsNameInExpression(Widened<std::wstring>(expression).c_str(),
+                               Widened<std::wstring>(name).c_str(),
+                               ignore_case) == expected);
+  }
+  return 0;
+}

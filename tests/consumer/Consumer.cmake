@@ -1,0 +1,32 @@
+# The package of common/, as its users meet it: installed, found, built against
+# and run; and left out where the daemon alone is installed.
+
+set(CONSUMER_DIR ${PROJECT_BINARY_DIR}/consumer)
+
+add_test(NAME consumer_installs_package
+         COMMAND ${CMAKE_COMMAND} --install ${PROJECT_BINARY_DIR} --component
+                 common --prefix ${CONSUMER_DIR}/stage)
+set_tests_properties(consumer_installs_package PROPERTIES FIXTURES_SETUP
+                                                          installed_package)
+
+# The same flags: a sanitizer's libraries do not link without them.
+add_test(
+  NAME consumer_builds_and_runs
+  COMMAND
+    ${CMAKE_CTEST_COMMAND} --build-and-test
+    ${CMAKE_CURRENT_SOURCE_DIR}/consumer ${CONSUMER_DIR}/build
+    --build-generator ${CMAKE_GENERATOR} --build-options
+    -DCMAKE_PREFIX_PATH=${CONSUMER_DIR}/stage
+    -DCMAKE_CXX_COMPILER=${CMAKE_CXX_COMPILER}
+    -DCMAKE_CXX_FLAGS=${CMAKE_CXX_FLAGS} --test-command
+    ${CMAKE_CTEST_COMMAND} --output-on-failure)
+set_tests_properties(
+  consumer_builds_and_runs PROPERTIES FIXTURES_REQUIRED installed_package
+                                      TIMEOUT 300)
+
+add_test(
+  NAME consumer_daemon_comes_without_package
+  COMMAND
+    ${CMAKE_COMMAND} -DBUILD_DIR=${PROJECT_BINARY_DIR}
+    -DSTAGE=${CONSUMER_DIR}/daemon -P
+    ${CMAKE_CURRENT_SOURCE_DIR}/consumer/CheckDaemonAlone.cmake)

@@ -1,0 +1,132 @@
+#include <gtest/gtest.h>
+
+#include "tools/log/LogLine.h"
+
+namespace {
+
+constexpr const char* kTime = "2026-11-21T06:20:31.123456Z";
+
+std::optional<LogEvent> Parse(const std::string& line) {
+  static std::string kept;  // The result points into the line.
+  kept = line;
+  return LogLineParser().Parse(kept);
+}
+
+LogEvent Event(const std::string& level, const std::string& message) {
+  const auto event = Parse(kTime + (" " + level) + " 4711:4713 " + message);
+  EXPECT_TRUE(event) << message;
+  return event.value_or(LogEvent{});
+}
+
+TEST(LogLine, ReadsTimeProcessAndThread) {
+  const LogEvent event = Event("ERROR", "anything");
+  EXPECT_EQ(event.time, 1795242031123456);
+  EXPECT_EQ(event.process, 4711);
+  EXPECT_EQ(event.thread, 4713);
+  EXPECT_EQ(event.kind, LogEventKind::kOther);
+}
+
+TEST(LogLine, ReadsAStart) {
+  const LogEvent event =
+      Event("DEBUG", "[LAUNCHER  ] Start to fork web server");
+  EXPECT_EQ(event.kind, LogEventKind::kStart);
+  EXPECT_EQ(event.name, "web server");
+}
+
+TEST(LogLine, ReadsAnEnd) {
+  const LogEvent event = Event(
+      "ERROR", "[LAUNCHER  ] web server 99 is killed. ret = 99, status = 768");
+  EXPECT_EQ(event.kind, LogEventKind::kEnd);
+  EXPECT_EQ(event.name, "web server");
+  EXPECT_EQ(event.child, 99);
+  EXPECT_EQ(event.status, 768);
+}
+
+TEST(LogLine, ReadsAnEndThatNobodyWaitedFor) {
+  const LogEvent event =
+      Event("ERROR", "[LAUNCHER  ] a 99 is killed. ret = -1, status = 0");
+  EXPECT_EQ(event.kind, LogEventKind::kEnd);
+}
+
+TEST(LogLine, TakesNamesThatLookLikeMessagesForNames) {
+  const std::string name = "x 1 is killed. ret = 1, status = 0";
+  const LogEvent end = Event(
+      "ERROR", "[LAUNCHER  ] " + name + " 2 is killed. ret = 2, status = 9");
+  EXPECT_EQ(end.kind, LogEventKind::kEnd);
+  EXPECT_EQ(end.name, name);
+  EXPECT_EQ(end.status, 9);
+  const LogEvent start = Event("DEBUG", "[LAUNCHER  ] Start to fork " + name);
+  EXPECT_EQ(start.kind, LogEventKind::kStart);
+  EXPECT_EQ(start.name, name);
+  const LogEvent like_start = Event(
+      "ERROR", "[LAUNCHER  ] Start to fork x 2 is killed. ret = 2, status = 9");
+  EXPECT_EQ(like_start.kind, LogEventKind::kEnd);
+  EXPECT_EQ(like_start.name, "Start to fork x");
+  EXPECT_EQ(
+      Event("ERROR", "[LAUNCHER  ] program path of a is empty is empty").name,
+      "a is empty");
+}
+
+TEST(LogLine, ReadsEmptyNames) {
+  EXPECT_EQ(Event("DEBUG", "[LAUNCHER  ] Start to fork ").kind,
+            LogEventKind::kStart);
+  const LogEvent end =
+      Event("ERROR", "[LAUNCHER  ]  2 is killed. ret = 2, status = 9");
+  EXPECT_EQ(end.kind, LogEventKind::kEnd);
+  EXPECT_EQ(end.name, "");
+  const LogEvent empty =
+      Event("ERROR", "[LAUNCHER  ] program path of  is empty");
+  EXPECT_EQ(empty.kind, LogEventKind::kNoProgram);
+  EXPECT_EQ(empty.name, "");
+}
+
+TEST(LogLine, ReadsTheOtherMessages) {
+  const auto kind = [](const std::string& message) {
+    return Event("ERROR", "[LAUNCHER  ] " + message).kind;
+  };
+  EXPECT_EQ(kind("Failed to fork a"), LogEventKind::kForkFailed);
+  EXPECT_EQ(kind("program path of a is empty"), LogEventKind::kNoProgram);
+  EXPECT_EQ(kind("There is an item has no name."), LogEventKind::kNameless);
+  EXPECT_EQ(kind("Error while parsing saved json string."),
+            LogEventKind::kUnparsable);
+  EXPECT_EQ(kind("something else"), LogEventKind::kOther);
+  EXPECT_EQ(kind("a b is killed. ret = 2, status = 9"), LogEventKind::kOther);
+  EXPECT_EQ(kind("a 2 is killed. ret = 2, status = 9x"), LogEventKind::kOther);
+}
+
+TEST(LogLine, ReadsHowManyLinesAreLost) {
+  const LogEvent event = Event(
+      "CRITICAL", "[LOGGER    ] 12 lines could not be written. errno = 28");
+  EXPECT_EQ(event.kind, LogEventKind::kLost);
+  EXPECT_EQ(event.lost, 12U);
+}
+
+TEST(LogLine, RefusesWhatIsNoLogLine) {
+  for (const std::string line :
+       {"", "hello", "2026-11-21T06:20:31.123456Z", "2026-11-21T06:20:31Z x",
+        "2026-13-21T06:20:31.123456Z ERROR 1:1 x",
+        "2026-11-21T06:20:31.123456Z ERROR 1 x",
+        "2026-11-21T06:20:31.123456Z ERROR x:1 x",
+        "2026-11-21 06:20:31.123456Z ERROR 1:1 x"}) {
+    EXPECT_FALSE(Parse(line)) << line;
+  }
+}
+
+TEST(LogLine, RefusesEveryBeginningOfALine) {
+  const std::string line = std::string(kTime) +
+                           " ERROR 1:2 [LAUNCHER  ] a 3 is "
+                           "killed. ret = 3, status = 9";
+  for (std::size_t length = 0; length < line.size(); ++length) {
+    const auto event = Parse(line.substr(0, length));
+    EXPECT_TRUE(!event || event->kind != LogEventKind::kEnd) << length;
+  }
+}
+
+TEST(LogLine, ReadsWhatTheLibraryHasEscaped) {
+  EXPECT_EQ(Unescaped("a\\nb"), "a\nb");
+  EXPECT_EQ(Unescaped("\\x1b[31m"), "\x1b[31m");
+  EXPECT_EQ(Unescaped("C:\\\\new"), "C:\\new");
+  EXPECT_EQ(Unescaped("\\x1\\q\\"), "\\x1\\q\\");
+}
+
+}  // namespace

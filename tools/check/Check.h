@@ -1,0 +1,13 @@
+// What the launcher would do with an items file, found out by reading the file
+// through the launcher's own walk (launcher/Items.h), without starting
+// anything.
+
+#pragma once
+
+#include <string>
+
+#include "tools/check/Findings.h"
+
+// Never throws for anything in the file. Programs are judged as this process's
+// user sees them, relative paths from its working directory.
+CheckResult CheckItemsFile(const std::string& path);

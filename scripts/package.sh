@@ -1,0 +1,119 @@
+#!/usr/bin/env bash
+# Makes the Debian package, installs it in a system of its own that holds
+# Debian's essential packages and what the package asks for, and runs the
+# launcher there. Checks the service files, too.
+set -euo pipefail
+export LC_ALL=C
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+readonly out=build/package
+readonly root=$PWD/$out/root
+readonly tree=/usr/lib/tamrel-launcher
+
+skip() {
+  echo "skipped: $1"
+  exit 0
+}
+
+fail() {
+  echo "$1"
+  exit 1
+}
+
+check_launchd_agent() {
+  xmllint --noout --nonet "$1"
+  python3 - "$1" << 'END'
+import plistlib
+import sys
+
+with open(sys.argv[1], "rb") as file:
+    agent = plistlib.load(file)
+assert sys.argv[1].endswith(f"/{agent['Label']}.plist")
+program, owner, items = agent["ProgramArguments"]
+assert program.startswith("/") and items.startswith("/")
+assert agent["KeepAlive"] == {"Crashed": True}
+assert agent["ExitTimeOut"] == 120
+END
+}
+
+make_package() {
+  cmake -S . -B "$out" -G Ninja -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF
+  cmake --build "$out"
+  rm -f "$out"/*.deb
+  (cd "$out" && cpack)
+  dpkg-deb --info "$out"/*.deb
+}
+
+check_contents() {
+  diff - <(dpkg-deb --fsys-tarfile "$out"/*.deb | tar -t | grep -v '/$' | sort) \
+    << END || fail "the package holds something else"
+./usr/lib/systemd/user/tamrel-launcher@.service
+.$tree/Contents/Frameworks/liblogger.so.1
+.$tree/Contents/MacOS/launcher
+.$tree/Contents/MacOS/launcher-check
+.$tree/Contents/MacOS/launcher-log
+./usr/share/doc/tamrel-launcher/examples/items.json
+./usr/share/doc/tamrel-launcher/examples/log.ini
+./usr/share/doc/tamrel-launcher/examples/qvxapi.ini
+./usr/share/man/man1/launcher-check.1
+./usr/share/man/man1/launcher-log.1
+./usr/share/man/man5/launcher-items.5
+./usr/share/man/man8/launcher.8
+END
+}
+
+make_root() {
+  local codename sources
+  codename=$(. /etc/os-release && echo "${VERSION_CODENAME:-}")
+  sources=$(find /etc/apt/sources.list /etc/apt/sources.list.d -type f \
+    \( -name '*.list' -o -name '*.sources' \) 2> /dev/null || true)
+  rm -rf "$root"
+  # shellcheck disable=SC2086
+  unshare --mount mmdebstrap --quiet --variant=essential \
+    --include="$(echo "$PWD/$out"/*.deb)" \
+    --hook-dir=/usr/share/mmdebstrap/hooks/file-mirror-automount \
+    "$codename" "$root" $sources
+}
+
+# Whatever is wrong is said, but not by the exit status.
+check_systemd_unit() {
+  local complaints
+  sed "s|=$tree|=$root$tree|" "$root/usr/lib/systemd/user/$1" > "$out/$1"
+  complaints=$(XDG_RUNTIME_DIR=$PWD/$out systemd-analyze --user --man=no \
+    verify "$out/${1/@/@alpha}" 2>&1) || true
+  [ -z "$complaints" ] || fail "$complaints"
+}
+
+# The launcher ends what it has started, and sometimes more: it gets processes
+# and a session of its own. Only SIGKILL ends unshare before its child.
+run_launcher() {
+  timeout --signal=KILL 60 unshare --pid --mount --fork --kill-child \
+    --root="$root" --mount-proc setsid --wait sh -eu /try "$tree"
+}
+
+write_try() {
+  cat > "$root/try" << 'END'
+export HOME=/root
+log=$HOME/Library/Logs//qvxlog/launcher.log
+echo '{"0": {"name": "tick", "program": "/bin/true"}}' > /items.json
+"$1/Contents/MacOS/launcher" alpha /items.json &
+until grep -qs "tick .* is killed" "$log"; do sleep 0.1; done
+kill $!
+status=0
+wait $! || status=$?
+cat "$log"
+test "$status" = 1
+END
+}
+
+check_launchd_agent packaging/launchd/tamrel.launcher.alpha.plist
+make_package
+check_contents
+[ "$(id -u)" = 0 ] || skip "installing the package needs root"
+command -v mmdebstrap > /dev/null ||
+  skip "installing the package needs mmdebstrap"
+make_root || skip "installing the package needs Debian's packages"
+check_systemd_unit tamrel-launcher@.service
+write_try
+run_launcher
+echo "Debian package: as it should be"

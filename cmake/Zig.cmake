@@ -1,0 +1,26 @@
+# What the two toolchain files share. LAUNCHER_ZIG_TARGET names the target, and
+# so the directory that its libraries (jsoncpp, GoogleTest) are installed in.
+
+set(LAUNCHER_ZIG_DIR ${CMAKE_CURRENT_LIST_DIR}/../build/zig)
+set(LAUNCHER_ZIG_PREFIX ${LAUNCHER_ZIG_DIR}/${LAUNCHER_TOOLCHAIN})
+
+# In builds without optimisation this compiler makes undefined behaviour trap
+# by itself. The asan preset looks for that, with messages; here the code is to
+# be what is delivered, without this machine's paths in it.
+foreach(language C CXX)
+  set(CMAKE_${language}_FLAGS_INIT -fno-sanitize=undefined)
+endforeach()
+foreach(kind EXE SHARED)
+  set(CMAKE_${kind}_LINKER_FLAGS_INIT -Wl,--strip-debug)
+endforeach()
+set(CMAKE_C_COMPILER ${LAUNCHER_ZIG_DIR}/linux-x64/bin/zig cc -target
+                     ${LAUNCHER_ZIG_TARGET})
+set(CMAKE_CXX_COMPILER ${LAUNCHER_ZIG_DIR}/linux-x64/bin/zig c++ -target
+                       ${LAUNCHER_ZIG_TARGET})
+
+# Only the target's own libraries: the system's are of another standard
+# library, or of another platform.
+set(CMAKE_FIND_ROOT_PATH ${LAUNCHER_ZIG_PREFIX})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+set(ENV{PKG_CONFIG_LIBDIR} ${LAUNCHER_ZIG_PREFIX}/lib/pkgconfig)

@@ -1,0 +1,151 @@
+// What a log line costs: the logger beside the bare `write` of an equal line
+// and beside spdlog's file loggers, which flush every line here as ours does.
+//
+// All write the same text to a file in a directory of their own. Lines per
+// second are items_per_second; nanoseconds per line are the time.
+
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/sinks/rotating_file_sink.h>
+#include <spdlog/spdlog.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "logger/Limits.h"
+#include "logger/Logger.h"
+#include "tests/support/TempDir.h"
+
+namespace {
+
+constexpr std::string_view kLine =
+    "2026-11-21T06:20:31.123456Z ERROR 47110:47113 [LAUNCHER  ] "
+    "Start to fork backup-agent\n";
+constexpr char kName[] = "backup-agent";
+
+constexpr int kLines = 200'000;
+
+// What the threads of one run share.
+std::unique_ptr<TempDir> g_dir;
+int g_file = -1;
+Logger* g_logger = nullptr;
+std::shared_ptr<spdlog::logger> g_spdlog;
+
+std::string Path() { return g_dir->Path() / "launcher.log"; }
+
+void OpenFile(const benchmark::State&) {
+  g_dir = std::make_unique<TempDir>();
+  constexpr mode_t kMode = 0600;
+  g_file =
+      open(Path().c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kMode);
+}
+
+void CloseFile(const benchmark::State&) {
+  close(g_file);
+  g_dir.reset();
+}
+
+void BareWrite(benchmark::State& state) {
+  for (auto _ : state) {
+    if (write(g_file, kLine.data(), kLine.size()) < 0) {
+      state.SkipWithError("write failed");
+      break;
+    }
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+
+void OpenLogger(const benchmark::State&) {
+  g_dir = std::make_unique<TempDir>();
+  g_logger = new Logger(g_dir->Path(), "launcher", LOGLEVEL_DEBUG);
+  if (g_logger->Open() != 0) {
+    std::abort();
+  }
+}
+
+void CloseLogger(const benchmark::State&) {
+  delete g_logger;
+  g_dir.reset();
+}
+
+void Log(benchmark::State& state, LOGLEVEL level) {
+  ILog* const log = g_logger;
+  for (auto _ : state) {
+    log->Log(level, "[LAUNCHER  ] Start to fork %s", kName);
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+
+void Liblogger(benchmark::State& state) { Log(state, LOGLEVEL_ERROR); }
+
+void LibloggerBelowThreshold(benchmark::State& state) {
+  Log(state, LOGLEVEL_VERBOSE);
+}
+
+void Start(std::shared_ptr<spdlog::logger> logger) {
+  g_spdlog = std::move(logger);
+  g_spdlog->set_pattern("%Y-%m-%dT%H:%M:%S.%fZ %l %P:%t %v",
+                        spdlog::pattern_time_type::utc);
+  g_spdlog->flush_on(spdlog::level::trace);
+}
+
+void OpenSpdlogBasic(const benchmark::State&) {
+  g_dir = std::make_unique<TempDir>();
+  Start(std::make_shared<spdlog::logger>(
+      "basic", std::make_shared<spdlog::sinks::basic_file_sink_mt>(Path())));
+}
+
+void OpenSpdlogRotating(const benchmark::State&) {
+  constexpr LogLimits kLimits;
+  g_dir = std::make_unique<TempDir>();
+  Start(std::make_shared<spdlog::logger>(
+      "rotating", std::make_shared<spdlog::sinks::rotating_file_sink_mt>(
+                      Path(), static_cast<std::size_t>(kLimits.file_bytes),
+                      static_cast<std::size_t>(kLimits.old_files))));
+}
+
+void CloseSpdlog(const benchmark::State&) {
+  g_spdlog.reset();
+  g_dir.reset();
+}
+
+void Spdlog(benchmark::State& state) {
+  for (auto _ : state) {
+    g_spdlog->error("[LAUNCHER  ] Start to fork {}", kName);
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+
+constexpr int kManyThreads = 8;
+
+// Run with one thread and with many, the same number of lines in all.
+void RunBoth(const char* name, void (*run)(benchmark::State&),
+             void (*setup)(const benchmark::State&),
+             void (*teardown)(const benchmark::State&)) {
+  for (const int threads : {1, kManyThreads}) {
+    benchmark::RegisterBenchmark(name, run)
+        ->Setup(setup)
+        ->Teardown(teardown)
+        ->UseRealTime()
+        ->Iterations(kLines / threads)
+        ->Threads(threads);
+  }
+}
+
+BENCHMARK(LibloggerBelowThreshold)->Setup(OpenLogger)->Teardown(CloseLogger);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  RunBoth("BareWrite", BareWrite, OpenFile, CloseFile);
+  RunBoth("Liblogger", Liblogger, OpenLogger, CloseLogger);
+  RunBoth("SpdlogBasic", Spdlog, OpenSpdlogBasic, CloseSpdlog);
+  RunBoth("SpdlogRotating", Spdlog, OpenSpdlogRotating, CloseSpdlog);
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+}

@@ -296,8 +296,7 @@ void Plot::FillOpenRuns(const History& history) {
   for (std::size_t i = 0; i < history.Items().size(); ++i) {
     const ItemHistory& item = history.Items()[i];
     const ItemState state = item.StateAt(history.Last());
-    if (state != ItemState::kRunning && state != ItemState::kProbably &&
-        state != ItemState::kLooping) {
+    if (state != ItemState::kRunning && state != ItemState::kLooping) {
       continue;
     }
     for (const Supervisor& supervisor : item.supervisors) {

@@ -68,6 +68,17 @@ TEST_F(PlotOf, DrawsWhatStillRuns) {
   EXPECT_NE(svg.find("width=\"960.0\""), std::string::npos);
 }
 
+TEST_F(PlotOf, DrawsNothingBehindAStop) {
+  Add(0, LogEventKind::kStart, "a");
+  Add(0, LogEventKind::kStart, "b");
+  Add(100 * kSecond, LogEventKind::kEnd, "a", 9);
+  Add(100 * kSecond + 500'000, LogEventKind::kEnd, "b", 9);
+  const std::string svg = Svg();
+  EXPECT_EQ(Count(svg, "class=\"run\""), 2U);
+  EXPECT_EQ(Count(svg, "class=\"run\" x=\"190.0\""), 2U);
+  EXPECT_EQ(Count(svg, "width=\"960.0\""), 1U);
+}
+
 TEST_F(PlotOf, MarksEachCauseWithAShapeOfItsOwn) {
   const std::string legend = Svg();
   for (const char* const shape : {"<circle r=\"4\"", "M-4,-4L4,4",

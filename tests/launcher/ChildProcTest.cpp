@@ -394,7 +394,7 @@ TEST_F(ChildProcTest, HandsDownTheEnvironmentUnchanged) {
 // A child that cannot build its vector ends abnormally, and is started again.
 
 class ChildProcFaultTest : public ChildProcTest,
-                           public testing::WithParamInterface<const char*> {};
+                           public testing::WithParamInterface<std::string> {};
 
 TEST_P(ChildProcFaultTest, AbortsTheChildAndStartsItAgain) {
   Start(Item(GetParam()));
@@ -443,7 +443,7 @@ TEST_F(ChildProcTest, AnItemThatIsNoObjectThrows) {
 // An empty path.
 
 class ChildProcEmptyPathTest : public ChildProcTest,
-                               public testing::WithParamInterface<const char*> {
+                               public testing::WithParamInterface<std::string> {
 };
 
 TEST_P(ChildProcEmptyPathTest, TheChildLogsItAndEndsWithStatusZero) {

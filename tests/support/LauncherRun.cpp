@@ -23,9 +23,14 @@ namespace fs = std::filesystem;
 namespace {
 
 #ifdef __linux__
+constexpr long kReadCall = SYS_read;
 constexpr long kWaitCall = SYS_wait4;
+constexpr long kLockCall = SYS_futex;
 #else
-constexpr long kWaitCall = 0;  // Without /proc no test asks.
+// Without /proc no test asks.
+constexpr long kReadCall = 0;
+constexpr long kWaitCall = 0;
+constexpr long kLockCall = 0;
 #endif
 
 std::optional<pid_t> ProcessId(const fs::path& directory) {
@@ -248,13 +253,33 @@ int LauncherRun::Wait() {
   return *status_;
 }
 
+void LauncherRun::AwaitReading() {
+  AwaitState([this] {
+    const std::vector<pid_t> threads = ThreadsOf(process_);
+    return threads.size() == 2 &&
+           std::ranges::all_of(threads, [this](pid_t thread) {
+             return IsBlockedIn(process_, thread, kReadCall);
+           });
+  });
+}
+
+void LauncherRun::AwaitWaiting() {
+  AwaitState([this] { return IsBlockedIn(process_, process_, kLockCall); });
+}
+
 void LauncherRun::AwaitReady(int children) {
-  // Seen twice, since `main` may wait for a lock for a moment.
+  AwaitState([&] {
+    return ThreadsInWait(process_) == children &&
+           IsBlockedIn(process_, process_, kLockCall);
+  });
+}
+
+// Seen twice: threads are not looked at all at once, and one may wait for a
+// lock for a moment. The launcher may end instead.
+void LauncherRun::AwaitState(const std::function<bool()>& holds) {
   int seen = 0;
   EXPECT_TRUE(Eventually([&] {
-    const bool ready = ThreadsInWait(process_) == children &&
-                       IsBlockedIn(process_, process_, SYS_futex);
-    seen = ready ? seen + 1 : 0;
+    seen = holds() ? seen + 1 : 0;
     return seen == 2 || !IsRunning();
   }));
 }

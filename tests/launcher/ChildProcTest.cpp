@@ -408,7 +408,7 @@ TEST_F(ChildProcTest, HandsDownTheEnvironmentUnchanged) {
 // A child that cannot build its vector ends abnormally, and is started again.
 
 class ChildProcFaultTest : public ChildProcTest,
-                           public testing::WithParamInterface<const char*> {};
+                           public testing::WithParamInterface<std::string> {};
 
 TEST_P(ChildProcFaultTest, AbortsTheChildAndStartsItAgain) {
   Start(Item(GetParam()));
@@ -457,7 +457,7 @@ TEST_F(ChildProcTest, AnItemThatIsNoObjectThrows) {
 // An empty path.
 
 class ChildProcEmptyPathTest : public ChildProcTest,
-                               public testing::WithParamInterface<const char*> {
+                               public testing::WithParamInterface<std::string> {
 };
 
 TEST_P(ChildProcEmptyPathTest, TheChildLogsItAndEndsWithStatusZero) {

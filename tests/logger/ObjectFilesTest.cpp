@@ -90,7 +90,6 @@ const Names kAllowed{
     "getpid",
     "mmap",
     "mmap64",
-    "nanosleep",
     "pthread_atfork",
     "__register_atfork",
     "__dso_handle",

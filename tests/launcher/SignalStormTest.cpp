@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -42,8 +41,7 @@ void Storm(const LauncherRun& run, Random& random) {
       run.Signal(std::array{SIGCHLD, SIGCONT, SIGSTOP}[random() % 3]);
     }
     if (to_threads && !threads.empty()) {
-      syscall(SYS_tgkill, run.Process(), threads[random() % threads.size()],
-              SIGTERM);
+      SignalThread(run.Process(), threads[random() % threads.size()], SIGTERM);
     } else {
       run.Signal(SIGTERM);
     }
@@ -135,7 +133,7 @@ class SignalStormTest : public testing::Test {
     EXPECT_TRUE(Eventually([&] {
       const std::vector<pid_t> threads = ThreadsOf(process);
       const bool all = std::ranges::all_of(threads, [&](pid_t thread) {
-        return IsBlockedIn(process, thread, SYS_read);
+        return IsBlockedIn(process, thread, kReadCall);
       });
       seen = all && threads.size() == 2 ? seen + 1 : 0;
       return seen == 2;
@@ -203,7 +201,7 @@ TEST_F(SignalStormTest, DuringPauses) {
     run.Await("a ", 2);
     run.Await("b ", 2);
     EXPECT_TRUE(Eventually(
-        [&] { return IsBlockedIn(run.Process(), run.Process(), SYS_futex); }));
+        [&] { return IsBlockedIn(run.Process(), run.Process(), kLockCall); }));
     std::this_thread::sleep_for(microseconds(Pick(random, 60000)));
     Storm(run, random);
     ExpectStopped(run.Wait());
@@ -217,7 +215,7 @@ TEST_F(SignalStormTest, DuringTheStopItself) {
     run.Await("b ", 2);
     EXPECT_TRUE(Eventually([&] { return ThreadsInWait(run.Process()) >= 2; }));
     EXPECT_TRUE(Eventually(
-        [&] { return IsBlockedIn(run.Process(), run.Process(), SYS_futex); }));
+        [&] { return IsBlockedIn(run.Process(), run.Process(), kLockCall); }));
     while (run.IsRunning()) {
       Storm(run, random);
       std::this_thread::sleep_for(microseconds(Pick(random, 20000)));

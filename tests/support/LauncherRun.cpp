@@ -20,13 +20,28 @@
 
 namespace fs = std::filesystem;
 
-namespace {
-
 #ifdef __linux__
-constexpr long kWaitCall = SYS_wait4;
+
+const long kLockCall = SYS_futex;
+const long kReadCall = SYS_read;
+const long kWaitCall = SYS_wait4;
+
+void SignalThread(pid_t process, pid_t thread, int number) {
+  syscall(SYS_tgkill, process, thread, number);
+}
+
 #else
-constexpr long kWaitCall = 0;  // Without /proc no test asks.
+
+// Without a sandbox no test asks.
+const long kLockCall = 0;
+const long kReadCall = 0;
+const long kWaitCall = 0;
+
+void SignalThread(pid_t, pid_t, int) {}
+
 #endif
+
+namespace {
 
 std::optional<pid_t> ProcessId(const fs::path& directory) {
   const std::string name = directory.filename();
@@ -253,7 +268,7 @@ void LauncherRun::AwaitReady(int children) {
   int seen = 0;
   EXPECT_TRUE(Eventually([&] {
     const bool ready = ThreadsInWait(process_) == children &&
-                       IsBlockedIn(process_, process_, SYS_futex);
+                       IsBlockedIn(process_, process_, kLockCall);
     seen = ready ? seen + 1 : 0;
     return seen == 2 || !IsRunning();
   }));

@@ -18,9 +18,9 @@ set(CMAKE_C_COMPILER ${LAUNCHER_ZIG_DIR}/linux-x64/bin/zig cc -target
 set(CMAKE_CXX_COMPILER ${LAUNCHER_ZIG_DIR}/linux-x64/bin/zig c++ -target
                        ${LAUNCHER_ZIG_TARGET})
 
-# Only the target's own libraries: the system's are of another standard
-# library, or of another platform.
-set(CMAKE_FIND_ROOT_PATH ${LAUNCHER_ZIG_PREFIX})
+# Only the target's own libraries, and what is asked for: the system's are of
+# another standard library, or of another platform.
+set(CMAKE_FIND_ROOT_PATH ${LAUNCHER_ZIG_PREFIX} ${CMAKE_PREFIX_PATH})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 set(ENV{PKG_CONFIG_LIBDIR} ${LAUNCHER_ZIG_PREFIX}/lib/pkgconfig)

@@ -11,6 +11,9 @@
 #include <spdlog/spdlog.h>
 #include <unistd.h>
 
+#include <array>
+#include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -52,6 +55,25 @@ void CloseFile(const benchmark::State&) {
 void BareWrite(benchmark::State& state) {
   for (auto _ : state) {
     if (write(g_file, kLine.data(), kLine.size()) < 0) {
+      state.SkipWithError("write failed");
+      break;
+    }
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+
+// A look at the clock, printf's formatting and a `write`: what every logger of
+// such lines has to do.
+void FormattedWrite(benchmark::State& state) {
+  std::array<char, 256> line;
+  const std::size_t prefix = kLine.find('[');
+  kLine.copy(line.data(), prefix);
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(std::chrono::system_clock::now());
+    const int length = std::snprintf(line.data() + prefix, line.size() - prefix,
+                                     "[LAUNCHER  ] Start to fork %s\n", kName);
+    if (write(g_file, line.data(), prefix + static_cast<std::size_t>(length)) <
+        0) {
       state.SkipWithError("write failed");
       break;
     }
@@ -142,6 +164,7 @@ BENCHMARK(LibloggerBelowThreshold)->Setup(OpenLogger)->Teardown(CloseLogger);
 
 int main(int argc, char** argv) {
   RunBoth("BareWrite", BareWrite, OpenFile, CloseFile);
+  RunBoth("FormattedWrite", FormattedWrite, OpenFile, CloseFile);
   RunBoth("Liblogger", Liblogger, OpenLogger, CloseLogger);
   RunBoth("SpdlogBasic", Spdlog, OpenSpdlogBasic, CloseSpdlog);
   RunBoth("SpdlogRotating", Spdlog, OpenSpdlogRotating, CloseSpdlog);

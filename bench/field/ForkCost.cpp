@@ -9,15 +9,18 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <ctime>
 #include <iostream>
 #include <string_view>
 #include <vector>
 
+#include "launcher/ThreadStacks.h"
+
 namespace {
 
 constexpr int kForks = 101;
-constexpr std::size_t kSmallStackBytes = 512 * 1024;
+constexpr std::size_t kSmallStackBytes = std::size_t{512} * 1024;
 
 double Microseconds(clockid_t clock) {
   timespec time;
@@ -31,26 +34,11 @@ double Median(std::vector<double> values) {
   return values[values.size() / 2];
 }
 
-// Makes the lowest page of the calling thread's stack fault, without a mapping
-// of its own.
-void GuardOwnStack() {
-  constexpr int kGuardInstall = 102;  // MADV_GUARD_INSTALL, Linux 6.13.
-  pthread_attr_t attributes;
-  pthread_getattr_np(pthread_self(), &attributes);
-  void* lowest = nullptr;
-  std::size_t size = 0;
-  pthread_attr_getstack(&attributes, &lowest, &size);
-  if (madvise(lowest, 4096, kGuardInstall) != 0) {
-    std::perror("madvise");
-  }
-  pthread_attr_destroy(&attributes);
-}
-
-bool g_guard_own_stack = false;
+bool g_guard_stacks = false;
 
 void* Wait(void*) {
-  if (g_guard_own_stack) {
-    GuardOwnStack();
+  if (g_guard_stacks) {
+    GuardThreadStack();
   }
   for (;;) {
     pause();
@@ -66,7 +54,7 @@ void StartThreads(int count, std::string_view stack) {
   if (stack == "unguarded" || stack == "marked") {
     pthread_attr_setguardsize(&attributes, 0);
   }
-  g_guard_own_stack = stack == "marked";
+  g_guard_stacks = stack == "marked";
   for (int i = 0; i < count; ++i) {
     pthread_t thread;
     pthread_create(&thread, &attributes, Wait, nullptr);

@@ -124,30 +124,15 @@ class SignalStormTest : public testing::Test {
               static_cast<ssize_t>(items.size()));
     close(fifo);
   }
-
-  // Waits until `main` and the stop thread read: no SIGTERM is on its way. Seen
-  // twice, since the two are not looked at at once.
-  static void AwaitHandled(const LauncherRun& run) {
-    const pid_t process = run.Process();
-    int seen = 0;
-    EXPECT_TRUE(Eventually([&] {
-      const std::vector<pid_t> threads = ThreadsOf(process);
-      const bool all = std::ranges::all_of(threads, [&](pid_t thread) {
-        return IsBlockedIn(process, thread, kReadCall);
-      });
-      seen = all && threads.size() == 2 ? seen + 1 : 0;
-      return seen == 2;
-    }));
-  }
 };
 
 TEST_F(SignalStormTest, BeforeTheWaitIsNotRemembered) {
   Rounds(SoakOr(2000, 24), [](LauncherRun& run, Random& random) {
     const int fifo = StartOnFifo(run);
-    AwaitHandled(run);
+    run.AwaitReading();
     const std::size_t descriptors = DescriptorsOf(run.Process()).size();
     Storm(run, random);
-    AwaitHandled(run);
+    run.AwaitReading();
     EXPECT_EQ(DescriptorsOf(run.Process()).size(), descriptors);
     Feed(fifo, ItemsFile({Sleeper("a"), Sleeper("b")}));
     run.AwaitReady(2);
@@ -200,8 +185,7 @@ TEST_F(SignalStormTest, DuringPauses) {
     // Every item has forked and `main` waits.
     run.Await("a ", 2);
     run.Await("b ", 2);
-    EXPECT_TRUE(Eventually(
-        [&] { return IsBlockedIn(run.Process(), run.Process(), kLockCall); }));
+    run.AwaitWaiting();
     std::this_thread::sleep_for(microseconds(Pick(random, 60000)));
     Storm(run, random);
     ExpectStopped(run.Wait());
@@ -211,11 +195,10 @@ TEST_F(SignalStormTest, DuringPauses) {
 
 TEST_F(SignalStormTest, DuringTheStopItself) {
   Rounds(SoakOr(1800, 24), [](LauncherRun& run, Random& random) {
-    run.StartItems(ItemsFile({Sleeper("a"), Tick("b"), Sleeper("c")}));
-    run.Await("b ", 2);
-    EXPECT_TRUE(Eventually([&] { return ThreadsInWait(run.Process()) >= 2; }));
-    EXPECT_TRUE(Eventually(
-        [&] { return IsBlockedIn(run.Process(), run.Process(), kLockCall); }));
+    const std::string blinker = R"({"name": "b", "program": "/bin/sleep",
+                                    "argc": 1, "args": {"0": "0.05"}})";
+    run.StartItems(ItemsFile({Sleeper("a"), blinker, Sleeper("c")}));
+    run.AwaitReady(3);
     while (run.IsRunning()) {
       Storm(run, random);
       std::this_thread::sleep_for(microseconds(Pick(random, 20000)));

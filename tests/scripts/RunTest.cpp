@@ -122,7 +122,8 @@ class RunGroupTest : public RunTest, public testing::WithParamInterface<int> {};
 TEST_P(RunGroupTest, ShowsTheStopToItsEnd) {
   REQUIRE_SANDBOX();
   Start(EXAMPLE_ITEMS);
-  Await("[LAUNCHER  ] Start to fork sleeper");
+  // By then every item has forked, without which its stop would end the group.
+  Await("status = 0\n");
   kill(-script_, GetParam());
   EXPECT_EQ(Wait(), 0);
   Await("status = 9\n");

@@ -20,28 +20,18 @@
 
 namespace fs = std::filesystem;
 
-#ifdef __linux__
-
-const long kLockCall = SYS_futex;
-const long kReadCall = SYS_read;
-const long kWaitCall = SYS_wait4;
-
-void SignalThread(pid_t process, pid_t thread, int number) {
-  syscall(SYS_tgkill, process, thread, number);
-}
-
-#else
-
-// Without a sandbox no test asks.
-const long kLockCall = 0;
-const long kReadCall = 0;
-const long kWaitCall = 0;
-
-void SignalThread(pid_t, pid_t, int) {}
-
-#endif
-
 namespace {
+
+#ifdef __linux__
+constexpr long kReadCall = SYS_read;
+constexpr long kWaitCall = SYS_wait4;
+constexpr long kLockCall = SYS_futex;
+#else
+// Without /proc no test asks.
+constexpr long kReadCall = 0;
+constexpr long kWaitCall = 0;
+constexpr long kLockCall = 0;
+#endif
 
 std::optional<pid_t> ProcessId(const fs::path& directory) {
   const std::string name = directory.filename();
@@ -120,6 +110,14 @@ int ThreadsInWait(pid_t process) {
     return IsBlockedIn(process, thread, kWaitCall);
   }));
 }
+
+#ifdef __linux__
+void SignalThread(pid_t process, pid_t thread, int number) {
+  syscall(SYS_tgkill, process, thread, number);
+}
+#else
+void SignalThread(pid_t, pid_t, int) {}  // Without a sandbox no test asks.
+#endif
 
 std::vector<pid_t> SessionOf(pid_t leader) {
   std::vector<pid_t> session;
@@ -263,13 +261,33 @@ int LauncherRun::Wait() {
   return *status_;
 }
 
+void LauncherRun::AwaitReading() {
+  AwaitState([this] {
+    const std::vector<pid_t> threads = ThreadsOf(process_);
+    return threads.size() == 2 &&
+           std::ranges::all_of(threads, [this](pid_t thread) {
+             return IsBlockedIn(process_, thread, kReadCall);
+           });
+  });
+}
+
+void LauncherRun::AwaitWaiting() {
+  AwaitState([this] { return IsBlockedIn(process_, process_, kLockCall); });
+}
+
 void LauncherRun::AwaitReady(int children) {
-  // Seen twice, since `main` may wait for a lock for a moment.
+  AwaitState([&] {
+    return ThreadsInWait(process_) == children &&
+           IsBlockedIn(process_, process_, kLockCall);
+  });
+}
+
+// Seen twice: threads are not looked at all at once, and one may wait for a
+// lock for a moment. The launcher may end instead.
+void LauncherRun::AwaitState(const std::function<bool()>& holds) {
   int seen = 0;
   EXPECT_TRUE(Eventually([&] {
-    const bool ready = ThreadsInWait(process_) == children &&
-                       IsBlockedIn(process_, process_, kLockCall);
-    seen = ready ? seen + 1 : 0;
+    seen = holds() ? seen + 1 : 0;
     return seen == 2 || !IsRunning();
   }));
 }

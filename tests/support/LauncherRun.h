@@ -26,11 +26,6 @@ std::vector<pid_t> ThreadsOf(pid_t process);
 // group, as required.
 int ThreadsInWait(pid_t process);
 
-// System calls that a thread may be blocked in.
-extern const long kLockCall;
-extern const long kReadCall;
-extern const long kWaitCall;
-
 // Whether `thread` of `process` is blocked in the system call `call`.
 bool IsBlockedIn(pid_t process, pid_t thread, long call);
 
@@ -94,8 +89,12 @@ class LauncherRun {
   bool IsRunning();
   // Waits for the launcher's end and gives its wait status.
   int Wait();
-  // Waits until `children` run and are known to the launcher, and `main` waits
-  // for the one SIGTERM that will end it.
+  // Waits until `main` and the stop thread read, the items file and the pipe:
+  // no SIGTERM is on its way.
+  void AwaitReading();
+  // Waits until `main` waits for the one SIGTERM that will end it.
+  void AwaitWaiting();
+  // Waits until, in addition, `children` run and are known to the launcher.
   void AwaitReady(int children);
   // Sends SIGTERM until the launcher ends (one that comes too early is not
   // remembered, by design) and gives the wait status.
@@ -108,6 +107,8 @@ class LauncherRun {
   std::vector<LogRecord> Await(const std::string& part, std::size_t count = 1);
 
  private:
+  void AwaitState(const std::function<bool()>& holds);
+
   TempDir directory_;
   std::map<std::string, std::string> environment_;
   pid_t process_ = 0;

@@ -1,7 +1,7 @@
 // The log level, and the start of logging.
 //
 // All of it runs once, on the main thread, before any supervision thread
-// exists.
+// exists. Nothing throws but std::bad_alloc.
 
 #pragma once
 

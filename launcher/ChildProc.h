@@ -67,6 +67,7 @@ class ChildProc {
   // caller included), -1 after a failed one (every process that may be
   // signalled), or a child that is gone already. Does not wait. A child forked
   // at this very moment is missed: then the thread ends when that child does.
+  // Safe from any thread and in a forked copy, whose flag is its own.
   void Stop();
 
  private:

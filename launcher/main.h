@@ -23,7 +23,8 @@ extern std::condition_variable g_process_condition;
 // Reads the whole file at `path`, of any size, and stores its text up to the
 // first NUL in `data`. False, with `data` left alone, when the file cannot be
 // opened or is empty. Does not return when the file opens but cannot be read,
-// as a directory: only the end of the file ends the reading.
+// as a directory: only the end of the file ends the reading. Throws
+// std::bad_alloc, with `data` left alone, when there is no memory for the file.
 bool ReadData(std::string path, std::string& data);
 
 // The SIGTERM handler: wakes the stop thread, which empties `g_child_map`, one

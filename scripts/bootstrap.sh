@@ -26,6 +26,7 @@ check  libclang-rt-dev  -
 check  clang-format    clang-format
 check  clang-tidy      -
 check  llvm            llvm
+check  npm             node
 check  shellcheck      shellcheck
 cross  dpkg-dev        -
 cross  libxml2-utils   -
@@ -52,8 +53,10 @@ as_root() {
   fi
 }
 
+# As the package of that name, or as a command of that name from elsewhere.
 is_installed() {
-  [[ $(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
+  command -v "$1" >/dev/null ||
+    [[ $(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
 }
 
 bootstrap_debian() {

@@ -47,6 +47,8 @@ make_package() {
 check_contents() {
   diff - <(dpkg-deb --fsys-tarfile "$out"/*.deb | tar -t | grep -v '/$' | sort) \
     << END || fail "the package holds something else"
+./usr/bin/launcher-check
+./usr/bin/launcher-log
 ./usr/lib/systemd/user/tamrel-launcher@.service
 .$tree/Contents/Frameworks/liblogger.so.1
 .$tree/Contents/MacOS/launcher
@@ -102,14 +104,17 @@ run_launcher() {
 write_try() {
   cat > "$root/try" << 'END'
 export HOME=/root
-log=$HOME/Library/Logs//qvxlog/launcher.log
+log=$HOME/Library/Logs/Demo/qvxlog/launcher.log
+cp /usr/share/doc/tamrel-launcher/examples/qvxapi.ini "$1/Contents/Frameworks"
 echo '{"0": {"name": "tick", "program": "/bin/true"}}' > /items.json
+launcher-check --strict /items.json
 "$1/Contents/MacOS/launcher" alpha /items.json &
 until grep -qs "tick .* is killed" "$log"; do sleep 0.1; done
 kill $!
 status=0
 wait $! || status=$?
-cat "$log"
+launcher-log
+launcher-log | grep -q '^tick '
 test "$status" = 1
 END
 }

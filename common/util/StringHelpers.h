@@ -2,8 +2,10 @@
 // conversion between UTF-8 and wide strings.
 //
 // All functions are reentrant: they share no state and may be called from any
-// thread at once, on distinct strings. A wide string holds one code point in
-// each (32-bit) character.
+// thread at once, on distinct strings. Beside what is said below they throw
+// what the string library throws: std::bad_alloc, and std::length_error for a
+// length beyond all strings. A wide string holds one code point in each
+// (32-bit) character.
 
 #pragma once
 
@@ -12,7 +14,8 @@
 #include <vector>
 
 // Returns the stretches of `text` between the matches of `separator`. Empty
-// stretches are kept, apart from one behind the last match.
+// stretches are kept, apart from one behind the last match. Throws
+// std::regex_error when the standard library finds the matching too complex.
 //
 //   split("a/b/", "/")  gives  "a", "b"
 //   split("/a", "/")    gives  "", "a"
@@ -36,7 +39,8 @@ std::string string_format(std::string format, ...);
 // `search.size()`, whatever the size of `replacement`. So characters that move
 // up behind a shorter replacement are passed over, and the call does not return
 // when `replacement` holds `search` at an offset of `search.size()` or more,
-// nor when `search` is empty.
+// nor when `search` is empty. What it throws when `text` outgrows the memory
+// leaves the replacements so far in `text`.
 //
 //   aa by b in aaaa    gives  baa
 //   x by yy in axbx    gives  ayybyy

@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include "environment/AppPaths.h"
 #include "environment/LogConfig.h"
 #include "environment/Logging.h"
+#include "tests/support/LauncherRun.h"
 #include "tests/support/RecordingLog.h"
+#include "tests/support/Sandbox.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -93,6 +96,16 @@ TEST_F(GetLogLevelTest, DropsTheMessageWithoutALogger) {
   logger = nullptr;
   EXPECT_EQ(GetLogLevel(), 8);
   ExpectFailuresLogged(0);
+}
+
+TEST(InitLog, KeepsALoggerThatTheLibraryGivesWithAnError) {
+  REQUIRE_SANDBOX();
+  LauncherRun run;
+  run.SetEnvironment("RECORDER", "complain");
+  run.StartItems(R"({"0": {}})");
+  run.Await("[LAUNCHER  ] There is an item has no name.");
+  run.AwaitWaiting();
+  EXPECT_EQ(WEXITSTATUS(run.Stop()), 1);
 }
 
 }  // namespace

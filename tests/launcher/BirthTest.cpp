@@ -165,16 +165,22 @@ TEST_F(BirthTest, AThousandArgumentsArrive) {
 }
 
 TEST_F(BirthTest, TheEnvironmentArrivesByteForByte) {
-  run_.SetEnvironment("QUOTED", "a \"b\" '%s' \\ \xc3\xa9");
-  run_.SetEnvironment("EMPTY", "");
-  const pid_t child = Bear({}, [] {
-    putenv(const_cast<char*>("TWICE=1"));
-    clearenv();
-    putenv(const_cast<char*>("ONLY= this"));
-    putenv(const_cast<char*>("AND=a\nline"));
-  });
-  EXPECT_EQ(Content(File(child, "environ")),
-            Content(File(run_.Process(), "environ")));
+  constexpr std::array<const char*, 6> kVariables{
+      "QUOTED=a \"b\" '%s' \\ \xc3\xa9",
+      "EMPTY=",
+      "TWICE=1",
+      "TWICE=2",
+      "SPACE= and a\nline",
+      nullptr};
+  std::string expected;
+  for (const char* const* variable = kVariables.data(); *variable != nullptr;
+       ++variable) {
+    expected.append(*variable) += '\0';
+  }
+  const pid_t child =
+      Bear({}, [&] { environ = const_cast<char**>(kVariables.data()); });
+  EXPECT_EQ(Content(File(run_.Process(), "environ")), expected);
+  EXPECT_EQ(Content(File(child, "environ")), expected);
 }
 
 TEST_F(BirthTest, TheWorkingDirectoryIsTheLaunchers) {

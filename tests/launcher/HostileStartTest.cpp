@@ -142,7 +142,7 @@ TEST_F(HostileStartTest, WithoutAMaskForFilesKeepsItsLogPrivate) {
 
 class ClockTest
     : public HostileStartTest,
-      public testing::WithParamInterface<std::pair<const char*, const char*>> {
+      public testing::WithParamInterface<std::pair<std::string, std::string>> {
 };
 
 TEST_P(ClockTest, IsNoHindrance) {

@@ -278,7 +278,7 @@ TEST_F(LauncherTest, NeverWritesTheLineAboutReading) {
 // What ends the start-up.
 
 class LauncherFaultTest : public LauncherTest,
-                          public testing::WithParamInterface<const char*> {};
+                          public testing::WithParamInterface<std::string> {};
 
 TEST_P(LauncherFaultTest, LogsOneMessageAndEndsWithZero) {
   run_->StartItems(GetParam());

@@ -189,6 +189,9 @@ TEST_F(RunTest, ShowsAtTheEndWhatBecameOfTheItems) {
   EXPECT_NE(output.find("\nsleeper               1     1  SIGKILL", table),
             std::string::npos)
       << output;
+  EXPECT_NE(output.find("\nsilent (launcher stopped or killed): ", table),
+            std::string::npos)
+      << output;
 }
 #endif
 

@@ -2,14 +2,15 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
 #include <stdlib.h>
-#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 
 namespace {
 
@@ -86,27 +87,55 @@ CommandResult RunCommand(const std::vector<std::string>& vector,
   return result;
 }
 
-CommandResult RunOnTerminal(const std::vector<std::string>& vector,
-                            const Environment& environment) {
-  const int master = posix_openpt(O_RDWR | O_NOCTTY);
-  if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) {
+TerminalCommand::TerminalCommand(const std::vector<std::string>& vector,
+                                 const Environment& environment, winsize size)
+    : master_(posix_openpt(O_RDWR | O_NOCTTY)) {
+  if (master_ < 0 || grantpt(master_) != 0 || unlockpt(master_) != 0) {
     throw std::runtime_error("no terminal");
   }
-  const int slave = open(ptsname(master), O_RDWR | O_NOCTTY);
-  winsize size{};
-  size.ws_col = 80;
-  size.ws_row = 24;
-  ioctl(slave, TIOCSWINSZ, &size);
-  const pid_t process = fork();
-  if (process == 0) {
+  fcntl(master_, F_SETFD, FD_CLOEXEC);
+  const int slave = open(ptsname(master_), O_RDWR | O_NOCTTY);
+  Resize(size);
+  process_ = fork();
+  if (process_ == 0) {
     Execute(vector, environment, slave, slave);
   }
   close(slave);
-  CommandResult result;
-  while (ReadSome(master, &result.output)) {
+}
+
+TerminalCommand::~TerminalCommand() {
+  if (process_ != 0) {
+    Signal(SIGKILL);
+    Status(process_);
   }
-  close(master);
-  result.status = Status(process);
+  close(master_);
+}
+
+void TerminalCommand::Resize(winsize size) const {
+  ioctl(master_, TIOCSWINSZ, &size);
+}
+
+void TerminalCommand::Signal(int number) const { kill(process_, number); }
+
+const std::string& TerminalCommand::Output() {
+  pollfd end{master_, POLLIN, 0};
+  while (poll(&end, 1, 0) > 0 && ReadSome(master_, &output_)) {
+  }
+  return output_;
+}
+
+int TerminalCommand::Wait() {
+  while (ReadSome(master_, &output_)) {
+  }
+  return Status(std::exchange(process_, 0));
+}
+
+CommandResult RunOnTerminal(const std::vector<std::string>& vector,
+                            const Environment& environment) {
+  TerminalCommand command(vector, environment, {24, 80, 0, 0});
+  CommandResult result;
+  result.status = command.Wait();
+  result.output = command.Output();
   std::erase(result.output, '\r');
   return result;
 }

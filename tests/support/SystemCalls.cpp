@@ -26,6 +26,7 @@ std::function<pid_t()> g_fork;
 std::function<pid_t(pid_t, int*, int)> g_waitpid;
 std::function<int()> g_execv;
 std::function<int()> g_create_thread;
+std::function<void(const timespec&)> g_nanosleep;
 
 void RecordExec(const char* path, char* const* vector) {
   if (g_exec_file.empty()) {
@@ -54,6 +55,7 @@ void Reset() {
   g_waitpid = nullptr;
   g_execv = nullptr;
   g_create_thread = nullptr;
+  g_nanosleep = nullptr;
 }
 
 std::vector<std::pair<pid_t, int>> Kills() {
@@ -91,6 +93,10 @@ void OnExecv(std::function<int()> replacement) {
 
 void OnCreateThread(std::function<int()> replacement) {
   g_create_thread = std::move(replacement);
+}
+
+void OnNanosleep(std::function<void(const timespec&)> observer) {
+  g_nanosleep = std::move(observer);
 }
 
 pid_t RealFork() { return Next(&::fork, "fork")(); }
@@ -142,6 +148,14 @@ __attribute__((visibility("default"))) int pthread_create(
   return error != 0 ? error
                     : system_calls::Next(&::pthread_create, "pthread_create")(
                           thread, attributes, body, argument);
+}
+
+__attribute__((visibility("default"))) int nanosleep(const timespec* time,
+                                                     timespec* rest) {
+  if (system_calls::g_nanosleep) {
+    system_calls::g_nanosleep(*time);
+  }
+  return system_calls::Next(&::nanosleep, "nanosleep")(time, rest);
 }
 
 }  // extern "C"

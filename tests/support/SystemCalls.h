@@ -2,13 +2,15 @@
 // in the test program that links SystemCalls.cpp: the calls of the code under
 // test bind to these instead of the C library's.
 //
-// kill is recorded; a signal to 0 or to a negative id is never sent. The others
-// go through unless a test sets a replacement.
+// kill is recorded; a signal to 0 or to a negative id is never sent. nanosleep,
+// which is what the standard library's pauses come to, is shown to the test.
+// The others go through unless a test sets a replacement.
 
 #pragma once
 
 #include <pthread.h>
 #include <sys/types.h>
+#include <time.h>
 
 #include <functional>
 #include <string>
@@ -35,6 +37,10 @@ void OnFork(std::function<pid_t()> replacement);
 void OnWaitpid(std::function<pid_t(pid_t, int*, int)> replacement);
 void OnExecv(std::function<int()> replacement);
 void OnCreateThread(std::function<int()> replacement);
+
+// Called with the time that nanosleep is asked for, before the call goes
+// through: on the calling thread, also in forked copies.
+void OnNanosleep(std::function<void(const timespec&)> observer);
 
 // The C library's own.
 pid_t RealFork();

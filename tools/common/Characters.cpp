@@ -115,20 +115,24 @@ std::size_t DisplayWidth(std::string_view text) {
   return width;
 }
 
-std::string Fitted(std::string_view text, std::size_t width) {
+std::string Cut(std::string_view text, std::size_t width) {
+  if (DisplayWidth(text) <= width) {
+    return std::string(text);
+  }
   std::string result;
-  std::size_t used = 0;
-  const bool cut = DisplayWidth(text) > width;
-  while (!text.empty()) {
+  std::size_t used = 1;  // by the ellipsis
+  for (;;) {
     const Character character = FirstCharacter(text);
-    if (used + Width(character) > (cut ? width - 1 : width)) {
-      result += kEllipsis;
-      ++used;
-      break;
+    used += Width(character);
+    if (used > width) {
+      return result.append(kEllipsis);
     }
     result += text.substr(0, character.bytes);
-    used += Width(character);
     text.remove_prefix(character.bytes);
   }
-  return result.append(width - used, ' ');
+}
+
+std::string Fitted(std::string_view text, std::size_t width) {
+  std::string result = Cut(text, width);
+  return result.append(width - DisplayWidth(result), ' ');
 }

@@ -34,6 +34,9 @@ std::string ValidUtf8(std::string_view text);
 // character, none for a combining one.
 std::size_t DisplayWidth(std::string_view text);
 
-// `text`, cut where it is too wide, with the last column showing "…" then, and
-// filled up with blanks to `width` columns.
+// `text`, cut where it is wider than `width` columns, with the last one showing
+// "…" then.
+std::string Cut(std::string_view text, std::size_t width);
+
+// The same, filled up with blanks to `width` columns.
 std::string Fitted(std::string_view text, std::size_t width);

@@ -9,8 +9,8 @@ namespace {
 
 constexpr LogMicros kRestartPause = 50'000;
 
-// An item whose start is logged starts again within this, or not at all.
-constexpr LogMicros kRestartSeen = 5 * kMicrosPerSecond;
+// An item starts again within this, or not at all.
+constexpr LogMicros kRestartSeen = kMicrosPerSecond;
 
 constexpr std::uint32_t kLoopingPerMinute = 5;
 
@@ -54,8 +54,8 @@ const char* Describe(ItemState state) {
   switch (state) {
     case ItemState::kRunning:
       return "running";
-    case ItemState::kProbably:
-      return "running~";
+    case ItemState::kPausing:
+      return "pausing";
     case ItemState::kLooping:
       return "looping";
     case ItemState::kSilent:
@@ -84,18 +84,26 @@ ItemState ItemHistory::StateAt(LogMicros now) const {
   if (last_kind == LogEventKind::kNoProgram) {
     return ItemState::kNoProgram;
   }
+  const bool paused = last_kind == LogEventKind::kEnd && last_logs_starts;
+  const bool overdue = now - last_time > kRestartSeen;
+  if (paused && overdue) {
+    return ItemState::kSilent;
+  }
   if (rate.At(now / kMicrosPerSecond) >= kLoopingPerMinute) {
     return ItemState::kLooping;
   }
-  if (last_kind == LogEventKind::kStart) {
-    return ItemState::kRunning;
+  if (paused) {
+    return ItemState::kPausing;
   }
-  // By rule it is started again. The rule ends with the launcher, which kills
-  // its programs, or, where starts are logged, when none is seen.
-  const bool overdue = now - last_end > kRestartSeen;
+  // By rule it has been started again. The rule ends with the launcher, which
+  // kills its programs.
   const bool killed = WaitStatus(last_status).signal == SIGKILL;
-  return overdue && (killed || !HasDerivedStarts()) ? ItemState::kSilent
-                                                    : ItemState::kProbably;
+  return HasDerivedState() && overdue && killed ? ItemState::kSilent
+                                                : ItemState::kRunning;
+}
+
+bool ItemHistory::HasDerivedState() const {
+  return last_kind == LogEventKind::kEnd && !last_logs_starts;
 }
 
 void History::Add(const LogEvent& event) {
@@ -166,7 +174,7 @@ Supervisor* History::FindSupervisor(ItemHistory* item, const LogEvent& event) {
   if (all.size() == kMaxSupervisors) {
     all.erase(std::ranges::min_element(all, {}, &Supervisor::last));
   }
-  all.push_back({event.process, event.thread, {}, event.time});
+  all.push_back({event.process, event.thread, {}, false, event.time});
   return &all.back();
 }
 
@@ -176,7 +184,9 @@ void History::AddStart(ItemHistory* item, const LogEvent& event) {
     return;
   }
   ++item->logged_starts;
-  FindSupervisor(item, event)->start = event.time;
+  Supervisor* const supervisor = FindSupervisor(item, event);
+  supervisor->start = event.time;
+  supervisor->logs_starts = true;
 }
 
 void History::AddEnd(std::size_t index, const LogEvent& event) {
@@ -185,6 +195,7 @@ void History::AddEnd(std::size_t index, const LogEvent& event) {
   ++item.ends;
   item.last_end = event.time;
   item.last_status = event.status;
+  item.last_logs_starts = supervisor->logs_starts;
   item.rate.Add(event.time / kMicrosPerSecond);
   if (supervisor->start) {
     const LogMicros life =
@@ -194,7 +205,10 @@ void History::AddEnd(std::size_t index, const LogEvent& event) {
   if (on_run_) {
     on_run_({index, supervisor->start, event.time, event.status});
   }
-  supervisor->start = event.time + kRestartPause;
+  supervisor->start.reset();
+  if (!supervisor->logs_starts) {
+    supervisor->start = event.time + kRestartPause;
+  }
 }
 
 void History::SeeLauncher(const LogEvent& event) {

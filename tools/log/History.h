@@ -44,12 +44,13 @@ struct Supervisor {
   std::int64_t process = 0;
   std::int64_t thread = 0;
   std::optional<LogMicros> start;  // of the present run, where it is known
+  bool logs_starts = false;
   LogMicros last = 0;
 };
 
 enum class ItemState {
-  kRunning,    // its start is logged, and no end
-  kProbably,   // ended, and by rule started again
+  kRunning,    // was started last or, by rule, again
+  kPausing,    // ended, and is about to be started again
   kLooping,    // ends all the time
   kSilent,     // ended, and not seen to start again
   kNoFork,     // could not be forked; its supervision is over
@@ -68,6 +69,7 @@ struct ItemHistory {
   LogMicros last_time = 0;
   LogEventKind last_kind = LogEventKind::kOther;
   bool last_by_copy = false;
+  bool last_logs_starts = false;  // whether its supervisor does
   LogMicros last_end = 0;
   int last_status = 0;
   std::optional<LogMicros> longest;
@@ -77,6 +79,8 @@ struct ItemHistory {
   bool HasDerivedStarts() const { return logged_starts == 0; }
   std::uint64_t Starts() const;
   ItemState StateAt(LogMicros now) const;
+  // Whether what has become of it since its last end is not logged.
+  bool HasDerivedState() const;
 };
 
 // A program's life from a start to an end.

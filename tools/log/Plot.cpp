@@ -12,7 +12,7 @@ namespace {
 
 constexpr int kLeft = 190;
 constexpr int kWidth = 960;
-constexpr int kRight = 30;
+constexpr int kRight = 90;
 constexpr int kTop = 64;
 constexpr int kLaneHeight = 34;
 constexpr int kBarHeight = 16;
@@ -148,15 +148,16 @@ class SvgWriter {
   void WriteLane(std::size_t item, int top) {
     constexpr std::size_t kLabelColumns = 22;
     const std::string name = Printable(history_.Items()[item].name);
-    std::string label = Fitted(name, kLabelColumns);
-    label.erase(label.find_last_not_of(' ') + 1);
+    const std::uint64_t ends = history_.Items()[item].ends;
     const int middle = top + kLaneHeight / 2;
     out_ << "<g><title>" << XmlText(name) << "</title>"
          << R"(<text text-anchor="end" x=")" << kLeft - 12 << R"(" y=")"
-         << middle + 4 << R"(">)" << XmlText(label) << "</text>"
+         << middle + 4 << R"(">)" << XmlText(Cut(name, kLabelColumns))
+         << "</text>"
          << R"(<path d="M)" << kLeft << "," << middle << "H" << kLeft + kWidth
-         << R"(" stroke="#bbb"/></g>)"
-         << "\n";
+         << R"(" stroke="#bbb"/><text x=")" << kLeft + kWidth + 10 << R"(" y=")"
+         << middle + 4 << R"(" fill="#444">)" << CountText(ends)
+         << (ends == 1 ? " end" : " ends") << "</text></g>\n";
     if (item < plot_.lanes_.size()) {
       WriteBars(plot_.lanes_[item], middle);
       WriteMarks(plot_.lanes_[item], middle);
@@ -218,6 +219,7 @@ class SvgWriter {
 
   void WriteLegend() {
     constexpr int kEntryWidth = 200;
+    constexpr int kFirstEntryWidth = 130;
     int x = 30;
     const int y = height_ - 24;
     out_ << R"(<rect x=")" << x << R"(" y=")" << y - 8
@@ -225,7 +227,7 @@ class SvgWriter {
          << R"(<text x=")" << x + 36 << R"(" y=")" << y + 4
          << "\">running</text>\n";
     for (std::size_t cause = 0; cause < kEndCauses; ++cause) {
-      x += cause == 0 ? kEntryWidth / 2 : kEntryWidth;
+      x += cause == 0 ? kFirstEntryWidth : kEntryWidth;
       out_ << R"(<g transform="translate()" << x << "," << y << ")\">"
            << kShapes[cause] << R"(<text x="12" y="4">ended: )"
            << kCauses[cause] << "</text></g>\n";
@@ -296,8 +298,7 @@ void Plot::FillOpenRuns(const History& history) {
   for (std::size_t i = 0; i < history.Items().size(); ++i) {
     const ItemHistory& item = history.Items()[i];
     const ItemState state = item.StateAt(history.Last());
-    if (state != ItemState::kRunning && state != ItemState::kProbably &&
-        state != ItemState::kLooping) {
+    if (state != ItemState::kRunning && state != ItemState::kLooping) {
       continue;
     }
     for (const Supervisor& supervisor : item.supervisors) {

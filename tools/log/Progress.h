@@ -2,9 +2,14 @@
 
 #pragma once
 
+#include <signal.h>
+
+#include <array>
 #include <chrono>
 #include <cstdint>
 
+// One at a time. While it is shown, SIGINT and SIGTERM wipe it before they end
+// the process.
 class Progress {
  public:
   // Of `total` bytes, on standard error; shown on a terminal only.
@@ -19,8 +24,11 @@ class Progress {
  private:
   using Clock = std::chrono::steady_clock;
 
+  void HandleSignals();
+
   const std::uint64_t total_;
   const bool enabled_;
   Clock::time_point next_;
   bool shown_ = false;
+  std::array<struct sigaction, 2> before_{};
 };

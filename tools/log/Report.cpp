@@ -26,36 +26,53 @@ std::string Row(const std::string& name, const std::string& starts,
          Column(worst, 5) + Column(longest, 7) + "  " + state + "\n";
 }
 
-std::string ItemRow(const ItemHistory& item, LogMicros now) {
-  const bool ended = item.ends > 0;
-  return Row(Printable(item.name),
-             CountText(item.Starts()) + (item.HasDerivedStarts() ? "~" : ""),
-             CountText(item.ends),
-             ended ? WaitStatus(item.last_status).Text() : "-",
-             ended ? SpanText(now - item.last_end) : "-",
-             CountText(item.rate.At(now / kMicrosPerSecond)),
-             CountText(item.rate.Worst()),
-             item.longest ? SpanText(*item.longest) : "-",
-             Describe(item.StateAt(now)));
+bool HasDerived(const ItemHistory& item) {
+  return item.HasDerivedStarts() || item.HasDerivedState();
 }
 
-// The names of the items in one state.
-std::string NamesIn(const History& history, LogMicros now, ItemState state) {
-  constexpr std::size_t kMaxNames = 5;
-  std::string names;
-  std::size_t count = 0;
+// Looping shows in the log itself.
+std::string StateText(const ItemHistory& item, LogMicros now) {
+  const ItemState state = item.StateAt(now);
+  const bool derived = item.HasDerivedState() && state != ItemState::kLooping;
+  return Describe(state) + std::string(derived ? "~" : "");
+}
+
+std::string ItemRow(const ItemHistory& item, LogMicros now) {
+  const bool ended = item.ends > 0;
+  return Row(
+      Printable(item.name),
+      CountText(item.Starts()) + (item.HasDerivedStarts() ? "~" : ""),
+      CountText(item.ends), ended ? WaitStatus(item.last_status).Text() : "-",
+      ended ? SpanText(now - item.last_end) : "-",
+      CountText(item.rate.At(now / kMicrosPerSecond)),
+      CountText(item.rate.Worst()),
+      item.longest ? SpanText(*item.longest) : "-", StateText(item, now));
+}
+
+// `what` and the names of the items in one state, as many as fit a line;
+// nothing when there are none.
+std::string StateNote(const History& history, LogMicros now, ItemState state,
+                      const std::string& what) {
+  constexpr std::size_t kRoom = 68;  // leaves some for what is left out
+  std::string line;
+  std::size_t left_out = 0;
   for (const ItemHistory& item : history.Items()) {
     if (item.StateAt(now) != state) {
       continue;
     }
-    if (++count <= kMaxNames) {
-      names += names.empty() ? "" : ", ";
-      names += Printable(item.name);
+    const std::string name = Cut(Printable(item.name), kNameWidth);
+    if (line.empty()) {
+      line = what + name;
+    } else if (left_out == 0 && DisplayWidth(line + ", " + name) <= kRoom) {
+      line += ", " + name;
+    } else {
+      ++left_out;
     }
   }
-  return count > kMaxNames
-             ? names + " and " + std::to_string(count - kMaxNames) + " more"
-             : names;
+  if (left_out > 0) {
+    line += " and " + std::to_string(left_out) + " more";
+  }
+  return line.empty() ? "" : line + "\n";
 }
 
 std::string Source(const std::vector<std::string>& files,
@@ -83,26 +100,22 @@ std::string Source(const std::vector<std::string>& files,
 
 std::string Notes(const History& history, LogMicros now) {
   std::string text;
-  const auto note = [&](const std::string& what, const std::string& about) {
-    text += about.empty() ? "" : what + about + "\n";
+  const auto names = [&](ItemState state, const std::string& what) {
+    text += StateNote(history, now, state, what);
   };
   const auto count = [&](const std::string& what, std::uint64_t number) {
-    note(what, number == 0 ? "" : std::to_string(number));
+    text += number == 0 ? "" : what + std::to_string(number) + "\n";
   };
-  note("looping: ", NamesIn(history, now, ItemState::kLooping));
-  note("silent (ended, not seen to start again): ",
-       NamesIn(history, now, ItemState::kSilent));
-  note("chain (cannot be executed; one more process every 50 ms): ",
-       NamesIn(history, now, ItemState::kChain));
-  note("no fork (given up for good): ",
-       NamesIn(history, now, ItemState::kNoFork));
-  note("no path (an empty \"program\"): ",
-       NamesIn(history, now, ItemState::kNoProgram));
+  names(ItemState::kLooping, "looping: ");
+  names(ItemState::kSilent, "silent (launcher stopped or killed): ");
+  names(ItemState::kChain, "chain (cannot be executed; processes pile up): ");
+  names(ItemState::kNoFork, "no fork (given up for good): ");
+  names(ItemState::kNoProgram, "no path (an empty \"program\"): ");
   count("items without a name: ", history.NamelessItems());
   count("items files that could not be parsed: ", history.FailedLaunches());
   count("lines lost: ", history.LostLines());
   count("lines that are no log's: ", history.UnreadableLines());
-  if (std::ranges::any_of(history.Items(), &ItemHistory::HasDerivedStarts)) {
+  if (std::ranges::any_of(history.Items(), HasDerived)) {
     text += "~ derived from the ends: starts are logged at level DEBUG only\n";
   }
   return text;
@@ -145,9 +158,8 @@ JsonObject JsonItem(const ItemHistory& item, LogMicros now) {
   }
   PutCount(object, "failed_forks", item.failed_forks);
   PutCount(object, "chained_copies", item.copies);
-  std::string state = Describe(item.StateAt(now));
-  std::erase(state, '~');
-  PutText(object, "state", state);
+  PutText(object, "state", Describe(item.StateAt(now)));
+  PutBool(object, "state_derived", item.HasDerivedState());
   return object;
 }
 

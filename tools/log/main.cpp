@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "environment/AppPaths.h"
+#include "tools/common/Terminal.h"
 #include "tools/log/History.h"
 #include "tools/log/LogReader.h"
 #include "tools/log/Plot.h"
@@ -114,15 +115,15 @@ class Program {
 
   // Until the output is gone, or a signal ends the program.
   void Follow() {
-    const bool live = isatty(STDOUT_FILENO) == 1;
+    const bool live = TakesEscapes(STDOUT_FILENO);
     constexpr std::chrono::milliseconds kTablePause{1000};
     constexpr std::chrono::milliseconds kLinePause{200};
     telling_ = !live;
     while (std::cout.good()) {
       reader_.ReadNew();
       if (live) {
-        constexpr const char* kClear = "\x1b[H\x1b[2J";
-        std::cout << kClear << TableReport(reader_.Files(), history_, Now());
+        std::cout << Screenful(TableReport(reader_.Files(), history_, Now()),
+                               SizeOf(STDOUT_FILENO));
       }
       std::cout << std::flush;
       std::this_thread::sleep_for(live ? kTablePause : kLinePause);
@@ -173,6 +174,8 @@ int RunProgram(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // What is flushed goes out in one piece.
+  std::ios::sync_with_stdio(false);
   try {
     return RunProgram(argc, argv);
   } catch (const std::exception& error) {

@@ -53,20 +53,32 @@ TEST(JsonObjectClass, IsDeletedThroughAPointerToIt) {
 }
 
 // Both text constructors, by the same texts.
+struct Constructor {
+  const char* name;
+  JsonObject (*parse)(const std::string&);
+};
+
+void PrintTo(const Constructor& constructor, std::ostream* out) {
+  *out << constructor.name;
+}
+
 JsonObject FromRange(const std::string& text) {
   return {text.data(), static_cast<unsigned int>(text.size())};
 }
 
 JsonObject FromCString(const std::string& text) { return text.c_str(); }
 
-class JsonObjectFromText
-    : public testing::TestWithParam<JsonObject (*)(const std::string&)> {
+class JsonObjectFromText : public testing::TestWithParam<Constructor> {
  protected:
-  static JsonObject Parse(const std::string& text) { return GetParam()(text); }
+  static JsonObject Parse(const std::string& text) {
+    return GetParam().parse(text);
+  }
 };
 
 INSTANTIATE_TEST_SUITE_P(Constructors, JsonObjectFromText,
-                         testing::Values(FromRange, FromCString));
+                         testing::Values(Constructor{"FromRange", FromRange},
+                                         Constructor{"FromCString",
+                                                     FromCString}));
 
 TEST_P(JsonObjectFromText, HoldsTheParsedValue) {
   EXPECT_EQ(Parse(R"( {"b":[1,"x",true,null,2.5],"a":{}} )").ToText(),

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <new>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -26,7 +27,27 @@ namespace {
 std::optional<std::string> g_executable_path;
 std::uint32_t g_offered_size = 0;
 
+// The most bytes that an allocation of this program gets.
+std::size_t g_most_bytes = SIZE_MAX;
+
+// The descriptor that the next file to be opened gets.
+int NextDescriptor() {
+  const int descriptor = open("/dev/null", O_RDONLY);
+  close(descriptor);
+  return descriptor;
+}
+
 }  // namespace
+
+void* operator new(std::size_t bytes) {
+  void* const memory = bytes > g_most_bytes ? nullptr : std::malloc(bytes);
+  if (memory == nullptr) {
+    throw std::bad_alloc();
+  }
+  return memory;
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 // This program is linked without the platform's own, so that it can stand in
 // any folder.
@@ -118,14 +139,20 @@ TEST(Pexec, WaitsForACommandThatHasClosedItsOutput) {
 }
 
 TEST(Pexec, LeavesNoDescriptorOpen) {
-  const auto next_descriptor = [] {
-    const int descriptor = open("/dev/null", O_RDONLY);
-    close(descriptor);
-    return descriptor;
-  };
-  const int before = next_descriptor();
+  const int before = NextDescriptor();
   pexec("echo a");
-  EXPECT_EQ(next_descriptor(), before);
+  EXPECT_EQ(NextDescriptor(), before);
+}
+
+TEST(Pexec, EndsACommandWhoseOutputExceedsTheMemory) {
+  constexpr std::size_t kLittle = 100'000;
+  const int before = NextDescriptor();
+  g_most_bytes = kLittle;
+  EXPECT_THROW(pexec("yes"), std::bad_alloc);
+  g_most_bytes = SIZE_MAX;
+  EXPECT_EQ(NextDescriptor(), before);
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+  EXPECT_EQ(errno, ECHILD);
 }
 
 // A failed read does not end the output.

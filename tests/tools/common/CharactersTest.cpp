@@ -32,6 +32,14 @@ TEST(Characters, CountsTheColumnsOfATerminal) {
   EXPECT_EQ(DisplayWidth("e\u0301"), 1U);  // a combining accent
 }
 
+TEST(Characters, CutsToAWidth) {
+  EXPECT_EQ(Cut("ab", 4), "ab");
+  EXPECT_EQ(Cut("abcd", 4), "abcd");
+  EXPECT_EQ(Cut("abcde", 4), "abc…");
+  EXPECT_EQ(Cut("数数数", 4), "数…");
+  EXPECT_EQ(Cut("abc", 1), "…");
+}
+
 TEST(Characters, FillsUpAndCutsToAWidth) {
   EXPECT_EQ(Fitted("ab", 4), "ab  ");
   EXPECT_EQ(Fitted("abcd", 4), "abcd");

@@ -96,9 +96,11 @@ TEST_F(HistoryOf, CountsEndsInAnyMinute) {
 
 TEST_F(HistoryOf, TellsARunningItem) {
   End(0);
-  EXPECT_EQ(Item().StateAt(At(100)), ItemState::kProbably);
+  EXPECT_EQ(Item().StateAt(At(100)), ItemState::kRunning);
+  EXPECT_TRUE(Item().HasDerivedState());
   Add(0.05, LogEventKind::kStart);
   EXPECT_EQ(Item().StateAt(At(100)), ItemState::kRunning);
+  EXPECT_FALSE(Item().HasDerivedState());
 }
 
 TEST_F(HistoryOf, TellsALoopingItem) {
@@ -111,17 +113,36 @@ TEST_F(HistoryOf, TellsALoopingItem) {
   EXPECT_NE(Item().StateAt(At(80)), ItemState::kLooping);
 }
 
-TEST_F(HistoryOf, TellsASilentItem) {
+TEST_F(HistoryOf, TellsAPausingItemFromASilentOne) {
   Add(0, LogEventKind::kStart);
   End(1);
-  EXPECT_EQ(Item().StateAt(At(2)), ItemState::kProbably);
-  EXPECT_EQ(Item().StateAt(At(7)), ItemState::kSilent);
+  EXPECT_EQ(Item().StateAt(At(2)), ItemState::kPausing);
+  EXPECT_EQ(Item().StateAt(At(2.1)), ItemState::kSilent);
+  EXPECT_FALSE(Item().HasDerivedState());
+}
+
+TEST_F(HistoryOf, TellsThatALoopHasEnded) {
+  for (int i = 0; i < 20; ++i) {
+    Add(i, LogEventKind::kStart);
+    End(i + 0.5);
+  }
+  EXPECT_EQ(Item().StateAt(At(20)), ItemState::kLooping);
+  EXPECT_EQ(Item().StateAt(At(21)), ItemState::kSilent);
+}
+
+TEST_F(HistoryOf, JudgesByTheLatestLauncherWhetherStartsAreLogged) {
+  Add(0, LogEventKind::kStart);
+  End(1, 9);
+  Add(5, LogEventKind::kEnd, "a", 256, 21, 20);
+  EXPECT_EQ(Item().StateAt(At(100)), ItemState::kRunning);
+  EXPECT_TRUE(Item().HasDerivedState());
 }
 
 TEST_F(HistoryOf, TakesAKilledItemForSilentWhereStartsAreNotLogged) {
   End(1, 9);
-  EXPECT_EQ(Item().StateAt(At(2)), ItemState::kProbably);
-  EXPECT_EQ(Item().StateAt(At(7)), ItemState::kSilent);
+  EXPECT_EQ(Item().StateAt(At(2)), ItemState::kRunning);
+  EXPECT_EQ(Item().StateAt(At(2.1)), ItemState::kSilent);
+  EXPECT_TRUE(Item().HasDerivedState());
 }
 
 TEST_F(HistoryOf, TellsAFailedFork) {

@@ -1,13 +1,18 @@
 // The program launcher-log, on files and on the log of a real launcher.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <fstream>
 #include <iterator>
+#include <map>
+#include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,6 +22,7 @@
 #include "tests/support/Poll.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/TempDir.h"
+#include "tools/common/Characters.h"
 
 namespace {
 
@@ -134,6 +140,142 @@ TEST_F(LauncherLog, FollowsWithALineForEachEvent) {
     return Content(output).find("last (process 3) ended: SIGKILL\n") !=
            std::string::npos;
   }));
+}
+
+// The last table that is whole.
+std::string Screen(const std::string& output) {
+  const std::size_t end = output.rfind("\x1b[J");
+  const std::size_t start = output.rfind("\x1b[H", end);
+  return end == std::string::npos ? "" : output.substr(start + 3, end - start);
+}
+
+class LauncherLogOnTerminal : public LauncherLog {
+ protected:
+  void Start(const std::vector<std::string>& options,
+             const std::string& terminal = "xterm",
+             winsize size = {24, 80, 0, 0}) {
+    std::vector<std::string> words{LAUNCHER_LOG};
+    words.insert(words.end(), options.begin(), options.end());
+    words.push_back(log_);
+    command_.emplace(
+        words, std::map<std::string, std::string>{{"TERM", terminal}}, size);
+  }
+
+  void Append(const std::string& text) const {
+    std::ofstream(log_, std::ios::app) << text;
+  }
+
+  bool Shows(const std::string& text) {
+    return Eventually([&] {
+      return Screen(command_->Output()).find(text) != std::string::npos;
+    });
+  }
+
+  // Has a log read from a pipe for so long that its progress is shown.
+  void ReadUntilProgressIsShown() {
+    ASSERT_EQ(mkfifo(log_.c_str(), 0600), 0);
+    pipe_ = open(log_.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    Start({}, "xterm", {24, 12, 0, 0});
+    const std::string line = Line("a");
+    EXPECT_TRUE(Eventually([&] {
+      [[maybe_unused]] const auto ignored =
+          write(pipe_, line.data(), line.size());
+      return command_->Output().find("reading: ") != std::string::npos;
+    })) << command_->Output();
+  }
+
+  std::string log_ = directory_.Path() / "launcher.log";
+  std::optional<TerminalCommand> command_;
+  int pipe_ = -1;
+};
+
+TEST_F(LauncherLogOnTerminal, RenewsItsTable) {
+  Append(Line("old"));
+  Start({"--follow"});
+  EXPECT_TRUE(Shows("\r\nold "));
+  Append(Line("new"));
+  EXPECT_TRUE(Shows("\r\nnew "));
+  EXPECT_TRUE(Shows("\r\nold "));
+}
+
+TEST_F(LauncherLogOnTerminal, KeepsTheTableWithinTheTerminal) {
+  for (int i = 0; i < 40; ++i) {
+    Append(Line("item" + std::to_string(i)));
+  }
+  Start({"--follow"}, "xterm", {12, 30, 0, 0});
+  EXPECT_TRUE(Shows("\r\nitem4 "));
+  std::istringstream lines(Screen(command_->Output()));
+  int count = 0;
+  for (std::string line; std::getline(lines, line) && line[0] != '\x1b';) {
+    EXPECT_EQ(DisplayWidth(line.substr(0, line.find('\r'))), 30U) << line;
+    ++count;
+  }
+  EXPECT_EQ(count, 11);
+  EXPECT_TRUE(Shows("lines more"));
+  command_->Resize({60, 100, 0, 0});
+  EXPECT_TRUE(Shows("\r\nitem39 "));
+}
+
+TEST_F(LauncherLogOnTerminal, LeavesTheCursorBelowTheTable) {
+  Append(Line("a"));
+  for (const int number : {SIGINT, SIGTERM}) {
+    Start({"--follow"});
+    EXPECT_TRUE(Shows("\r\na "));
+    command_->Signal(number);
+    EXPECT_EQ(command_->Wait(), 128 + number);
+    EXPECT_TRUE(command_->Output().ends_with("\r\n\x1b[J"));
+    EXPECT_EQ(command_->Output().find('?'), std::string::npos);
+  }
+}
+
+TEST_F(LauncherLogOnTerminal, FollowsLineByLineWhereEscapesAreNotKnown) {
+  Append(Line("old"));
+  Start({"--follow"}, "dumb");
+  EXPECT_TRUE(Eventually([&] {
+    Append(Line("new"));
+    return command_->Output().find("new (process 3) ended: exit 1\r\n") !=
+           std::string::npos;
+  }));
+  EXPECT_EQ(command_->Output().find('\x1b'), std::string::npos);
+}
+
+TEST_F(LauncherLogOnTerminal, WipesItsProgressWhenItHasReadAll) {
+  ReadUntilProgressIsShown();
+  close(pipe_);
+  EXPECT_EQ(command_->Wait(), 0);
+  const std::string& output = command_->Output();
+  const std::size_t wipe = output.rfind("\r\x1b[K");
+  ASSERT_NE(wipe, std::string::npos);
+  EXPECT_GT(wipe, output.rfind("reading: "));
+  EXPECT_EQ(output.substr(wipe + 4, log_.size()), log_);
+  // Nothing of it reaches the terminal's last column.
+  for (std::size_t at = 0; (at = output.find("reading: ", at)) != output.npos;
+       ++at) {
+    EXPECT_EQ(output.find('\r', at) - at, 11U);
+  }
+}
+
+TEST_F(LauncherLogOnTerminal, WipesItsProgressWhenItIsEnded) {
+  for (const int number : {SIGINT, SIGTERM}) {
+    ReadUntilProgressIsShown();
+    command_->Signal(number);
+    EXPECT_EQ(command_->Wait(), 128 + number);
+    EXPECT_TRUE(command_->Output().ends_with("\r\x1b[K"));
+    close(pipe_);
+    fs::remove(log_);
+  }
+}
+
+TEST_F(LauncherLog, ShowsNoProgressWithoutATerminal) {
+  const std::string part = directory_.Write("part", Line("a"));
+  const std::string script = "(cat " + part + "; sleep 2; cat " + part +
+                             "; sleep 1; cat " + part +
+                             ") | " LAUNCHER_LOG " /dev/stdin";
+  const CommandResult result = RunCommand({"/bin/sh", "-c", script});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.errors, "");
+  EXPECT_EQ(result.output.find('\x1b'), std::string::npos);
+  EXPECT_NE(result.output.find(", 3 lines\n"), std::string::npos);
 }
 
 TEST_F(LauncherLog, ReadsALongLogInLittleMemory) {

@@ -44,11 +44,14 @@ TEST_F(PlotOf, DrawsALaneWithABarAndAMarkForEachItem) {
   Add(0, LogEventKind::kStart, "b");
   Add(10 * kSecond, LogEventKind::kEnd, "a", 0);
   Add(20 * kSecond, LogEventKind::kEnd, "b", 256);
+  Add(20 * kSecond, LogEventKind::kEnd, "b", 256);
   const std::string svg = Svg();
   EXPECT_EQ(Count(svg, "class=\"run\""), 2U);
   EXPECT_EQ(Count(svg, "class=\"end\""), 2U);
   EXPECT_NE(svg.find("<title>exit 0: 1</title>"), std::string::npos);
-  EXPECT_NE(svg.find("<title>exit 1 or more: 1</title>"), std::string::npos);
+  EXPECT_NE(svg.find("<title>exit 1 or more: 2</title>"), std::string::npos);
+  EXPECT_NE(svg.find(">1 end<"), std::string::npos);
+  EXPECT_NE(svg.find(">2 ends<"), std::string::npos);
 }
 
 TEST_F(PlotOf, LeavesAGapWhereNothingRan) {
@@ -66,6 +69,17 @@ TEST_F(PlotOf, DrawsWhatStillRuns) {
   Add(60 * kSecond, LogEventKind::kStart, "b");
   const std::string svg = Svg();
   EXPECT_NE(svg.find("width=\"960.0\""), std::string::npos);
+}
+
+TEST_F(PlotOf, DrawsNothingBehindAStop) {
+  Add(0, LogEventKind::kStart, "a");
+  Add(0, LogEventKind::kStart, "b");
+  Add(100 * kSecond, LogEventKind::kEnd, "a", 9);
+  Add(100 * kSecond + 500'000, LogEventKind::kEnd, "b", 9);
+  const std::string svg = Svg();
+  EXPECT_EQ(Count(svg, "class=\"run\""), 2U);
+  EXPECT_EQ(Count(svg, "class=\"run\" x=\"190.0\""), 2U);
+  EXPECT_EQ(Count(svg, "width=\"960.0\""), 1U);
 }
 
 TEST_F(PlotOf, MarksEachCauseWithAShapeOfItsOwn) {

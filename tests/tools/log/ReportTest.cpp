@@ -52,17 +52,75 @@ TEST(LogReport, IsATable) {
       "~ derived from the ends: starts are logged at level DEBUG only\n");
 }
 
+TEST(LogReport, TellsOfAStop) {
+  History history;
+  Add(&history, 0, LogEventKind::kStart, "sleeper");
+  Add(&history, 5 * kSecond, LogEventKind::kEnd, "sleeper", 9);
+  const std::string text = TableReport({}, history, kBegin + 7 * kSecond);
+  EXPECT_NE(text.find("  silent\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("silent (launcher stopped or killed): sleeper\n"),
+            std::string::npos)
+      << text;
+}
+
+TEST(LogReport, ExplainsEachTilde) {
+  History history;
+  Add(&history, 0, LogEventKind::kEnd, "a", 9);
+  const auto text = [&](LogMicros now) {
+    return TableReport({}, history, kBegin + now);
+  };
+  EXPECT_NE(text(0).find("  running~\n"), std::string::npos) << text(0);
+  EXPECT_NE(text(5 * kSecond).find("  silent~\n"), std::string::npos);
+  Add(&history, 6 * kSecond, LogEventKind::kStart, "a");
+  EXPECT_NE(text(6 * kSecond).find("  running\n"), std::string::npos);
+  EXPECT_EQ(text(6 * kSecond).find('~'), std::string::npos);
+  LogEvent end;
+  end.kind = LogEventKind::kEnd;
+  end.time = kBegin + 7 * kSecond;
+  end.name = "a";
+  end.process = 20;
+  end.thread = 21;
+  history.Add(end);
+  EXPECT_NE(text(7 * kSecond).find("  running~\n"), std::string::npos);
+  EXPECT_NE(text(7 * kSecond).find("\n~ derived"), std::string::npos);
+}
+
 TEST(LogReport, FitsEightyColumns) {
   History history;
   const std::string name(100, 'x');
   for (int i = 0; i < 200'000; ++i) {
     Add(&history, std::int64_t{i} * 50'000, LogEventKind::kEnd, name, 26 | 128);
   }
+  for (int i = 0; i < 1000; ++i) {
+    for (const auto kind :
+         {LogEventKind::kStart, LogEventKind::kEnd, LogEventKind::kForkFailed,
+          LogEventKind::kNoProgram}) {
+      Add(&history, 0, kind,
+          name + std::to_string(i * 100 + static_cast<int>(kind)), 9);
+    }
+    Add(&history, 0, LogEventKind::kStart, name + "silent" + std::to_string(i));
+    Add(&history, 0, LogEventKind::kEnd, name + "silent" + std::to_string(i));
+  }
   std::istringstream lines(TableReport({}, history, kBegin));
   for (std::string line; std::getline(lines, line);) {
-    EXPECT_LE(DisplayWidth(line), line.find(':') == line.npos ? 80U : 130U)
-        << line;
+    EXPECT_LE(DisplayWidth(line), 80U) << line;
   }
+  const LogMicros later = kBegin + std::int64_t{1'000'000} * kSecond;
+  std::istringstream notes(TableReport({}, history, later));
+  for (std::string line; std::getline(notes, line);) {
+    EXPECT_LE(DisplayWidth(line), 80U) << line;
+  }
+}
+
+TEST(LogReport, NamesAsManyItemsAsFitALine) {
+  History history;
+  for (int i = 0; i < 20; ++i) {
+    Add(&history, 0, LogEventKind::kForkFailed, "item " + std::to_string(i));
+  }
+  EXPECT_NE(TableReport({}, history, kBegin)
+                .find("no fork (given up for good): item 0, item 1, item 2, "
+                      "item 3, item 4 and 15 more\n"),
+            std::string::npos);
 }
 
 TEST(LogReport, TellsWhatOneShouldKnow) {
@@ -83,7 +141,7 @@ TEST(LogReport, TellsWhatOneShouldKnow) {
   history.AddUnreadable();
   const std::string text = TableReport({}, history, kBegin + 20 * kSecond);
   for (const char* const part :
-       {"looping: looper\n", "not seen to start again): gone\n",
+       {"looping: looper\n", "stopped or killed): gone\n",
         "for good): forkless\n", "\"program\"): pathless\n",
         "items without a name: 1\n", "could not be parsed: 1\n",
         "lines lost: 12\n", "no log's: 1\n"}) {
@@ -117,7 +175,8 @@ TEST(LogReport, IsAJsonDocument) {
   EXPECT_FALSE(static_cast<bool>(item["starts_derived"]));
   EXPECT_EQ(static_cast<int>(item["ends"]), 1);
   EXPECT_EQ(static_cast<int>(item["longest_life_ms"]), 2000);
-  EXPECT_EQ(static_cast<std::string>(item["state"]), "running");
+  EXPECT_EQ(static_cast<std::string>(item["state"]), "pausing");
+  EXPECT_FALSE(static_cast<bool>(item["state_derived"]));
   JsonObject end = item["last_end"];
   EXPECT_EQ(static_cast<int>(end["status"]), 139);
   EXPECT_EQ(static_cast<std::string>(end["signal"]), "SIGSEGV");

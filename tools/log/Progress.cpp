@@ -48,7 +48,7 @@ Progress::~Progress() {
 void Progress::HandleSignals() {
   struct sigaction action {};
   action.sa_handler = WipeAndEnd;
-  action.sa_flags = SA_RESETHAND | SA_NODEFER;
+  action.sa_flags = static_cast<int>(SA_RESETHAND | SA_NODEFER);
   for (std::size_t i = 0; i < kSignals.size(); ++i) {
     sigaction(kSignals[i], nullptr, &before_[i]);
     if (before_[i].sa_handler != SIG_IGN) {

@@ -63,8 +63,9 @@ std::string StateNote(const History& history, LogMicros now, ItemState state,
     const std::string name = Cut(Printable(item.name), kNameWidth);
     if (line.empty()) {
       line = what + name;
-    } else if (left_out == 0 && DisplayWidth(line + ", " + name) <= kRoom) {
-      line += ", " + name;
+    } else if (left_out == 0 &&
+               DisplayWidth(line) + DisplayWidth(name) + 2 <= kRoom) {
+      line.append(", ").append(name);
     } else {
       ++left_out;
     }

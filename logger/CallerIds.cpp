@@ -20,6 +20,12 @@ constinit thread_local CallerIds t_ids{0, 0};
 
 void KeepProcess() { g_process.store(getpid(), std::memory_order_relaxed); }
 
+void KeepCopy() {
+  KeepProcess();
+  const pid_t process = g_process.load(std::memory_order_relaxed);
+  t_ids = {process, static_cast<std::uint64_t>(process)};
+}
+
 }  // namespace
 
 int WatchForks() {
@@ -27,7 +33,7 @@ int WatchForks() {
     return 0;
   }
   KeepProcess();
-  return pthread_atfork(nullptr, nullptr, KeepProcess);
+  return pthread_atfork(nullptr, nullptr, KeepCopy);
 }
 
 CallerIds GetCallerIds() {

@@ -15,5 +15,7 @@ struct CallerIds {
 // copies. Returns 0, else the errno. Calls after the first do nothing.
 int WatchForks();
 
-// The caller's numbers, also in a forked copy. Takes no lock.
+// The caller's numbers. The thread that goes on in a forked copy has the
+// process's number there, on every platform: readers of the log tell copies by
+// it. Takes no lock.
 CallerIds GetCallerIds();

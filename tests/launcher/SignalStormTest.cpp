@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -42,8 +41,7 @@ void Storm(const LauncherRun& run, Random& random) {
       run.Signal(std::array{SIGCHLD, SIGCONT, SIGSTOP}[random() % 3]);
     }
     if (to_threads && !threads.empty()) {
-      syscall(SYS_tgkill, run.Process(), threads[random() % threads.size()],
-              SIGTERM);
+      SignalThread(run.Process(), threads[random() % threads.size()], SIGTERM);
     } else {
       run.Signal(SIGTERM);
     }

@@ -36,16 +36,21 @@ TEST_F(CallerIdsTest, TellThreadsApart) {
 }
 
 TEST_F(CallerIdsTest, AreAForkedCopysOwnInTheCopy) {
-  GetCallerIds();
-  const pid_t copy = fork();
-  if (copy == 0) {
-    const CallerIds ids = GetCallerIds();
-    _exit(ids.process == getpid() && ids.thread == ThreadId() ? 0 : 1);
-  }
-  int status = -1;
-  waitpid(copy, &status, 0);
-  EXPECT_EQ(status, 0);
-  EXPECT_EQ(GetCallerIds().process, getpid());
+  std::thread([] {
+    const CallerIds before = GetCallerIds();
+    const pid_t copy = fork();
+    if (copy == 0) {
+      const CallerIds ids = GetCallerIds();
+      const bool own = ids.process == getpid() &&
+                       ids.thread == static_cast<std::uint64_t>(getpid());
+      _exit(own ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(copy, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(GetCallerIds().process, before.process);
+    EXPECT_EQ(GetCallerIds().thread, before.thread);
+  }).join();
 }
 
 }  // namespace

@@ -22,7 +22,8 @@ int StatusOfCopy(Body body) {
 }
 
 TEST(FileSizeLimit, NoLongerEndsTheProcess) {
-  EXPECT_TRUE(WIFSIGNALED(StatusOfCopy([] { raise(SIGXFSZ); })));
+  const int status = StatusOfCopy([] { raise(SIGXFSZ); });
+  EXPECT_TRUE(WIFSIGNALED(status));
   EXPECT_EQ(StatusOfCopy([] {
               SurviveFileSizeLimit();
               raise(SIGXFSZ);

@@ -13,6 +13,7 @@
 #include <sys/syscall.h>
 #endif
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <functional>
@@ -211,6 +212,28 @@ TEST_F(LogFileTest, FillsTheGapThatARemovedOldFileLeaves) {
   EXPECT_EQ(ReadMessages(logs_ / "x.3.log"), Numbers(1, 1));
   EXPECT_EQ(ReadMessages(logs_ / "x.2.log"), Numbers(3, 1));
   EXPECT_EQ(ReadMessages(logs_ / "x.1.log"), Numbers(4, 1));
+}
+
+TEST_F(LogFileTest, NumbersManyFilesThatWereLeftAsideAFewAtATime) {
+  for (int file = 10; file < 35; ++file) {
+    const std::string time = "000000000000000000" + std::to_string(file);
+    dir_.Write("logs/x." + time + "-1.full", time + "\n");
+  }
+  const auto left = [this] {
+    return std::ranges::count_if(FilesIn(logs_), [](const fs::path& file) {
+      return file.extension() == ".full";
+    });
+  };
+  Logger& logger = Open({1, 100});
+  LogNumbers(logger, 1, 2);
+  EXPECT_EQ(left(), 16);
+  EXPECT_EQ(ReadLines(logs_ / "x.10.log"),
+            std::vector<std::string>{"00000000000000000010"});
+  LogNumbers(logger, 3, 2);
+  EXPECT_EQ(left(), 0);
+  EXPECT_EQ(ReadLines(logs_ / "x.28.log"),
+            std::vector<std::string>{"00000000000000000010"});
+  EXPECT_EQ(ReadMessages(logs_ / "x.1.log"), Numbers(3, 1));
 }
 
 TEST_F(LogFileTest, LeavesTheFilesOfOtherLoggersAlone) {

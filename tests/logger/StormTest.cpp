@@ -174,6 +174,33 @@ TEST(Storm, LosesTearsAndDoublesNothingWhenEveryFileHoldsFewLines) {
   RunStorm({4, 4, 200, 1'000});
 }
 
+// While a long line is written, the file ends inside it for those who look.
+TEST(Storm, TakesNoLongLineThatIsBeingWrittenForATornOne) {
+  constexpr int kLines = 200;
+  constexpr std::size_t kLongMessage = 500'000;
+  const TempDir dir;
+  Logger& writer = MakeLogger(dir, {});
+  std::atomic<bool> stop = false;
+  std::thread writes([&] {
+    const std::string text(kLongMessage, '=');
+    for (int line = 0; line < kLines; ++line) {
+      writer.LogText(LOGLEVEL_ERROR, text.c_str());
+    }
+    stop = true;
+  });
+  while (!stop) {
+    Logger opener(dir.Path(), kName, LOGLEVEL_DEBUG, {});
+    EXPECT_EQ(opener.Open(), 0);
+    opener.LogText(LOGLEVEL_ERROR, "opened");
+  }
+  writes.join();
+  for (const auto& file : FilesIn(dir.Path())) {
+    for (const std::string& line : ReadLines(file)) {
+      ASSERT_FALSE(line.empty());
+    }
+  }
+}
+
 TEST(Storm, LetsForkedCopiesLog) { RunForks(300); }
 
 TEST(Soak, LosesTearsAndDoublesNothing) {

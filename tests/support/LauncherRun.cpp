@@ -111,6 +111,14 @@ int ThreadsInWait(pid_t process) {
   }));
 }
 
+#ifdef __linux__
+void SignalThread(pid_t process, pid_t thread, int number) {
+  syscall(SYS_tgkill, process, thread, number);
+}
+#else
+void SignalThread(pid_t, pid_t, int) {}  // Without a sandbox no test asks.
+#endif
+
 std::vector<pid_t> SessionOf(pid_t leader) {
   std::vector<pid_t> session;
   for (const ProcessEntry& entry : Processes()) {

@@ -29,6 +29,9 @@ int ThreadsInWait(pid_t process);
 // Whether `thread` of `process` is blocked in the system call `call`.
 bool IsBlockedIn(pid_t process, pid_t thread, long call);
 
+// Sends the signal `number` to one thread of another process.
+void SignalThread(pid_t process, pid_t thread, int number);
+
 // The processes of the session that `leader` leads or has led.
 std::vector<pid_t> SessionOf(pid_t leader);
 

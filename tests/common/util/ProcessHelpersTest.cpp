@@ -46,8 +46,14 @@ void* operator new(std::size_t bytes) {
   }
   return memory;
 }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+
+// Inlined where `operator new` is not, they look mismatched to g++.
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
 
 // This program is linked without the platform's own, so that it can stand in
 // any folder.

@@ -25,6 +25,7 @@ check  clang           -
 check  libclang-rt-dev  -
 check  clang-format    clang-format
 check  clang-tidy      -
+check  gcovr           gcovr
 check  llvm            llvm
 check  npm             node
 check  shellcheck      shellcheck

@@ -105,7 +105,8 @@ TEST(InitLog, KeepsALoggerThatTheLibraryGivesWithAnError) {
   run.StartItems(R"({"0": {}})");
   run.Await("[LAUNCHER  ] There is an item has no name.");
   run.AwaitWaiting();
-  EXPECT_EQ(WEXITSTATUS(run.Stop()), 1);
+  const int status = run.Stop();
+  EXPECT_EQ(WEXITSTATUS(status), 1);
 }
 
 }  // namespace

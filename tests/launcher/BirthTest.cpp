@@ -115,8 +115,9 @@ class BirthTest : public testing::Test {
     return statuses;
   }
 
-  // Several items go through `scripts` numbers, each its own part of them.
-  // `action` uses $n. Gives the status that was logged for each number.
+  // Several items go through the numbers from 0 to `numbers` - 1, a multiple
+  // of eight, each its own part of them. `action` uses $n. Gives the status
+  // that was logged for each number.
   std::vector<int> StatusesOf(int numbers, const std::string& action) {
     constexpr int kItems = 8;
     const int part = numbers / kItems;
@@ -241,21 +242,22 @@ TEST_F(BirthTest, EveryExitCodeIsLoggedRaw) {
   EXPECT_EQ(WEXITSTATUS(run_.Stop()), 1);
 }
 
-// The first of 64 numbers is 0, which signals nothing; 64 is left out, and what
-// does not terminate exits with 77.
+// What does not terminate exits with 77.
 TEST_F(BirthTest, EveryTerminatingSignalIsLoggedRaw) {
+  constexpr int kSignals = 64;
   constexpr int kCoreFlag = 0x80;
-  const std::set<int> harmless{0,       SIGCHLD, SIGCONT, SIGSTOP, SIGTSTP,
+  const std::set<int> harmless{SIGCHLD, SIGCONT, SIGSTOP, SIGTSTP,
                                SIGTTIN, SIGTTOU, SIGURG,  SIGWINCH};
   std::string skip;
   for (const int number : harmless) {
     skip += (skip.empty() ? "" : "|") + std::to_string(number);
   }
-  const std::vector<int> statuses = StatusesOf(
-      64, "case $n in " + skip + ") exit 77;; esac; kill -$n $$; exit 78");
-  ASSERT_EQ(statuses.size(), 64U);
-  for (int number = 0; number < 64; ++number) {
-    const int status = statuses[static_cast<std::size_t>(number)];
+  const std::vector<int> statuses =
+      StatusesOf(kSignals, "n=$((n + 1)); case $n in " + skip +
+                               ") exit 77;; esac; kill -$n $$; exit 78");
+  ASSERT_EQ(std::ssize(statuses), kSignals);
+  for (int number = 1; number <= kSignals; ++number) {
+    const int status = statuses[static_cast<std::size_t>(number - 1)];
     if (harmless.contains(number)) {
       EXPECT_EQ(status, 77 * 256);
     } else {

@@ -8,6 +8,7 @@
 
 #include "logger/CallerIds.h"
 #include "logger/ThreadId.h"
+#include "tests/support/Coverage.h"
 
 namespace {
 
@@ -43,6 +44,7 @@ TEST_F(CallerIdsTest, AreAForkedCopysOwnInTheCopy) {
       const CallerIds ids = GetCallerIds();
       const bool own = ids.process == getpid() &&
                        ids.thread == static_cast<std::uint64_t>(getpid());
+      KeepCoverage();
       _exit(own ? 0 : 1);
     }
     int status = -1;

@@ -5,6 +5,7 @@
 #include <csignal>
 
 #include "logger/FileSizeLimit.h"
+#include "tests/support/Coverage.h"
 
 namespace {
 
@@ -14,6 +15,7 @@ int StatusOfCopy(Body body) {
   const pid_t copy = fork();
   if (copy == 0) {
     body();
+    KeepCoverage();
     _exit(0);
   }
   int status = -1;

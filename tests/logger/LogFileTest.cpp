@@ -24,6 +24,7 @@
 #include "logger/FileSizeLimit.h"
 #include "logger/Logger.h"
 #include "tests/logger/LogReader.h"
+#include "tests/support/Coverage.h"
 #include "tests/support/Poll.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/TempDir.h"
@@ -55,6 +56,7 @@ bool CopyEndsWell(const std::function<void()>& body) {
   const pid_t copy = fork();
   if (copy == 0) {
     body();
+    KeepCoverage();
     _exit(testing::Test::HasFailure() ? 1 : 0);
   }
   int status = -1;

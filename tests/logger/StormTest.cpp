@@ -15,6 +15,7 @@
 
 #include "logger/Logger.h"
 #include "tests/logger/LogReader.h"
+#include "tests/support/Coverage.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -46,6 +47,7 @@ pid_t Fork(const std::function<void()>& body) {
   if (copy == 0) {
     alarm(kPatienceSeconds);
     body();
+    KeepCoverage();
     _exit(testing::Test::HasFailure() ? 1 : 0);
   }
   return copy;

@@ -8,6 +8,7 @@
 
 #include <csignal>
 
+#include "tests/support/Coverage.h"
 #include "tests/support/Poll.h"
 
 // Runs `body` in a forked copy and gives its exit status, or minus the number
@@ -16,7 +17,9 @@ template <class Body>
 int InCopy(Body body) {
   const pid_t copy = fork();
   if (copy == 0) {
-    _exit(body());
+    const int status = body();
+    KeepCoverage();
+    _exit(status);
   }
   int status = 0;
   if (!Eventually([&] { return waitpid(copy, &status, WNOHANG) == copy; })) {

@@ -9,6 +9,8 @@
 #include <fstream>
 #include <mutex>
 
+#include "tests/support/Coverage.h"
+
 namespace system_calls {
 namespace {
 
@@ -135,6 +137,7 @@ __attribute__((visibility("default"))) pid_t waitpid(pid_t process, int* status,
 __attribute__((visibility("default"))) int execv(const char* path,
                                                  char* const* vector) {
   system_calls::RecordExec(path, vector);
+  KeepCoverage();
   return system_calls::g_execv
              ? system_calls::g_execv()
              : system_calls::Next(&::execv, "execv")(path, vector);

@@ -193,11 +193,14 @@ TEST_F(LauncherEventTest, RunsOnWithALibraryThatThrows) {
 }
 
 TEST_F(LauncherEventTest, RunsOnSilentlyWhenTheLibraryGivesNoLogger) {
-  run_->SetEnvironment("RECORDER", "silent");
-  run_->StartItems(R"({"0": )" + Sleeper("a") + "}");
-  AwaitChildren(1);
-  ExpectStops();
-  EXPECT_EQ(run_->Records().size(), 2U) << "InitLogger and GetLogger";
+  for (const char* const recorder : {"silent", "fail"}) {
+    run_ = std::make_unique<LauncherRun>();
+    run_->SetEnvironment("RECORDER", recorder);
+    run_->StartItems(R"({"0": )" + Sleeper("a") + "}");
+    AwaitChildren(1);
+    ExpectStops();
+    EXPECT_EQ(run_->Records().size(), 2U) << "InitLogger and GetLogger";
+  }
   EXPECT_TRUE(system_log_->Lines().empty());
 }
 

@@ -117,6 +117,10 @@ TEST_F(EntryPoints, SayWhyTheDirectoryCannotBeUsed) {
   EXPECT_EQ(InitLogger((dir_.Path() / long_name).c_str()), ENAMETOOLONG);
 }
 
+TEST_F(EntryPoints, SayWhyAParentOfTheDirectoryCannotBeMade) {
+  EXPECT_EQ(InitLogger("/proc/none/logs"), ENOENT);
+}
+
 TEST_F(EntryPoints, RefuseWhatTheyCannotUseAndMakeNothing) {
   ASSERT_EQ(InitLogger(logs_.c_str()), 0);
   for (const int version : {-2, 0, 1, 3, 4, 17}) {

@@ -51,4 +51,19 @@ TEST(FileSizeLimit, LeavesOthersDispositionsAlone) {
             0);
 }
 
+TEST(FileSizeLimit, LeavesOthersHandlersAlone) {
+  EXPECT_EQ(StatusOfCopy([] {
+              struct sigaction theirs {};
+              theirs.sa_flags = SA_SIGINFO;
+              theirs.sa_sigaction = [](int, siginfo_t*, void*) {};
+              sigaction(SIGXFSZ, &theirs, nullptr);
+              SurviveFileSizeLimit();
+              struct sigaction present {};
+              sigaction(SIGXFSZ, nullptr, &present);
+              KeepCoverage();
+              _exit(present.sa_sigaction == theirs.sa_sigaction ? 0 : 1);
+            }),
+            0);
+}
+
 }  // namespace

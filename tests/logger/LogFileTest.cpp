@@ -23,6 +23,7 @@
 
 #include "logger/FileSizeLimit.h"
 #include "logger/Logger.h"
+#include "logger/Rotation.h"
 #include "tests/logger/LogReader.h"
 #include "tests/support/Coverage.h"
 #include "tests/support/Poll.h"
@@ -398,6 +399,10 @@ TEST_F(LogFileTest, SurvivesTheFileSizeLimit) {
     EXPECT_EQ(MessageOf(lines[2]), LostReport(5, EFBIG));
     EXPECT_EQ(MessageOf(lines[3]), "again");
   }));
+}
+
+TEST(Rotation, IsNotWithoutTheDirectory) {
+  EXPECT_FALSE(Rotation("/nonexistent", "x", 5).Rotate({}));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 //
 //   refuse    InitLogger returns 1
 //   throw     InitLogger throws
+//   fail      GetLogger throws
 //   silent    GetLogger stores no logger
 //   complain  GetLogger returns 1, with a logger stored
 
@@ -42,6 +43,9 @@ EXPORTED int InitLogger(const char* directory) {
 EXPORTED int GetLogger(int version, const char* name, LOGLEVEL threshold,
                        ILog** logger) {
   Log().Log(LOGLEVEL_MESSAGE, "GetLogger %d %s %d", version, name, threshold);
+  if (Variable("RECORDER") == "fail") {
+    throw std::runtime_error("asked to");
+  }
   if (Variable("RECORDER") != "silent") {
     *logger = &Log();
   }

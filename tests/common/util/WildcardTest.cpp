@@ -3,8 +3,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <new>
 #include <random>
 #include <string>
 #include <string_view>
@@ -12,6 +15,30 @@
 
 #include "common/util/Wildcard.h"
 #include "tests/common/util/WildcardOracle.h"
+
+namespace {
+
+// How often this program has asked for memory.
+std::atomic<std::size_t> g_allocations = 0;
+
+}  // namespace
+
+void* operator new(std::size_t bytes) {
+  ++g_allocations;
+  void* const memory = std::malloc(bytes);
+  if (memory == nullptr) {
+    throw std::bad_alloc();
+  }
+  return memory;
+}
+
+// Inlined where `operator new` is not, they look mismatched to g++.
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
 
 namespace {
 
@@ -374,6 +401,24 @@ TEST(Wildcard, RunsFarBehindTheEndWithoutReadingThere) {
         IsNameInExpressionA((many + "<\"").c_str(), name.Get(), kExactCase));
     EXPECT_TRUE(
         IsNameInExpressionA((many + "*").c_str(), name.Get(), kExactCase));
+  }
+}
+
+// Longer texts than a string holds without memory of its own.
+TEST(Wildcard, AllocatesNothing) {
+  const std::string expression = std::string(100, '?') + "*a<>\"b";
+  const std::string name = std::string(200, 'a') + ".B";
+  const std::wstring wide_expression(expression.begin(), expression.end());
+  const std::wstring wide_name(name.begin(), name.end());
+  for (const bool ignore_case : {kExactCase, kIgnoreCase}) {
+    const std::size_t before = g_allocations;
+    const bool narrow =
+        IsNameInExpressionA(expression.c_str(), name.c_str(), ignore_case);
+    const bool wide = IsNameInExpression(wide_expression.c_str(),
+                                         wide_name.c_str(), ignore_case);
+    EXPECT_EQ(g_allocations, before);
+    EXPECT_EQ(narrow, ignore_case);
+    EXPECT_EQ(wide, ignore_case);
   }
 }
 

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
@@ -15,6 +16,8 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "common/util/ExecutablePath.h"
 #include "common/util/ProcessHelpers.h"
@@ -174,6 +177,27 @@ TEST(Pexec, ReadsOnAfterInterruptions) {
   setitimer(ITIMER_REAL, &kStopped, nullptr);
   sigaction(SIGALRM, &before, nullptr);
   EXPECT_EQ(output, "late\n");
+}
+
+TEST(Pexec, ServesThreadsAtOnce) {
+  std::array<std::string, 4> outputs;
+  std::string expected;
+  std::vector<std::thread> threads;
+  for (std::string& output : outputs) {
+    threads.emplace_back([&output] {
+      output =
+          pexec("i=0; while [ $i -lt 2000 ]; do echo $i; i=$((i+1)); done");
+    });
+  }
+  for (int i = 0; i < 2000; ++i) {
+    expected += std::to_string(i) + "\n";
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  for (const std::string& output : outputs) {
+    EXPECT_EQ(output, expected);
+  }
 }
 
 // Without a free descriptor there is no pipe to the command.

@@ -3,11 +3,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
-#include <cstdlib>
 #include <cstring>
 #include <cwchar>
-#include <new>
 #include <random>
 #include <string>
 #include <string_view>
@@ -15,30 +12,7 @@
 
 #include "common/util/Wildcard.h"
 #include "tests/common/util/WildcardOracle.h"
-
-namespace {
-
-// How often this program has asked for memory.
-std::atomic<std::size_t> g_allocations = 0;
-
-}  // namespace
-
-void* operator new(std::size_t bytes) {
-  ++g_allocations;
-  void* const memory = std::malloc(bytes);
-  if (memory == nullptr) {
-    throw std::bad_alloc();
-  }
-  return memory;
-}
-
-// Inlined where `operator new` is not, they look mismatched to g++.
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
+#include "tests/support/Allocations.h"
 
 namespace {
 
@@ -410,13 +384,15 @@ TEST(Wildcard, AllocatesNothing) {
   const std::string name = std::string(200, 'a') + ".B";
   const std::wstring wide_expression(expression.begin(), expression.end());
   const std::wstring wide_name(name.begin(), name.end());
+  static int allocations = 0;
   for (const bool ignore_case : {kExactCase, kIgnoreCase}) {
-    const std::size_t before = g_allocations;
+    g_on_allocation = [](std::size_t) { ++allocations; };
     const bool narrow =
         IsNameInExpressionA(expression.c_str(), name.c_str(), ignore_case);
     const bool wide = IsNameInExpression(wide_expression.c_str(),
                                          wide_name.c_str(), ignore_case);
-    EXPECT_EQ(g_allocations, before);
+    g_on_allocation = nullptr;
+    EXPECT_EQ(allocations, 0);
     EXPECT_EQ(narrow, ignore_case);
     EXPECT_EQ(wide, ignore_case);
   }

@@ -161,6 +161,42 @@ void BM_RegexPath(benchmark::State& state) {
 }
 BENCHMARK(BM_RegexPath);
 
+// --- JSON conversions
+
+void BM_JsonObjectToString(benchmark::State& state) {
+  Json::Value node = "/usr/local/lib/product/helper";
+  JsonObject view = node;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(static_cast<std::string>(view));
+  }
+}
+BENCHMARK(BM_JsonObjectToString);
+
+void BM_PlainJsoncppToString(benchmark::State& state) {
+  const Json::Value node = "/usr/local/lib/product/helper";
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(node.asString());
+  }
+}
+BENCHMARK(BM_PlainJsoncppToString);
+
+void BM_JsonObjectToInteger(benchmark::State& state) {
+  Json::Value node = 4711;
+  JsonObject view = node;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(static_cast<long long>(view));
+  }
+}
+BENCHMARK(BM_JsonObjectToInteger);
+
+void BM_PlainJsoncppToInteger(benchmark::State& state) {
+  const Json::Value node = 4711;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(node.asInt64());
+  }
+}
+BENCHMARK(BM_PlainJsoncppToInteger);
+
 // --- INI look-up
 
 // A file of 10,000 lines whose last one is looked up.

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <locale>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -242,6 +243,22 @@ void BM_SplitCompilingTheExpression(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_SplitCompilingTheExpression);
+
+void BM_SplitByHandWithTheExpression(benchmark::State& state) {
+  const std::regex slash("/");
+  for (auto _ : state) {
+    std::vector<std::string> pieces;
+    auto start = kPath.cbegin();
+    for (std::smatch match;
+         std::regex_search(start, kPath.cend(), match, slash);
+         start = match[0].second) {
+      pieces.emplace_back(start, match[0].first);
+    }
+    pieces.emplace_back(start, kPath.cend());
+    benchmark::DoNotOptimize(pieces);
+  }
+}
+BENCHMARK(BM_SplitByHandWithTheExpression);
 
 void BM_SplitByHand(benchmark::State& state) {
   for (auto _ : state) {

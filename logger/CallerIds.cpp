@@ -18,11 +18,9 @@ constinit std::atomic<pid_t> g_process = 0;
 
 constinit thread_local CallerIds t_ids{0, 0};
 
-void KeepProcess() { g_process.store(getpid(), std::memory_order_relaxed); }
-
 void KeepCopy() {
-  KeepProcess();
-  const pid_t process = g_process.load(std::memory_order_relaxed);
+  const pid_t process = getpid();
+  g_process.store(process, std::memory_order_relaxed);
   t_ids = {process, static_cast<std::uint64_t>(process)};
 }
 
@@ -32,7 +30,7 @@ int WatchForks() {
   if (g_process != 0) {
     return 0;
   }
-  KeepProcess();
+  g_process = getpid();
   return pthread_atfork(nullptr, nullptr, KeepCopy);
 }
 

@@ -7,9 +7,10 @@
 //   key=value      an entry; no white space may stand before the "="; the value
 //                  ends at the next "=" or at the end of the trimmed line
 //
-// There are no comments. Names compare without regard to the case of ASCII
-// letters. Only the first section of a name counts, and in it the first entry
-// of a key. Any line in the section that begins with "[" ends it.
+// A line of more than 2,047 bytes is read as several; what follows a NUL in one
+// is lost. There are no comments. Names compare without regard to the case of
+// ASCII letters. Only the first section of a name counts, and in it the first
+// entry of a key. Any line in the section that begins with "[" ends it.
 
 #pragma once
 

@@ -10,7 +10,8 @@
 // ended. Its exit status is dropped. The output is read in pieces that end
 // behind a line feed or after 127 bytes; of each, what follows a NUL is lost.
 // Throws std::runtime_error("popen() failed!") when the shell cannot be
-// started. Safe from any thread.
+// started, and what the string library throws, once the command has ended. Safe
+// from any thread.
 //
 //   pexec("echo a; echo b")      gives  "a\nb\n"
 //   pexec("true")                gives  ""

@@ -3,11 +3,19 @@
 
 set(CONSUMER_DIR ${PROJECT_BINARY_DIR}/consumer)
 
+# Anew each time: what an earlier package had would hide what this one lacks.
+add_test(NAME consumer_starts_empty
+         COMMAND ${CMAKE_COMMAND} -E rm -rf ${CONSUMER_DIR}/stage
+                 ${CONSUMER_DIR}/build)
+set_tests_properties(consumer_starts_empty PROPERTIES FIXTURES_SETUP
+                                                      empty_prefix)
+
 add_test(NAME consumer_installs_package
          COMMAND ${CMAKE_COMMAND} --install ${PROJECT_BINARY_DIR} --component
                  common --prefix ${CONSUMER_DIR}/stage)
-set_tests_properties(consumer_installs_package PROPERTIES FIXTURES_SETUP
-                                                          installed_package)
+set_tests_properties(
+  consumer_installs_package PROPERTIES FIXTURES_REQUIRED empty_prefix
+                                       FIXTURES_SETUP installed_package)
 
 # The same compiler and flags: a sanitizer's libraries do not link without them.
 add_test(

@@ -15,12 +15,12 @@
 #include <cstdlib>
 #include <future>
 #include <memory>
-#include <new>
 #include <thread>
 
 #include "environment/Logging.h"
 #include "launcher/StopThread.h"
 #include "launcher/main.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/ForkedCopy.h"
 #include "tests/support/LauncherRun.h"
 #include "tests/support/Poll.h"
@@ -31,32 +31,6 @@
 #include "tests/support/TempDir.h"
 
 int launcher_main(int argc, char** argv);
-
-namespace {
-
-// Called before every allocation of this program.
-std::atomic<void (*)(std::size_t bytes)> g_on_allocation = nullptr;
-
-}  // namespace
-
-void* operator new(std::size_t bytes) {
-  if (void (*const on_allocation)(std::size_t) = g_on_allocation) {
-    on_allocation(bytes);
-  }
-  void* const memory = std::malloc(bytes);
-  if (memory == nullptr) {
-    throw std::bad_alloc();
-  }
-  return memory;
-}
-
-// Inlined where `operator new` is not, they look mismatched to g++.
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
 
 namespace {
 

@@ -6,9 +6,11 @@
 #include <array>
 #include <climits>
 #include <filesystem>
+#include <fstream>
 #include <random>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "common/util/IniProfile.h"
@@ -430,6 +432,31 @@ TEST_F(IniProfile, LeavesNoDescriptorOpen) {
 TEST_F(IniProfile, ReadsTheFileAnewAtEachCall) {
   EXPECT_EQ(Level("[LOG]\nLEVEL=1\n"), Found("1"));
   EXPECT_EQ(Level("[LOG]\nLEVEL=2\n"), Found("2"));
+}
+
+TEST_F(IniProfile, ServesThreadsAtOnce) {
+  constexpr int kThreads = 4;
+  constexpr int kLookUps = 500;
+  std::array<int, kThreads> right{};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kThreads; ++i) {
+    threads.emplace_back([&, i] {
+      const std::string name = std::to_string(i);
+      const std::string value(100, name.front());
+      const std::string file = Path((name + ".ini").c_str());
+      std::ofstream(file) << "[" + name + "]\n" + name + "=" + value + "\n";
+      for (int j = 0; j < kLookUps; ++j) {
+        right[static_cast<std::size_t>(i)] +=
+            ReadFile(file, name, name, "", 1024) == Found(value) ? 1 : 0;
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  for (const int count : right) {
+    EXPECT_EQ(count, kLookUps);
+  }
 }
 
 // Files put together from what the reader tells apart.

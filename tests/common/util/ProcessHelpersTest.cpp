@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
@@ -15,9 +16,12 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "common/util/ExecutablePath.h"
 #include "common/util/ProcessHelpers.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -27,9 +31,6 @@ namespace {
 std::optional<std::string> g_executable_path;
 std::uint32_t g_offered_size = 0;
 
-// The most bytes that an allocation of this program gets.
-std::size_t g_most_bytes = SIZE_MAX;
-
 // The descriptor that the next file to be opened gets.
 int NextDescriptor() {
   const int descriptor = open("/dev/null", O_RDONLY);
@@ -38,22 +39,6 @@ int NextDescriptor() {
 }
 
 }  // namespace
-
-void* operator new(std::size_t bytes) {
-  void* const memory = bytes > g_most_bytes ? nullptr : std::malloc(bytes);
-  if (memory == nullptr) {
-    throw std::bad_alloc();
-  }
-  return memory;
-}
-
-// Inlined where `operator new` is not, they look mismatched to g++.
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
 
 // This program is linked without the platform's own, so that it can stand in
 // any folder.
@@ -151,11 +136,15 @@ TEST(Pexec, LeavesNoDescriptorOpen) {
 }
 
 TEST(Pexec, EndsACommandWhoseOutputExceedsTheMemory) {
-  constexpr std::size_t kLittle = 100'000;
+  static constexpr std::size_t kLittle = 100'000;
   const int before = NextDescriptor();
-  g_most_bytes = kLittle;
+  g_on_allocation = [](std::size_t bytes) {
+    if (bytes > kLittle) {
+      throw std::bad_alloc();
+    }
+  };
   EXPECT_THROW(pexec("yes"), std::bad_alloc);
-  g_most_bytes = SIZE_MAX;
+  g_on_allocation = nullptr;
   EXPECT_EQ(NextDescriptor(), before);
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
   EXPECT_EQ(errno, ECHILD);
@@ -174,6 +163,27 @@ TEST(Pexec, ReadsOnAfterInterruptions) {
   setitimer(ITIMER_REAL, &kStopped, nullptr);
   sigaction(SIGALRM, &before, nullptr);
   EXPECT_EQ(output, "late\n");
+}
+
+TEST(Pexec, ServesThreadsAtOnce) {
+  std::array<std::string, 4> outputs;
+  std::string expected;
+  std::vector<std::thread> threads;
+  for (std::string& output : outputs) {
+    threads.emplace_back([&output] {
+      output =
+          pexec("i=0; while [ $i -lt 2000 ]; do echo $i; i=$((i+1)); done");
+    });
+  }
+  for (int i = 0; i < 2000; ++i) {
+    expected += std::to_string(i) + "\n";
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  for (const std::string& output : outputs) {
+    EXPECT_EQ(output, expected);
+  }
 }
 
 // Without a free descriptor there is no pipe to the command.

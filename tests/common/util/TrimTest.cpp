@@ -7,6 +7,7 @@ namespace {
 std::string Trimmed(std::string text) { return trim(text); }
 
 TEST(Trim, RemovesWhiteSpaceFromBothEnds) {
+  EXPECT_EQ(Trimmed(" \t a b\r\n"), "a b");
   EXPECT_EQ(Trimmed(" \t a b \r\n"), "a b");
   EXPECT_EQ(Trimmed("\v\f\r\n\t x\v\f\r\n\t "), "x");
 }
@@ -25,6 +26,7 @@ TEST(Trim, KeepsEverythingElse) {
 }
 
 TEST(Trim, HighBytesShieldTheWhiteSpaceBehindThem) {
+  EXPECT_EQ(Trimmed("\xA0 a"), "\xA0 a");
   EXPECT_EQ(Trimmed("\xA0 a \x85"), "\xA0 a \x85");
   EXPECT_EQ(Trimmed(" \xA0 a \x85 "), "\xA0 a \x85");
 }

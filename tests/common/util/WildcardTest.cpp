@@ -12,6 +12,7 @@
 
 #include "common/util/Wildcard.h"
 #include "tests/common/util/WildcardOracle.h"
+#include "tests/support/Allocations.h"
 
 namespace {
 
@@ -374,6 +375,26 @@ TEST(Wildcard, RunsFarBehindTheEndWithoutReadingThere) {
         IsNameInExpressionA((many + "<\"").c_str(), name.Get(), kExactCase));
     EXPECT_TRUE(
         IsNameInExpressionA((many + "*").c_str(), name.Get(), kExactCase));
+  }
+}
+
+// Longer texts than a string holds without memory of its own.
+TEST(Wildcard, AllocatesNothing) {
+  const std::string expression = std::string(100, '?') + "*a<>\"b";
+  const std::string name = std::string(200, 'a') + ".B";
+  const std::wstring wide_expression(expression.begin(), expression.end());
+  const std::wstring wide_name(name.begin(), name.end());
+  static int allocations = 0;
+  for (const bool ignore_case : {kExactCase, kIgnoreCase}) {
+    g_on_allocation = [](std::size_t) { ++allocations; };
+    const bool narrow =
+        IsNameInExpressionA(expression.c_str(), name.c_str(), ignore_case);
+    const bool wide = IsNameInExpression(wide_expression.c_str(),
+                                         wide_name.c_str(), ignore_case);
+    g_on_allocation = nullptr;
+    EXPECT_EQ(allocations, 0);
+    EXPECT_EQ(narrow, ignore_case);
+    EXPECT_EQ(wide, ignore_case);
   }
 }
 

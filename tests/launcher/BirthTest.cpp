@@ -104,6 +104,23 @@ class BirthTest : public testing::Test {
     EXPECT_EQ(Content(File(Bear(arguments), "cmdline")), expected);
   }
 
+  // Starts the launcher with two descriptors above the standard ones, and
+  // expects the item to have those and no others.
+  void ExpectDescriptorsAsGiven() {
+    const pid_t child = Bear({}, [] {
+      for (int i = 3; i < 1024; ++i) {
+        close(i);
+      }
+      dup2(0, 5);
+      dup2(0, 900);
+    });
+    std::set<int> numbers;
+    for (const auto& [number, target] : DescriptorsOf(child)) {
+      numbers.insert(number);
+    }
+    EXPECT_EQ(numbers, (std::set<int>{5, 900}));
+  }
+
   // The statuses of the ends of the item `name`, in order.
   std::vector<int> Statuses(const std::string& name) const {
     std::vector<int> statuses;
@@ -218,19 +235,15 @@ TEST_F(BirthTest, MaskAndDispositionsAreThoseTheLauncherWasStartedWith) {
 }
 
 TEST_F(BirthTest, DescriptorsAreThoseTheLauncherLeft) {
-  const pid_t child = Bear({}, [] {
-    for (int i = 3; i < 1024; ++i) {
-      close(i);
-    }
-    dup2(0, 5);
-    dup2(0, 900);
-  });
-  const auto descriptors = DescriptorsOf(child);
-  std::set<int> numbers;
-  for (const auto& [number, target] : descriptors) {
-    numbers.insert(number);
-  }
-  EXPECT_EQ(numbers, (std::set<int>{5, 900}));
+  ExpectDescriptorsAsGiven();
+}
+
+TEST_F(BirthTest, TheLogIsNotAmongTheDescriptors) {
+  run_.UseLibrary(LOGGER_LIBRARY);
+  ExpectDescriptorsAsGiven();
+  EXPECT_TRUE(std::ranges::any_of(
+      DescriptorsOf(run_.Process()),
+      [](const auto& entry) { return entry.second.ends_with(".log"); }));
 }
 
 TEST_F(BirthTest, EveryExitCodeIsLoggedRaw) {

@@ -27,6 +27,9 @@ using namespace std::chrono_literals;
 constexpr int kNotStarted = 0;
 constexpr int kStopped = 1 << 8;
 
+constexpr const char* kParseError =
+    "[LAUNCHER  ] Error while parsing saved json string.";
+
 // A kill as it is noted.
 constexpr std::string_view kEveryProcess = "-1\n";
 
@@ -45,16 +48,24 @@ class FaultRun {
   }
 
   // Runs two items for a while and stops the launcher; gives its wait status.
+  // Expects nothing to be left of a failure, neither open nor running.
   int RunItems() {
-    run_.StartItems(ItemsFile({Short("a"), Tick("b")}));
+    run_.StartItems(ItemsFile({Short("a"), Tick("b")}), [] {
+      for (int i = 3; i < 1024; ++i) {
+        close(i);
+      }
+    });
     const pid_t process = run_.Process();
     Eventually([&] {
       return !run_.IsRunning() || IsBlockedIn(process, process, SYS_futex);
     });
     // For what does not begin with a wait: a failed fork, a restart.
     std::this_thread::sleep_for(70ms);
+    EXPECT_TRUE(Eventually([&] { return HoldsLittle(); }));
     stop_ = std::chrono::steady_clock::now().time_since_epoch();
-    return run_.Stop();
+    const int status = run_.Stop();
+    EXPECT_TRUE(Eventually([&] { return SessionOf(process).empty(); }));
+    return status;
   }
 
   // When RunItems began to stop the launcher.
@@ -65,12 +76,24 @@ class FaultRun {
   }
   std::string Kills() const { return Content(run_.Root() / "kills"); }
   LauncherRun& Launcher() { return run_; }
+  const LauncherRun& Launcher() const { return run_; }
 
  private:
   // A child that is missed, as one forked during the stop is, ends by itself.
   static std::string Short(const std::string& name) {
     return R"({"name": ")" + name +
            R"(", "program": "/bin/sleep", "argc": 1, "args": {"0": "2"}})";
+  }
+
+  // Whether the launcher has no more open than one log and the two ends of its
+  // pipe for SIGTERM.
+  bool HoldsLittle() const {
+    int logs = 0;
+    int others = 0;
+    for (const auto& [number, target] : DescriptorsOf(run_.Process())) {
+      ++(target.starts_with(run_.Root().native()) ? logs : others);
+    }
+    return logs <= 1 && others <= 2;
   }
 
   LauncherRun run_;
@@ -136,6 +159,13 @@ class FaultTest : public testing::Test {
 
 void ExpectStopped(FaultRun&, int, int status) { EXPECT_EQ(status, kStopped); }
 
+bool HasLogged(const FaultRun& run, const std::string& part) {
+  return std::ranges::any_of(run.Launcher().Messages(),
+                             [&](const std::string& message) {
+                               return message.find(part) != std::string::npos;
+                             });
+}
+
 TEST_F(FaultTest, AFailedForkEndsTheItemAndItsStopSignalsEveryProcess) {
   FailEach("fork", 1, [](FaultRun& run, int, int status) {
     EXPECT_EQ(status, kStopped);
@@ -159,25 +189,15 @@ TEST_F(FaultTest, AFailedForkEndsTheItemAndItsStopSignalsEveryProcess) {
 TEST_F(FaultTest, AFailedWaitIsLoggedAndTheItemGoesOn) {
   FailEach("waitpid", 1, [](FaultRun& run, int, int status) {
     EXPECT_EQ(status, kStopped);
-    const std::vector<std::string> messages = run.Launcher().Messages();
-    EXPECT_EQ(run.HasFailed(),
-              std::ranges::any_of(messages, [](const std::string& message) {
-                return message.ends_with("ret = -1, status = 0");
-              }));
+    EXPECT_EQ(run.HasFailed(), HasLogged(run, "ret = -1, status = 0"));
   });
 }
 
 TEST_F(FaultTest, ARefusedThreadEndsTheStart) {
   FailEach("pthread_create", 1, [](FaultRun& run, int nth, int status) {
     EXPECT_EQ(status, run.HasFailed() ? kNotStarted : kStopped);
-    const std::vector<std::string> messages = run.Launcher().Messages();
-    const bool reported =
-        !messages.empty() &&
-        std::ranges::find(messages,
-                          "[LAUNCHER  ] Error while parsing saved json "
-                          "string.") != messages.end();
     // The first is the stop thread: the launcher ends before there is a log.
-    EXPECT_EQ(reported, run.HasFailed() && nth > 1);
+    EXPECT_EQ(HasLogged(run, kParseError), run.HasFailed() && nth > 1);
   });
 }
 
@@ -218,12 +238,16 @@ TEST_F(FaultTest, ALogThatCannotBeOpenedOrWrittenIsDoneWithout) {
 }
 
 // Where memory is refused decides what ends: nothing, the start or, outside the
-// reading of the items, the process.
+// reading of the items, the process. A start that ends says so, once there is a
+// log.
 TEST_F(FaultTest, RefusedMemoryEndsTheLauncherInOrderOrByAbort) {
-  FailEach("malloc", SoakOr(1, 12), [](FaultRun&, int, int status) {
+  FailEach("malloc", SoakOr(1, 12), [](FaultRun& run, int, int status) {
     EXPECT_TRUE(status == kNotStarted || status == kStopped ||
                 WTERMSIG(status) == SIGABRT)
         << status;
+    if (WIFEXITED(status) && HasLogged(run, "GetLogger ")) {
+      EXPECT_EQ(HasLogged(run, kParseError), status == kNotStarted);
+    }
   });
 }
 

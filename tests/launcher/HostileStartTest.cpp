@@ -81,6 +81,7 @@ TEST_P(ClosedDescriptorsTest, AreNoHindrance) {
   const std::vector<pid_t> children = ChildrenOf(run_.Process());
   ASSERT_EQ(children.size(), 1U);
   EXPECT_TRUE(Eventually([&] { return DescriptorsOf(children[0]).empty(); }));
+  EXPECT_EQ(ChildrenOf(run_.Process()), children);
   for (const auto& [number, target] : DescriptorsOf(run_.Process())) {
     EXPECT_GT(number, 2) << target;
   }

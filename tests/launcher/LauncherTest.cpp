@@ -76,11 +76,12 @@ class LauncherTest : public testing::Test {
   // Expects the launcher to end by itself with status 0.
   void ExpectNotStarted() { EXPECT_EQ(run_->Wait(), 0); }
 
-  // Expects the launcher to end with status 1 on SIGTERM, and nothing with it.
+  // Expects the launcher to end with status 1 on SIGTERM, and to leave nothing.
   void ExpectStops() {
     const int status = run_->Stop();
     EXPECT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 1);
+    EXPECT_TRUE(SessionOf(run_->Process()).empty());
   }
 
   bool HasLogged(const std::string& message) const {

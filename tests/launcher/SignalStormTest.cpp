@@ -29,33 +29,35 @@ int Pick(Random& random, int below) {
   return static_cast<int>(random() % static_cast<unsigned>(below));
 }
 
-// Sends one, two or a thousand SIGTERMs to the launcher or to its single
-// threads, with other signals between them. It runs afterwards.
-void Storm(const LauncherRun& run, Random& random) {
+// Sends one, two or a thousand SIGTERMs to `process` or to its single threads,
+// with other signals between them. It runs afterwards.
+void Storm(pid_t process, Random& random) {
   const int count = std::array{1, 2, 1000}[random() % 3];
   const bool mixed = random() % 2 == 0;
   const bool to_threads = random() % 2 == 0;
-  const std::vector<pid_t> threads = ThreadsOf(run.Process());
+  const std::vector<pid_t> threads = ThreadsOf(process);
   for (int i = 0; i < count; ++i) {
     if (mixed && random() % 4 == 0) {
-      run.Signal(std::array{SIGCHLD, SIGCONT, SIGSTOP}[random() % 3]);
+      kill(process, std::array{SIGCHLD, SIGCONT, SIGSTOP}[random() % 3]);
     }
     if (to_threads && !threads.empty()) {
-      SignalThread(run.Process(), threads[random() % threads.size()], SIGTERM);
+      SignalThread(process, threads[random() % threads.size()], SIGTERM);
     } else {
-      run.Signal(SIGTERM);
+      kill(process, SIGTERM);
     }
   }
-  run.Signal(SIGCONT);
+  kill(process, SIGCONT);
 }
 
 void ExpectStopped(int status) {
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status;
 }
 
-// Every child that was started has ended once, and its supervisor has seen it.
-// The item's record alternates, so that no item had two at a time.
-void ExpectNoChildLostOrDouble(const LauncherRun& run) {
+// Every child that was started has ended once, with one of `statuses`, and its
+// supervisor has seen it. The item's record alternates, so that no item had two
+// at a time.
+void ExpectNoChildLostOrDouble(const LauncherRun& run,
+                               const std::set<int>& statuses = {0, SIGKILL}) {
   std::map<std::string, int> alive;
   std::set<int> ended;
   for (const LogRecord& record : run.Records()) {
@@ -73,7 +75,7 @@ void ExpectNoChildLostOrDouble(const LauncherRun& run) {
       EXPECT_EQ(--alive[name.data()], 0) << record.message;
       EXPECT_TRUE(ended.insert(child).second) << record.message;
       EXPECT_EQ(ret, child) << record.message;
-      EXPECT_TRUE(status == 0 || status == SIGKILL) << record.message;
+      EXPECT_TRUE(statuses.contains(status)) << record.message;
     }
   }
   for (const auto& [name, count] : alive) {
@@ -131,7 +133,7 @@ TEST_F(SignalStormTest, BeforeTheWaitIsNotRemembered) {
     const int fifo = StartOnFifo(run);
     run.AwaitReading();
     const std::size_t descriptors = DescriptorsOf(run.Process()).size();
-    Storm(run, random);
+    Storm(run.Process(), random);
     run.AwaitReading();
     EXPECT_EQ(DescriptorsOf(run.Process()).size(), descriptors);
     Feed(fifo, ItemsFile({Sleeper("a"), Sleeper("b")}));
@@ -156,7 +158,7 @@ TEST_F(SignalStormTest, DuringLoadingOfTwoHundredItems) {
     const int fifo = StartOnFifo(run);
     Feed(fifo, file);
     std::this_thread::sleep_for(microseconds(Pick(random, 800000)));
-    Storm(run, random);
+    Storm(run.Process(), random);
     const int status = run.Stop();
     if (status == SIGKILL) {
       EXPECT_TRUE(Eventually([&] { return SessionOf(run.Process()).empty(); }));
@@ -173,7 +175,7 @@ TEST_F(SignalStormTest, WhileChildrenRun) {
   Rounds(SoakOr(3000, 24), [](LauncherRun& run, Random& random) {
     run.StartItems(ItemsFile({Sleeper("a"), Sleeper("b")}));
     run.AwaitReady(2);
-    Storm(run, random);
+    Storm(run.Process(), random);
     ExpectStopped(run.Wait());
     ExpectNoChildLostOrDouble(run);
   });
@@ -187,7 +189,7 @@ TEST_F(SignalStormTest, DuringPauses) {
     run.Await("b ", 2);
     run.AwaitWaiting();
     std::this_thread::sleep_for(microseconds(Pick(random, 60000)));
-    Storm(run, random);
+    Storm(run.Process(), random);
     ExpectStopped(run.Wait());
     ExpectNoChildLostOrDouble(run);
   });
@@ -200,7 +202,7 @@ TEST_F(SignalStormTest, DuringTheStopItself) {
     run.StartItems(ItemsFile({Sleeper("a"), blinker, Sleeper("c")}));
     run.AwaitReady(3);
     while (run.IsRunning()) {
-      Storm(run, random);
+      Storm(run.Process(), random);
       std::this_thread::sleep_for(microseconds(Pick(random, 20000)));
     }
     ExpectStopped(run.Wait());
@@ -213,10 +215,36 @@ TEST_F(SignalStormTest, DuringExit) {
     run.StartItems("{}");
     run.AwaitReady(0);
     while (run.IsRunning()) {
-      Storm(run, random);
+      Storm(run.Process(), random);
     }
     ExpectStopped(run.Wait());
   });
 }
+
+#ifdef FAILING_CALLS
+
+// Every copy is held before its execv. What reaches it ends it alone, and its
+// item goes on.
+TEST_F(SignalStormTest, OnCopiesBeforeExecv) {
+  Rounds(SoakOr(1000, 24), [](LauncherRun& run, Random& random) {
+    run.SetEnvironment("LD_PRELOAD", FAILING_CALLS);
+    run.SetEnvironment("FAILING", "execv:hold");
+    run.StartItems(ItemsFile({Sleeper("a"), Sleeper("b")}));
+    run.AwaitReady(2);
+    const std::vector<pid_t> copies = ChildrenOf(run.Process());
+    EXPECT_EQ(copies.size(), 2U);
+    for (const pid_t copy : copies) {
+      Storm(copy, random);
+    }
+    run.Await("status = 15", copies.size());
+    run.AwaitReady(2);
+    EXPECT_TRUE(run.IsRunning());
+    Storm(run.Process(), random);
+    ExpectStopped(run.Wait());
+    ExpectNoChildLostOrDouble(run, {SIGTERM, SIGKILL});
+  });
+}
+
+#endif
 
 }  // namespace

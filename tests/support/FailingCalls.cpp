@@ -4,6 +4,7 @@
 //   FAILING=fork:3     the third fork of the process fails
 //   FAILING=fork:3+    so do all that follow
 //   FAILING=fork:hold  every fork waits for ever
+//   FAILING=execv:hold so does every execv
 //   FAILING=execv:term execv is met by a SIGTERM to the copy, the first time
 //   CLOCK=4102444800   the time of day is this
 //
@@ -177,7 +178,7 @@ EXPORTED int execv(const char* path, char* const* vector) {
     Append(g_failed, "term\n");
     raise(SIGTERM);
   }
-  return Next(&execv, "execv")(path, vector);
+  return Fails("execv", EACCES) ? -1 : Next(&execv, "execv")(path, vector);
 }
 
 EXPORTED int kill(pid_t process, int number) {

@@ -143,12 +143,15 @@ void EndSession(pid_t leader) {
 std::map<int, std::string> DescriptorsOf(pid_t process) {
   std::map<int, std::string> descriptors;
   const fs::path directory = "/proc/" + std::to_string(process) + "/fd";
-  for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
+  std::error_code ended;
+  fs::directory_iterator entry(directory, ended);
+  while (!ended && entry != fs::directory_iterator()) {
     std::error_code vanished;
-    const fs::path target = fs::read_symlink(entry.path(), vanished);
+    const fs::path target = fs::read_symlink(entry->path(), vanished);
     if (!vanished) {
-      descriptors[std::stoi(entry.path().filename())] = target;
+      descriptors[std::stoi(entry->path().filename())] = target;
     }
+    entry.increment(ended);
   }
   return descriptors;
 }

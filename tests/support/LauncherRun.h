@@ -39,7 +39,8 @@ std::vector<pid_t> SessionOf(pid_t leader);
 // the caller, until there is nothing left: a chain grows meanwhile.
 void EndSession(pid_t leader);
 
-// The descriptors that `process` has open, with what they refer to.
+// The descriptors that `process` has open, with what they refer to; none when
+// it is gone.
 std::map<int, std::string> DescriptorsOf(pid_t process);
 
 // The item `name`, which runs "/bin/sleep 1000".

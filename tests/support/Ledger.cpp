@@ -1,9 +1,10 @@
-// What a test may not leave behind. Linked to a program whose tests run
-// processes, this takes stock when a test starts, and fails the test when it
-// ends with other descriptors, processes or temporary files, or with more
-// threads. For the sandbox, where every process is the test's. Temporary files
-// go to a directory of the program's own.
+// What a test may not leave behind. Linked to every test program, this takes
+// stock when a test starts, and fails the test when it ends with other
+// descriptors, processes or temporary files, or with more threads. For the
+// sandbox, where every process is the test's. Temporary files go to a directory
+// of the program's own.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -23,6 +24,13 @@ namespace {
 
 bool IsNumber(const std::string& text) {
   return std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
+}
+
+// Whether `descriptor`, open on `file`, is a logger's: it is never released, by
+// design.
+bool IsLoggers(int descriptor, const std::string& file) {
+  return (fcntl(descriptor, F_GETFL) & O_APPEND) != 0 &&
+         file.find(".log") != std::string::npos;
 }
 
 #ifdef __SANITIZE_THREAD__
@@ -70,9 +78,11 @@ Ledger::Stock Ledger::Take() const {
   for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
     std::error_code vanished;
     const std::string target = fs::read_symlink(entry.path(), vanished);
+    const int number = std::stoi(entry.path().filename());
     // The directory that is being read is open, too.
-    if (!vanished && !target.starts_with("/proc/")) {
-      stock.descriptors[std::stoi(entry.path().filename())] = target;
+    if (!vanished && !target.starts_with("/proc/") &&
+        !IsLoggers(number, target)) {
+      stock.descriptors[number] = target;
     }
   }
   for (const auto& entry : fs::directory_iterator("/proc")) {

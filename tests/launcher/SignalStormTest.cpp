@@ -126,6 +126,27 @@ class SignalStormTest : public testing::Test {
               static_cast<ssize_t>(items.size()));
     close(fifo);
   }
+
+  // Two hundred items whose children end after `seconds`.
+  static std::string TwoHundred(const std::string& seconds) {
+    std::vector<std::string> items;
+    for (int i = 0; i < 200; ++i) {
+      items.push_back(
+          R"({"name": "item)" + std::to_string(i) +
+          R"(", "program": "/bin/sleep", "argc": 1, "args": {"0": ")" +
+          seconds + "\"}}");
+    }
+    return ItemsFile(items);
+  }
+
+  // Gives the launcher's wait status.
+  static int StormWhileLoading(LauncherRun& run, Random& random,
+                               const std::string& items) {
+    Feed(StartOnFifo(run), items);
+    std::this_thread::sleep_for(microseconds(Pick(random, 800000)));
+    Storm(run.Process(), random);
+    return run.Stop();
+  }
 };
 
 TEST_F(SignalStormTest, BeforeTheWaitIsNotRemembered) {
@@ -148,18 +169,10 @@ TEST_F(SignalStormTest, BeforeTheWaitIsNotRemembered) {
 // A SIGTERM that finds an item that has not forked kills the launcher's process
 // group, by design. So there are two ends here, and none besides.
 TEST_F(SignalStormTest, DuringLoadingOfTwoHundredItems) {
-  std::vector<std::string> items;
-  for (int i = 0; i < 200; ++i) {
-    items.push_back(Sleeper("item" + std::to_string(i)));
-  }
-  const std::string file = ItemsFile(items);
+  const std::string file = TwoHundred("1000");
   std::atomic<int> stopped = 0;
   Rounds(SoakOr(200, 16), [&](LauncherRun& run, Random& random) {
-    const int fifo = StartOnFifo(run);
-    Feed(fifo, file);
-    std::this_thread::sleep_for(microseconds(Pick(random, 800000)));
-    Storm(run.Process(), random);
-    const int status = run.Stop();
+    const int status = StormWhileLoading(run, random, file);
     if (status == SIGKILL) {
       EXPECT_TRUE(Eventually([&] { return SessionOf(run.Process()).empty(); }));
       return;
@@ -222,6 +235,18 @@ TEST_F(SignalStormTest, DuringExit) {
 }
 
 #ifdef FAILING_CALLS
+
+// With the SIGKILL to its process group held back, the launcher comes to its
+// end through any storm. A child that misses its SIGKILL ends by itself.
+TEST_F(SignalStormTest, DuringLoadingWithoutTheSigkillToTheGroup) {
+  const std::string file = TwoHundred("3");
+  Rounds(SoakOr(80, 8), [&](LauncherRun& run, Random& random) {
+    run.SetEnvironment("LD_PRELOAD", FAILING_CALLS);
+    run.SetEnvironment("FAILING", "kill:1+");
+    ExpectStopped(StormWhileLoading(run, random, file));
+    ExpectNoChildLostOrDouble(run);
+  });
+}
 
 // Every copy is held before its execv. What reaches it ends it alone, and its
 // item goes on.

@@ -5,6 +5,7 @@
 //   FAILING=fork:3+    so do all that follow
 //   FAILING=fork:hold  every fork waits for ever
 //   FAILING=execv:hold so does every execv
+//   FAILING=kill:1+    no kill reaches what is not a process
 //   FAILING=execv:term execv is met by a SIGTERM to the copy, the first time
 //   CLOCK=4102444800   the time of day is this
 //
@@ -187,6 +188,9 @@ EXPORTED int kill(pid_t process, int number) {
     if (process < 0) {
       return 0;
     }
+  }
+  if (process <= 0 && Fails("kill", EPERM)) {
+    return -1;
   }
   return Next(&kill, "kill")(process, number);
 }

@@ -18,8 +18,11 @@ template <class String, class Regex>
 std::vector<String> SplitAny(const String& text, const Regex& separator) {
   using Iterator = std::regex_token_iterator<typename String::const_iterator>;
   constexpr int kBetweenMatches = -1;
-  return {Iterator(text.begin(), text.end(), separator, kBetweenMatches),
-          Iterator()};
+  // One by one: given both ends, the vector would search twice, for its size.
+  std::vector<String> pieces;
+  std::copy(Iterator(text.begin(), text.end(), separator, kBetweenMatches),
+            Iterator(), std::back_inserter(pieces));
+  return pieces;
 }
 
 // Going on at `search.size()` behind the occurrence, not at

@@ -31,11 +31,12 @@ DEFAULT_STACKS = supervisors.LauncherDefaultStacks.name
 BARE_LOOP = supervisors.BareLoop.name
 PEERS = [peer.name for peer in supervisors.PEERS]
 
-# What is measured of whom: figure, supervisors, numbers of items.
+# What is measured of whom: figure, supervisors, numbers of items; what takes a
+# moment, more than once.
 PLAN = [
     ("restart", [BARE_LOOP, LAUNCHER, DEBUG, *PEERS], [1, 100]),
     ("kill", [BARE_LOOP, LAUNCHER, *PEERS], [1]),
-    ("life", [LAUNCHER, *PEERS], [1, 10, 100, 1000]),
+    ("life", [LAUNCHER, *PEERS], [1, 1, 1, 1, 10, 10, 100, 1000]),
     ("life", [DEFAULT_STACKS], [1, 1000]),
     ("idle", [LAUNCHER, *PEERS], [100]),
 ]

@@ -230,8 +230,9 @@ def size_table(results):
 
 def conditions(results):
     low, high = min(results.loads), max(results.loads)
+    rounds = len(results.values["idle", LAUNCHER, 100, "time"])
     return (
-        f"Measured {results.day}; load average during the run: median "
+        f"Measured {results.day} in {rounds} rounds; load average: median "
         f"{statistics.median(results.loads):.0f}, {low:.0f} to {high:.0f}."
     )
 

@@ -177,8 +177,16 @@ TEST_F(LauncherEventTest, RunsOnWithALibraryThatCannotBeLoaded) {
   ExpectStops();
 }
 
-TEST_F(LauncherEventTest, RunsOnWithALibraryThatLacksAnEntryPoint) {
+TEST_F(LauncherEventTest, RunsOnWithALibraryThatLacksGetLogger) {
   run_->UseLibrary(HALF_LIBRARY);
+  run_->StartItems(R"({"0": )" + Sleeper("a") + "}");
+  ExpectEvent("Tamrel Launcher for alpha : Failed to initialize logger");
+  AwaitChildren(1);
+  ExpectStops();
+}
+
+TEST_F(LauncherEventTest, RunsOnWithALibraryThatLacksInitLogger) {
+  run_->UseLibrary(OTHER_HALF_LIBRARY);
   run_->StartItems(R"({"0": )" + Sleeper("a") + "}");
   ExpectEvent("Tamrel Launcher for alpha : Failed to initialize logger");
   AwaitChildren(1);

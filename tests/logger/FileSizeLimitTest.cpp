@@ -46,6 +46,7 @@ TEST(FileSizeLimit, LeavesOthersDispositionsAlone) {
   EXPECT_EQ(StatusOfCopy([] {
               std::signal(SIGXFSZ, SIG_IGN);
               SurviveFileSizeLimit();
+              KeepCoverage();
               _exit(std::signal(SIGXFSZ, SIG_DFL) == SIG_IGN ? 0 : 1);
             }),
             0);

@@ -1,10 +1,13 @@
 # The platform seam: which of a source's per-platform files is compiled, and
-# what the logger library's file is called.
+# what the logger library's file is called. Where a platform needs nothing done,
+# its file is called "Default".
 
 if(APPLE)
   set(LAUNCHER_PLATFORM Macos)
+  set(LAUNCHER_MEMORY Default)
   set(LAUNCHER_LOGGER_FILE liblogger.1.dylib)
 else()
   set(LAUNCHER_PLATFORM Linux)
+  set(LAUNCHER_MEMORY Linux)
   set(LAUNCHER_LOGGER_FILE liblogger.so.1)
 endif()

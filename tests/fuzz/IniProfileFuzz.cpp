@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "common/util/IniProfile.h"
-#include "tests/common/util/IniProfileOracle.h"
+#include "tests/support/IniProfileOracle.h"
 #include "tests/fuzz/Fuzz.h"
 #include "tests/support/TempDir.h"
 

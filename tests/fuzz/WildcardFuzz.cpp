@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "common/util/Wildcard.h"
-#include "tests/common/util/WildcardOracle.h"
+#include "tests/support/WildcardOracle.h"
 #include "tests/fuzz/Fuzz.h"
 
 namespace {

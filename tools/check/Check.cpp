@@ -10,7 +10,7 @@
 #include "tools/check/ItemCheck.h"
 #include "tools/check/ItemsFile.h"
 #include "tools/check/JsonSource.h"
-#include "tools/common/Characters.h"
+#include "tools/text/Characters.h"
 
 namespace {
 

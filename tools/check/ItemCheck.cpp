@@ -12,7 +12,7 @@
 
 #include "launcher/Items.h"
 #include "tools/check/ProgramFile.h"
-#include "tools/common/Characters.h"
+#include "tools/text/Characters.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <sstream>
 #include <string_view>
 
-#include "tools/common/ShellQuote.h"
+#include "tools/text/ShellQuote.h"
 
 namespace {
 

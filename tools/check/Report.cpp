@@ -3,10 +3,10 @@
 #include <algorithm>
 
 #include "tools/check/JsonSource.h"
-#include "tools/common/Characters.h"
-#include "tools/common/JsonFields.h"
-#include "tools/common/ShellQuote.h"
-#include "tools/common/Terminal.h"
+#include "tools/text/Characters.h"
+#include "tools/text/JsonFields.h"
+#include "tools/text/ShellQuote.h"
+#include "tools/text/Terminal.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 
 #include "tools/check/Check.h"
 #include "tools/check/Report.h"
-#include "tools/common/Terminal.h"
+#include "tools/text/Terminal.h"
 
 namespace {
 

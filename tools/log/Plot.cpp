@@ -5,7 +5,7 @@
 #include <sstream>
 #include <string_view>
 
-#include "tools/common/Characters.h"
+#include "tools/text/Characters.h"
 #include "tools/log/Times.h"
 
 namespace {

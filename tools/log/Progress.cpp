@@ -7,7 +7,7 @@
 #include <iostream>
 #include <string>
 
-#include "tools/common/Terminal.h"
+#include "tools/text/Terminal.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "tools/common/Characters.h"
-#include "tools/common/JsonFields.h"
+#include "tools/text/Characters.h"
+#include "tools/text/JsonFields.h"
 #include "tools/log/Times.h"
 #include "tools/log/WaitStatus.h"
 

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "environment/AppPaths.h"
-#include "tools/common/Terminal.h"
+#include "tools/text/Terminal.h"
 #include "tools/log/History.h"
 #include "tools/log/LogReader.h"
 #include "tools/log/Plot.h"

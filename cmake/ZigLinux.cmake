@@ -1,6 +1,0 @@
-# Toolchain: builds for Linux with macOS's standard library, libc++.
-# scripts/test-libcxx.sh makes what it refers to below build/zig.
-
-set(LAUNCHER_TOOLCHAIN ZigLinux)
-set(LAUNCHER_ZIG_TARGET x86_64-linux-gnu.2.36)
-include(${CMAKE_CURRENT_LIST_DIR}/Zig.cmake)

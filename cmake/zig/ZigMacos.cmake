@@ -1,0 +1,28 @@
+# Toolchain: builds for macOS 10.15 on x86-64, on Linux. .ci/cross-macos.sh
+# makes what it refers to below build/zig.
+
+set(CMAKE_SYSTEM_NAME Darwin)
+set(CMAKE_SYSTEM_PROCESSOR x86_64)
+set(LAUNCHER_TOOLCHAIN ZigMacos)
+set(LAUNCHER_ZIG_TARGET x86_64-macos.10.15)
+include(${CMAKE_CURRENT_LIST_DIR}/Zig.cmake)
+
+# The headers refuse what macOS 10.15 does not have; the standard library's do
+# so only when asked, since this compiler brings a library of its own.
+string(
+  APPEND
+  CMAKE_CXX_FLAGS_INIT
+  " -U_LIBCPP_HAS_VENDOR_AVAILABILITY_ANNOTATIONS"
+  " -D_LIBCPP_HAS_VENDOR_AVAILABILITY_ANNOTATIONS=1")
+
+set(CMAKE_USER_MAKE_RULES_OVERRIDE
+    ${CMAKE_CURRENT_LIST_DIR}/ZigMacosRules.cmake)
+
+# The system's own archivers do not know Mach-O. Nothing is renamed on
+# installation.
+find_program(CMAKE_AR llvm-ar REQUIRED)
+find_program(CMAKE_RANLIB llvm-ranlib REQUIRED)
+set(CMAKE_INSTALL_NAME_TOOL false)
+
+# The tests cannot be run here, so their list cannot be asked for.
+set(CMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE PRE_TEST)

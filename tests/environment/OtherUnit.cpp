@@ -1,8 +1,0 @@
-#include "tests/environment/OtherUnit.h"
-
-#include "common/util/Trim.h"
-#include "environment/Logging.h"
-
-void* OtherUnitsLogCall() { return reinterpret_cast<void*>(&__LOG__A); }
-
-void* OtherUnitsTrim() { return reinterpret_cast<void*>(&trim); }

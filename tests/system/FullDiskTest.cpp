@@ -1,0 +1,174 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <set>
+#include <string>
+
+#include "logger/LogDirectory.h"
+#include "logger/Logger.h"
+#include "tests/support/LogReader.h"
+#include "tests/support/SmallDisk.h"
+#include "tests/support/Sandbox.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kPages = 16;
+
+Logger& Open(const fs::path& directory, const LogLimits& limits = {}) {
+  auto* const logger = new Logger(directory, "x", LOGLEVEL_DEBUG, limits);
+  EXPECT_EQ(logger->Open(), 0);
+  return *logger;
+}
+
+constexpr std::size_t kTextBytes = 250;
+
+// All of one length, which does not divide a page's.
+std::string Text(int number) {
+  std::string text = std::to_string(number);
+  return text.insert(0, kTextBytes - text.size(), '.');
+}
+
+struct Outcome {
+  std::set<std::string> whole;
+  int cut = 0;
+  int reported_lost = 0;
+};
+
+// Counts the lost lines that `message` reports; false when it is no report.
+bool IsReport(const std::string& message, Outcome* outcome) {
+  int lost = 0;
+  int error = 0;
+  if (std::sscanf(
+          message.c_str(),
+          "[LOGGER    ] lines that could not be written: %d, errno = %d", &lost,
+          &error) != 2) {
+    return false;
+  }
+  EXPECT_EQ(error, ENOSPC);
+  outcome->reported_lost += lost;
+  return true;
+}
+
+// What is in the log. A line longer than those that were logged is two.
+Outcome Read(const fs::path& log) {
+  constexpr std::size_t kMaxPrefixBytes = 60;
+  Outcome outcome;
+  for (const std::string& line : ReadLines(log)) {
+    EXPECT_LE(line.size(), kMaxPrefixBytes + kTextBytes) << "glued: " << line;
+    const std::string message =
+        line.size() < kMaxPrefixBytes ? "" : MessageOf(line);
+    if (message.size() == kTextBytes) {
+      EXPECT_TRUE(outcome.whole.insert(message).second) << line;
+    } else if (!IsReport(message, &outcome)) {
+      ++outcome.cut;
+    }
+  }
+  return outcome;
+}
+
+TEST(FullDisk, GluesNoLinesAndReportsTheLoss) {
+  REQUIRE_SANDBOX();
+  SmallDisk disk(kPages);
+  Logger& one = Open(disk.Path());
+  Logger& other = Open(disk.Path());
+  one.Log(LOGLEVEL_ERROR, "%s", Text(0).c_str());
+  disk.Fill(2);
+  constexpr int kLines = 100;
+  for (int i = 1; i < kLines; ++i) {
+    Logger& logger = i % 2 == 0 ? one : other;
+    errno = EBADMSG;
+    logger.Log(LOGLEVEL_ERROR, "%s", Text(i).c_str());
+    EXPECT_EQ(errno, EBADMSG);
+  }
+  const Outcome full = Read(disk.Path() / "x.log");
+  EXPECT_EQ(full.cut, 1) << "no line was written in part";
+  EXPECT_EQ(full.reported_lost, 0);
+  disk.Free();
+  other.Log(LOGLEVEL_ERROR, "%s", Text(kLines).c_str());
+  one.Log(LOGLEVEL_ERROR, "%s", Text(kLines + 1).c_str());
+
+  const Outcome after = Read(disk.Path() / "x.log");
+  EXPECT_EQ(after.cut, 1);
+  EXPECT_EQ(after.whole.size(), full.whole.size() + 2);
+  EXPECT_EQ(after.whole.count(Text(kLines)), 1U);
+  EXPECT_EQ(after.whole.count(Text(kLines + 1)), 1U);
+  EXPECT_EQ(after.reported_lost, kLines - static_cast<int>(full.whole.size()));
+}
+
+TEST(FullDisk, FillsUpAgainAndAgainWithoutGluing) {
+  REQUIRE_SANDBOX();
+  SmallDisk disk(kPages);
+  Logger& logger = Open(disk.Path());
+  int logged = 0;
+  for (int round = 0; round < 5; ++round) {
+    disk.Fill(1);
+    for (int i = 0; i < 40; ++i) {
+      logger.Log(LOGLEVEL_ERROR, "%s", Text(logged++).c_str());
+    }
+    disk.Free();
+  }
+  logger.Log(LOGLEVEL_ERROR, "%s", Text(logged++).c_str());
+  const Outcome outcome = Read(disk.Path() / "x.log");
+  EXPECT_GE(outcome.cut, 1);
+  EXPECT_EQ(outcome.reported_lost,
+            logged - static_cast<int>(outcome.whole.size()));
+}
+
+TEST(FullDisk, IsSurvivedByARotation) {
+  REQUIRE_SANDBOX();
+  SmallDisk disk(kPages);
+  Logger& logger = Open(disk.Path(), {2 * SmallDisk::kPageBytes, 5});
+  for (int i = 0; i < 1'000; ++i) {
+    logger.Log(LOGLEVEL_ERROR, "%s", Text(i).c_str());
+  }
+  // The old files alone are more than the disk holds.
+  for (const fs::path& file : FilesIn(disk.Path())) {
+    Read(file);
+  }
+  EXPECT_GE(FilesIn(disk.Path()).size(), 3U);
+}
+
+// A disk does not become read-only while a file on it is open for writing: the
+// logger has lost its own when the time comes.
+TEST(ReadOnlyDirectory, CountsTheLinesLostAndReportsThem) {
+  REQUIRE_SANDBOX();
+  SmallDisk disk(kPages);
+  const fs::path logs = disk.Path() / "logs";
+  fs::create_directory(logs);
+  Logger& logger = Open(logs);
+  ASSERT_EQ(mount("none", logs.c_str(), "tmpfs", MS_RDONLY, nullptr), 0);
+  for (int i = 0; i < 3; ++i) {
+    logger.LogText(LOGLEVEL_ERROR, "lost");
+  }
+  ASSERT_EQ(umount(logs.c_str()), 0);
+  logger.LogText(LOGLEVEL_ERROR, "written");
+  EXPECT_EQ(ReadMessages(logs / "x.log"),
+            (std::vector<std::string>{
+                "[LOGGER    ] lines that could not be written: 3, errno = " +
+                    std::to_string(EROFS),
+                "written"}));
+}
+
+TEST(LogDirectory, IsNotAcceptedOnAFullDisk) {
+  REQUIRE_SANDBOX();
+  SmallDisk disk(kPages);
+  disk.Fill(0);
+  const auto before = FilesIn(disk.Path());
+  EXPECT_EQ(PrepareLogDirectory(disk.Path()), ENOSPC);
+  EXPECT_EQ(FilesIn(disk.Path()), before);
+}
+
+TEST(LogDirectory, IsNotAcceptedWhereNothingCanBeWritten) {
+  REQUIRE_SANDBOX();
+  SmallDisk disk(kPages);
+  disk.MakeReadOnly();
+  EXPECT_EQ(PrepareLogDirectory(disk.Path()), EROFS);
+  EXPECT_EQ(PrepareLogDirectory(disk.Path() / "logs"), EROFS);
+}
+
+}  // namespace

@@ -1,0 +1,220 @@
+// Many writers on one log at once.
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <functional>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "logger/Logger.h"
+#include "tests/support/LogReader.h"
+#include "tests/support/Coverage.h"
+#include "tests/support/TempDir.h"
+
+namespace {
+
+constexpr char kName[] = "storm";
+
+Logger& MakeLogger(const TempDir& dir, const LogLimits& limits) {
+  // Never deleted, as those of the library.
+  auto* const logger = new Logger(dir.Path(), kName, LOGLEVEL_DEBUG, limits);
+  EXPECT_EQ(logger->Open(), 0);
+  return *logger;
+}
+
+void RunThreads(int count, const std::function<void(int)>& body) {
+  std::vector<std::thread> threads;
+  for (int i = 0; i < count; ++i) {
+    threads.emplace_back(body, i);
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+}
+
+// A forked copy that runs `body`. It is ended when it takes far longer than it
+// should.
+pid_t Fork(const std::function<void()>& body) {
+  constexpr int kPatienceSeconds = 600;
+  const pid_t copy = fork();
+  if (copy == 0) {
+    alarm(kPatienceSeconds);
+    body();
+    KeepCoverage();
+    _exit(testing::Test::HasFailure() ? 1 : 0);
+  }
+  return copy;
+}
+
+bool EndsWell(pid_t copy) {
+  int status = -1;
+  return waitpid(copy, &status, 0) == copy && status == 0;
+}
+
+struct Storm {
+  int processes;
+  int threads;
+  int lines;
+  off_t limit;
+};
+
+constexpr int kPaddings = 40;
+
+// Lines of many lengths, so that they meet the ends of files anyhow.
+std::string Text(int process, int thread, int line) {
+  return std::to_string(process) + "/" + std::to_string(thread) + "/" +
+         std::to_string(line) + " " +
+         std::string(static_cast<std::size_t>(line % kPaddings), '=');
+}
+
+void Write(const Storm& storm, Logger* logger, int process) {
+  RunThreads(storm.threads, [&](int thread) {
+    for (int line = 0; line < storm.lines; ++line) {
+      logger->Log(LOGLEVEL_ERROR, "%s", Text(process, thread, line).c_str());
+    }
+  });
+}
+
+// How often each line is in the files.
+std::map<std::string, int> Count(
+    const std::vector<std::filesystem::path>& files, std::size_t* longest) {
+  std::map<std::string, int> counts;
+  for (const auto& file : files) {
+    for (const std::string& line : ReadLines(file)) {
+      *longest = std::max(*longest, line.size() + 1);
+      ++counts[MessageOf(line)];
+    }
+  }
+  return counts;
+}
+
+void RunStorm(const Storm& storm) {
+  constexpr int kKeepAll = 100'000;
+  const TempDir dir;
+  std::vector<pid_t> children;
+  for (int process = 0; process < storm.processes; ++process) {
+    children.push_back(Fork([&] {
+      Write(storm, &MakeLogger(dir, {storm.limit, kKeepAll}), process);
+    }));
+  }
+  for (const pid_t child : children) {
+    EXPECT_TRUE(EndsWell(child));
+  }
+
+  const auto files = FilesIn(dir.Path());
+  std::size_t longest = 0;
+  auto counts = Count(files, &longest);
+  for (int process = 0; process < storm.processes; ++process) {
+    for (int thread = 0; thread < storm.threads; ++thread) {
+      for (int line = 0; line < storm.lines; ++line) {
+        const std::string text = Text(process, thread, line);
+        ASSERT_EQ(counts[text], 1) << text;
+      }
+    }
+  }
+  EXPECT_EQ(counts.size(), static_cast<std::size_t>(
+                               storm.processes * storm.threads * storm.lines));
+  const auto in_flight =
+      static_cast<std::size_t>(storm.processes * storm.threads) * longest;
+  for (const auto& file : files) {
+    EXPECT_LT(std::filesystem::file_size(file),
+              static_cast<std::size_t>(storm.limit) + in_flight)
+        << file;
+  }
+}
+
+// Every copy is made while other threads format, write and rotate, and then
+// does so itself.
+void RunForks(int forks) {
+  constexpr int kThreads = 4;
+  constexpr int kLongMessage = 10'000;
+  const TempDir dir;
+  Logger& logger = MakeLogger(dir, {100'000, 3});
+  const std::string long_text(kLongMessage, '\n');
+  std::atomic<bool> stop = false;
+  std::thread others([&] {
+    RunThreads(kThreads, [&](int thread) {
+      for (int line = 0; !stop; ++line) {
+        logger.Log(LOGLEVEL_ERROR, "%s", Text(0, thread, line).c_str());
+        logger.Log(LOGLEVEL_ERROR, "%s", long_text.c_str());
+      }
+    });
+  });
+  bool well = true;
+  for (int i = 0; well && i < forks; ++i) {
+    well = EndsWell(Fork([&] {
+      logger.Log(LOGLEVEL_ERROR, "copy %d", i);
+      logger.Log(LOGLEVEL_ERROR, "%s", long_text.c_str());
+    }));
+  }
+  stop = true;
+  others.join();
+  EXPECT_TRUE(well);
+}
+
+constexpr off_t kSmallFile = 100'000;
+
+// Large enough for bursts.
+constexpr off_t kLargeFile = 2'000'000;
+
+TEST(Storm, LosesTearsAndDoublesNothing) {
+  RunStorm({8, 4, 2'000, kSmallFile});
+}
+
+TEST(Storm, LosesTearsAndDoublesNothingInBursts) {
+  RunStorm({8, 4, 2'000, kLargeFile});
+}
+
+TEST(Storm, LosesTearsAndDoublesNothingWhenEveryFileHoldsFewLines) {
+  RunStorm({4, 4, 200, 1'000});
+}
+
+// While a long line is written, the file ends inside it for those who look.
+TEST(Storm, TakesNoLongLineThatIsBeingWrittenForATornOne) {
+  constexpr int kLines = 200;
+  constexpr int kMaxOpened = 10'000;
+  constexpr std::size_t kLongMessage = 500'000;
+  const TempDir dir;
+  Logger& writer = MakeLogger(dir, {});
+  std::atomic<bool> stop = false;
+  std::thread writes([&] {
+    const std::string text(kLongMessage, '=');
+    for (int line = 0; line < kLines; ++line) {
+      writer.LogText(LOGLEVEL_ERROR, text.c_str());
+    }
+    stop = true;
+  });
+  // A logger keeps a page for good, and a process may not have any number.
+  for (int opened = 0; opened < kMaxOpened && !stop; ++opened) {
+    Logger opener(dir.Path(), kName, LOGLEVEL_DEBUG, {});
+    EXPECT_EQ(opener.Open(), 0);
+    opener.LogText(LOGLEVEL_ERROR, "opened");
+  }
+  writes.join();
+  for (const auto& file : FilesIn(dir.Path())) {
+    for (const std::string& line : ReadLines(file)) {
+      ASSERT_FALSE(line.empty());
+    }
+  }
+}
+
+TEST(Storm, LetsForkedCopiesLog) { RunForks(300); }
+
+TEST(Soak, LosesTearsAndDoublesNothing) {
+  RunStorm({8, 4, 20'000, kSmallFile});
+}
+
+TEST(Soak, LosesTearsAndDoublesNothingInBursts) {
+  RunStorm({8, 4, 20'000, kLargeFile});
+}
+
+TEST(Soak, LetsTenThousandForkedCopiesLog) { RunForks(10'000); }
+
+}  // namespace

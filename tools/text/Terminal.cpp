@@ -1,0 +1,64 @@
+#include "tools/text/Terminal.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "tools/text/Characters.h"
+
+namespace {
+
+std::string_view Environment(const char* name) {
+  const char* const value = std::getenv(name);
+  return value == nullptr ? "" : value;
+}
+
+}  // namespace
+
+bool TakesEscapes(int descriptor) {
+  return isatty(descriptor) == 1 && Environment("TERM") != "dumb";
+}
+
+bool MayColour(int descriptor) {
+  return TakesEscapes(descriptor) && Environment("NO_COLOR").empty();
+}
+
+std::string Coloured(std::string_view text, Colour colour, bool enabled) {
+  if (!enabled || colour == Colour::kNone) {
+    return std::string(text);
+  }
+  return "\x1b[1;" + std::to_string(static_cast<int>(colour)) + "m" +
+         std::string(text) + "\x1b[0m";
+}
+
+TerminalSize SizeOf(int descriptor) {
+  constexpr TerminalSize kUsual{24, 80};
+  winsize size{};
+  if (ioctl(descriptor, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 ||
+      size.ws_col == 0) {
+    return kUsual;
+  }
+  return {size.ws_row, size.ws_col};
+}
+
+// Each line overwrites the one that stood there; nothing is wiped first, which
+// would flicker.
+std::string Screenful(std::string_view text, TerminalSize size) {
+  constexpr const char* kHome = "\x1b[H";
+  constexpr const char* kWipeBelow = "\x1b[J";
+  auto left = static_cast<std::size_t>(std::ranges::count(text, '\n'));
+  std::string result = kHome;
+  // The cursor takes a row, too.
+  for (std::size_t row = 2; left > 0 && row <= size.rows; ++row, --left) {
+    const std::size_t end = text.find('\n');
+    const bool is_last = row == size.rows && left > 1;
+    result += Fitted(is_last ? "... " + std::to_string(left) + " lines more"
+                             : std::string(text.substr(0, end)),
+                     size.columns) +
+              "\n";
+    text.remove_prefix(end + 1);
+  }
+  return result + kWipeBelow;
+}

@@ -24,8 +24,6 @@ constexpr std::array<LevelName, 6> kLevelNames{{
 }};
 
 constexpr std::size_t kLevelBytes = 1024;
-constexpr int kLoggerInterfaceVersion = 2;
-constexpr unsigned long kErrorPriority = 3;
 
 }  // namespace
 
@@ -55,7 +53,7 @@ void InitLog(std::string name) {
   const LOGLEVEL level = GetLogLevel();
   const std::string directory = GetLogPath();
   if (InitLogger(directory.c_str()) != 0) {
-    WriteEvent("Tamrel Launcher for " + name, kErrorPriority,
+    WriteEvent("Tamrel Launcher for " + name, kEventPriority,
                "Failed to initialize logger");
     return;
   }

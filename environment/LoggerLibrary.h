@@ -54,6 +54,9 @@ class ILog {
   ILog& operator=(const ILog&) = default;
 };
 
+// The version of this interface, the first argument of `GetLogger`.
+inline constexpr int kLoggerInterfaceVersion = 2;
+
 extern "C" {
 
 // Prepares `directory` (a path, made with its parents when missing) to hold the
@@ -64,8 +67,8 @@ int InitLogger(const char* directory);
 
 // Makes the logger `name` with the threshold `threshold` and stores it in
 // `*logger`. `version` is the version of this interface that the caller was
-// built against: 2. Returns 0, else an errno with `*logger` left alone. To be
-// called after `InitLogger` has returned 0.
+// built against, `kLoggerInterfaceVersion`. Returns 0, else an errno with
+// `*logger` left alone. To be called after `InitLogger` has returned 0.
 int GetLogger(int version, const char* name, LOGLEVEL threshold, ILog** logger);
 
 }  // extern "C"

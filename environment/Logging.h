@@ -35,6 +35,9 @@ extern ILog* logger;
   va_end(arguments);
 }
 
+// The syslog priority of all events: LOG_ERR.
+inline constexpr unsigned long kEventPriority = 3;
+
 // Writes the line `source` + " : " + `text` to the system log with the syslog
 // priority `level` (3 is LOG_ERR) and the default facility. A '%' in either is
 // an ordinary character. Reports nothing. Called on the main thread only.

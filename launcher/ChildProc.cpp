@@ -15,11 +15,10 @@
 
 #include "environment/Logging.h"
 #include "launcher/Items.h"
+#include "launcher/Messages.h"
 #include "launcher/ThreadStacks.h"
 
 namespace {
-
-constexpr std::chrono::milliseconds kRestartPause{50};
 
 // The process that the supervision threads belong to. In its forked copies they
 // do not exist.
@@ -64,22 +63,19 @@ void ChildProc::Supervise() {
   GuardThreadStack();
   while (running) {
     const std::string program = ItemProgram(item);
-    __LOG__A(logger, LOGLEVEL_DEBUG, "[LAUNCHER  ] Start to fork %s",
-             name.c_str());
+    __LOG__A(logger, LOGLEVEL_DEBUG, kStartMessage, name.c_str());
     const pid_t child = fork();
     pid = child;
     if (child < 0) {
       // Not tried again, as required: this item's supervision is over.
-      __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] Failed to fork %s",
-               name.c_str());
+      __LOG__A(logger, LOGLEVEL_ERROR, kForkFailedMessage, name.c_str());
       break;
     }
     if (child > 0) {
       Reap(child);
     } else if (program.empty()) {
       // Tested only in the copy, as required: the launcher forks every cycle.
-      __LOG__A(logger, LOGLEVEL_ERROR,
-               "[LAUNCHER  ] program path of %s is empty", name.c_str());
+      __LOG__A(logger, LOGLEVEL_ERROR, kNoProgramMessage, name.c_str());
       break;
     } else {
       Execute(program);
@@ -94,9 +90,8 @@ void ChildProc::Supervise() {
 void ChildProc::Reap(pid_t child) {
   int status = 0;
   const pid_t ret = waitpid(child, &status, 0);
-  __LOG__A(logger, LOGLEVEL_ERROR,
-           "[LAUNCHER  ] %s %d is killed. ret = %d, status = %d", name.c_str(),
-           child, ret, status);
+  __LOG__A(logger, LOGLEVEL_ERROR, kEndMessage, name.c_str(), child, ret,
+           status);
 }
 
 // The copy's side of the fork: everything between fork and execv happens here.

@@ -10,11 +10,20 @@
 
 #pragma once
 
+#include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
 
 #include "common/json/JsonObject.h"
+
+// How long an item rests between the end of its program and the next start.
+inline constexpr std::chrono::milliseconds kRestartPause{50};
+
+// The stack of a supervision thread, and of the forked child that builds the
+// argument vector on it.
+inline constexpr std::size_t kSupervisionStackBytes = std::size_t{512} * 1024;
 
 // Calls `named` with each item that has a member "name", and `nameless` with
 // each that has not, null among them, in the order of the keys "0", "1", "2",

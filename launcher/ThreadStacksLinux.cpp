@@ -4,6 +4,7 @@
 
 #include <cstddef>
 
+#include "launcher/Items.h"
 #include "launcher/ThreadStacks.h"
 
 namespace {
@@ -21,12 +22,11 @@ void GuardPage(void* page, std::size_t bytes) {
 }  // namespace
 
 void LimitThreadStacks() {
-  constexpr std::size_t kStackBytes = std::size_t{512} * 1024;
   pthread_attr_t attributes;
   if (pthread_attr_init(&attributes) != 0) {
     return;
   }
-  if (pthread_attr_setstacksize(&attributes, kStackBytes) == 0 &&
+  if (pthread_attr_setstacksize(&attributes, kSupervisionStackBytes) == 0 &&
       pthread_attr_setguardsize(&attributes, 0) == 0) {
     pthread_setattr_default_np(&attributes);
   }

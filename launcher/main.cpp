@@ -24,14 +24,13 @@
 #include "environment/Logging.h"
 #include "launcher/Heap.h"
 #include "launcher/Items.h"
+#include "launcher/Messages.h"
 #include "launcher/StopThread.h"
 #include "launcher/ThreadStacks.h"
 
 namespace {
 
 constexpr std::size_t kReadChunkBytes = 128;
-constexpr const char* kEventSource = "Tamrel Launcher";
-constexpr unsigned long kErrorPriority = 3;
 
 // A stop by SIGTERM ends with 1, every failure at start-up with 0. Whoever
 // starts launchers tells the two apart by it.
@@ -88,12 +87,12 @@ void StartItem(const std::string& owner, JsonObject item) {
 
 int Launch(int argc, char** argv) {
   if (argc <= 2) {
-    WriteEvent(kEventSource, kErrorPriority, "wrong parameters.");
+    WriteEvent(kEventSource, kEventPriority, kWrongParametersEvent);
     return kNotStarted;
   }
   // A launcher that could not be stopped in order does not start.
   if (!g_can_stop) {
-    WriteEvent(kEventSource, kErrorPriority, "no pipe or thread for SIGTERM.");
+    WriteEvent(kEventSource, kEventPriority, "no pipe or thread for SIGTERM.");
     return kNotStarted;
   }
   const std::string owner = argv[1];
@@ -102,12 +101,10 @@ int Launch(int argc, char** argv) {
   // There is no logger before InitLog, so this line and those about a failed
   // reading are always dropped. The order is fixed: the log is not touched for
   // an items file that cannot be read.
-  __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] Read data from %s",
-           path.c_str());
+  __LOG__A(logger, LOGLEVEL_ERROR, kReadDataMessage, path.c_str());
   std::string data;
   if (!ReadData(path, data)) {
-    __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] Failed to read data from %s",
-             path.c_str());
+    __LOG__A(logger, LOGLEVEL_ERROR, kReadFailedMessage, path.c_str());
     return kNotStarted;
   }
   InitLog(owner);
@@ -116,12 +113,10 @@ int Launch(int argc, char** argv) {
     WalkItems(
         items, [&](int, JsonObject item) { StartItem(owner, item); },
         [](int, JsonObject) {
-          __LOG__A(logger, LOGLEVEL_ERROR,
-                   "[LAUNCHER  ] There is an item has no name.");
+          __LOG__A(logger, LOGLEVEL_ERROR, kNamelessMessage);
         });
   } catch (...) {
-    __LOG__A(logger, LOGLEVEL_ERROR,
-             "[LAUNCHER  ] Error while parsing saved json string.");
+    __LOG__A(logger, LOGLEVEL_ERROR, kParseFailedMessage);
     return kNotStarted;
   }
   std::string().swap(data);
@@ -139,8 +134,7 @@ int Launch(int argc, char** argv) {
 bool ReadData(std::string path, std::string& data) {
   std::FILE* const file = std::fopen(path.c_str(), "rb");
   if (file == nullptr) {
-    __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] Failed to open file %s",
-             path.c_str());
+    __LOG__A(logger, LOGLEVEL_ERROR, kOpenFailedMessage, path.c_str());
     return false;
   }
   // Only the end of the file ends the loop, as required; an error does not. So
@@ -154,8 +148,7 @@ bool ReadData(std::string path, std::string& data) {
   }
   std::fclose(file);
   if (content.empty()) {
-    __LOG__A(logger, LOGLEVEL_ERROR, "[LAUNCHER  ] Size of read %s is 0",
-             path.c_str());
+    __LOG__A(logger, LOGLEVEL_ERROR, kFileEmptyMessage, path.c_str());
     return false;
   }
   data = content.c_str();  // Up to the first NUL.

@@ -16,8 +16,6 @@
 
 namespace {
 
-constexpr int kInterfaceVersion = 2;
-
 // Empty until InitLogger has succeeded.
 std::string g_directory;
 
@@ -67,7 +65,7 @@ int CheckName(const char* name) {
 
 [[gnu::visibility("default")]] int GetLogger(int version, const char* name,
                                              LOGLEVEL threshold, ILog** log) {
-  if (version != kInterfaceVersion) {
+  if (version != kLoggerInterfaceVersion) {
     return ENOTSUP;
   }
   if (log == nullptr) {

@@ -1,0 +1,70 @@
+// How a log is written: the line's layout, the levels' texts, the escapes, the
+// names of the files, and the library's own messages. The library writes by
+// this header, launcher-log reads by it, and the tests compare with it.
+//
+//   2026-11-21T06:20:31.123456Z ERROR 4711:4713 [LAUNCHER  ] the message
+//
+// A line is the time (UTC), the level's text, the process id and the thread id
+// with a colon between them, and the message, separated by single blanks, and
+// ends with a line feed.
+//
+// A backslash in a line always begins an escape:
+//
+//   \n    a line feed
+//   \\    a backslash
+//   \xNN  any other byte, as two lower-case hexadecimal digits
+//   \...  the message was cut here; the end of the line
+//   \?    the message is a format that could not be formatted; the end too
+
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "environment/LoggerLibrary.h"
+
+// "d" stands for a digit, everything else for itself.
+inline constexpr std::string_view kTimeShape = "dddd-dd-ddTdd:dd:dd.ddddddZ";
+
+// The levels from the least to the most severe.
+struct LevelFormat {
+  LOGLEVEL level;
+  std::string_view text;
+};
+inline constexpr std::array<LevelFormat, 6> kLevelsBySeverity{{
+    {LOGLEVEL_VERBOSE, "VERBOSE"},
+    {LOGLEVEL_DEBUG, "DEBUG"},
+    {LOGLEVEL_MESSAGE, "MESSAGE"},
+    {LOGLEVEL_WARNING, "WARNING"},
+    {LOGLEVEL_ERROR, "ERROR"},
+    {LOGLEVEL_CRITICAL, "CRITICAL"},
+}};
+
+inline constexpr char kEscape = '\\';
+inline constexpr std::string_view kHexDigits = "0123456789abcdef";
+inline constexpr std::string_view kCutMark = "\\...";
+inline constexpr std::string_view kUnformattableMark = "\\?";
+
+// Logged at LOGLEVEL_CRITICAL, whatever the threshold. Arguments: the number of
+// lines lost (unsigned long long), and the errno value of the last.
+inline constexpr char kLostLinesMessage[] =
+    "[LOGGER    ] lines that could not be written: %llu, errno = %d";
+
+// The log `<name>.log`, its full predecessors `<name>.1.log` (the latest),
+// `<name>.2.log` and so on, and files that wait for their number during a
+// rotation: `<name>.<time>-<thread>.full`.
+inline constexpr std::string_view kLogSuffix = ".log";
+inline constexpr std::string_view kAsideSuffix = ".full";
+
+inline std::string LogFileName(std::string_view name) {
+  return std::string(name).append(kLogSuffix);
+}
+
+inline std::string OldLogFileName(std::string_view name, int number) {
+  return std::string(name)
+      .append(1, '.')
+      .append(std::to_string(number))
+      .append(kLogSuffix);
+}

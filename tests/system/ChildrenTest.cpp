@@ -13,6 +13,7 @@
 #include <iterator>
 #include <set>
 
+#include "tests/support/Files.h"
 #include "tests/support/LauncherRun.h"
 #include "tests/support/Poll.h"
 #include "tests/support/Sandbox.h"
@@ -23,11 +24,6 @@ namespace fs = std::filesystem;
 
 // A shell that stands still as it was born.
 constexpr const char* kStandStill = "kill -STOP $$";
-
-std::string Content(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), {});
-}
 
 std::string Escaped(const std::string& text) {
   std::string escaped;
@@ -50,24 +46,6 @@ std::string Shell(const std::string& name, const std::string& script,
   return item + "}}";
 }
 
-// The signals of the line `key` in the status of `process`.
-std::set<int> Signals(pid_t process, const std::string& key) {
-  std::ifstream file("/proc/" + std::to_string(process) + "/status");
-  unsigned long long bits = 0;
-  for (std::string word; file >> word;) {
-    if (word == key) {
-      file >> std::hex >> bits;
-    }
-  }
-  std::set<int> signals;
-  for (int number = 1; number <= 64; ++number) {
-    if ((bits >> (number - 1) & 1) != 0) {
-      signals.insert(number);
-    }
-  }
-  return signals;
-}
-
 class BirthTest : public testing::Test {
  protected:
   void SetUp() override { REQUIRE_SANDBOX(); }
@@ -81,7 +59,7 @@ class BirthTest : public testing::Test {
       const std::vector<pid_t> children = ChildrenOf(run_.Process());
       child = children.size() == 1 ? children[0] : 0;
       return child != 0 &&
-             Content(File(child, "stat")).find(") T ") != std::string::npos;
+             ReadFile(File(child, "stat")).find(") T ") != std::string::npos;
     }));
     run_.AwaitReady(1);
     return child;
@@ -101,7 +79,7 @@ class BirthTest : public testing::Test {
     for (const std::string& text : arguments) {
       expected.append(text) += '\0';
     }
-    EXPECT_EQ(Content(File(Bear(arguments), "cmdline")), expected);
+    EXPECT_EQ(ReadFile(File(Bear(arguments), "cmdline")), expected);
   }
 
   // Starts the launcher with two descriptors above the standard ones, and
@@ -197,8 +175,8 @@ TEST_F(BirthTest, TheEnvironmentArrivesByteForByte) {
   }
   const pid_t child =
       Bear({}, [&] { environ = const_cast<char**>(kVariables.data()); });
-  EXPECT_EQ(Content(File(run_.Process(), "environ")), expected);
-  EXPECT_EQ(Content(File(child, "environ")), expected);
+  EXPECT_EQ(ReadFile(File(run_.Process(), "environ")), expected);
+  EXPECT_EQ(ReadFile(File(child, "environ")), expected);
 }
 
 TEST_F(BirthTest, TheWorkingDirectoryIsTheLaunchers) {
@@ -223,11 +201,11 @@ TEST_F(BirthTest, MaskAndDispositionsAreThoseTheLauncherWasStartedWith) {
       signal(number, SIG_IGN);
     }
   });
-  EXPECT_EQ(Signals(child, "SigBlk:"),
+  EXPECT_EQ(StatusSignals(child, "SigBlk"),
             (std::set<int>{SIGUSR1, SIGCHLD, SIGWINCH}));
-  EXPECT_EQ(Signals(child, "SigIgn:"), (std::set<int>{SIGPIPE, SIGHUP}))
+  EXPECT_EQ(StatusSignals(child, "SigIgn"), (std::set<int>{SIGPIPE, SIGHUP}))
       << "SIGTERM is default again: the launcher had a handler for it";
-  std::set<int> caught = Signals(run_.Process(), "SigCgt:");
+  std::set<int> caught = StatusSignals(run_.Process(), "SigCgt");
   std::erase_if(caught, [](int number) {
     return number > SIGSYS && number < SIGRTMIN;  // the C library's own
   });

@@ -15,6 +15,7 @@
 #include <iterator>
 #include <thread>
 
+#include "tests/support/Files.h"
 #include "tests/support/LauncherRun.h"
 #include "tests/support/Poll.h"
 #include "tests/support/Sandbox.h"
@@ -32,11 +33,6 @@ constexpr const char* kParseError =
 
 // A kill as it is noted.
 constexpr std::string_view kEveryProcess = "-1\n";
-
-std::string Content(const std::filesystem::path& path) {
-  std::ifstream file(path);
-  return std::string(std::istreambuf_iterator<char>(file), {});
-}
 
 class FaultRun {
  public:
@@ -74,7 +70,7 @@ class FaultRun {
   bool HasFailed() const {
     return std::filesystem::exists(run_.Root() / "failed");
   }
-  std::string Kills() const { return Content(run_.Root() / "kills"); }
+  std::string Kills() const { return ReadFile(run_.Root() / "kills"); }
   LauncherRun& Launcher() { return run_; }
   const LauncherRun& Launcher() const { return run_; }
 
@@ -286,7 +282,7 @@ TEST_F(FaultTest, StoppingAfterAFailedForkKillsEveryProcessForReal) {
     _exit(0);
   });
   run.Launcher().Wait();
-  EXPECT_EQ(Content(report), std::to_string(kStopped) + " 9");
+  EXPECT_EQ(ReadFile(report), std::to_string(kStopped) + " 9");
 }
 
 TEST_F(FaultTest, StoppingBeforeTheFirstForkKillsTheGroupForReal) {

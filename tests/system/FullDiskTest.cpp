@@ -10,8 +10,8 @@
 #include "logger/LogDirectory.h"
 #include "logger/Logger.h"
 #include "tests/support/LogReader.h"
-#include "tests/support/SmallDisk.h"
 #include "tests/support/Sandbox.h"
+#include "tests/support/SmallDisk.h"
 
 namespace {
 

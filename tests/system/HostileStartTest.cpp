@@ -12,6 +12,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "tests/support/Files.h"
 #include "tests/support/LauncherRun.h"
 #include "tests/support/Poll.h"
 #include "tests/support/Sandbox.h"
@@ -20,15 +21,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string Content(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
-std::string Status(pid_t process) {
-  return Content("/proc/" + std::to_string(process) + "/status");
-}
 
 class HostileStartTest : public testing::Test {
  protected:
@@ -109,7 +101,7 @@ TEST_F(HostileStartTest, WithSixteenDescriptors) {
     constexpr rlimit kFew{16, 16};
     setrlimit(RLIMIT_NOFILE, &kFew);
   });
-  EXPECT_NE(Content(LogFile()).find("status = 9"), std::string::npos);
+  EXPECT_NE(ReadFile(LogFile()).find("status = 9"), std::string::npos);
 }
 
 TEST_F(HostileStartTest, WithoutHomeLogsBelowTheRoot) {
@@ -129,8 +121,7 @@ TEST_F(HostileStartTest, WithoutAMaskForFilesKeepsItsLogPrivate) {
   run_.UseLibrary(LOGGER_LIBRARY);
   run_.StartItems(ItemsFile({Sleeper("a")}), [] { umask(0); });
   run_.AwaitReady(1);
-  EXPECT_NE(Status(ChildrenOf(run_.Process()).at(0)).find("Umask:\t0000"),
-            std::string::npos);
+  EXPECT_EQ(StatusField(ChildrenOf(run_.Process()).at(0), "Umask"), "0000");
   ExpectStops();
   struct stat status;
   ASSERT_EQ(stat(LogFile().c_str(), &status), 0);
@@ -151,8 +142,8 @@ TEST_P(ClockTest, IsNoHindrance) {
   run_.SetEnvironment("LD_PRELOAD", FAILING_CALLS);
   run_.SetEnvironment("CLOCK", GetParam().first);
   ExpectRunsAndStops({});
-  EXPECT_TRUE(Content(LogFile()).starts_with(GetParam().second))
-      << Content(LogFile());
+  EXPECT_TRUE(ReadFile(LogFile()).starts_with(GetParam().second))
+      << ReadFile(LogFile());
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -197,8 +188,7 @@ TEST_F(HostileStartTest, WithSigtermBlockedIsOnlyEndedBySigkill) {
   run_.Signal(SIGTERM);
   std::this_thread::sleep_for(std::chrono::milliseconds(200));
   EXPECT_TRUE(run_.IsRunning());
-  EXPECT_NE(Status(run_.Process()).find("ShdPnd:\t0000000000004000"),
-            std::string::npos);
+  EXPECT_EQ(StatusField(run_.Process(), "ShdPnd"), "0000000000004000");
   run_.Signal(SIGKILL);
   EXPECT_EQ(run_.Wait(), SIGKILL);
 }
@@ -228,7 +218,7 @@ TEST_F(HostileStartTest, WithALibraryOfAnotherArchitectureHasNoLog) {
   SystemLog log;
   constexpr std::size_t kMachine = 18;  // e_machine of the ELF header
   constexpr char kAarch64 = static_cast<char>(183);
-  std::string library = Content(RECORDING_LIBRARY);
+  std::string library = ReadFile(RECORDING_LIBRARY);
   library.at(kMachine) = kAarch64;
   run_.UseLibrary(run_.Directory().Write("liblogger.foreign", library));
   ExpectRunsAndStops({});

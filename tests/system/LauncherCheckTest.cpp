@@ -126,19 +126,6 @@ TEST_F(LauncherCheck, ShowsTheVectorThatTheLauncherExecutes) {
   EXPECT_EQ(words, expected + std::string(".\0", 2));
 }
 
-// Whether `process` has got as far as to handle SIGTERM.
-bool HandlesSigterm(pid_t process) {
-  std::ifstream status("/proc/" + std::to_string(process) + "/status");
-  const std::string key = "SigCgt:";
-  for (std::string line; std::getline(status, line);) {
-    if (line.starts_with(key)) {
-      const auto caught = std::stoull(line.substr(key.size()), nullptr, 16);
-      return (caught >> (SIGTERM - 1) & 1U) != 0;
-    }
-  }
-  return false;
-}
-
 TEST_F(LauncherCheck, CallsAnErrorWhatEndsTheLauncherAtItsStart) {
   REQUIRE_SANDBOX();
   for (const char* const text :
@@ -151,8 +138,9 @@ TEST_F(LauncherCheck, CallsAnErrorWhatEndsTheLauncherAtItsStart) {
     if (ends) {
       EXPECT_EQ(launcher.Wait(), 0) << text;
     } else {
-      EXPECT_TRUE(
-          Eventually([&] { return HandlesSigterm(launcher.Process()); }));
+      EXPECT_TRUE(Eventually([&] {
+        return StatusSignals(launcher.Process(), "SigCgt").contains(SIGTERM);
+      }));
       const int status = launcher.Stop();
       EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << text;
     }

@@ -18,6 +18,7 @@
 
 #include "common/json/JsonObject.h"
 #include "tests/support/Command.h"
+#include "tests/support/Files.h"
 #include "tests/support/LauncherRun.h"
 #include "tests/support/Poll.h"
 #include "tests/support/Sandbox.h"
@@ -31,11 +32,6 @@ namespace fs = std::filesystem;
 std::string Line(const std::string& name, int status = 256) {
   return "2026-11-21T06:20:31.000000Z ERROR 1:2 [LAUNCHER  ] " + name +
          " 3 is killed. ret = 3, status = " + std::to_string(status) + "\n";
-}
-
-std::string Content(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 class LauncherLog : public testing::Test {
@@ -86,7 +82,7 @@ TEST_F(LauncherLog, DrawsAPicture) {
   const std::string log = directory_.Write("launcher.log", Line("a"));
   const std::string picture = directory_.Path() / "a.svg";
   EXPECT_EQ(Run({"--plot", picture, log}).status, 0);
-  EXPECT_TRUE(Content(picture).starts_with("<svg "));
+  EXPECT_TRUE(ReadFile(picture).starts_with("<svg "));
   EXPECT_EQ(Run({"--plot", directory_.Path() / "no/a.svg", log}).status, 3);
 }
 
@@ -132,12 +128,12 @@ TEST_F(LauncherLog, FollowsWithALineForEachEvent) {
   int number = 0;
   EXPECT_TRUE(Eventually([&] {
     std::ofstream(log, std::ios::app) << Line("new" + std::to_string(++number));
-    return !Content(output).empty();
+    return !ReadFile(output).empty();
   }));
-  EXPECT_EQ(Content(output).find("old"), std::string::npos);
+  EXPECT_EQ(ReadFile(output).find("old"), std::string::npos);
   std::ofstream(log, std::ios::app) << Line("last", 9);
   EXPECT_TRUE(Eventually([&] {
-    return Content(output).find("last (process 3) ended: SIGKILL\n") !=
+    return ReadFile(output).find("last (process 3) ended: SIGKILL\n") !=
            std::string::npos;
   }));
 }

@@ -49,21 +49,9 @@ std::string CommandLine(pid_t process) {
   return line;
 }
 
-// A set of signals from a "status" file in /proc: bit n - 1 is signal n.
-std::uint64_t SignalsOf(const std::string& directory, const std::string& set) {
-  std::ifstream file("/proc/" + directory + "/status");
-  std::string line;
-  while (std::getline(file, line)) {
-    if (line.starts_with(set + ":")) {
-      constexpr int kHexadecimal = 16;
-      return std::stoull(line.substr(set.size() + 1), nullptr, kHexadecimal);
-    }
-  }
-  return 0;
-}
-
-constexpr std::uint64_t Bit(int signal) {
-  return std::uint64_t{1} << (signal - 1);
+std::set<int> With(std::set<int> signals, int signal) {
+  signals.insert(signal);
+  return signals;
 }
 
 class LauncherTest : public testing::Test {
@@ -538,11 +526,10 @@ TEST_F(LauncherTest, ChildrenHaveTheSignalsThatTheLauncherWasStartedWith) {
   const pid_t child = AwaitChildren(1).at(0);
   EXPECT_TRUE(
       Eventually([&] { return CommandLine(child) == "/bin/sleep 1000"; }));
-  const std::string directory = std::to_string(child);
-  EXPECT_EQ(SignalsOf(directory, "SigBlk"),
-            SignalsOf("self", "SigBlk") | Bit(SIGUSR1));
-  EXPECT_EQ(SignalsOf(directory, "SigIgn"),
-            SignalsOf("self", "SigIgn") | Bit(SIGHUP));
+  EXPECT_EQ(StatusSignals(child, "SigBlk"),
+            With(StatusSignals(getpid(), "SigBlk"), SIGUSR1));
+  EXPECT_EQ(StatusSignals(child, "SigIgn"),
+            With(StatusSignals(getpid(), "SigIgn"), SIGHUP));
   kill(child, SIGTERM);
   EXPECT_TRUE(run_->Await(End("a")).at(0).message.ends_with("status = 15"));
   AwaitChildren(1);
@@ -552,15 +539,13 @@ TEST_F(LauncherTest, ChildrenHaveTheSignalsThatTheLauncherWasStartedWith) {
 TEST_F(LauncherTest, NoThreadBlocksSigterm) {
   run_->StartItems(R"({"0": )" + Sleeper("a") + "}");
   AwaitChildren(1);
-  const std::string process = std::to_string(run_->Process());
   const std::vector<pid_t> threads = ThreadsOf(run_->Process());
   EXPECT_GE(threads.size(), 3U);
   for (const pid_t thread : threads) {
-    const std::string task = process + "/task/" + std::to_string(thread);
     // The C library blocks all signals while it makes a thread.
     EXPECT_TRUE(Eventually(
-        [&] { return (SignalsOf(task, "SigBlk") & Bit(SIGTERM)) == 0; }));
-    EXPECT_NE(SignalsOf(task, "SigCgt") & Bit(SIGTERM), 0U);
+        [&] { return !StatusSignals(thread, "SigBlk").contains(SIGTERM); }));
+    EXPECT_TRUE(StatusSignals(thread, "SigCgt").contains(SIGTERM));
   }
   ExpectStops();
 }

@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "logger/Logger.h"
-#include "tests/support/LogReader.h"
 #include "tests/support/Coverage.h"
+#include "tests/support/LogReader.h"
 #include "tests/support/TempDir.h"
 
 namespace {

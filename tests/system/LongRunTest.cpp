@@ -27,22 +27,10 @@ using Seconds = std::chrono::duration<double>;
 
 constexpr int kStopped = 1 << 8;
 
-// The value of the line `key` in the status of `process`.
-std::string Status(pid_t process, const std::string& key) {
-  std::ifstream file("/proc/" + std::to_string(process) + "/status");
-  for (std::string word; file >> word;) {
-    if (word == key) {
-      file >> word;
-      return word;
-    }
-  }
-  return "";
-}
-
 std::vector<pid_t> ZombiesOf(pid_t process) {
   std::vector<pid_t> zombies;
   for (const pid_t child : ChildrenOf(process)) {
-    if (Status(child, "State:") == "Z") {
+    if (StatusField(child, "State") == "Z") {
       zombies.push_back(child);
     }
   }
@@ -141,17 +129,18 @@ class LongRunTest : public testing::Test {
   void Watch(int count, std::chrono::seconds time) {
     const pid_t launcher = run_.Process();
     const auto descriptors = DescriptorsOf(launcher);
-    const int memory = std::stoi(Status(launcher, "VmRSS:"));
+    const int memory = std::stoi(StatusField(launcher, "VmRSS"));
     int highest = memory;
     const auto end = steady_clock::now() + time;
     while (steady_clock::now() < end) {
       EXPECT_EQ(DescriptorsOf(launcher), descriptors);
       // `main`, the stop thread and one for each item.
       EXPECT_EQ(std::ssize(ThreadsOf(launcher)), count + 3);
-      highest = std::max(highest, std::stoi(Status(launcher, "VmRSS:")));
+      highest = std::max(highest, std::stoi(StatusField(launcher, "VmRSS")));
       for (const pid_t zombie : ZombiesOf(launcher)) {
-        EXPECT_TRUE(Eventually([&] { return Status(zombie, "State:") != "Z"; }))
-            << "not waited for";
+        EXPECT_TRUE(Eventually([&] {
+          return StatusField(zombie, "State") != "Z";
+        })) << "not waited for";
       }
       std::this_thread::sleep_for(1s);
     }

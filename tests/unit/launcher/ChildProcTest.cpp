@@ -16,7 +16,7 @@
 
 #include "environment/Logging.h"
 #include "launcher/ChildProc.h"
-#include "tests/support/ForkedCopy.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/LauncherRun.h"
 #include "tests/support/Poll.h"
 #include "tests/support/RecordingLog.h"
@@ -723,7 +723,7 @@ TEST_F(ChildProcTest, TheCopyKnowsZeroForItsChild) {
 }
 
 TEST_F(ChildProcTest, DestroyingOnItsOwnThreadEndsTheProcess) {
-  EXPECT_EQ(InCopy([this] {
+  EXPECT_EQ(InForkedChild([this] {
               system_calls::OnFork([this] {
                 AwaitGoingOn();
                 child_.reset();

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "launcher/Heap.h"
-#include "tests/support/ForkedCopy.h"
+#include "tests/support/ForkedChild.h"
 
 namespace {
 
@@ -44,7 +44,7 @@ std::size_t ResidentBytes() {
 }
 
 TEST(Heap, IsOneForAllThreads) {
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               constexpr int kThreads = 4;
               ShareHeap();
               const int before = Heaps();
@@ -68,7 +68,7 @@ TEST(Heap, ReturnsWhatIsFreeBelowWhatIsNot) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "the sanitizer has a heap of its own";
 #endif
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               constexpr std::size_t kBlocks = 100'000;
               constexpr std::size_t kBlockBytes = 100;
               std::vector<std::string> blocks(kBlocks);

@@ -21,7 +21,7 @@
 #include "launcher/StopThread.h"
 #include "launcher/main.h"
 #include "tests/support/Allocations.h"
-#include "tests/support/ForkedCopy.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/LauncherRun.h"
 #include "tests/support/Poll.h"
 #include "tests/support/RecordingLog.h"
@@ -124,7 +124,7 @@ TEST_F(ReadDataTest, ClosesTheFile) {
 }
 
 TEST_F(ReadDataTest, SpinsOnADirectory) {
-  EXPECT_EQ(InCopy([this] {
+  EXPECT_EQ(InForkedChild([this] {
               const rlimit one_second{1, RLIM_INFINITY};
               setrlimit(RLIMIT_CPU, &one_second);
               std::string data;
@@ -136,7 +136,7 @@ TEST_F(ReadDataTest, SpinsOnADirectory) {
 }
 
 TEST(InitDaemon, ClosesTheStandardDescriptorsAndLeavesThemClosed) {
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               InitDaemon();
               for (const int descriptor : {0, 1, 2}) {
                 if (fcntl(descriptor, F_GETFD) != -1 || errno != EBADF) {
@@ -149,7 +149,7 @@ TEST(InitDaemon, ClosesTheStandardDescriptorsAndLeavesThemClosed) {
 }
 
 TEST(InitDaemon, OwnsNoDescriptorThatAChildWouldInherit) {
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               constexpr int kHighest = 1024;
               for (int i = 3; i < kHighest; ++i) {
                 close(i);
@@ -169,7 +169,7 @@ TEST(InitDaemon, OwnsNoDescriptorThatAChildWouldInherit) {
 #ifdef __linux__
 
 TEST(InitDaemon, LimitsTheStacksOfTheThreadsToCome) {
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               InitDaemon();
               pthread_attr_t attributes;
               pthread_getattr_default_np(&attributes);
@@ -183,7 +183,7 @@ TEST(InitDaemon, LimitsTheStacksOfTheThreadsToCome) {
 #endif
 
 TEST(InitDaemon, InstallsTheHandlerForSigtermOnly) {
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               InitDaemon();
               struct sigaction action;
               sigaction(SIGTERM, nullptr, &action);
@@ -236,7 +236,7 @@ using SigtermTest = LoggedTest;
 
 TEST_F(SigtermTest, EmptiesTheMapAndThenWakesTheWaitEveryTime) {
   REQUIRE_SANDBOX();
-  EXPECT_EQ(InCopy([this] {
+  EXPECT_EQ(InForkedChild([this] {
               InitDaemon();
               g_child_map["sleeper"] = std::make_shared<ChildProc>(
                   "owner", JsonObject(R"({"name": "sleeper", "argc": 1,
@@ -258,7 +258,7 @@ TEST_F(SigtermTest, EmptiesTheMapAndThenWakesTheWaitEveryTime) {
 // may wait for one of them under it.
 TEST_F(SigtermTest, StopsAnItemThatIsAboutToFork) {
   REQUIRE_SANDBOX();
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               static std::atomic<bool> at_fork = false;
               static std::atomic<bool> may_fork = false;
               system_calls::OnFork([] {
@@ -281,7 +281,7 @@ TEST_F(SigtermTest, StopsAnItemThatIsAboutToFork) {
 }
 
 TEST(SigtermHandler, DoesNothingForOtherSignals) {
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               InitDaemon();
               return StaysAsleepAfter([] { sigterm_handler(SIGINT); }) ? 0 : 1;
             }),
@@ -289,7 +289,7 @@ TEST(SigtermHandler, DoesNothingForOtherSignals) {
 }
 
 TEST(SigtermHandler, KeepsErrno) {
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               InitDaemon();
               // Without its pipe the handler's write fails.
               constexpr int kHighest = 1024;
@@ -304,11 +304,11 @@ TEST(SigtermHandler, KeepsErrno) {
 }
 
 TEST(SigtermHandler, EndsAForkedCopyAsByDefaultAndSparesTheLauncher) {
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               InitDaemon();
               bool copy_ended = false;
               const bool spared = StaysAsleepAfter([&] {
-                copy_ended = InCopy([] {
+                copy_ended = InForkedChild([] {
                                raise(SIGTERM);
                                return 0;
                              }) == -SIGTERM;
@@ -322,11 +322,12 @@ TEST(SigtermHandler, EndsAForkedCopyAsByDefaultAndSparesTheLauncher) {
 // A condition variable that remembers a waiter is not destroyed before that
 // waiter has gone, and the copy has no such thread.
 TEST(Globals, AreDestroyedInAForkedCopyThoughMainWaits) {
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               InitDaemon();
               int status = -1;
-              const auto waiter = TriggerInAWait(
-                  [&] { status = InCopy([]() -> int { std::exit(7); }); });
+              const auto waiter = TriggerInAWait([&] {
+                status = InForkedChild([]() -> int { std::exit(7); });
+              });
               return status == 7 ? 0 : 1;
             }),
             0);
@@ -364,7 +365,7 @@ class MainTest : public LoggedTest {
 };
 
 TEST_F(MainTest, LogsWhatItReadsBeforeItReads) {
-  EXPECT_EQ(InCopy([] { return Main("/nonexistent/items"); }), 0);
+  EXPECT_EQ(InForkedChild([] { return Main("/nonexistent/items"); }), 0);
   EXPECT_EQ(
       Logged(),
       (Lines{{8, "[LAUNCHER  ] Read data from /nonexistent/items"},
@@ -374,7 +375,7 @@ TEST_F(MainTest, LogsWhatItReadsBeforeItReads) {
 
 TEST_F(MainTest, LogsThatAnEmptyFileCannotBeRead) {
   const std::string file = WriteItems("");
-  EXPECT_EQ(InCopy([&] { return Main(file); }), 0);
+  EXPECT_EQ(InForkedChild([&] { return Main(file); }), 0);
   EXPECT_EQ(Logged(),
             (Lines{{8, "[LAUNCHER  ] Read data from " + file},
                    {8, "[LAUNCHER  ] Size of read " + file + " is 0"},
@@ -383,7 +384,7 @@ TEST_F(MainTest, LogsThatAnEmptyFileCannotBeRead) {
 
 TEST_F(MainTest, AnyWakeUpEndsItsWait) {
   const std::string file = WriteItems("{}");
-  EXPECT_EQ(InCopy([&] {
+  EXPECT_EQ(InForkedChild([&] {
               std::thread([] {
                 for (;;) {
                   g_process_condition.notify_all();
@@ -398,7 +399,7 @@ TEST_F(MainTest, AnyWakeUpEndsItsWait) {
 TEST_F(MainTest, EndsWhenTheSystemRefusesASupervisionThread) {
   const std::string file =
       WriteItems(R"({"0": {"name": "a", "program": "/bin/true"}})");
-  EXPECT_EQ(InCopy([&] {
+  EXPECT_EQ(InForkedChild([&] {
               // The first thread is the one for SIGTERM.
               system_calls::OnCreateThread(
                   [made = 0]() mutable { return made++ == 0 ? 0 : EAGAIN; });
@@ -412,7 +413,7 @@ TEST_F(MainTest, EndsWhenTheSystemRefusesASupervisionThread) {
 
 TEST_F(MainTest, DoesNotStartWithoutAThreadForSigterm) {
   const std::string file = WriteItems("{}");
-  EXPECT_EQ(InCopy([&] {
+  EXPECT_EQ(InForkedChild([&] {
               system_calls::OnCreateThread([] { return EAGAIN; });
               return Main(file);
             }),
@@ -435,7 +436,7 @@ TEST_F(MainTest, ReplacesAnItemThatIsAboutToFork) {
                 "args": {"0": "1000"}},
           "2": {}})");
   EXPECT_EQ(
-      InCopy([&] {
+      InForkedChild([&] {
         static std::atomic<int> forks = 0;
         system_calls::OnFork([] {
           if (forks++ == 0) {
@@ -488,7 +489,7 @@ TEST_F(MainTest, SigtermsWhileItLoadsRaceOverOrderOnly) {
              number + "\"}";
   }
   const std::string file = WriteItems(items + "}");
-  EXPECT_EQ(InCopy([&] {
+  EXPECT_EQ(InForkedChild([&] {
               // What has failed to fork is stopped at once.
               static std::atomic<bool> loads = false;
               system_calls::OnFork([] {
@@ -512,7 +513,7 @@ TEST_F(MainTest, NoItemForksWhileAnotherIsInserted) {
   static constexpr std::size_t kNameBytes = 5000;
   const std::string file =
       WriteItems(R"({"0": {"name": ")" + std::string(kNameBytes, 'x') + "\"}}");
-  EXPECT_EQ(InCopy([&] {
+  EXPECT_EQ(InForkedChild([&] {
               static std::atomic<bool> has_thread = false;
               static std::atomic<bool> inserts = false;
               static std::atomic<bool> has_forked = false;

@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "launcher/StopThread.h"
-#include "tests/support/ForkedCopy.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/Poll.h"
 #include "tests/support/SystemCalls.h"
 
@@ -38,7 +38,7 @@ int OpenDescriptors() {
 }
 
 TEST(StopThread, CallsOnceForEachWakeUpUntilItsEnd) {
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               if (!StartStopThread(Count)) return 1;
               for (int wake_ups = 1; wake_ups <= 3; ++wake_ups) {
                 WakeStopThread();
@@ -52,7 +52,7 @@ TEST(StopThread, CallsOnceForEachWakeUpUntilItsEnd) {
 }
 
 TEST(StopThread, TakesWakeUpsDuringACallIntoAccount) {
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               StartStopThread(Hold);
               WakeStopThread();
               if (!Eventually([] { return g_calls == 1; })) return 1;
@@ -65,7 +65,7 @@ TEST(StopThread, TakesWakeUpsDuringACallIntoAccount) {
 }
 
 TEST(StopThread, LetsACallInProgressEnd) {
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               StartStopThread(Hold);
               WakeStopThread();
               if (!Eventually([] { return g_calls == 1; })) return 1;
@@ -83,7 +83,7 @@ TEST(StopThread, LetsACallInProgressEnd) {
 
 // More wake-ups than any pipe has room for.
 TEST(StopThread, NeverMakesTheWakerWait) {
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               constexpr int kWakeUps = 200'000;
               StartStopThread(Hold);
               for (int i = 0; i < kWakeUps; ++i) {
@@ -97,7 +97,7 @@ TEST(StopThread, NeverMakesTheWakerWait) {
 }
 
 TEST(StopThread, EndsAndIsWokenInVainWhenItWasNeverStarted) {
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               WakeStopThread();
               EndStopThread();
               return 0;
@@ -106,7 +106,7 @@ TEST(StopThread, EndsAndIsWokenInVainWhenItWasNeverStarted) {
 }
 
 TEST(StopThread, LeavesNothingBehindWithoutAThread) {
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               system_calls::OnCreateThread([] { return EAGAIN; });
               const int before = OpenDescriptors();
               if (StartStopThread(Count)) return 1;
@@ -119,7 +119,7 @@ TEST(StopThread, LeavesNothingBehindWithoutAThread) {
 }
 
 TEST(StopThread, LeavesNothingBehindWithoutAPipe) {
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               close(3);
               constexpr rlimit kStandardDescriptorsOnly{3, 4};
               setrlimit(RLIMIT_NOFILE, &kStandardDescriptorsOnly);

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "launcher/ThreadStacks.h"
-#include "tests/support/ForkedCopy.h"
+#include "tests/support/ForkedChild.h"
 
 namespace {
 
@@ -66,7 +66,7 @@ bool HasGuardMarks() {
 }
 
 TEST(ThreadStacks, AreOf512KibibytesFromThenOn) {
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               LimitThreadStacks();
               std::size_t size = 0;
               std::thread([&] { size = OwnStack().bytes; }).join();
@@ -76,7 +76,7 @@ TEST(ThreadStacks, AreOf512KibibytesFromThenOn) {
 }
 
 TEST(ThreadStacks, FaultAtTheirLowestByte) {
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               OnGuardedThread([] { Write(OwnStack().lowest); });
               return 0;
             }),
@@ -85,7 +85,7 @@ TEST(ThreadStacks, FaultAtTheirLowestByte) {
 
 TEST(ThreadStacks, FaultAtTheWholeLowestPage) {
   EXPECT_EQ(
-      InCopy([] {
+      InForkedChild([] {
         OnGuardedThread([] { Write(OwnStack().lowest + getpagesize() - 1); });
         return 0;
       }),
@@ -93,7 +93,7 @@ TEST(ThreadStacks, FaultAtTheWholeLowestPage) {
 }
 
 TEST(ThreadStacks, CanBeUsedDownToTheGuard) {
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               OnGuardedThread([] { Write(OwnStack().lowest + getpagesize()); });
               return 0;
             }),
@@ -101,7 +101,7 @@ TEST(ThreadStacks, CanBeUsedDownToTheGuard) {
 }
 
 TEST(ThreadStacks, KeepTheirGuardInAForkedCopy) {
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               int status = 0;
               OnGuardedThread([&] {
                 const pid_t copy = fork();
@@ -121,7 +121,7 @@ TEST(ThreadStacks, NeedNoMappingEach) {
   if (!HasGuardMarks()) {
     GTEST_SKIP() << "needs Linux 6.13";
   }
-  EXPECT_EQ(InCopy([] {
+  EXPECT_EQ(InForkedChild([] {
               constexpr int kThreads = 64;
               LimitThreadStacks();
               const std::ptrdiff_t before = Mappings();

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "environment/LoggerLibrary.h"
+#include "tests/support/Files.h"
 #include "tests/support/LogReader.h"
 #include "tests/support/TempDir.h"
 
@@ -21,12 +22,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kVersion = 2;
-
-std::string ReadFile(const fs::path& path) {
-  std::ostringstream content;
-  content << std::ifstream(path, std::ios::binary).rdbuf();
-  return content.str();
-}
 
 mode_t Mode(const fs::path& path) {
   struct stat status {};

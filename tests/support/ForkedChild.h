@@ -1,0 +1,32 @@
+// Running in a forked child what changes or ends the whole process.
+
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "tests/support/Coverage.h"
+#include "tests/support/Poll.h"
+
+// Runs `body` in a forked child. Returns the exit status, which is what `body`
+// returns, or minus the number of the signal that ended the child. A child that
+// does not end is killed and fails the test.
+template <class Body>
+int InForkedChild(Body body) {
+  const pid_t child = fork();
+  if (child == 0) {
+    const int status = body();
+    KeepCoverage();
+    _exit(status);
+  }
+  int status = 0;
+  if (!Eventually([&] { return waitpid(child, &status, WNOHANG) == child; })) {
+    ADD_FAILURE() << "the forked child does not end";
+    kill(child, SIGKILL);
+    waitpid(child, &status, 0);
+  }
+  return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+}

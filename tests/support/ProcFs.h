@@ -1,0 +1,46 @@
+// What /proc says of processes and their threads. Linux only: elsewhere, where
+// there is no sandbox, the tests that ask are skipped.
+
+#pragma once
+
+#include <sys/types.h>
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+// The first word after "<field>:" in the status file of `process`:
+// StatusField(getpid(), "State") is "R". Empty when there is none.
+std::string StatusField(pid_t process, const std::string& field);
+
+// The signals in the set `field` ("SigCgt", "SigBlk", ...) of `process`.
+std::set<int> StatusSignals(pid_t process, const std::string& field);
+
+// The processes whose parent is `process`, in ascending order.
+std::vector<pid_t> ChildrenOf(pid_t process);
+
+// The threads of `process`, in no order; none when it is gone.
+std::vector<pid_t> ThreadsOf(pid_t process);
+
+// How many threads of `process` wait for a child: each of them has forked and
+// knows its child's id. A SIGTERM before that kills the launcher's own process
+// group, as required.
+int ThreadsInWait(pid_t process);
+
+// Whether `thread` of `process` is blocked in the system call `call`.
+bool IsBlockedIn(pid_t process, pid_t thread, long call);
+
+// Sends the signal `number` to one thread of another process.
+void SignalThread(pid_t process, pid_t thread, int number);
+
+// The processes of the session that `leader` leads or has led.
+std::vector<pid_t> SessionOf(pid_t leader);
+
+// Kills what the session that `leader` leads or has led still holds, but for
+// the caller, until there is nothing left: a chain grows meanwhile.
+void EndSession(pid_t leader);
+
+// The descriptors that `process` has open, with what they refer to; none when
+// it is gone.
+std::map<int, std::string> DescriptorsOf(pid_t process);

@@ -39,7 +39,7 @@ blocks() {
 run_commands() {
   awk '
     /^<!-- not run here: .+ -->$/ { skip = 1; next }
-    /^```sh$/ { if (!skip) { print "echo \": block " NR "\""; inside = 1 } next }
+    /^```sh$/ && !skip { print "echo \": block " NR "\""; inside = 1; next }
     /^```/ { inside = 0 }
     inside { print }
     { skip = 0 }

@@ -1,10 +1,10 @@
 #!/usr/bin/python3
 """Measures the launcher against the field: field.py [rounds]
 
-Builds the programs and measures every supervisor, each in a PID namespace of its
-own. The supervisors take turns in each round, so that changes in the machine's
-load affect all of them. Keeps the results in build/bench/field.json, and
-rewrites the tables and the plots in docs/.
+Builds the programs and measures every supervisor, each in a PID namespace of
+its own. The supervisors take turns in each round, so that changes in the
+machine's load affect all of them. Keeps the results in build/bench/field.json,
+and rewrites the tables and the plots in docs/.
 
 Needs runit, s6, daemontools, supervisor and matplotlib.
 """
@@ -32,8 +32,8 @@ DEFAULT_STACKS = supervisors.LauncherDefaultStacks.name
 BARE_LOOP = supervisors.BareLoop.name
 PEERS = [peer.name for peer in supervisors.PEERS]
 
-# Each measurement: figure, supervisors, numbers of items. A short one is repeated
-# in each round.
+# Each measurement: figure, supervisors, numbers of items. A short one is
+# repeated in each round.
 PLAN = [
     ("restart", [BARE_LOOP, LAUNCHER, DEBUG, *PEERS], [1, 100]),
     ("kill", [BARE_LOOP, LAUNCHER, *PEERS], [1]),

@@ -126,7 +126,7 @@ class Run:
         return pids
 
     def processor_times(self):
-        """By process, in ns: all its threads, without the children that have ended."""
+        """By process, in ns: all its threads, without its ended children."""
         times = {}
         for pid in self.look():
             try:

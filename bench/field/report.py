@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 """Writes the results of field.py into docs/, as tables and plots.
 
-Each table is in docs/performance.md, between two comments that name it. The text
-around them does not change.
+Each table is in docs/performance.md, between two comments that name it. The
+text around them does not change.
 """
 
 import json

@@ -1,8 +1,8 @@
 """How to make each supervisor keep a folder of items running.
 
-An item is a folder items/0, items/1, ... with the program "run" in it. runit, s6
-and daemontools use such folders as they are; the others get a configuration that
-names these programs. Every class prepares its configuration in the current
+An item is a folder items/0, items/1, ... with the program "run" in it. runit,
+s6 and daemontools use such folders as they are; the others get a configuration
+that names these programs. Every class prepares its configuration in the current
 folder, gives the command that starts the supervisor, and stops it.
 """
 

@@ -20,15 +20,16 @@ template <class String, class Regex>
 std::vector<String> SplitAny(const String& text, const Regex& separator) {
   using Iterator = std::regex_token_iterator<typename String::const_iterator>;
   constexpr int kBetweenMatches = -1;
-  // One by one: given both ends, the vector would search twice, for its size.
+  // One by one: from two iterators a vector would search twice, once to count.
   std::vector<String> pieces;
   std::copy(Iterator(text.begin(), text.end(), separator, kBetweenMatches),
             Iterator(), std::back_inserter(pieces));
   return pieces;
 }
 
-// Going on at `search.size()` behind the occurrence, not at
-// `replacement.size()`, is required: callers see it in the result.
+// Deliberate: continues `search.size()` after the start of the occurrence, not
+// `replacement.size()`. Callers rely on what this skips and finds again:
+// another step would change their results.
 template <class String>
 void ReplaceAll(String& text, const String& search, const String& replacement) {
   std::size_t position = 0;
@@ -38,7 +39,7 @@ void ReplaceAll(String& text, const String& search, const String& replacement) {
   }
 }
 
-// The texts are those of the macOS standard library; they hold everywhere.
+// The texts of the macOS standard library, on every platform.
 [[noreturn]] void ThrowNotUtf8() {
   throw std::range_error("wstring_convert: from_bytes error");
 }

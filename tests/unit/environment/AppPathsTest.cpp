@@ -96,7 +96,7 @@ class AppPathsTest : public testing::Test {
   TempDir directory_;
 };
 
-TEST_F(AppPathsTest, FindsTheFrameworksBesideTheExecutablesDirectory) {
+TEST_F(AppPathsTest, FindsTheFrameworksNextToTheExecutablesDirectory) {
   fs::create_directories(Below("Contents/Frameworks"));
   const std::string path = Install("Contents/MacOS/launcher");
   EXPECT_EQ(AnswersOf(path).app_path, Below("Contents/Frameworks"));
@@ -127,7 +127,7 @@ TEST_F(AppPathsTest, KeepsAPathWhoseResolvedFormIsTooLong) {
   EXPECT_EQ(AnswersOf(path).app_path, Below("Contents/MacOS/../Frameworks"));
 }
 
-TEST_F(AppPathsTest, ResolvesIntoExactlyWhatTheBufferHolds) {
+TEST_F(AppPathsTest, ResolvesUpToTheLongestPathThatFits) {
   std::string deep = directory_.Path();
   while (deep.size() + 210 < kBufferBytes) {
     deep += "/" + std::string(200, 'f');
@@ -148,7 +148,7 @@ TEST_F(AppPathsTest, DoesNotResolveTheExecutableItself) {
       << "the probe behind the link lies elsewhere";
 }
 
-TEST_F(AppPathsTest, TheExtensionsFrameworksLieFourLevelsUp) {
+TEST_F(AppPathsTest, FinderSyncFrameworksAreFourLevelsUp) {
   fs::create_directories(Below("Frameworks"));
   const std::string path = Install("1/2/3/4/QuillmapFinderSync");
   const Answers answers = AnswersOf(path);
@@ -156,7 +156,7 @@ TEST_F(AppPathsTest, TheExtensionsFrameworksLieFourLevelsUp) {
   EXPECT_EQ(answers.app_path, Below("Frameworks"));
 }
 
-TEST_F(AppPathsTest, TheExtensionIsToldByThePathsEnd) {
+TEST_F(AppPathsTest, FinderSyncIsRecognisedByTheEndOfThePath) {
   EXPECT_EQ(AnswersOf(Install("a/QuillmapFinderSync")).layout, "finder sync");
   EXPECT_EQ(AnswersOf(Install("a/MyQuillmapFinderSync")).layout, "finder sync");
   EXPECT_EQ(AnswersOf(Install("a/quillmapfindersync")).layout, "ordinary");
@@ -166,7 +166,7 @@ TEST_F(AppPathsTest, TheExtensionIsToldByThePathsEnd) {
             "ordinary");
 }
 
-TEST_F(AppPathsTest, PathsOf1023BytesFit) {
+TEST_F(AppPathsTest, ExecutablePathsOf1023BytesFit) {
   const Answers answers =
       AnswersOf(InstallAtLength(kBufferBytes - 1, "QuillmapFinderSync"));
   EXPECT_EQ(answers.layout, "finder sync");
@@ -175,14 +175,14 @@ TEST_F(AppPathsTest, PathsOf1023BytesFit) {
       << "a joined path that does not fit is returned whole";
 }
 
-TEST_F(AppPathsTest, PathsOf1024BytesDoNotFit) {
+TEST_F(AppPathsTest, ExecutablePathsOf1024BytesDoNotFit) {
   const Answers answers =
       AnswersOf(InstallAtLength(kBufferBytes, "QuillmapFinderSync"));
   EXPECT_EQ(answers.app_path, "");
   EXPECT_EQ(answers.layout, "ordinary");
 }
 
-TEST_F(AppPathsTest, ReadsTheNameFromTheFrameworks) {
+TEST_F(AppPathsTest, ReadsTheSdkNameFromTheFrameworks) {
   directory_.Write("Contents/Frameworks/qvxapi.ini", "[SDK]\nNAME=Demo\n");
   const Answers answers = AnswersOf(Install("Contents/MacOS/launcher"));
   EXPECT_EQ(answers.name, "Demo");
@@ -190,7 +190,7 @@ TEST_F(AppPathsTest, ReadsTheNameFromTheFrameworks) {
   EXPECT_EQ(answers.data_path, "/Users/ann/Library/Application Support");
 }
 
-TEST_F(AppPathsTest, TheNameIsEmptyWithoutAnEntry) {
+TEST_F(AppPathsTest, TheSdkNameIsEmptyWithoutAnEntry) {
   const std::string path = Install("Contents/MacOS/launcher");
   const auto expect_empty = [&] {
     const Answers answers = AnswersOf(path);
@@ -206,7 +206,7 @@ TEST_F(AppPathsTest, TheNameIsEmptyWithoutAnEntry) {
   }
 }
 
-TEST_F(AppPathsTest, NamesOfUpTo1023BytesFit) {
+TEST_F(AppPathsTest, SdkNamesOfUpTo1023BytesFit) {
   const std::string path = Install("Contents/MacOS/launcher");
   const std::string longest(kBufferBytes - 1, 'n');
   directory_.Write("Contents/Frameworks/qvxapi.ini",
@@ -217,7 +217,7 @@ TEST_F(AppPathsTest, NamesOfUpTo1023BytesFit) {
   EXPECT_EQ(AnswersOf(path).name, "");
 }
 
-TEST_F(AppPathsTest, TheExtensionsDataLiesFourLevelsAboveHomeAndItsLogDoesNot) {
+TEST_F(AppPathsTest, FinderSyncDataIsFourLevelsAboveHomeAndItsLogIsNot) {
   directory_.Write("Frameworks/qvxapi.ini", "[SDK]\nNAME=Demo\n");
   const Answers answers = AnswersOf(Install("1/2/3/4/QuillmapFinderSync"));
   EXPECT_EQ(answers.data_path,

@@ -20,7 +20,7 @@ TEST(StringToLogLevel, KnowsSixNames) {
   EXPECT_EQ(StringToLogLevel("VERBOSE"), 17);
 }
 
-TEST(StringToLogLevel, TakesAnythingElseForAnError) {
+TEST(StringToLogLevel, GivesErrorForAnyOtherText) {
   for (const char* const text : {"", "debug", "Debug", " DEBUG", "DEBUG ",
                                  "DEBU", "DEBUGS", "1", "17", "INFO"}) {
     EXPECT_EQ(StringToLogLevel(text), 8) << text;
@@ -58,7 +58,7 @@ class GetLogLevelTest : public testing::Test {
   RecordingLog log_{log_file_};
 };
 
-TEST_F(GetLogLevelTest, GivesTheConfiguredLevel) {
+TEST_F(GetLogLevelTest, ReturnsTheConfiguredLevel) {
   WriteIni("[LOG]\nLEVEL=DEBUG\n");
   EXPECT_EQ(GetLogLevel(), 1);
   WriteIni("[log]\nlevel=VERBOSE\n");
@@ -66,24 +66,24 @@ TEST_F(GetLogLevelTest, GivesTheConfiguredLevel) {
   ExpectFailuresLogged(0);
 }
 
-TEST_F(GetLogLevelTest, DoesNotFoldTheValuesCase) {
+TEST_F(GetLogLevelTest, IsCaseSensitiveForTheValue) {
   WriteIni("[LOG]\nLEVEL=debug\n");
   EXPECT_EQ(GetLogLevel(), 8);
   ExpectFailuresLogged(0);
 }
 
-TEST_F(GetLogLevelTest, GivesErrorAndLogsWithoutAFile) {
+TEST_F(GetLogLevelTest, ReturnsErrorAndLogsWithoutAFile) {
   EXPECT_EQ(GetLogLevel(), 8);
   ExpectFailuresLogged(1);
 }
 
-TEST_F(GetLogLevelTest, GivesErrorAndLogsWithoutTheKey) {
+TEST_F(GetLogLevelTest, ReturnsErrorAndLogsWithoutTheKey) {
   WriteIni("[LOG]\nLEVELS=DEBUG\n[SDK]\nLEVEL=DEBUG\n");
   EXPECT_EQ(GetLogLevel(), 8);
   ExpectFailuresLogged(1);
 }
 
-TEST_F(GetLogLevelTest, GivesErrorAndLogsOnAValueTooLongForTheBuffer) {
+TEST_F(GetLogLevelTest, ReturnsErrorAndLogsWhenTheValueIsTooLong) {
   WriteIni("[LOG]\nLEVEL=" + std::string(1024, 'D') + "\n");
   EXPECT_EQ(GetLogLevel(), 8);
   ExpectFailuresLogged(1);
@@ -98,7 +98,7 @@ TEST_F(GetLogLevelTest, DropsTheMessageWithoutALogger) {
   ExpectFailuresLogged(0);
 }
 
-TEST(InitLog, KeepsALoggerThatTheLibraryGivesWithAnError) {
+TEST(InitLog, KeepsALoggerThatTheLibraryReturnsWithAnError) {
   REQUIRE_SANDBOX();
   LauncherRun run;
   run.SetEnvironment("RECORDER", "complain");

@@ -13,7 +13,7 @@
 
 namespace {
 
-TEST(LogLevel, HasTheLibrarysValues) {
+TEST(LogLevel, HasTheValuesOfTheLoggerLibrary) {
   EXPECT_EQ(sizeof(LOGLEVEL), 4U);
   EXPECT_EQ(LOGLEVEL_DEBUG, 1);
   EXPECT_EQ(LOGLEVEL_MESSAGE, 2);
@@ -54,7 +54,7 @@ TEST_F(LoggingTest, TheThirdOperationIsLogV) {
   EXPECT_EQ(records[0].message, "5 third");
 }
 
-TEST_F(LoggingTest, TheOtherOperationsComeDownToLogV) {
+TEST_F(LoggingTest, TheOtherOperationsCallLogV) {
   log_.LogText(LOGLEVEL_DEBUG, "100%");
   log_.Log(LOGLEVEL_ERROR, "%d%%", 5);
   const auto records = Records();
@@ -67,7 +67,7 @@ TEST_F(LoggingTest, ACallWithoutALoggerDoesNothing) {
   __LOG__A(nullptr, LOGLEVEL_ERROR, "%s", "dropped");
 }
 
-TEST_F(LoggingTest, ACallReachesLogVAsItIs) {
+TEST_F(LoggingTest, ACallReachesLogVUnchanged) {
   __LOG__A(&log_, LOGLEVEL_DEBUG, "[LAUNCHER  ] Start to fork %s", "a%d");
   __LOG__A(&log_, LOGLEVEL_ERROR, "[LAUNCHER  ] %s %d %d", "x", -1, 768);
   const auto records = Records();
@@ -85,7 +85,7 @@ TEST(FileLocalFunctions, EverySourceFileHasItsOwnCopy) {
   EXPECT_NE(reinterpret_cast<void*>(&trim), OtherUnitsTrim());
 }
 
-TEST(WriteEvent, WritesOneLineWithThePriorityAsItIs) {
+TEST(WriteEvent, WritesOneLineWithThePriorityUnchanged) {
   REQUIRE_SANDBOX();
   SystemLog system_log;
   std::vector<std::string> lines;
@@ -106,7 +106,7 @@ TEST(WriteEvent, WritesOneLineWithThePriorityAsItIs) {
   EXPECT_TRUE(written("a", 6, "b").starts_with("<14>"));
 }
 
-TEST(WriteEvent, TakesPercentSignsAsTheyAre) {
+TEST(WriteEvent, WritesPercentSignsUnchanged) {
   REQUIRE_SANDBOX();
   SystemLog system_log;
   WriteEvent("100%s", 3, "%n%d%%");

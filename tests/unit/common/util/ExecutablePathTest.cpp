@@ -130,7 +130,7 @@ class ExecutablePath : public testing::Test {
   TempDir folder_;
 };
 
-TEST_F(ExecutablePath, IsTheAbsolutePathItWasStartedWith) {
+TEST_F(ExecutablePath, IsTheAbsolutePathThatTheProgramWasStartedWith) {
   EXPECT_EQ(PathOf("/", Folder() + "/probe"), Folder() + "/probe");
 }
 
@@ -142,7 +142,7 @@ TEST_F(ExecutablePath, BecomesAbsoluteWithTheWorkingDirectory) {
             Folder() + "/probe");
 }
 
-TEST_F(ExecutablePath, HasOneSlashBehindTheRootDirectory) {
+TEST_F(ExecutablePath, HasOneSlashAfterTheRootDirectory) {
   EXPECT_EQ(PathOf("/", Folder().substr(1) + "/probe"), Folder() + "/probe");
 }
 
@@ -170,7 +170,7 @@ TEST_F(ExecutablePath, IsRelativeToTheDirectoryAtProcessStart) {
   EXPECT_EQ(answer.path, Folder() + "/./probe");
 }
 
-TEST_F(ExecutablePath, FitsWithItsTerminatorOrNotAtAll) {
+TEST_F(ExecutablePath, IsCopiedWithItsTerminatorOrNotAtAll) {
   const std::string path = Folder() + "/probe";
   const std::size_t needed = path.size() + 1;
   const Answer exact = Start("/", path, {std::to_string(needed)});
@@ -185,7 +185,7 @@ TEST_F(ExecutablePath, FitsWithItsTerminatorOrNotAtAll) {
   }
 }
 
-TEST_F(ExecutablePath, FillsABufferOf1025BytesUpTo1024) {
+TEST_F(ExecutablePath, IsCopiedUpTo1024BytesIntoABufferOf1025) {
   for (const std::size_t length : {1023U, 1024U, 1025U}) {
     const std::string path = DeepProbe(length);
     ASSERT_EQ(path.size(), length);
@@ -203,7 +203,7 @@ TEST_F(ExecutablePath, MayBeAsLongAsTheSystemAllows) {
   EXPECT_EQ(PathOf("/", path), path);
 }
 
-TEST_F(ExecutablePath, IsThatOfTheProgramThatAsks) {
+TEST_F(ExecutablePath, IsTheCallersOwn) {
   std::array<char, 5000> buffer{};
   auto size = static_cast<std::uint32_t>(buffer.size());
   ASSERT_EQ(GetExecutablePath(buffer.data(), &size), 0);
@@ -211,7 +211,7 @@ TEST_F(ExecutablePath, IsThatOfTheProgramThatAsks) {
   EXPECT_EQ(fs::path(buffer.data()).filename(), "util_test");
 }
 
-TEST_F(ExecutablePath, GivesTheCurrentPath) {
+TEST_F(ExecutablePath, DeterminesTheCurrentPath) {
   fs::create_directory(Folder() + "/sub");
   EXPECT_EQ(Start(Folder(), "probe").current_path, Folder());
   EXPECT_EQ(Start(Folder() + "/sub", "../probe").current_path,
@@ -222,12 +222,12 @@ TEST_F(ExecutablePath, GivesTheCurrentPath) {
 
 // The start path cannot be made absolute there; the file behind it can be
 // named.
-TEST_F(ExecutablePath, IsTheFilesOwnFromADeletedDirectory) {
+TEST_F(ExecutablePath, IsResolvedWhenStartedInADeletedDirectory) {
   fs::create_directory(Folder() + "/deleted");
   EXPECT_EQ(PathOf(Folder() + "/deleted", "../probe"), Folder() + "/probe");
 }
 
-TEST_F(ExecutablePath, IsKeptFromADeletedDirectoryWhenAbsolute) {
+TEST_F(ExecutablePath, IsNotResolvedInADeletedDirectoryWhenAbsolute) {
   fs::create_directory(Folder() + "/deleted");
   fs::create_symlink("probe", Folder() + "/link");
   EXPECT_EQ(PathOf(Folder() + "/deleted", Folder() + "/link"),

@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "common/util/IniProfile.h"
-#include "tests/support/IniProfileOracle.h"
 #include "tests/support/Bounded.h"
+#include "tests/support/IniProfileOracle.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -98,12 +98,12 @@ TEST_F(IniProfile, FindsTheKeyInItsSection) {
             Found("3"));
 }
 
-TEST_F(IniProfile, ReadsALastLineWithoutLineEnd) {
+TEST_F(IniProfile, ReadsALastLineWithoutALineEnd) {
   EXPECT_EQ(Level("[LOG]\nLEVEL=DEBUG"), Found("DEBUG"));
   EXPECT_EQ(Level("[LOG]"), Default("ERROR"));
 }
 
-TEST_F(IniProfile, IgnoresTheCaseOfNamesAndKeepsThatOfValues) {
+TEST_F(IniProfile, IgnoresTheCaseOfNamesAndKeepsTheCaseOfValues) {
   EXPECT_EQ(Level("[log]\nlevel=Debug\n"), Found("Debug"));
   EXPECT_EQ(Read("[LoG]\nLeVeL=DEBUG\n", "lOg", "lEvEl"), Found("DEBUG"));
   EXPECT_EQ(Read("[AZ]\nAZ=1\n", "az", "az"), Found("1"));
@@ -125,12 +125,12 @@ TEST_F(IniProfile, ComparesNamesWhole) {
   EXPECT_EQ(Level("[LOG]\nLEVELS=1\nLEVE=2\nXLEVEL=3\n"), Default("ERROR"));
 }
 
-TEST_F(IniProfile, TakesNoWhiteSpaceBeforeTheEqualsSign) {
+TEST_F(IniProfile, CountsASpaceBeforeTheEqualsSignAsPartOfTheKey) {
   EXPECT_EQ(Level("[LOG]\nLEVEL = DEBUG\n"), Default("ERROR"));
   EXPECT_EQ(Level("[LOG]\nLEVEL\t=DEBUG\n"), Default("ERROR"));
 }
 
-TEST_F(IniProfile, AsksForTheKeyAsItStands) {
+TEST_F(IniProfile, DoesNotTrimTheKeyArgument) {
   const std::string_view content = "[LOG]\nLEVEL = DEBUG\n";
   EXPECT_EQ(Read(content, "LOG", "LEVEL "), Found(" DEBUG"));
   EXPECT_EQ(Read("[LOG]\nLEVEL=1\n", "LOG", " LEVEL"), Default("ERROR"));
@@ -142,7 +142,7 @@ TEST_F(IniProfile, TrimsTheLine) {
   EXPECT_EQ(Level("[LOG]\n \t\v\f\rLEVEL=DEBUG \t\v\f\r\n"), Found("DEBUG"));
 }
 
-TEST_F(IniProfile, KeepsWhiteSpaceBehindTheEqualsSign) {
+TEST_F(IniProfile, KeepsWhiteSpaceAfterTheEqualsSign) {
   EXPECT_EQ(Level("[LOG]\nLEVEL= 3\n"), Found(" 3"));
   EXPECT_EQ(Level("[LOG]\nLEVEL= 3 =4\n"), Found(" 3 "));
   EXPECT_EQ(Level("[LOG]\nLEVEL=\t3\n"), Found("\t3"));
@@ -159,7 +159,7 @@ TEST_F(IniProfile, FindsAnEmptyValueBetweenEqualsSigns) {
   EXPECT_EQ(Level("[LOG]\nLEVEL==\n"), Found(""));
 }
 
-TEST_F(IniProfile, PassesOverAnEntryWithoutValue) {
+TEST_F(IniProfile, SkipsAnEntryWithoutAValue) {
   EXPECT_EQ(Level("[LOG]\nLEVEL=\nLEVEL=3\n"), Found("3"));
   EXPECT_EQ(Level("[LOG]\nLEVEL=  \nLEVEL=3\n"), Found("3"));
   EXPECT_EQ(Level("[LOG]\nLEVEL\nLEVEL=3\n"), Found("3"));
@@ -171,11 +171,11 @@ TEST_F(IniProfile, FindsAnEmptyKey) {
   EXPECT_EQ(Read("[LOG]\n==\n", "LOG", ""), Found(""));
 }
 
-TEST_F(IniProfile, TakesTheFirstEntryOfAKey) {
+TEST_F(IniProfile, ReturnsTheFirstEntryOfAKey) {
   EXPECT_EQ(Level("[LOG]\nLEVEL=1\nLEVEL=2\n"), Found("1"));
 }
 
-TEST_F(IniProfile, PassesOverEmptyLinesAndTextWithoutEqualsSign) {
+TEST_F(IniProfile, SkipsEmptyLinesAndLinesWithoutAnEqualsSign) {
   EXPECT_EQ(Level("\n \n[LOG]\n\n \t\nwords\nLEVEL=1\n"), Found("1"));
 }
 
@@ -185,7 +185,7 @@ TEST_F(IniProfile, HasNoComments) {
   EXPECT_EQ(Level("; x\n# y\n[LOG]\n;LEVEL=1\nLEVEL=2\n"), Found("2"));
 }
 
-TEST_F(IniProfile, NeverLooksBeforeTheFirstHeader) {
+TEST_F(IniProfile, IgnoresEntriesBeforeTheFirstHeader) {
   EXPECT_EQ(Level("LEVEL=1\n[LOG]\nLEVEL=2\n"), Found("2"));
   EXPECT_EQ(Read("LEVEL=1\n", "", "LEVEL"), Default("ERROR"));
 }
@@ -204,7 +204,7 @@ TEST_F(IniProfile, FindsASectionWithABlankName) {
   EXPECT_EQ(Read("[\t ]\nLEVEL=1\n", "  ", "LEVEL"), Found("1"));
 }
 
-TEST_F(IniProfile, TakesALineOfTwoCharactersForNoHeader) {
+TEST_F(IniProfile, DoesNotMistakeALineOfTwoCharactersForAHeader) {
   EXPECT_EQ(Read("[]\nLEVEL=1\n", "", "LEVEL"), Default("ERROR"));
   EXPECT_EQ(Read("[]\nLEVEL=1\n[ ]\nLEVEL=2\n", "", "LEVEL"), Found("2"));
   EXPECT_EQ(Read("[x]\nLEVEL=1\n", "x", "LEVEL"), Found("1"));
@@ -217,7 +217,7 @@ TEST_F(IniProfile, NeedsBothBrackets) {
   EXPECT_EQ(Level("x[LOG]\nLEVEL=1\n"), Default("ERROR"));
 }
 
-TEST_F(IniProfile, NamesASectionByAllBetweenTheOuterBrackets) {
+TEST_F(IniProfile, UsesAllTextBetweenTheOuterBracketsAsTheName) {
   EXPECT_EQ(Read("[a]b[c]\nk=1\n", "a]b[c", "k"), Found("1"));
   EXPECT_EQ(Read("[[a]]\nk=1\n", "[a]", "k"), Found("1"));
   EXPECT_EQ(Read("[a=b]\nk=1\n", "a=b", "k"), Found("1"));
@@ -232,13 +232,13 @@ TEST_F(IniProfile, EndsTheSectionAtAnyLineThatBeginsWithABracket) {
   EXPECT_EQ(Level("[LOG]\nx[\n]\nLEVEL=1\n"), Found("1"));
 }
 
-TEST_F(IniProfile, ConsultsTheFirstSectionOfANameOnly) {
+TEST_F(IniProfile, SearchesOnlyTheFirstSectionOfAName) {
   EXPECT_EQ(Level("[LOG]\nX=1\n[LOG]\nLEVEL=2\n"), Default("ERROR"));
   EXPECT_EQ(Level("[LOG]\n[LOG]\nLEVEL=2\n"), Default("ERROR"));
   EXPECT_EQ(Level("[LOG]\nX=1\n[A]\n[log]\nLEVEL=2\n"), Default("ERROR"));
 }
 
-TEST_F(IniProfile, TakesAByteOrderMarkForText) {
+TEST_F(IniProfile, TreatsAByteOrderMarkAsText) {
   EXPECT_EQ(Level("\xEF\xBB\xBF[LOG]\nLEVEL=1\n"), Default("ERROR"));
   EXPECT_EQ(Level("\xEF\xBB\xBF\n[LOG]\nLEVEL=1\n"), Found("1"));
 }
@@ -249,7 +249,7 @@ TEST_F(IniProfile, DropsTheCarriageReturn) {
   EXPECT_EQ(Level("[LOG]\rLEVEL=1\r"), Default("ERROR"));
 }
 
-TEST_F(IniProfile, TakesHighBytesForText) {
+TEST_F(IniProfile, TreatsHighBytesAsText) {
   EXPECT_EQ(Level("[LOG]\nLEVEL=\xA0\n"), Found("\xA0"));
   EXPECT_EQ(Level("[LOG]\nLEVEL=1 \x85\n"), Found("1 \x85"));
   EXPECT_EQ(Level("\xA0[LOG]\nLEVEL=1\n"), Default("ERROR"));
@@ -278,14 +278,14 @@ std::string LineOf(std::size_t length, const std::string& start) {
   return start + std::string(length - start.size(), 'x');
 }
 
-TEST_F(IniProfile, CutsALongLineInto2047Bytes) {
+TEST_F(IniProfile, SplitsALongLineIntoPiecesOf2047Bytes) {
   const std::string first = LineOf(2047, "A=");
   const std::string content = "[LOG]\n" + first + LineOf(953, "LEVEL=1") + "\n";
   EXPECT_EQ(Level(content), Found(LineOf(953, "LEVEL=1").substr(6)));
   EXPECT_EQ(Read(content, "LOG", "A", "", 4000), Found(first.substr(2)));
 }
 
-TEST_F(IniProfile, CutsALongLineAfter2047BytesExactly) {
+TEST_F(IniProfile, SplitsALongLineAfterExactly2047Bytes) {
   for (const std::size_t length : {2046U, 2047U, 2048U}) {
     const std::string content = "[LOG]\n" + LineOf(length, "A=") + "LEVEL=1\n";
     EXPECT_EQ(Level(content), length == 2047 ? Found("1") : Default("ERROR"))
@@ -293,7 +293,7 @@ TEST_F(IniProfile, CutsALongLineAfter2047BytesExactly) {
   }
 }
 
-TEST_F(IniProfile, ReadsALineThatFillsThePieceWithItsLineEnd) {
+TEST_F(IniProfile, ReadsALineThatFillsAPieceWithItsLineEnd) {
   for (const std::size_t length : {2045U, 2046U, 2047U, 2048U, 4094U}) {
     const std::string content =
         "[LOG]\n" + LineOf(length, "A=") + "\nLEVEL=1\n";
@@ -358,7 +358,7 @@ TEST_F(IniProfile, CopiesADefaultThatFitsWithItsTerminator) {
   EXPECT_EQ(Read("", "LOG", "LEVEL", "", 1), Default(""));
 }
 
-TEST_F(IniProfile, LeavesTheBufferAloneWhenNothingFits) {
+TEST_F(IniProfile, LeavesTheBufferUnchangedWhenNothingFits) {
   EXPECT_EQ(Read("[LOG]\nLEVEL=12345\n", "LOG", "LEVEL", "abcdef", 5),
             Untouched());
 }
@@ -386,7 +386,7 @@ TEST_F(IniProfile, AdmitsEveryTextIntoTheLargestBuffer) {
   EXPECT_EQ(Level("[LOG]\nLEVEL=1\n", INT_MAX), Found("1"));
 }
 
-TEST_F(IniProfile, LeavesABufferOfSizeZeroAlone) {
+TEST_F(IniProfile, LeavesABufferOfSizeZeroUnchanged) {
   EXPECT_EQ(Level("[LOG]\nLEVEL=1\n", 0), Untouched());
   EXPECT_EQ(Read("[LOG]\nLEVEL==\n", "LOG", "LEVEL", "", 0), Untouched());
 }
@@ -429,12 +429,12 @@ TEST_F(IniProfile, LeavesNoDescriptorOpen) {
   EXPECT_EQ(next_descriptor(), before);
 }
 
-TEST_F(IniProfile, ReadsTheFileAnewAtEachCall) {
+TEST_F(IniProfile, ReadsTheFileAtEachCall) {
   EXPECT_EQ(Level("[LOG]\nLEVEL=1\n"), Found("1"));
   EXPECT_EQ(Level("[LOG]\nLEVEL=2\n"), Found("2"));
 }
 
-TEST_F(IniProfile, ServesThreadsAtOnce) {
+TEST_F(IniProfile, ServesSeveralThreadsAtOnce) {
   constexpr int kThreads = 4;
   constexpr int kLookUps = 500;
   std::array<int, kThreads> right{};

@@ -66,11 +66,11 @@ TEST(Pexec, ReturnsNothingFromASilentCommand) {
   EXPECT_EQ(pexec(""), "");
 }
 
-TEST(Pexec, ReadsStandardOutputOnly) {
+TEST(Pexec, ReturnsOnlyStandardOutput) {
   EXPECT_EQ(pexec("echo out; echo err 2>/dev/null >&2"), "out\n");
 }
 
-TEST(Pexec, DropsTheExitStatus) {
+TEST(Pexec, DiscardsTheExitStatus) {
   EXPECT_EQ(pexec("echo a; exit 3"), "a\n");
   EXPECT_EQ(pexec("echo a; kill -9 $$"), "a\n");
 }
@@ -93,12 +93,12 @@ TEST(Pexec, JoinsThePiecesOfLongLines) {
   }
 }
 
-TEST(Pexec, LosesWhatFollowsAZeroInALine) {
+TEST(Pexec, DropsTextAfterAZeroInALine) {
   EXPECT_EQ(pexec("printf 'a\\0b\\nc'"), "ac");
   EXPECT_EQ(pexec("printf '\\0a\\nb\\0\\nc\\n'"), "bc\n");
 }
 
-TEST(Pexec, LosesWhatFollowsAZeroInAPieceOf127Bytes) {
+TEST(Pexec, DropsTextAfterAZeroInAPieceOf127Bytes) {
   EXPECT_EQ(pexec("printf '%126s\\0x\\n' ''"), std::string(126, ' ') + "x\n");
   EXPECT_EQ(pexec("printf '%125s\\0yx\\n' ''"), std::string(125, ' ') + "x\n");
   EXPECT_EQ(pexec("printf '%127s\\0x\\n' ''"), std::string(127, ' '));
@@ -151,7 +151,7 @@ TEST(Pexec, EndsACommandWhoseOutputExceedsTheMemory) {
 }
 
 // A failed read does not end the output.
-TEST(Pexec, ReadsOnAfterInterruptions) {
+TEST(Pexec, ContinuesAfterAnInterruptedRead) {
   struct sigaction interrupting {};
   interrupting.sa_handler = [](int) {};
   struct sigaction before {};
@@ -165,7 +165,7 @@ TEST(Pexec, ReadsOnAfterInterruptions) {
   EXPECT_EQ(output, "late\n");
 }
 
-TEST(Pexec, ServesThreadsAtOnce) {
+TEST(Pexec, ServesSeveralThreadsAtOnce) {
   std::array<std::string, 4> outputs;
   std::string expected;
   std::vector<std::thread> threads;
@@ -208,7 +208,7 @@ TEST(IsRunningPid, IsTrueForLiveProcesses) {
   EXPECT_TRUE(IsRunningPID(getppid()));
 }
 
-TEST(IsRunningPid, IsTrueUntilAnEndedProcessHasBeenWaitedFor) {
+TEST(IsRunningPid, IsTrueUntilAnEndedProcessIsWaitedFor) {
   const pid_t child = fork();
   if (child == 0) {
     _exit(0);
@@ -226,7 +226,7 @@ TEST(IsRunningPid, IsFalseWithoutAProcess) {
   EXPECT_FALSE(IsRunningPID(-0x7FFFFFFFLL));
 }
 
-TEST(IsRunningPid, CutsTheIdentifierTo32Bits) {
+TEST(IsRunningPid, UsesTheLow32BitsOfTheId) {
   EXPECT_TRUE(IsRunningPID(getpid() + 0x1'0000'0000LL));
   EXPECT_TRUE(IsRunningPID(getpid() - 0x1'0000'0000LL));
   EXPECT_FALSE(IsRunningPID(0x1'7FFF'FFFFLL));
@@ -236,7 +236,7 @@ TEST(IsRunningPid, IsTrueForItsOwnProcessGroup) {
   EXPECT_TRUE(IsRunningPID(0));
 }
 
-TEST(IsRunningPid, LeavesTheProcessAlone) {
+TEST(IsRunningPid, DoesNotDisturbTheProcess) {
   const pid_t child = fork();
   if (child == 0) {
     for (;;) {
@@ -294,7 +294,7 @@ TEST(GetCurrentPath, IsEmptyWhenThePathIsUnknown) {
   EXPECT_EQ(CurrentPathOf(std::nullopt), "");
 }
 
-TEST(GetCurrentPath, TakesPathsOfUpTo1024Bytes) {
+TEST(GetCurrentPath, AcceptsPathsOfUpTo1024Bytes) {
   const std::string folder = "/" + std::string(1017, 'd');
   EXPECT_EQ(CurrentPathOf(folder + "/tool1"), folder);
   EXPECT_EQ(g_offered_size, 1025U);

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "common/util/Wildcard.h"
-#include "tests/support/WildcardOracle.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/WildcardOracle.h"
 
 namespace {
 
@@ -53,7 +53,7 @@ void ExpectMismatch(const std::string& expression,
   }
 }
 
-TEST(Wildcard, EmptyExpressionMatchesTheEmptyNameOnly) {
+TEST(Wildcard, EmptyExpressionMatchesOnlyTheEmptyName) {
   ExpectMatch("", {""});
   ExpectMismatch("", {"a", ".", "abc"});
 }
@@ -77,7 +77,7 @@ TEST(Wildcard, StarMatchesAnyRun) {
   ExpectMismatch("*a", {"", "ab"});
 }
 
-TEST(Wildcard, StarTakesEverythingWhenNothingElseHelps) {
+TEST(Wildcard, StarExtendsToTheEndIfItMust) {
   ExpectMatch("*\"", {"", "abc", "a."});
   ExpectMatch("*<", {"", "abc"});
 }
@@ -90,7 +90,7 @@ TEST(Wildcard, QuestionMarkMatchesOneCharacter) {
   ExpectMatch("a?c", {"abc", "a.c"});
 }
 
-TEST(Wildcard, NothingButAFinalStarMatchesBehindTheEnd) {
+TEST(Wildcard, OnlyAFinalStarMatchesPastTheEnd) {
   ExpectMismatch("ab?", {"ab"});
   ExpectMatch("ab?*", {"ab", "abc", "abcd"});
   ExpectMatch("ab????*", {"ab"});
@@ -121,7 +121,7 @@ TEST(Wildcard, LessThanMatchesNothingAtTheStartOfANameWithoutDot) {
   ExpectMatch("<abc", {"abc"});
 }
 
-TEST(Wildcard, LessThanIsLikeAStarFurtherOnInANameWithoutDot) {
+TEST(Wildcard, LessThanIsLikeAStarLaterInANameWithoutDot) {
   ExpectMatch("a<", {"a", "abc"});
   ExpectMatch("a<c", {"abc", "ac", "abcc"});
   ExpectMismatch("a<c", {"ab"});
@@ -343,7 +343,7 @@ class GuardedText {
   Unit* text_;
 };
 
-TEST(Wildcard, ReadsNothingBehindTheTerminators) {
+TEST(Wildcard, ReadsNothingPastTheTerminators) {
   for (const std::string& name : AllTexts("a.", 3)) {
     const GuardedText<char> guarded_name(name);
     const std::wstring wide_name(name.begin(), name.end());
@@ -364,7 +364,7 @@ TEST(Wildcard, ReadsNothingBehindTheTerminators) {
   }
 }
 
-TEST(Wildcard, RunsFarBehindTheEndWithoutReadingThere) {
+TEST(Wildcard, MovesFarPastTheEndWithoutReadingThere) {
   const GuardedText<char> name("ab");
   for (const char wildcard : {'?', '>'}) {
     const std::string many(100'000, wildcard);
@@ -398,7 +398,7 @@ TEST(Wildcard, AllocatesNothing) {
   }
 }
 
-TEST(Wildcard, TakesLongNames) {
+TEST(Wildcard, AcceptsLongNames) {
   const std::string name(100'000, 'a');
   EXPECT_TRUE(IsNameInExpressionA("*a", name.c_str(), kExactCase));
   EXPECT_FALSE(IsNameInExpressionA("*b", name.c_str(), kExactCase));

@@ -15,7 +15,7 @@ namespace {
 
 using namespace std::string_literals;
 
-// What `action` throws of the system's own; nothing when it throws nothing.
+// The AERROR that `action` throws, if any.
 template <class Action>
 std::optional<AERROR> Thrown(Action action) {
   try {
@@ -52,7 +52,7 @@ TEST(JsonObjectClass, IsDeletedThroughAPointerToIt) {
   EXPECT_TRUE(destroyed);
 }
 
-// Both text constructors, by the same texts.
+// The tests of this fixture run with both text constructors.
 struct Constructor {
   const char* name;
   JsonObject (*parse)(const std::string&);
@@ -108,7 +108,7 @@ TEST_P(JsonObjectFromText, IgnoresWhatFollowsACompleteValue) {
   EXPECT_EQ(Parse("{}}").ToText(), "{}");
 }
 
-TEST_P(JsonObjectFromText, TakesTheLastOfEqualKeys) {
+TEST_P(JsonObjectFromText, KeepsTheLastOfEqualKeys) {
   EXPECT_EQ(Parse(R"({"a":{"x":1},"a":{"y":2}})").ToText(), R"({"a":{"y":2}})");
 }
 
@@ -195,7 +195,7 @@ TEST(JsonObjectGetEmptyObject, ReturnsANewDocumentEachTime) {
   EXPECT_EQ(JsonObject::GetEmptyObject().ToText(), "{}");
 }
 
-// What jsoncpp's own conversion of `node` gives, as JsonObject passes it on.
+// Expects the result or the exception of jsoncpp's own `conversion`.
 template <class Expected, class Conversion>
 void ExpectConversion(Json::Value node, Conversion conversion) {
   JsonObject view = node;
@@ -449,8 +449,7 @@ TEST_F(JsonObjectPath, SkipsMembersWithAnEmptyName) {
   EXPECT_EQ(TextOf(document_.GetObject("a/")), TextOf(document_["a"]));
 }
 
-// Plain access by the library: one member after the other, the pieces cut by
-// hand. Null when one is missing.
+// Finds the node at `path` with the library alone; null if a member is missing.
 Json::Value* Walk(Json::Value& root, const std::string& path) {
   Json::Value* node = &root;
   std::string piece;
@@ -470,7 +469,7 @@ Json::Value* Walk(Json::Value& root, const std::string& path) {
   return node;
 }
 
-// A tree of objects over few names, with arrays, scalars and nulls as leaves.
+// Generates trees of objects with few names; leaves are of all other types.
 class TreeGenerator {
  public:
   Json::Value Tree(int depth) {

@@ -24,7 +24,7 @@ struct Answer {
   std::string current_path;
 };
 
-// Copies of the probe are started, so that each test has the path it needs.
+// Each test starts a copy of the probe from the path that it needs.
 class ExecutablePath : public testing::Test {
  protected:
   void SetUp() override { InstallProbe("probe"); }
@@ -66,14 +66,13 @@ class ExecutablePath : public testing::Test {
     return answer.path;
   }
 
-  // A folder below the test's own whose path, with "/probe", has `length`
-  // bytes.
+  // Installs the probe at a path of `length` bytes.
   std::string DeepProbe(std::size_t length) const {
     constexpr std::size_t kLongestName = 200;
     std::string folder = folder_.Path();
     std::size_t left = length - folder.size() - std::string("/probe").size();
     while (left > 0) {
-      // A name has at least one byte beside its slash.
+      // A name has at least one byte besides its slash.
       const std::size_t taken = left <= kLongestName ? left : kLongestName - 2;
       folder += "/" + std::string(taken - 1, 'd');
       left -= taken;
@@ -94,7 +93,7 @@ class ExecutablePath : public testing::Test {
     }
     vector.push_back(nullptr);
     if (chdir(directory.c_str()) == 0) {
-      // A directory that asks for it is deleted below the program.
+      // A directory with this name is deleted while the program is in it.
       if (fs::path(directory).filename() == "deleted") {
         fs::remove(directory);
       }
@@ -220,8 +219,7 @@ TEST_F(ExecutablePath, DeterminesTheCurrentPath) {
 
 #ifdef __linux__
 
-// The start path cannot be made absolute there; the file behind it can be
-// named.
+// The start path cannot be made absolute there, so it is that of the file.
 TEST_F(ExecutablePath, IsResolvedWhenStartedInADeletedDirectory) {
   fs::create_directory(Folder() + "/deleted");
   EXPECT_EQ(PathOf(Folder() + "/deleted", "../probe"), Folder() + "/probe");

@@ -25,7 +25,7 @@ using namespace std::string_view_literals;
 constexpr char kUntouched = '#';
 constexpr std::size_t kBufferBytes = 4096;
 
-// The result and the whole buffer, which was full of `kUntouched` before.
+// A result and the whole buffer, which was filled with `kUntouched`.
 struct Reading {
   bool found = false;
   std::array<char, kBufferBytes> buffer;
@@ -39,7 +39,7 @@ struct Reading {
   }
 };
 
-// `text` with its terminator, and nothing touched behind it.
+// `text` with its terminator, and nothing changed after it.
 Reading Expected(bool found, std::string_view text) {
   Reading reading;
   reading.found = found;
@@ -59,9 +59,9 @@ Reading Untouched() {
   return reading;
 }
 
-Reading ReadFile(const std::string& file, const std::string& section,
-                 const std::string& key, const std::string& default_value,
-                 int size) {
+Reading LookUp(const std::string& file, const std::string& section,
+               const std::string& key, const std::string& default_value,
+               int size) {
   Reading reading = Untouched();
   reading.found = GetPrivateProfileString(section, key, default_value,
                                           reading.buffer.data(), size, file);
@@ -81,7 +81,7 @@ class IniProfile : public testing::Test {
                const std::string& key,
                const std::string& default_value = "ERROR",
                int size = 1024) const {
-    return ReadFile(WriteFile(content), section, key, default_value, size);
+    return LookUp(WriteFile(content), section, key, default_value, size);
   }
 
   std::string WriteFile(std::string_view content) const {
@@ -273,7 +273,7 @@ TEST_F(IniProfile, NeverMatchesANameWithAZeroInside) {
             Default("ERROR"));
 }
 
-// A line of `length` bytes: `start`, then filling.
+// A line of `length` bytes that begins with `start`.
 std::string LineOf(std::size_t length, const std::string& start) {
   return start + std::string(length - start.size(), 'x');
 }
@@ -325,17 +325,16 @@ TEST_F(IniProfile, CopiesTheDefaultWhenAnythingIsMissing) {
 }
 
 TEST_F(IniProfile, CopiesTheDefaultForAMissingFile) {
-  EXPECT_EQ(ReadFile(Path("none.ini"), "LOG", "LEVEL", "ERROR", 1024),
+  EXPECT_EQ(LookUp(Path("none.ini"), "LOG", "LEVEL", "ERROR", 1024),
             Default("ERROR"));
-  EXPECT_EQ(ReadFile("", "LOG", "LEVEL", "ERROR", 6), Default("ERROR"));
-  EXPECT_EQ(ReadFile(Path("none.ini"), "LOG", "LEVEL", "ERROR", 5),
-            Untouched());
+  EXPECT_EQ(LookUp("", "LOG", "LEVEL", "ERROR", 6), Default("ERROR"));
+  EXPECT_EQ(LookUp(Path("none.ini"), "LOG", "LEVEL", "ERROR", 5), Untouched());
 }
 
 TEST_F(IniProfile, CopiesTheDefaultForADirectory) {
   EXPECT_EQ(RunBounded([&] {
               const Reading reading =
-                  ReadFile(Path("."), "LOG", "LEVEL", "ERROR", 1024);
+                  LookUp(Path("."), "LOG", "LEVEL", "ERROR", 1024);
               if (reading != Default("ERROR")) {
                 _exit(EXIT_FAILURE);
               }
@@ -398,7 +397,7 @@ TEST_F(IniProfile, CopiesNothingWithoutABuffer) {
   }
 }
 
-// Opening a pipe that nobody writes to would wait.
+// Opening a pipe without a writer would wait.
 TEST_F(IniProfile, OpensNoFileWithoutRoomForAResult) {
   const std::string pipe = Path("pipe");
   ASSERT_EQ(mkfifo(pipe.c_str(), S_IRUSR | S_IWUSR), 0);
@@ -447,7 +446,7 @@ TEST_F(IniProfile, ServesSeveralThreadsAtOnce) {
       std::ofstream(file) << "[" + name + "]\n" + name + "=" + value + "\n";
       for (int j = 0; j < kLookUps; ++j) {
         right[static_cast<std::size_t>(i)] +=
-            ReadFile(file, name, name, "", 1024) == Found(value) ? 1 : 0;
+            LookUp(file, name, name, "", 1024) == Found(value) ? 1 : 0;
       }
     });
   }
@@ -459,7 +458,7 @@ TEST_F(IniProfile, ServesSeveralThreadsAtOnce) {
   }
 }
 
-// Files put together from what the reader tells apart.
+// Generates files from the pieces of text that matter to the reader.
 class FileGenerator {
  public:
   std::string Content() {
@@ -541,8 +540,8 @@ TEST_F(IniProfile, AgreesWithTheOracleOnGeneratedFiles) {
   int found = 0;
   for (int i = 0; i < kFiles; ++i) {
     const std::string content = generate.Content();
-    // A file anew each time: some file systems write one out that is cut short
-    // and filled again.
+    // Removed first: some file systems flush a file that is truncated and
+    // written again.
     std::filesystem::remove(Path("test.ini"));
     const std::string file = WriteFile(content);
     for (int j = 0; j < kLookUpsPerFile; ++j) {
@@ -558,13 +557,13 @@ TEST_F(IniProfile, AgreesWithTheOracleOnGeneratedFiles) {
       } else if (size != 0 && ini_oracle::Fits(text.size(), size)) {
         expected = Default(text);
       }
-      ASSERT_EQ(ReadFile(file, section, key, text, size), expected)
+      ASSERT_EQ(LookUp(file, section, key, text, size), expected)
           << testing::PrintToString(content) << " [" << section << "] " << key
           << ' ' << size;
       found += expected.found ? 1 : 0;
     }
   }
-  // The files are of use only when many of the look-ups succeed.
+  // Many look-ups must succeed for this to test anything.
   EXPECT_GT(found, kFiles * kLookUpsPerFile / 50);
 }
 

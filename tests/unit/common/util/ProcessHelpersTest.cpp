@@ -8,7 +8,6 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -19,17 +18,13 @@
 #include <thread>
 #include <vector>
 
-#include "common/util/ExecutablePath.h"
 #include "common/util/ProcessHelpers.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/FakeExecutablePath.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/TempDir.h"
 
 namespace {
-
-// What the platform answers about the executable's path; nothing when the path
-// does not fit or is unknown.
-std::optional<std::string> g_executable_path;
-std::uint32_t g_offered_size = 0;
 
 // The descriptor that the next file to be opened gets.
 int NextDescriptor() {
@@ -37,21 +32,6 @@ int NextDescriptor() {
   close(descriptor);
   return descriptor;
 }
-
-}  // namespace
-
-// This program is linked without the platform's own, so that it can stand in
-// any folder.
-int GetExecutablePath(char* buffer, std::uint32_t* size) {
-  g_offered_size = *size;
-  if (!g_executable_path || g_executable_path->size() + 1 > *size) {
-    return -1;
-  }
-  buffer[g_executable_path->copy(buffer, *size)] = '\0';
-  return 0;
-}
-
-namespace {
 
 using namespace std::string_literals;
 
@@ -251,17 +231,14 @@ TEST(IsRunningPid, DoesNotDisturbTheProcess) {
 
 TEST(IsRunningPid, IsFalseForAProcessThatMayNotBeSignalled) {
   constexpr uid_t kNobody = 65534;
-  const pid_t child = fork();
-  if (child == 0) {
-    constexpr int kCannotBecomeNobody = 2;
+  constexpr int kCannotBecomeNobody = 2;
+  const int status = InForkedChild([] {
     if (setuid(kNobody) != 0) {
-      _exit(kCannotBecomeNobody);
+      return kCannotBecomeNobody;
     }
-    _exit(IsRunningPID(getppid()) ? 1 : 0);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  if (WEXITSTATUS(status) == 2) {
+    return IsRunningPID(getppid()) ? 1 : 0;
+  });
+  if (status == kCannotBecomeNobody) {
     GTEST_SKIP() << "needs the right to become another user";
   }
   EXPECT_EQ(status, 0);

@@ -16,7 +16,7 @@
 
 namespace {
 
-// What behaves alike in both widths is tested in both.
+// Functions that exist in both widths are tested in both.
 template <class String>
 struct WidthTraits;
 
@@ -268,8 +268,8 @@ TYPED_TEST(ReplaceAll, ReplacesZeros) {
   EXPECT_EQ(this->Replaced("a0b"sv, "0"sv, "\0"sv), this->Text("a\0b"sv));
 }
 
-// Compares with the rule carried out one position after the other, for every
-// text, search and replacement of a few letters with which it returns.
+// Compares with the rule applied position by position, for every combination of
+// a few short strings with which the call returns.
 TYPED_TEST(ReplaceAll, FollowsItsRuleForAllShortTexts) {
   const std::vector<std::string> all = {
       "",      "a",     "b",     "aa",   "ab",   "ba",   "bb",
@@ -369,7 +369,7 @@ std::string Utf8(char32_t code_point) {
   return {byte(0xF0 + code_point / 262144), trail(12), trail(6), trail(0)};
 }
 
-// The text of what `conversion` throws; empty when it throws nothing.
+// The text of the range error that `conversion` throws; empty without one.
 template <class Conversion>
 std::string RangeError(Conversion conversion) {
   try {
@@ -441,8 +441,8 @@ TEST(Utf8Conversion, ConvertsLongTextsWhole) {
   EXPECT_EQ(ws2s(wide), narrow);
 }
 
-// Every sequence of a first and a second byte, completed with valid trailing
-// bytes, against the table of well-formed sequences in the Unicode standard.
+// Checks all pairs of a first and a second byte, completed with valid trailing
+// bytes, against the Unicode standard's table of well-formed sequences.
 TEST(S2ws, AcceptsWellFormedSequencesOnly) {
   const auto is_well_formed = [](int first, int second) {
     const auto within = [second](int low, int high) {

@@ -26,7 +26,7 @@ bool MatchesWide(const std::string& expression, const std::string& name,
       std::wstring(name.begin(), name.end()).c_str(), ignore_case);
 }
 
-// Both widths in both cases; they have to agree.
+// Expects the same result in both widths and with either `ignoreCase`.
 bool Matches(const std::string& expression, const std::string& name) {
   const bool result =
       IsNameInExpressionA(expression.c_str(), name.c_str(), kExactCase);
@@ -168,7 +168,7 @@ TEST(Wildcard, IgnoresCaseWhenAsked) {
   EXPECT_FALSE(IsNameInExpressionA("*b<.C", "aB.c", kExactCase));
 }
 
-// Every pair of bytes: alike when equal, or when letters but for their case.
+// Every pair of bytes matches if equal, or equal ASCII letters but for case.
 TEST(Wildcard, IgnoresTheCaseOfAsciiLettersOnly) {
   const auto upper = [](int c) { return 'a' <= c && c <= 'z' ? c - 32 : c; };
   for (int i = 1; i < 256; ++i) {
@@ -199,7 +199,7 @@ TEST(Wildcard, ComparesWholeWideCharacters) {
     EXPECT_FALSE(matches(value, value ^ 0x20)) << value;
     EXPECT_EQ(matches(value, value & 0xFF), value <= 0xFF) << value;
   }
-  // Letters and wildcards in the low bits alone are neither.
+  // Only the low bits of these are a letter or a wildcard.
   EXPECT_FALSE(matches(0x161, 'a'));
   EXPECT_FALSE(matches(0x161, 0x141));
   EXPECT_FALSE(matches(0x12A, 'x'));
@@ -291,11 +291,11 @@ TEST(Wildcard, AgreesWithTheOracleOnLongerTexts) {
     }
     matches += OracleMatches(Characters(expression), Characters(name), true);
   }
-  // The run is of use only when it sees both results often.
+  // Both results must be frequent for this to test anything.
   EXPECT_GT(matches, 1'000);
 }
 
-// The same, with expressions made from the name so that most nearly match.
+// The same, with expressions made from the name: most of them nearly match.
 TEST(Wildcard, AgreesWithTheOracleOnNearMatches) {
   std::mt19937 random(4711);
   constexpr std::string_view kAlphabet = "abAB..";
@@ -316,7 +316,7 @@ TEST(Wildcard, AgreesWithTheOracleOnNearMatches) {
   }
 }
 
-// Text whose terminator is the last thing before a page that cannot be read.
+// A text whose terminator is directly before a page that cannot be read.
 template <class Unit>
 class GuardedText {
  public:
@@ -378,7 +378,7 @@ TEST(Wildcard, MovesFarPastTheEndWithoutReadingThere) {
   }
 }
 
-// Longer texts than a string holds without memory of its own.
+// The texts are too long for a string that allocates nothing.
 TEST(Wildcard, AllocatesNothing) {
   const std::string expression = std::string(100, '?') + "*a<>\"b";
   const std::string name = std::string(200, 'a') + ".B";

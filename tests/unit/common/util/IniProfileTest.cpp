@@ -7,6 +7,7 @@
 #include <climits>
 #include <filesystem>
 #include <fstream>
+#include <new>
 #include <random>
 #include <string>
 #include <string_view>
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include "common/util/IniProfile.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/Bounded.h"
 #include "tests/support/IniProfileOracle.h"
 #include "tests/support/TempDir.h"
@@ -415,17 +417,33 @@ TEST_F(IniProfile, OpensNoFileWithoutRoomForAResult) {
       << "with room it does wait";
 }
 
+// The descriptor that the next open file gets.
+int NextDescriptor() {
+  const int descriptor = open("/dev/null", O_RDONLY);
+  close(descriptor);
+  return descriptor;
+}
+
 TEST_F(IniProfile, LeavesNoDescriptorOpen) {
-  const auto next_descriptor = [] {
-    const int descriptor = open("/dev/null", O_RDONLY);
-    close(descriptor);
-    return descriptor;
-  };
-  const int before = next_descriptor();
+  const int before = NextDescriptor();
   Level("[LOG]\nLEVEL=1\n");
   Level("[LOG]\n[X]\n");
   Level("");
-  EXPECT_EQ(next_descriptor(), before);
+  EXPECT_EQ(NextDescriptor(), before);
+}
+
+TEST_F(IniProfile, ClosesTheFileWhenMemoryRunsOut) {
+  const std::string file =
+      WriteFile("[LOG]\nLEVEL=" + std::string(2000, 'v') + "\n");
+  const int before = NextDescriptor();
+  g_on_allocation = [](std::size_t bytes) {
+    if (bytes > 1500) {
+      throw std::bad_alloc();
+    }
+  };
+  EXPECT_THROW(LookUp(file, "LOG", "LEVEL", "ERROR", 4000), std::bad_alloc);
+  g_on_allocation = nullptr;
+  EXPECT_EQ(NextDescriptor(), before);
 }
 
 TEST_F(IniProfile, ReadsTheFileAtEachCall) {

@@ -12,6 +12,7 @@
 #include <printf.h>
 #endif
 
+#include "tests/support/Allocations.h"
 #include "tests/support/Bounded.h"
 
 namespace {
@@ -298,6 +299,21 @@ TYPED_TEST(ReplaceAll, FollowsItsRuleForAllShortTexts) {
       }
     }
   }
+}
+
+TYPED_TEST(ReplaceAll, KeepsTheReplacementsMadeBeforeMemoryRunsOut) {
+  using Unit = typename TypeParam::value_type;
+  TypeParam text = this->Text("xxx");
+  const TypeParam search = this->Text("x");
+  const TypeParam replacement(1000, Unit{'y'});
+  g_on_allocation = [](std::size_t bytes) {
+    if (bytes > 1500 * sizeof(Unit)) {
+      throw std::bad_alloc();
+    }
+  };
+  EXPECT_THROW(replace_all(text, search, replacement), std::bad_alloc);
+  g_on_allocation = nullptr;
+  EXPECT_EQ(text, replacement + this->Text("xx"));
 }
 
 TYPED_TEST(ReplaceAll, DoesNotReturnWhenItFindsItsOwnReplacement) {

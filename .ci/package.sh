@@ -37,7 +37,8 @@ END
 }
 
 make_package() {
-  cmake -S . -B "$out" -G Ninja -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF
+  cmake -S . -B "$out" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+    -DBUILD_TESTING=OFF -DLAUNCHER_WERROR=ON
   cmake --build "$out"
   rm -f "$out"/*.deb
   (cd "$out" && cpack)

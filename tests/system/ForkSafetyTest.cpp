@@ -142,7 +142,7 @@ std::string PlainName(const std::string& symbol) {
 // The functions that `function` (a plain name) of the forked side's objects
 // calls, by their relocations.
 std::set<std::string> CalleesOf(const std::string& function) {
-  const std::unique_ptr<std::FILE, decltype(&pclose)> listing(
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> listing(
       popen("objdump -drC " FORKED_SIDE_OBJECTS, "r"), pclose);
   const std::regex call("R_[A-Z0-9_]+(PLT32|CALL26|JUMP26)\\s+(.+?)[-+]0x");
   std::set<std::string> callees;

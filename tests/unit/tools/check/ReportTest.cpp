@@ -11,7 +11,7 @@ CheckResult Example() {
   result.text = "{\n  x";
   result.items.push_back({0, "a\x1b", true, {{"/bin/echo", "a b"}}});
   result.items.push_back({1, {}, false, {}});
-  result.items.push_back({2, "c", false, {{}}});
+  result.items.push_back({2, "c", false, std::vector<std::string>{}});
   result.findings.push_back({Severity::kWarning, "unknown-key", 4, 0, "k\n",
                              "is odd", "it is lost", "drop it"});
   result.findings.push_back(

@@ -34,6 +34,7 @@ class Started {
  public:
   Started(const std::string& program, const std::vector<std::string>& words) {
     std::vector<char*> vector;
+    vector.reserve(words.size() + 1);
     for (const std::string& word : words) {
       vector.push_back(const_cast<char*>(word.c_str()));
     }

@@ -71,7 +71,7 @@ TEST(MemoryText, TakesTheUnitThatFits) {
   EXPECT_EQ(MemoryText(1536), "1.5K");
   EXPECT_EQ(MemoryText(1023 * 1024), "1.0M");
   EXPECT_EQ(MemoryText(12'900'000), "12.3M");
-  EXPECT_EQ(MemoryText(999'949 * 1024 / 1000), "999.9K");
+  EXPECT_EQ(MemoryText(1'023'948), "999.9K");
   EXPECT_EQ(MemoryText(UINT64_MAX), "16.0E");
 }
 

@@ -2,9 +2,10 @@
 // and logs are.
 //
 // An executable is in one of two bundle layouts. In the ordinary layout the
-// framework directory is next to the executable's directory. In the Finder Sync
-// layout, recognised by the executable's name, it is four levels up, and so is
-// the home directory of `GetAppDataPath`.
+// framework directory, "Frameworks", is next to the executable's directory. In
+// the Finder Sync layout, recognised by the executable's name, it is four
+// levels above that directory, and `GetAppDataPath` starts four levels above
+// HOME.
 //
 // Paths are bytes as the operating system gives them. They are joined without
 // normalisation (an empty SDK name leaves "//"), and an unset HOME counts as

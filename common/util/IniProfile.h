@@ -1,7 +1,6 @@
 // The INI profile reader: looks up one value in a small INI-style text file.
 //
-// The file is read line by line (LF or CR LF) and each line is trimmed
-// (`trim`):
+// Lines end with LF or CR LF and are trimmed by `trim`. The reader knows:
 //
 //   [ Section ]    a header, with at least 3 characters from "[" to "]"; the
 //                  name is trimmed

@@ -71,8 +71,9 @@ class Search {
 
   // Where a "<" ends: at the last dot, or at the end of a name without one.
   //
-  // Deliberate: at the start of a name without a dot it ends at once, so "<" does
-  // not match "abc". Expressions in use would select other files otherwise.
+  // Deliberate: at the start of a name without a dot it ends at once, so "<"
+  // does not match "abc". Expressions in use would select other files
+  // otherwise.
   std::size_t LastDotOrEnd() const {
     const std::size_t dot = name_.rfind('.');
     if (dot != Name::npos && dot >= position_) {

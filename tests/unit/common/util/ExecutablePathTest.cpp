@@ -9,7 +9,12 @@
 #include <vector>
 
 #include "common/util/ExecutablePath.h"
+#include "tests/support/Sandbox.h"
 #include "tests/support/TempDir.h"
+
+#ifdef __linux__
+#include <sys/mount.h>
+#endif
 
 namespace {
 
@@ -230,6 +235,17 @@ TEST_F(ExecutablePath, IsNotResolvedInADeletedDirectoryWhenAbsolute) {
   fs::create_symlink("probe", Folder() + "/link");
   EXPECT_EQ(PathOf(Folder() + "/deleted", Folder() + "/link"),
             Folder() + "/link");
+}
+
+TEST_F(ExecutablePath, IsUnknownInADeletedDirectoryWithoutProc) {
+  REQUIRE_SANDBOX();
+  fs::create_directory(Folder() + "/deleted");
+  ASSERT_EQ(mount("none", "/proc", "tmpfs", 0, nullptr), 0);
+  const Answer answer = Start(Folder() + "/deleted", "../probe");
+  umount("/proc");
+  EXPECT_EQ(answer.result, -1);
+  EXPECT_EQ(answer.path, std::string(kRoomy, '#'));
+  EXPECT_EQ(answer.current_path, "");
 }
 
 #endif

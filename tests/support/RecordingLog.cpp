@@ -86,6 +86,7 @@ std::optional<LoggedEnd> EndIn(const LogRecord& record) {
     return std::nullopt;
   }
   end.name = name.data();
+  end.time = record.time;
   return end;
 }
 

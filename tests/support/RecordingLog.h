@@ -52,6 +52,7 @@ struct LoggedEnd {
   pid_t child = 0;
   pid_t ret = 0;
   int status = 0;
+  std::chrono::nanoseconds time{0};
 };
 
 // None when `record` does not log an end.

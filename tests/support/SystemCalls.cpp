@@ -38,11 +38,13 @@ std::function<int()> g_execv;
 std::function<int()> g_madvise;
 std::function<int()> g_create_thread;
 std::function<int()> g_pipe;
+std::function<pid_t()> g_getpid;
 std::function<void(const timespec&)> g_nanosleep;
 std::function<void()> g_kill;
 std::function<void(int)> g_close;
 std::function<void(std::size_t, std::size_t)> g_fread;
 std::function<void()> g_trim;
+std::function<void()> g_join;
 std::function<void()> g_thread_start;
 
 struct Thread {
@@ -85,11 +87,13 @@ void Reset() {
   g_madvise = nullptr;
   g_create_thread = nullptr;
   g_pipe = nullptr;
+  g_getpid = nullptr;
   g_nanosleep = nullptr;
   g_kill = nullptr;
   g_close = nullptr;
   g_fread = nullptr;
   g_trim = nullptr;
+  g_join = nullptr;
   g_thread_start = nullptr;
 }
 
@@ -130,6 +134,8 @@ void OnCreateThread(std::function<int()> hook) {
 
 void OnPipe(std::function<int()> hook) { g_pipe = std::move(hook); }
 
+void OnGetpid(std::function<pid_t()> hook) { g_getpid = std::move(hook); }
+
 void OnNanosleep(std::function<void(const timespec&)> hook) {
   g_nanosleep = std::move(hook);
 }
@@ -143,6 +149,8 @@ void OnFread(std::function<void(std::size_t, std::size_t)> hook) {
 }
 
 void OnTrim(std::function<void()> hook) { g_trim = std::move(hook); }
+
+void OnJoin(std::function<void()> hook) { g_join = std::move(hook); }
 
 void OnThreadStart(std::function<void()> hook) {
   g_thread_start = std::move(hook);
@@ -208,6 +216,14 @@ __attribute__((visibility("default"))) int pthread_create(
       thread, attributes, body, argument);
 }
 
+__attribute__((visibility("default"))) int pthread_join(pthread_t thread,
+                                                        void** result) {
+  if (system_calls::g_join) {
+    system_calls::g_join();
+  }
+  return system_calls::Next(&::pthread_join, "pthread_join")(thread, result);
+}
+
 __attribute__((visibility("default"))) int pipe(int* ends) {
   if (const int error = system_calls::g_pipe ? system_calls::g_pipe() : 0;
       error != 0) {
@@ -215,6 +231,11 @@ __attribute__((visibility("default"))) int pipe(int* ends) {
     return -1;
   }
   return system_calls::Next(&::pipe, "pipe")(ends);
+}
+
+__attribute__((visibility("default"))) pid_t getpid() {
+  return system_calls::g_getpid ? system_calls::g_getpid()
+                                : system_calls::Next(&::getpid, "getpid")();
 }
 
 __attribute__((visibility("default"))) int close(int descriptor) {

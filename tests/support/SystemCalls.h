@@ -39,6 +39,7 @@ void OnExecv(std::function<int()> replacement);
 void OnMadvise(std::function<int()> replacement);
 void OnCreateThread(std::function<int()> replacement);
 void OnPipe(std::function<int()> replacement);
+void OnGetpid(std::function<pid_t()> replacement);
 
 // Observers, called on the calling thread, also in forked children. That of
 // nanosleep, which the standard library's pauses come to, gets its time before
@@ -49,6 +50,7 @@ void OnKill(std::function<void()> observer);
 void OnClose(std::function<void(int descriptor)> observer);
 void OnFread(std::function<void(std::size_t size, std::size_t count)> observer);
 void OnTrim(std::function<void()> observer);
+void OnJoin(std::function<void()> observer);
 
 // Called on each new thread before its body.
 void OnThreadStart(std::function<void()> observer);

@@ -829,6 +829,22 @@ TEST_F(ChildProcTest, DestroyingInAForkedChildSignalsWithoutWaiting) {
   EXPECT_TRUE(Eventually([] { return ThreadsInWait(getpid()) == 1 + kMore; }));
 }
 
+// Process ids are reused: a chain's tail may get the id of the launcher, which
+// has ended, and has no thread to join all the same.
+TEST_F(ChildProcTest, JoinsNothingInAForkedChildThatHasTheLaunchersProcessId) {
+  Start(Item(kSleeper));
+  AwaitChild();
+  EXPECT_EQ(InForkedChild([this, id = getpid()] {
+              system_calls::OnGetpid([id] { return id; });
+              system_calls::OnJoin([] { _exit(1); });
+              child_.reset();
+              return 0;
+            }),
+            0);
+  Await(kStartMessage, 2);
+  AwaitChild();
+}
+
 // Its signals go to its process group, also when an earlier child of the
 // launcher had an id.
 TEST_F(ChildProcTest, TheForkedChildHasTheProcessIdZeroForItsItem) {

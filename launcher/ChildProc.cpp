@@ -41,8 +41,9 @@ pthread_t& HandleOf(std::thread& thread) {
 
 ChildProc::ChildProc(std::string owner_name, JsonObject item_node)
     : pid(0), running(true), item(nullptr) {
-  // Not as initialiser: a copy of a view is a view, and the document that it
-  // points into is gone once the items are loaded. Assignment copies the value.
+  // Not as an initialiser: the copy of a view is a view, and the document that
+  // it points into is gone once the items are loaded. Assignment copies the
+  // value.
   item = item_node;
   owner = std::move(owner_name);
   name = static_cast<std::string>(item["name"]);

@@ -154,7 +154,7 @@ TEST(StopThread, ClosesNothingWhenThePipeIsRefused) {
             0);
 }
 
-TEST(StopThread, LeavesNothingBehindWithoutAThread) {
+TEST(StopThread, LeavesNothingOpenWithoutAThread) {
   EXPECT_EQ(InForkedChild([] {
               system_calls::OnCreateThread([] { return EAGAIN; });
               const int before = OpenDescriptors();
@@ -167,7 +167,7 @@ TEST(StopThread, LeavesNothingBehindWithoutAThread) {
             0);
 }
 
-TEST(StopThread, LeavesNothingBehindWithoutAPipe) {
+TEST(StopThread, LeavesNothingOpenWithoutAPipe) {
   EXPECT_EQ(InForkedChild([] {
               close(3);
               constexpr rlimit kStandardDescriptorsOnly{3, 4};

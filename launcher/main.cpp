@@ -98,6 +98,7 @@ void StopAllInHandler() {
   }
   if (g_launcher != kNone &&
       pthread_equal(pthread_self(), g_main_thread) == 0) {
+    // NOLINTNEXTLINE(bugprone-bad-signal-to-kill-thread): there is a handler.
     pthread_kill(g_main_thread, SIGTERM);
     return;
   }

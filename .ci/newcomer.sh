@@ -48,7 +48,7 @@ make_system() {
 
 # A fresh system with a clone of this repository in HOME, a directory in it.
 unpack_system() {
-  rm -rf "$root"
+  rm -rf --one-file-system "$root"
   mkdir -p "$root"
   tar -C "$root" -xpf "$cache/system.tar"
   cp -L /etc/resolv.conf "$root/etc/"
@@ -59,8 +59,8 @@ unpack_system() {
 # "chroot", or "pivot", where "/" is a mount point.
 inside() {
   env -i PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
-    HOME=/root LC_ALL=C.UTF-8 unshare --mount --pid --fork --kill-child \
-    setsid --wait bash -euc '
+    HOME=/root LC_ALL=C.UTF-8 timeout --signal=KILL 1800 \
+    unshare --mount --pid --fork --kill-child setsid --wait bash -euc '
       root=$1 archives=$2 how=$3
       shift 3
       [ "$how" = chroot ] || mount --bind "$root" "$root"
@@ -94,7 +94,7 @@ END
 # failure here.
 as_newcomer() {
   write_newcomer
-  if ! timeout --signal=KILL 1800 "${@:2}" > "$out/$1.log" 2>&1 ||
+  if ! "${@:2}" > "$out/$1.log" 2>&1 ||
     grep 'warning:' "$out/$1.log"; then
     tail -n 200 "$out/$1.log"
     echo "failed: as $1 on $codename (all output: $out/$1.log)"
@@ -119,4 +119,4 @@ inside pivot sh -euc '
   chown -R ann: /home/ann
   echo "ann ALL=(ALL) NOPASSWD: ALL" > /etc/sudoers.d/ann'
 as_newcomer ann inside pivot su - ann -c 'sh -eu /newcomer'
-rm -rf "$root"
+rm -rf --one-file-system "$root"

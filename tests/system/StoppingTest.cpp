@@ -138,20 +138,6 @@ TEST_F(StoppingTest, NoThreadBlocksSigterm) {
   run_->ExpectStops();
 }
 
-class OtherSignalsTest : public StoppingTest,
-                         public testing::WithParamInterface<int> {};
-
-TEST_P(OtherSignalsTest, EndTheLauncherAndOrphanItsPrograms) {
-  run_->StartItems(ItemsFile({Sleeper("a")}));
-  const pid_t child = run_->AwaitChildren(1).at(0);
-  run_->Signal(GetParam());
-  EXPECT_EQ(run_->Wait() & 0x7f, GetParam());
-  EXPECT_EQ(kill(child, 0), 0);
-}
-
-INSTANTIATE_TEST_SUITE_P(Signals, OtherSignalsTest,
-                         testing::Values(SIGINT, SIGHUP, SIGQUIT, SIGUSR1));
-
 TEST_F(StoppingTest, AnEmptyProgramEndsTheWholeProcessGroup) {
   run_->StartItems(ItemsFile({Sleeper("bystander"), R"({"name": "empty"})"}));
   EXPECT_EQ(run_->Wait(), SIGKILL);

@@ -50,8 +50,7 @@ bool IsForkedChild(const Process& process) {
   return LooksLikeLauncher(process) && process.threads == 1;
 }
 
-// The process that was a launcher's forked child a moment ago, or the one that
-// will execute its program in a moment.
+// Whether it has just been forked and may still execute its program.
 bool IsStarting(const Worker& worker) {
   return worker.links == 1 && worker.command_line.empty();
 }

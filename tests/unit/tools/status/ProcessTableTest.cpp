@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <ctime>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -59,8 +60,7 @@ class Started {
 };
 
 TEST(ProcessTable, HoldsThisProcess) {
-  const auto busy_until = std::chrono::steady_clock::now() + 100ms;
-  while (std::chrono::steady_clock::now() < busy_until) {
+  while (std::clock() < CLOCKS_PER_SEC / 10) {
   }
   const std::optional<Process> self = Find(getpid());
   ASSERT_TRUE(self);
@@ -99,7 +99,7 @@ TEST(ProcessTable, HoldsArgumentsByteForByte) {
 TEST(ProcessTable, CopesWithAnyName) {
   const TempDir directory;
   const std::string program = directory.Path() / ") R 1 (x";
-  fs::create_symlink("/bin/sleep", program);
+  fs::copy_file("/bin/sleep", program);
   const Started started(program, {"sleep", "1000"});
   std::optional<Process> process;
   EXPECT_TRUE(Eventually([&] {

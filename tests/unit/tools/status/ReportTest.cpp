@@ -86,6 +86,10 @@ TEST_F(StatusReport, NamesEachState) {
   EXPECT_EQ(text(ItemState::kBetweenStarts), "between two starts");
   EXPECT_EQ(text(ItemState::kChain), "chain of 12 processes");
   EXPECT_EQ(text(ItemState::kNotRunning), "not running");
+  ItemStatus single;
+  single.state = ItemState::kChain;
+  single.worker = Chain(1, 1);
+  EXPECT_EQ(StateText(single), "chain of 1 process");
   EXPECT_EQ(text(ItemState::kGivenUp), "given up");
 }
 

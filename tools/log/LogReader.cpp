@@ -71,6 +71,7 @@ std::vector<std::string> FindLogFiles(const std::string& path) {
   }
   std::ranges::sort(aside);
   std::vector<std::string> files;
+  files.reserve(numbered.size() + aside.size() + 1);
   for (const auto& [number, file] : numbered) {
     files.push_back(file);
   }

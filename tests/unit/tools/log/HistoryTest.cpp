@@ -115,6 +115,14 @@ TEST_F(HistoryOf, CountsEndsInAnyMinute) {
   EXPECT_EQ(Item().rate.At(At(1000) / kSecond), 1U);
 }
 
+TEST_F(HistoryOf, CountsAnEarlierEndInTheLatestSecond) {
+  End(100);
+  End(10);
+  EXPECT_EQ(Item().rate.Worst(), 2U);
+  EXPECT_EQ(Item().rate.At(At(159) / kSecond), 2U);
+  EXPECT_EQ(Item().rate.At(At(160) / kSecond), 0U);
+}
+
 TEST_F(HistoryOf, RecognisesARunningItem) {
   End(0);
   EXPECT_EQ(Item().StateAt(At(100)), ItemState::kRunning);

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <regex>
+#include <string>
 
 #include "tools/log/Plot.h"
 
@@ -166,6 +168,15 @@ TEST_F(PlotOf, LeavesOutNumbersThatWouldOverlap) {
   const std::string svg = Svg();
   EXPECT_LT(Count(svg, "class=\"count\""), Count(svg, "class=\"end\""));
   EXPECT_GT(Count(svg, "class=\"count\""), 20U);
+  const std::regex number(
+      "<text x=\"([0-9.]+)\" y=\"[0-9.]+\" class=\"count\"");
+  double last = 0;
+  for (std::sregex_iterator it(svg.begin(), svg.end(), number), end; it != end;
+       ++it) {
+    constexpr double kFourDigits = 24;
+    EXPECT_GT(std::stod((*it)[1]), last + kFourDigits);
+    last = std::stod((*it)[1]);
+  }
 }
 
 TEST_F(PlotOf, SaysOnTheLaneWhatNeedsAttention) {

@@ -191,6 +191,16 @@ TEST(LogReport, NamesAsManyItemsAsFitALine) {
             "16 more\n");
 }
 
+TEST(LogReport, CutsANameThatIsLongerThanALine) {
+  History history;
+  Add(&history, 0, LogEventKind::kForkFailed, std::string(100, 'x'));
+  Add(&history, 0, LogEventKind::kForkFailed, "b");
+  const std::string text = At(history, 0).Alerts(60);
+  EXPECT_TRUE(Has(text, "): " + std::string(10, 'x'))) << text;
+  EXPECT_TRUE(text.ends_with("\xE2\x80\xA6 and 1 more\n")) << text;
+  EXPECT_LE(DisplayWidth(text.substr(0, text.size() - 1)), 60U) << text;
+}
+
 TEST(LogReport, ShowsTroubleAsAlerts) {
   History history;
   Add(&history, 0, LogEventKind::kStart, "fine");
@@ -278,6 +288,13 @@ TEST(LogReport, IsAJsonDocument) {
   EXPECT_EQ(static_cast<int>(forkless["failed_forks"]), 1);
   EXPECT_TRUE(forkless["last_end"].ToText().starts_with("null"));
   EXPECT_TRUE(forkless["uptime_ms"].ToText().starts_with("null"));
+}
+
+TEST(LogReport, HasNoTimesWithoutLines) {
+  const History history;
+  JsonObject report(At(history, 0).Json().c_str());
+  EXPECT_FALSE(report.HasObject("first"));
+  EXPECT_EQ(static_cast<int>(report["lines"]), 0);
 }
 
 TEST(LogReport, DescribesAnItemInJson) {

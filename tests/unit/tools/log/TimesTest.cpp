@@ -75,6 +75,8 @@ TEST(Times, WritesSpansInFiveColumns) {
   EXPECT_EQ(SpanText(-5), "0ms");
   EXPECT_EQ(SpanText(49'999), "49ms");
   EXPECT_EQ(SpanText(999'999), "999ms");
+  EXPECT_EQ(SpanText(999'000), "999ms");
+  EXPECT_EQ(SpanText(1'000'000), "1.0s");
   EXPECT_EQ(SpanText(3'290'000), "3.2s");
   EXPECT_EQ(SpanText(9'990'000), "9.9s");
   EXPECT_EQ(SpanText(59'999'999), "59s");

@@ -1,4 +1,5 @@
-// The program launcher-log, on files and on the log of a real launcher.
+// The program launcher-log, on files and on the log of a real launcher. Process
+// 1, the launcher of these files, always exists.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -17,12 +18,15 @@
 #include <vector>
 
 #include "common/json/JsonObject.h"
+#include "common/util/StringHelpers.h"
+#include "launcher/Messages.h"
 #include "tests/support/Command.h"
 #include "tests/support/Files.h"
 #include "tests/support/LauncherRun.h"
 #include "tests/support/Poll.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/TempDir.h"
+#include "tools/log/Times.h"
 #include "tools/text/Characters.h"
 
 namespace {
@@ -30,8 +34,8 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string Line(const std::string& name, int status = 256) {
-  return "2026-11-21T06:20:31.000000Z ERROR 1:2 [LAUNCHER  ] " + name +
-         " 3 is killed. ret = 3, status = " + std::to_string(status) + "\n";
+  return "2026-11-21T06:20:31.000000Z ERROR 1:2 " +
+         string_format(kEndMessage, name.c_str(), 3, 3, status) + "\n";
 }
 
 class LauncherLog : public testing::Test {
@@ -69,12 +73,12 @@ TEST_F(LauncherLog, ShowsTheWantedItemsOnly) {
 
 TEST_F(LauncherLog, ShowsTheWantedTimeOnly) {
   const std::string log = directory_.Write("launcher.log", Line("a"));
-  const auto items = [&](const std::string& since) {
+  const auto lines = [&](const std::string& since) {
     JsonObject report(Run({"--json", "--since", since, log}).output.c_str());
-    return report["items"].GetArraySize();
+    return static_cast<int>(report["lines"]);
   };
-  EXPECT_EQ(items("2026-11-21T06:20:31"), 1U);
-  EXPECT_EQ(items("2026-11-21T06:20:32"), 0U);
+  EXPECT_EQ(lines("2026-11-21T06:20:31"), 1);
+  EXPECT_EQ(lines("2026-11-21T06:20:31.000001Z"), 0);
   EXPECT_EQ(Run({"--since", "soon", log}).status, 3);
 }
 
@@ -86,7 +90,7 @@ TEST_F(LauncherLog, DrawsAPicture) {
   EXPECT_EQ(Run({"--plot", directory_.Path() / "no/a.svg", log}).status, 3);
 }
 
-TEST_F(LauncherLog, TellsWrongUseByItsExitStatus) {
+TEST_F(LauncherLog, EndsWithThreeWhenUsedWrongly) {
   const std::string log = directory_.Write("launcher.log", Line("a"));
   EXPECT_EQ(Run({directory_.Path() / "none"}).status, 3);
   EXPECT_NE(Run({directory_.Path() / "none"}).errors.find("none: No such file"),
@@ -94,6 +98,9 @@ TEST_F(LauncherLog, TellsWrongUseByItsExitStatus) {
   EXPECT_EQ(Run({"--nonsense"}).status, 3);
   EXPECT_EQ(Run({"--follow", "--json", log}).status, 3);
   EXPECT_EQ(Run({"--follow", "--plot", "x", log}).status, 3);
+  EXPECT_EQ(Run({"--follow", "--alert", log}).status, 3);
+  EXPECT_EQ(Run({"--events", "--alert", log}).status, 3);
+  EXPECT_EQ(Run({"--events", "--json", log}).status, 3);
   EXPECT_EQ(Run({"--help"}).status, 0);
   EXPECT_TRUE(Run({"--version"}).output.starts_with("launcher-log 1."));
 }
@@ -167,22 +174,8 @@ class LauncherLogOnTerminal : public LauncherLog {
     });
   }
 
-  // Has a log read from a pipe for so long that its progress is shown.
-  void ReadUntilProgressIsShown() {
-    ASSERT_EQ(mkfifo(log_.c_str(), 0600), 0);
-    pipe_ = open(log_.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-    Start({}, "xterm", {24, 12, 0, 0});
-    const std::string line = Line("a");
-    EXPECT_TRUE(Eventually([&] {
-      [[maybe_unused]] const auto ignored =
-          write(pipe_, line.data(), line.size());
-      return command_->Output().find("reading: ") != std::string::npos;
-    })) << command_->Output();
-  }
-
   std::string log_ = directory_.Path() / "launcher.log";
   std::optional<TerminalCommand> command_;
-  int pipe_ = -1;
 };
 
 TEST_F(LauncherLogOnTerminal, RenewsItsTable) {
@@ -199,7 +192,7 @@ TEST_F(LauncherLogOnTerminal, KeepsTheTableWithinTheTerminal) {
     Append(Line("item" + std::to_string(i)));
   }
   Start({"--follow"}, "xterm", {12, 30, 0, 0});
-  EXPECT_TRUE(Shows("\r\nitem4 "));
+  EXPECT_TRUE(Shows("\r\nitem3 "));
   std::istringstream lines(Screen(command_->Output()));
   int count = 0;
   for (std::string line; std::getline(lines, line) && line[0] != '\x1b';) {
@@ -235,43 +228,148 @@ TEST_F(LauncherLogOnTerminal, FollowsLineByLineWhereEscapesAreNotKnown) {
   EXPECT_EQ(command_->Output().find('\x1b'), std::string::npos);
 }
 
-TEST_F(LauncherLogOnTerminal, WipesItsProgressWhenItHasReadAll) {
-  ReadUntilProgressIsShown();
-  close(pipe_);
+TEST_F(LauncherLogOnTerminal, FitsTheTerminal) {
+  const std::string name(60, 'n');
+  for (const int status : {0, 256, 512, 9, 11, 15}) {
+    Append(Line(name, status));
+  }
+  for (const unsigned short columns : {std::uint16_t{80}, std::uint16_t{120}}) {
+    Start({}, "xterm", {24, columns, 0, 0});
+    EXPECT_EQ(command_->Wait(), 0);
+    std::istringstream lines(command_->Output());
+    std::string line;
+    while (std::getline(lines, line) && !line.starts_with("n")) {
+    }
+    EXPECT_EQ(DisplayWidth(line.substr(0, line.find('\r'))), columns) << line;
+  }
+  Start({}, "xterm", {24, 200, 0, 0});
   EXPECT_EQ(command_->Wait(), 0);
-  const std::string& output = command_->Output();
-  const std::size_t wipe = output.rfind("\r\x1b[K");
-  ASSERT_NE(wipe, std::string::npos);
-  EXPECT_GT(wipe, output.rfind("reading: "));
-  EXPECT_EQ(output.substr(wipe + 4, log_.size()), log_);
-  // Nothing of it reaches the terminal's last column.
-  for (std::size_t at = 0; (at = output.find("reading: ", at)) != output.npos;
-       ++at) {
-    EXPECT_EQ(output.find('\r', at) - at, 11U);
-  }
+  EXPECT_NE(command_->Output().find("\n" + name + " "), std::string::npos);
 }
 
-TEST_F(LauncherLogOnTerminal, WipesItsProgressWhenItIsEnded) {
-  for (const int number : {SIGINT, SIGTERM}) {
-    ReadUntilProgressIsShown();
-    command_->Signal(number);
-    EXPECT_EQ(command_->Wait(), 128 + number);
-    EXPECT_TRUE(command_->Output().ends_with("\r\x1b[K"));
-    close(pipe_);
-    fs::remove(log_);
-  }
+TEST_F(LauncherLogOnTerminal, ShowsThatALogToFollowIsNotThereYet) {
+  Start({"--follow"});
+  EXPECT_TRUE(Shows(log_ + ": not there yet"));
+  Append(Line("new"));
+  EXPECT_TRUE(Shows("\r\nnew "));
 }
 
-TEST_F(LauncherLog, ShowsNoProgressWithoutATerminal) {
+TEST_F(LauncherLogOnTerminal, FollowsEventsFromTheStart) {
+  Append(Line("old"));
+  Start({"--follow", "--events"});
+  EXPECT_TRUE(Eventually([&] {
+    return command_->Output().find("old (process 3) ended") !=
+           std::string::npos;
+  }));
+  Append(Line("new"));
+  EXPECT_TRUE(Eventually([&] {
+    return command_->Output().find("new (process 3) ended") !=
+           std::string::npos;
+  }));
+}
+
+TEST_F(LauncherLog, ReadsAPipe) {
   const std::string part = directory_.Write("part", Line("a"));
-  const std::string script = "(cat " + part + "; sleep 2; cat " + part +
-                             "; sleep 1; cat " + part +
-                             ") | " LAUNCHER_LOG " /dev/stdin";
-  const CommandResult result = RunCommand({"/bin/sh", "-c", script});
+  const CommandResult result = RunCommand(
+      {"/bin/sh", "-c",
+       "cat " + part + " " + part + " | " LAUNCHER_LOG " /dev/stdin"});
   EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.errors, "");
   EXPECT_EQ(result.output.find('\x1b'), std::string::npos);
-  EXPECT_NE(result.output.find(", 3 lines\n"), std::string::npos);
+  EXPECT_NE(result.output.find(", lines: 2\n"), std::string::npos);
+}
+
+TEST_F(LauncherLog, ListsEvents) {
+  const std::string log =
+      directory_.Write("launcher.log", Line("a") + Line("b c", 9));
+  EXPECT_EQ(Run({"--events", log}).output,
+            "2026-11-21T06:20:31Z a (process 3) ended: exit 1\n"
+            "2026-11-21T06:20:31Z b c (process 3) ended: SIGKILL\n");
+  EXPECT_EQ(Run({"--events", "--item", "a", log}).output,
+            "2026-11-21T06:20:31Z a (process 3) ended: exit 1\n");
+  EXPECT_EQ(Run({"--events", "--since", "2026-11-22", log}).output, "");
+}
+
+TEST_F(LauncherLog, EndsWithOneForTrouble) {
+  const std::string fine = directory_.Write("fine.log", Line("a"));
+  EXPECT_EQ(Run({"--alert", fine}).status, 0);
+  EXPECT_EQ(Run({"--alert", fine}).output, "");
+  const std::string log =
+      directory_.Write("launcher.log", Line("a") + Line("stopped", 9));
+  EXPECT_EQ(Run({log}).status, 0);
+  const CommandResult alert = Run({"--alert", log});
+  EXPECT_EQ(alert.status, 1);
+  EXPECT_EQ(alert.output, "silent (launcher stopped or killed): stopped\n");
+  const CommandResult json = Run({"--alert", "--json", log});
+  EXPECT_EQ(json.status, 1);
+  EXPECT_TRUE(json.output.starts_with("{"));
+}
+
+TEST_F(LauncherLog, SaysThatTheLauncherIsGone) {
+  constexpr const char* kNoProcess =
+      "2026-11-21T06:20:31.000000Z ERROR "
+      "2147483647:2 ";
+  const std::string log = directory_.Write(
+      "launcher.log",
+      kNoProcess + string_format(kEndMessage, "a", 3, 3, 256) + "\n");
+  const std::string output = Run({log}).output;
+  EXPECT_NE(output.find("process 2147483647, no longer there\n"),
+            std::string::npos);
+  EXPECT_NE(output.find("  gone   exit 1\n"), std::string::npos) << output;
+}
+
+TEST_F(LauncherLog, KeepsHealthyItemsWithSince) {
+  const std::string log = directory_.Write("launcher.log", Line("a"));
+  const std::string output = Run({"--since", "2026-11-21T07:00", log}).output;
+  EXPECT_NE(output.find("\na  "), std::string::npos);
+  EXPECT_NE(output.find("lines: 0; "), std::string::npos);
+}
+
+TEST_F(LauncherLog, DropsAFragmentAndKeepsTheLineAfterIt) {
+  const std::string log =
+      directory_.Write("launcher.log", "2026-" + Line("whole") + "junk\n");
+  const std::string output = Run({log}).output;
+  EXPECT_NE(output.find("\nwhole  "), std::string::npos);
+  EXPECT_NE(output.find("\nunrecognised lines: 2\n"), std::string::npos);
+}
+
+TEST_F(LauncherLog, SaysWhatIsWrongWithItsInput) {
+  const std::string log = directory_.Write("launcher.log", Line("a"));
+  const auto error_of = [&](const std::vector<std::string>& arguments) {
+    const CommandResult result = Run(arguments);
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(result.output, "");
+    return result.errors;
+  };
+  EXPECT_EQ(error_of({"--item", "a", "--item", "b", log}),
+            "launcher-log: --item: the log does not mention b\n");
+  const std::string text = directory_.Write("text", "no\nlog\n");
+  EXPECT_EQ(error_of({text}), "launcher-log: " + text +
+                                  ": not a log, no line is laid out as one\n");
+  const std::string gzip = directory_.Write("launcher.log.gz", "\x1f\x8b\x08");
+  EXPECT_NE(error_of({gzip}).find("gunzip -c"), std::string::npos);
+  directory_.Write("other.log", Line("a"));
+  fs::create_directory(directory_.Path() / "other.1.log");
+  EXPECT_EQ(error_of({directory_.Path() / "other.log"}),
+            "launcher-log: " + (directory_.Path() / "other.1.log").string() +
+                ": Is a directory\n");
+  EXPECT_EQ(error_of({"--since", "25:00", log}),
+            std::string("launcher-log: --since: not a time: 25:00\nwrite ") +
+                kSinceForms + "\n");
+}
+
+TEST_F(LauncherLog, ReadsAnEmptyLog) {
+  const CommandResult result = Run({directory_.Write("launcher.log", "")});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_NE(result.output.find("lines: 0; above level DEBUG"),
+            std::string::npos);
+}
+
+TEST_F(LauncherLog, SaysThatALogToFollowIsNotThereYet) {
+  const std::string log = directory_.Path() / "launcher.log";
+  const CommandResult result = RunCommand(
+      {"/bin/sh", "-c",
+       "timeout 2 " LAUNCHER_LOG " --follow " + log + " >/dev/null"});
+  EXPECT_EQ(result.errors, "launcher-log: " + log + ": not there yet\n");
 }
 
 TEST_F(LauncherLog, ReadsALongLogInLittleMemory) {

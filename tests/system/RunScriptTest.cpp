@@ -202,11 +202,10 @@ TEST_F(RunTest, ShowsAtTheEndWhatBecameOfTheItems) {
   kill(script_, SIGTERM);
   EXPECT_EQ(Wait(), 0);
   const std::string output = Output();
-  const std::size_t table = output.find("\nITEM             STARTS  ENDS");
+  const std::size_t table = output.find("\nITEM    STARTS ENDS");
   ASSERT_NE(table, std::string::npos) << output;
   EXPECT_GT(table, output.find(kStopped));
-  EXPECT_NE(output.find("\nsleeper               1     1  SIGKILL", table),
-            std::string::npos)
+  EXPECT_NE(output.find("\nsleeper      1    1 ", table), std::string::npos)
       << output;
   EXPECT_NE(output.find("\nsilent (launcher stopped or killed): ", table),
             std::string::npos)

@@ -2,14 +2,16 @@
 
 #include <algorithm>
 #include <csignal>
+#include <utility>
 
+#include "launcher/Items.h"
 #include "tools/log/WaitStatus.h"
 
 namespace {
 
-constexpr LogMicros kRestartPause = 50'000;
+constexpr LogMicros kPause = std::chrono::microseconds(kRestartPause).count();
 
-// An item starts again within this, or not at all.
+// An item that has not started again after this long will not.
 constexpr LogMicros kRestartSeen = kMicrosPerSecond;
 
 constexpr std::uint32_t kLoopingPerMinute = 5;
@@ -17,10 +19,6 @@ constexpr std::uint32_t kLoopingPerMinute = 5;
 // More launchers than this run an item of one name only in the long run.
 constexpr std::size_t kMaxSupervisors = 16;
 constexpr std::size_t kMaxLaunchers = 256;
-
-// Whether the event comes from a forked copy of a launcher: its only thread has
-// the process's own number, which a supervision thread never has.
-bool IsFromCopy(const LogEvent& event) { return event.process == event.thread; }
 
 }  // namespace
 
@@ -50,32 +48,12 @@ std::uint32_t MinuteRate::At(std::int64_t second) const {
   return sum;
 }
 
-const char* Describe(ItemState state) {
-  switch (state) {
-    case ItemState::kRunning:
-      return "running";
-    case ItemState::kPausing:
-      return "pausing";
-    case ItemState::kLooping:
-      return "looping";
-    case ItemState::kSilent:
-      return "silent";
-    case ItemState::kNoFork:
-      return "no fork";
-    case ItemState::kNoProgram:
-      return "no path";
-    case ItemState::kChain:
-      break;
-  }
-  return "chain";
-}
-
 std::uint64_t ItemHistory::Starts() const {
   return HasDerivedStarts() ? ends : logged_starts;
 }
 
 ItemState ItemHistory::StateAt(LogMicros now) const {
-  if (last_by_copy && last_kind == LogEventKind::kStart) {
+  if (last_by_child && last_kind == LogEventKind::kStart) {
     return ItemState::kChain;
   }
   if (last_kind == LogEventKind::kForkFailed) {
@@ -95,134 +73,175 @@ ItemState ItemHistory::StateAt(LogMicros now) const {
   if (paused) {
     return ItemState::kPausing;
   }
-  // By rule it has been started again. The rule ends with the launcher, which
-  // kills its programs.
+  // By rule it was started again. The rule ends with the launcher, which kills
+  // its programs.
   const bool killed = WaitStatus(last_status).signal == SIGKILL;
   return HasDerivedState() && overdue && killed ? ItemState::kSilent
                                                 : ItemState::kRunning;
+}
+
+ItemState ItemHistory::StateAt(const Present& present) const {
+  const ItemState state = StateAt(present.now);
+  const bool runs =
+      state == ItemState::kRunning || state == ItemState::kLooping;
+  return runs && !present.exists(launcher) ? ItemState::kGone : state;
 }
 
 bool ItemHistory::HasDerivedState() const {
   return last_kind == LogEventKind::kEnd && !last_logs_starts;
 }
 
-void History::Add(const LogEvent& event) {
+std::optional<LogMicros> ItemHistory::RunStart() const {
+  const auto latest =
+      std::ranges::max_element(supervisors, {}, &Supervisor::last);
+  return latest == supervisors.end() ? std::nullopt : latest->start;
+}
+
+std::optional<LogMicros> ItemHistory::Uptime(const Present& present) const {
+  const ItemState state = StateAt(present);
+  const bool runs =
+      state == ItemState::kRunning || state == ItemState::kLooping;
+  const auto start = runs ? RunStart() : std::nullopt;
+  return start ? std::optional(present.now - *start) : std::nullopt;
+}
+
+std::optional<LogMicros> ItemHistory::Longest(const Present& present) const {
+  return std::max(longest_ended, Uptime(present));
+}
+
+History::History(Selection selection, RunSink on_run)
+    : selection_(std::move(selection)), on_run_(std::move(on_run)) {}
+
+bool History::IsWanted(const LogEvent& event) const {
+  return !event.IsAboutItem() || selection_.names.empty() ||
+         selection_.names.contains(Unescaped(event.name));
+}
+
+bool History::Add(const LogEvent& event) {
+  ++recognised_;
+  unrecognised_ += event.fragments;
+  if (!IsWanted(event)) {
+    return false;
+  }
+  const bool counts = !selection_.since || event.time >= *selection_.since;
+  if (counts) {
+    Count(event);
+  }
+  if (event.IsAboutItem()) {
+    AddItemEvent(event, counts);
+  } else if (event.kind == LogEventKind::kNameless ||
+             event.kind == LogEventKind::kParseFailed) {
+    SeeLauncher(event);
+  }
+  return counts;
+}
+
+void History::Count(const LogEvent& event) {
   first_ = lines_ == 0 ? event.time : std::min(first_, event.time);
   last_ = std::max(last_, event.time);
   ++lines_;
-  switch (event.kind) {
-    case LogEventKind::kStart:
-    case LogEventKind::kEnd:
-    case LogEventKind::kForkFailed:
-    case LogEventKind::kNoProgram:
-      AddItemEvent(event);
-      break;
-    case LogEventKind::kNameless:
-      ++nameless_;
-      SeeLauncher(event);
-      break;
-    case LogEventKind::kUnparsable:
-      ++unparsable_;
-      SeeLauncher(event);
-      break;
-    case LogEventKind::kLost:
-      lost_ += event.lost;
-      break;
-    case LogEventKind::kOther:
-      break;
-  }
+  lost_ += event.lost;
+  lost_error_ = event.lost > 0 ? event.error : lost_error_;
+  cut_ += event.kind == LogEventKind::kCut ? 1U : 0U;
+  nameless_ += event.kind == LogEventKind::kNameless ? 1U : 0U;
+  parse_failed_ += event.kind == LogEventKind::kParseFailed ? 1U : 0U;
 }
 
-void History::AddItemEvent(const LogEvent& event) {
-  const std::size_t index = Find(event.name);
-  ItemHistory& item = items_[index];
-  if (!IsFromCopy(event)) {
+void History::AddItemEvent(const LogEvent& event, bool counts) {
+  ItemHistory& item = Find(event.name);
+  if (!event.IsFromForkedChild()) {
     SeeLauncher(event);
+    item.launcher = event.process;
   }
   if (event.kind == LogEventKind::kStart) {
-    AddStart(&item, event);
+    AddStart(item, event, counts);
   } else if (event.kind == LogEventKind::kEnd) {
-    AddEnd(index, event);
-  } else if (event.kind == LogEventKind::kForkFailed) {
+    AddEnd(item, event, counts);
+  } else if (event.kind == LogEventKind::kForkFailed && counts) {
     ++item.failed_forks;
   }
   item.last_time = event.time;
   item.last_kind = event.kind;
-  item.last_by_copy = IsFromCopy(event);
+  item.last_by_child = event.IsFromForkedChild();
 }
 
-std::size_t History::Find(std::string_view name) {
+ItemHistory& History::Find(std::string_view name) {
   const auto found = indices_.find(name);
   if (found != indices_.end()) {
-    return found->second;
+    return items_[found->second];
   }
-  const std::size_t index = items_.size();
-  indices_.emplace(name, index);
-  items_.emplace_back().name = name;
-  return index;
+  ItemHistory& item = items_.emplace_back();
+  item.name = name;
+  item.index = items_.size() - 1;
+  indices_.emplace(name, item.index);
+  return item;
 }
 
-Supervisor* History::FindSupervisor(ItemHistory* item, const LogEvent& event) {
-  auto& all = item->supervisors;
+Supervisor& History::FindSupervisor(ItemHistory& item, const LogEvent& event) {
+  auto& all = item.supervisors;
   const auto found = std::ranges::find_if(all, [&](const Supervisor& one) {
     return one.thread == event.thread && one.process == event.process;
   });
   if (found != all.end()) {
     found->last = event.time;
-    return &*found;
+    return *found;
   }
   if (all.size() == kMaxSupervisors) {
     all.erase(std::ranges::min_element(all, {}, &Supervisor::last));
   }
   all.push_back({event.process, event.thread, {}, false, event.time});
-  return &all.back();
+  return all.back();
 }
 
-void History::AddStart(ItemHistory* item, const LogEvent& event) {
-  if (IsFromCopy(event)) {
-    ++item->copies;
+void History::AddStart(ItemHistory& item, const LogEvent& event, bool counts) {
+  if (event.IsFromForkedChild()) {
+    item.copies += counts ? 1U : 0U;
     return;
   }
-  ++item->logged_starts;
-  Supervisor* const supervisor = FindSupervisor(item, event);
-  supervisor->start = event.time;
-  supervisor->logs_starts = true;
+  item.logs_starts = true;
+  item.logged_starts += counts ? 1U : 0U;
+  Supervisor& supervisor = FindSupervisor(item, event);
+  supervisor.start = event.time;
+  supervisor.logs_starts = true;
 }
 
-void History::AddEnd(std::size_t index, const LogEvent& event) {
-  ItemHistory& item = items_[index];
-  Supervisor* const supervisor = FindSupervisor(&item, event);
-  ++item.ends;
+void History::AddEnd(ItemHistory& item, const LogEvent& event, bool counts) {
+  Supervisor& supervisor = FindSupervisor(item, event);
+  const auto start = supervisor.start;
   item.last_end = event.time;
   item.last_status = event.status;
-  item.last_logs_starts = supervisor->logs_starts;
+  item.last_logs_starts = supervisor.logs_starts;
+  supervisor.start.reset();
+  if (!supervisor.logs_starts) {
+    supervisor.start = event.time + kPause;
+  }
+  if (!counts) {
+    return;
+  }
+  ++item.ends;
+  ++item.statuses[event.status];
   item.rate.Add(event.time / kMicrosPerSecond);
-  if (supervisor->start) {
-    const LogMicros life =
-        std::max<LogMicros>(event.time - *supervisor->start, 0);
-    item.longest = std::max(item.longest.value_or(0), life);
+  if (start) {
+    const LogMicros life = std::max<LogMicros>(event.time - *start, 0);
+    item.longest_ended = std::max(item.longest_ended.value_or(0), life);
   }
   if (on_run_) {
-    on_run_({index, supervisor->start, event.time, event.status});
-  }
-  supervisor->start.reset();
-  if (!supervisor->logs_starts) {
-    supervisor->start = event.time + kRestartPause;
+    on_run_({item.index, start, event.time, event.status});
   }
 }
 
 void History::SeeLauncher(const LogEvent& event) {
-  const auto found = launchers_.find(event.process);
-  if (found != launchers_.end()) {
-    found->second.last = std::max(found->second.last, event.time);
-    return;
+  if (!launchers_.contains(event.process)) {
+    ++launcher_count_;
+    if (launchers_.size() == kMaxLaunchers) {
+      launchers_.erase(std::ranges::min_element(
+          launchers_, {}, [](const auto& entry) { return entry.second.last; }));
+    }
+    launchers_[event.process] = {event.process, event.time, event.time};
   }
-  ++launcher_count_;
-  if (launchers_.size() == kMaxLaunchers) {
-    launchers_.erase(std::ranges::min_element(
-        launchers_, {}, [](const auto& entry) { return entry.second.last; }));
-  }
-  launchers_[event.process] = {event.process, event.time, event.time};
+  LauncherSeen& launcher = launchers_[event.process];
+  launcher.last = std::max(launcher.last, event.time);
+  launcher.logs_starts |= event.kind == LogEventKind::kStart;
 }
 
 std::vector<LauncherSeen> History::Launchers() const {
@@ -232,4 +251,25 @@ std::vector<LauncherSeen> History::Launchers() const {
   }
   std::ranges::sort(launchers, {}, &LauncherSeen::last);
   return launchers;
+}
+
+std::vector<const ItemHistory*> History::Items(const Present& present) const {
+  const auto launchers = Launchers();
+  const std::int64_t last = launchers.empty() ? 0 : launchers.back().process;
+  std::vector<const ItemHistory*> items;
+  for (const ItemHistory& item : items_) {
+    if (!selection_.since || item.last_time >= *selection_.since ||
+        item.launcher == last || present.exists(item.launcher)) {
+      items.push_back(&item);
+    }
+  }
+  return items;
+}
+
+std::vector<std::string> History::UnknownNames() const {
+  std::set<std::string> names = selection_.names;
+  for (const ItemHistory& item : items_) {
+    names.erase(Unescaped(item.name));
+  }
+  return {names.begin(), names.end()};
 }

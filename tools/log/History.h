@@ -1,9 +1,9 @@
-// What a log tells about items and launchers.
+// What a log says about items and launchers.
 //
-// Starts are logged at level DEBUG only. Where they are not, they are derived
-// from the ends: the launcher pauses 50 ms after an end and starts the program
-// again. A supervision thread serves one item, so a process's and thread's
-// numbers tell whose end follows whose start.
+// The launcher logs starts at level DEBUG only. Elsewhere they are derived from
+// the ends: the launcher starts a program again `kRestartPause` after its end.
+// A supervision thread serves one item, so the process and thread ids of a line
+// show which end follows which start.
 //
 // Memory grows with the items, not with the log.
 
@@ -15,11 +15,18 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "tools/log/LogLine.h"
+
+// The moment that a history is looked at, and which processes exist then.
+struct Present {
+  LogMicros now = 0;
+  std::function<bool(std::int64_t process)> exists;
+};
 
 // Events in any minute: how many now, and how many at worst.
 class MinuteRate {
@@ -39,7 +46,7 @@ class MinuteRate {
   std::uint32_t worst_ = 0;
 };
 
-// One supervision thread, and the program that it has started last.
+// One supervision thread, and the program that it started last.
 struct Supervisor {
   std::int64_t process = 0;
   std::int64_t thread = 0;
@@ -52,35 +59,67 @@ enum class ItemState {
   kRunning,    // was started last or, by rule, again
   kPausing,    // ended, and is about to be started again
   kLooping,    // ends all the time
-  kSilent,     // ended, and not seen to start again
+  kSilent,     // ended, and was not seen to start again
+  kGone,       // ran last, but its launcher no longer exists
+  kChain,      // cannot be executed; grows a chain of processes
   kNoFork,     // could not be forked; its supervision is over
   kNoProgram,  // has an empty program path
-  kChain,      // cannot be executed; grows a chain of processes
 };
 
-const char* Describe(ItemState state);
+struct StateText {
+  ItemState state;
+  const char* name;
+  const char* meaning;  // of a state that needs attention; otherwise null
+};
+
+// In the order of the enumeration.
+inline constexpr std::array<StateText, 8> kStateTexts{{
+    {ItemState::kRunning, "running", nullptr},
+    {ItemState::kPausing, "pausing", nullptr},
+    {ItemState::kLooping, "looping", "ends again and again"},
+    {ItemState::kSilent, "silent", "launcher stopped or killed"},
+    {ItemState::kGone, "gone", "launcher no longer there"},
+    {ItemState::kChain, "chain", "cannot be executed"},
+    {ItemState::kNoFork, "no fork", "given up for good"},
+    {ItemState::kNoProgram, "no path", "empty \"program\""},
+}};
+
+inline const StateText& TextOf(ItemState state) {
+  return kStateTexts[static_cast<std::size_t>(state)];
+}
 
 struct ItemHistory {
   std::string name;  // escaped
+  std::size_t index = 0;
+  bool logs_starts = false;  // whether any of its launchers does
   std::uint64_t logged_starts = 0;
   std::uint64_t ends = 0;
-  std::uint64_t copies = 0;  // starts by copies that could not be executed
+  std::uint64_t copies = 0;  // starts by forked children: links of a chain
   std::uint64_t failed_forks = 0;
+  std::map<int, std::uint64_t> statuses;  // how many ends had each
   LogMicros last_time = 0;
   LogEventKind last_kind = LogEventKind::kOther;
-  bool last_by_copy = false;
+  std::int64_t launcher = 0;  // the process that supervised it last
+  bool last_by_child = false;
   bool last_logs_starts = false;  // whether its supervisor does
   LogMicros last_end = 0;
   int last_status = 0;
-  std::optional<LogMicros> longest;
+  std::optional<LogMicros> longest_ended;
   MinuteRate rate;
   std::vector<Supervisor> supervisors;
 
-  bool HasDerivedStarts() const { return logged_starts == 0; }
+  bool HasDerivedStarts() const { return !logs_starts; }
   std::uint64_t Starts() const;
   ItemState StateAt(LogMicros now) const;
-  // Whether what has become of it since its last end is not logged.
+  ItemState StateAt(const Present& present) const;
+  // Whether what followed its last end is not logged.
   bool HasDerivedState() const;
+  // When the present run began, as far as it is known.
+  std::optional<LogMicros> RunStart() const;
+  // How long the present run has lasted; nothing when none is known.
+  std::optional<LogMicros> Uptime(const Present& present) const;
+  // The longest run, the present one included.
+  std::optional<LogMicros> Longest(const Present& present) const;
 };
 
 // A program's life from a start to an end.
@@ -96,49 +135,73 @@ struct LauncherSeen {
   std::int64_t process = 0;
   LogMicros first = 0;
   LogMicros last = 0;
+  bool logs_starts = false;
+};
+
+// What of a log is wanted. Earlier events count for states alone.
+struct Selection {
+  std::optional<LogMicros> since;
+  std::set<std::string> names;  // all when empty
 };
 
 class History {
  public:
-  // `on_run` is called with each run as it ends.
-  explicit History(std::function<void(const ProgramRun&)> on_run = {})
-      : on_run_(std::move(on_run)) {}
+  using RunSink = std::function<void(const ProgramRun&)>;
 
-  void Add(const LogEvent& event);
-  void AddUnreadable() { ++unreadable_; }
+  // Calls `on_run` with each run as it ends.
+  explicit History(Selection selection = {}, RunSink on_run = {});
 
-  // In the order of their first line. Items do not move.
-  const std::deque<ItemHistory>& Items() const { return items_; }
+  // Returns whether the event is within the selection.
+  bool Add(const LogEvent& event);
+  void AddUnrecognised() { ++unrecognised_; }
+
+  // Every item, in the order of their first lines. Items do not move.
+  const std::deque<ItemHistory>& AllItems() const { return items_; }
+  // The items with events within the selection, and those whose launcher is
+  // there or was the last one.
+  std::vector<const ItemHistory*> Items(const Present& present) const;
+  // The selected names that no line mentions.
+  std::vector<std::string> UnknownNames() const;
   // The latest ones that are kept, the latest last.
   std::vector<LauncherSeen> Launchers() const;
   std::uint64_t LauncherCount() const { return launcher_count_; }
 
+  std::uint64_t RecognisedLines() const { return recognised_; }
+  // The counts within the selection.
   std::uint64_t Lines() const { return lines_; }
   std::uint64_t LostLines() const { return lost_; }
-  std::uint64_t UnreadableLines() const { return unreadable_; }
+  int LostError() const { return lost_error_; }  // of the last one lost
+  std::uint64_t CutLines() const { return cut_; }
+  std::uint64_t UnrecognisedLines() const { return unrecognised_; }
   std::uint64_t NamelessItems() const { return nameless_; }
-  std::uint64_t FailedLaunches() const { return unparsable_; }
+  std::uint64_t FailedLaunches() const { return parse_failed_; }
   LogMicros First() const { return first_; }
   LogMicros Last() const { return last_; }
 
  private:
-  std::size_t Find(std::string_view name);
-  Supervisor* FindSupervisor(ItemHistory* item, const LogEvent& event);
-  void AddItemEvent(const LogEvent& event);
-  void AddStart(ItemHistory* item, const LogEvent& event);
-  void AddEnd(std::size_t index, const LogEvent& event);
+  bool IsWanted(const LogEvent& event) const;
+  void Count(const LogEvent& event);
+  ItemHistory& Find(std::string_view name);
+  Supervisor& FindSupervisor(ItemHistory& item, const LogEvent& event);
+  void AddItemEvent(const LogEvent& event, bool counts);
+  void AddStart(ItemHistory& item, const LogEvent& event, bool counts);
+  void AddEnd(ItemHistory& item, const LogEvent& event, bool counts);
   void SeeLauncher(const LogEvent& event);
 
-  const std::function<void(const ProgramRun&)> on_run_;
+  const Selection selection_;
+  const RunSink on_run_;
   std::deque<ItemHistory> items_;
   std::map<std::string, std::size_t, std::less<>> indices_;
   std::map<std::int64_t, LauncherSeen> launchers_;
   std::uint64_t launcher_count_ = 0;
+  std::uint64_t recognised_ = 0;
   std::uint64_t lines_ = 0;
   std::uint64_t lost_ = 0;
-  std::uint64_t unreadable_ = 0;
+  int lost_error_ = 0;
+  std::uint64_t cut_ = 0;
+  std::uint64_t unrecognised_ = 0;
   std::uint64_t nameless_ = 0;
-  std::uint64_t unparsable_ = 0;
+  std::uint64_t parse_failed_ = 0;
   LogMicros first_ = 0;
   LogMicros last_ = 0;
 };

@@ -1,180 +1,201 @@
 #include "tools/log/LogLine.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
-#include <chrono>
+
+#include "launcher/Messages.h"
+#include "logger/Format.h"
 
 namespace {
 
-// What a time and its parts take.
-constexpr std::size_t kTimeBytes = 27;
-constexpr std::size_t kDayBytes = 10;
-constexpr std::string_view kTimeShape = "dddd-dd-ddTdd:dd:dd.ddddddZ";
+// What a printf format's conversions gave in a message.
+struct Conversions {
+  std::string_view text;                  // of %s
+  std::array<std::int64_t, 3> numbers{};  // of %d and %llu, the last one first
+};
 
-constexpr std::string_view kLauncherTag = "[LAUNCHER  ] ";
-constexpr std::string_view kLoggerTag = "[LOGGER    ] ";
-
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-
-// The number that `count` digits stand for.
-std::int64_t Digits(std::string_view text, std::size_t at, std::size_t count) {
-  std::int64_t value = 0;
-  for (const char c : text.substr(at, count)) {
-    value = value * 10 + (c - '0');
-  }
-  return value;
-}
-
-// Removes `prefix` from the start of `text`, if it stands there.
-bool Take(std::string_view* text, std::string_view prefix) {
-  if (!text->starts_with(prefix)) {
-    return false;
-  }
-  text->remove_prefix(prefix.size());
-  return true;
-}
-
-// Removes a number from the start of `text`, if one stands there.
-template <class Number>
-bool TakeNumber(std::string_view* text, Number* number) {
-  const char* const begin = text->data();
-  const auto [end, error] =
-      std::from_chars(begin, begin + text->size(), *number);
-  text->remove_prefix(static_cast<std::size_t>(end - begin));
-  return error == std::errc();
-}
-
-bool ParseEnd(std::string_view message, LogEvent* event) {
-  constexpr std::string_view kWords = " is killed. ret = ";
-  const std::size_t words = message.rfind(kWords);
-  if (words == std::string_view::npos) {
-    return false;
-  }
-  std::string_view rest = message.substr(words + kWords.size());
-  const std::string_view left = message.substr(0, words);
-  std::int64_t ret = 0;
-  int status = 0;
-  if (!TakeNumber(&rest, &ret) || !Take(&rest, ", status = ") ||
-      !TakeNumber(&rest, &status) || !rest.empty()) {
-    return false;
-  }
-  const std::size_t blank = left.rfind(' ');
-  if (blank == std::string_view::npos) {
-    return false;
-  }
-  std::string_view child = left.substr(blank + 1);
-  if (!TakeNumber(&child, &event->child) || !child.empty()) {
-    return false;
-  }
-  event->name = left.substr(0, blank);
-  event->status = status;
-  return true;
-}
-
-LogEventKind ParseError(std::string_view message, LogEvent* event) {
-  constexpr std::string_view kIsEmpty = " is empty";
-  if (ParseEnd(message, event)) {
-    return LogEventKind::kEnd;
-  }
-  if (Take(&message, "Failed to fork ")) {
-    event->name = message;
-    return LogEventKind::kForkFailed;
-  }
-  if (message.ends_with(kIsEmpty) && Take(&message, "program path of ")) {
-    message.remove_suffix(std::min(kIsEmpty.size(), message.size()));
-    event->name = message;
-    return LogEventKind::kNoProgram;
-  }
-  if (message == "There is an item has no name.") {
-    return LogEventKind::kNameless;
-  }
-  return message == "Error while parsing saved json string."
-             ? LogEventKind::kUnparsable
-             : LogEventKind::kOther;
-}
+struct MessageFormat {
+  std::string_view format;
+  LOGLEVEL level;
+  LogEventKind kind;
+};
 
 // The level tells a start apart from an end whose item's name begins alike.
-LogEventKind ParseMessage(std::string_view level, std::string_view message,
-                          LogEvent* event) {
-  if (Take(&message, kLauncherTag)) {
-    if (level == "DEBUG" && Take(&message, "Start to fork ")) {
-      event->name = message;
-      return LogEventKind::kStart;
-    }
-    return level == "ERROR" ? ParseError(message, event) : LogEventKind::kOther;
+// Among the others an end goes first: it has the longest tail.
+constexpr std::array<MessageFormat, 7> kMessages{{
+    {kEndMessage, LOGLEVEL_ERROR, LogEventKind::kEnd},
+    {kStartMessage, LOGLEVEL_DEBUG, LogEventKind::kStart},
+    {kForkFailedMessage, LOGLEVEL_ERROR, LogEventKind::kForkFailed},
+    {kNoProgramMessage, LOGLEVEL_ERROR, LogEventKind::kNoProgram},
+    {kNamelessMessage, LOGLEVEL_ERROR, LogEventKind::kNameless},
+    {kParseFailedMessage, LOGLEVEL_ERROR, LogEventKind::kParseFailed},
+    {kLostLinesMessage, LOGLEVEL_CRITICAL, LogEventKind::kLost},
+}};
+
+// Removes `prefix` from the start of `text`; false when it is not there.
+bool Skip(std::string_view& text, std::string_view prefix) {
+  if (!text.starts_with(prefix)) {
+    return false;
   }
-  if (Take(&message, kLoggerTag) && TakeNumber(&message, &event->lost) &&
-      message.starts_with(" lines could not be written.")) {
-    return LogEventKind::kLost;
-  }
-  return LogEventKind::kOther;
+  text.remove_prefix(prefix.size());
+  return true;
 }
 
-int HexDigit(char c) {
-  if (IsDigit(c)) {
-    return c - '0';
+std::optional<std::int64_t> ToNumber(std::string_view text) {
+  std::int64_t number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  return error == std::errc() && stop == end ? std::optional(number)
+                                             : std::nullopt;
+}
+
+// Removes the number that `text` ends with.
+std::optional<std::int64_t> TakeLastNumber(std::string_view& text) {
+  std::size_t start = text.find_last_not_of("0123456789") + 1;
+  if (start > 0 && text[start - 1] == '-') {
+    --start;
   }
-  return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+  const auto number = ToNumber(text.substr(start));
+  text = text.substr(0, start);
+  return number;
+}
+
+// Takes `message` apart by `format`, which has at most one %s, before all
+// numbers.
+std::optional<Conversions> Match(std::string_view message,
+                                 std::string_view format) {
+  Conversions result;
+  auto number = result.numbers.begin();
+  std::size_t percent = 0;
+  while ((percent = format.rfind('%')) != std::string_view::npos) {
+    std::string_view literal = format.substr(percent + 1);
+    const bool is_text = literal.starts_with('s');
+    literal.remove_prefix(is_text ? 1 : literal.find_first_of("du") + 1);
+    if (!message.ends_with(literal)) {
+      return std::nullopt;
+    }
+    message.remove_suffix(literal.size());
+    format = format.substr(0, percent);
+    if (is_text) {
+      result.text = message.substr(std::min(format.size(), message.size()));
+      return message.starts_with(format) ? std::optional(result) : std::nullopt;
+    }
+    const auto value = TakeLastNumber(message);
+    if (!value) {
+      return std::nullopt;
+    }
+    *number++ = *value;
+  }
+  return message == format ? std::optional(result) : std::nullopt;
+}
+
+// Whether the logger ended `message` with `mark`. After an odd number of
+// backslashes the mark's own belongs to an escaped backslash.
+bool HasMark(std::string_view message, std::string_view mark) {
+  if (!message.ends_with(mark)) {
+    return false;
+  }
+  message.remove_suffix(mark.size());
+  const std::size_t last = message.find_last_not_of(kEscape) + 1;
+  return (message.size() - last) % 2 == 0;
+}
+
+void SetMessage(LogEvent& event, LOGLEVEL level, std::string_view message) {
+  if (HasMark(message, kCutMark) || HasMark(message, kUnformattableMark)) {
+    event.kind = LogEventKind::kCut;
+    return;
+  }
+  for (const MessageFormat& known : kMessages) {
+    const auto found =
+        level == known.level ? Match(message, known.format) : std::nullopt;
+    if (!found) {
+      continue;
+    }
+    event.kind = known.kind;
+    event.name = found->text;
+    if (known.kind == LogEventKind::kEnd) {
+      event.status = static_cast<int>(found->numbers[0]);
+      event.child = found->numbers[2];
+    } else if (known.kind == LogEventKind::kLost) {
+      event.error = static_cast<int>(found->numbers[0]);
+      event.lost = static_cast<std::uint64_t>(found->numbers[1]);
+    }
+    return;
+  }
+}
+
+// Removes the text up to `end`, and `end`, from the start of `line`.
+std::string_view TakeUpTo(std::string_view& line, char end) {
+  const std::string_view text = line.substr(0, line.find(end));
+  line.remove_prefix(std::min(text.size() + 1, line.size()));
+  return text;
+}
+
+// A line that begins where `line` does.
+std::optional<LogEvent> ParseWhole(std::string_view line) {
+  const auto time = ParseLogTime(line);
+  if (!time) {
+    return std::nullopt;
+  }
+  line.remove_prefix(kTimeShape.size());
+  if (!Skip(line, " ")) {
+    return std::nullopt;
+  }
+  const std::string_view level = TakeUpTo(line, ' ');
+  const auto known =
+      std::ranges::find(kLevelsBySeverity, level, &LevelFormat::text);
+  const auto process = ToNumber(TakeUpTo(line, ':'));
+  const std::size_t thread_end = line.find(' ');
+  const auto thread = ToNumber(line.substr(0, thread_end));
+  if (known == kLevelsBySeverity.end() || !process || !thread ||
+      thread_end == std::string_view::npos) {
+    return std::nullopt;
+  }
+  LogEvent event;
+  event.time = *time;
+  event.process = *process;
+  event.thread = *thread;
+  SetMessage(event, known->level, line.substr(thread_end + 1));
+  return event;
 }
 
 }  // namespace
 
-std::optional<LogEvent> LogLineParser::Parse(std::string_view line) {
-  LogEvent event;
-  if (line.size() <= kTimeBytes || !ParseTime(line, &event.time)) {
-    return std::nullopt;
+// A name may hold what looks like a whole line, but not one of a later time
+// than its own, for it was there before.
+std::optional<LogEvent> ParseLine(std::string_view line) {
+  constexpr std::string_view kTimeEnd = "Z ";
+  static_assert(kTimeShape.ends_with(kTimeEnd[0]));
+  auto event = ParseWhole(line);
+  std::size_t fragments = 0;
+  for (std::size_t at = line.find(kTimeEnd, kTimeShape.size());
+       at != std::string_view::npos; at = line.find(kTimeEnd, at + 1)) {
+    const auto later = ParseWhole(line.substr(at + 1 - kTimeShape.size()));
+    if (later && (!event || event->kind == LogEventKind::kOther ||
+                  later->time > event->time)) {
+      event = later;
+      event->fragments = ++fragments;
+    }
   }
-  line.remove_prefix(kTimeBytes);
-  if (!Take(&line, " ")) {
-    return std::nullopt;
-  }
-  const std::string_view level = line.substr(0, line.find(' '));
-  line.remove_prefix(level.size());
-  if (!Take(&line, " ") || !TakeNumber(&line, &event.process) ||
-      !Take(&line, ":") || !TakeNumber(&line, &event.thread) ||
-      !Take(&line, " ")) {
-    return std::nullopt;
-  }
-  event.kind = ParseMessage(level, line, &event);
   return event;
 }
 
-bool LogLineParser::ParseTime(std::string_view text, LogMicros* time) {
-  for (std::size_t i = 0; i < kTimeBytes; ++i) {
-    if (kTimeShape[i] == 'd' ? !IsDigit(text[i]) : text[i] != kTimeShape[i]) {
-      return false;
-    }
-  }
-  if (text.substr(0, kDayBytes) != day_) {
-    using namespace std::chrono;
-    const year_month_day date(year(static_cast<int>(Digits(text, 0, 4))),
-                              month(static_cast<unsigned>(Digits(text, 5, 2))),
-                              day(static_cast<unsigned>(Digits(text, 8, 2))));
-    if (!date.ok()) {
-      return false;
-    }
-    day_ = text.substr(0, kDayBytes);
-    day_start_ =
-        duration_cast<microseconds>(sys_days(date).time_since_epoch()).count();
-  }
-  const std::int64_t seconds = Digits(text, 11, 2) * 3600 +
-                               Digits(text, 14, 2) * 60 + Digits(text, 17, 2);
-  *time = day_start_ + seconds * kMicrosPerSecond + Digits(text, 20, 6);
-  return true;
-}
-
 std::string Unescaped(std::string_view text) {
-  constexpr std::size_t kHexBytes = 4;
+  constexpr std::size_t kHexEscapeBytes = 4;
   std::string result;
   while (!text.empty()) {
-    if (Take(&text, "\\n")) {
+    const auto digit = [&](std::size_t i) {
+      return i < text.size() ? kHexDigits.find(text[i]) : kHexDigits.npos;
+    };
+    if (Skip(text, "\\n")) {
       result += '\n';
-    } else if (Take(&text, "\\\\")) {
-      result += '\\';
-    } else if (text.size() >= kHexBytes && text.starts_with("\\x") &&
-               HexDigit(text[2]) >= 0 && HexDigit(text[3]) >= 0) {
-      result += static_cast<char>(HexDigit(text[2]) * 16 + HexDigit(text[3]));
-      text.remove_prefix(kHexBytes);
+    } else if (Skip(text, "\\\\")) {
+      result += kEscape;
+    } else if (text.starts_with("\\x") && digit(2) != kHexDigits.npos &&
+               digit(3) != kHexDigits.npos) {
+      result += static_cast<char>(digit(2) * kHexDigits.size() + digit(3));
+      text.remove_prefix(kHexEscapeBytes);
     } else {
       result += text[0];
       text.remove_prefix(1);

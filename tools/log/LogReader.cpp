@@ -5,38 +5,85 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <stdexcept>
 #include <utility>
 
+#include "logger/Format.h"
+
+namespace fs = std::filesystem;
+
 namespace {
+
+constexpr std::size_t kPieceBytes = std::size_t{1024} * 1024;
+constexpr std::size_t kMaxLineBytes = 16 * kPieceBytes;
+
+// The number of an old log of `stem`; 0 for any other file name.
+int OldLogNumber(const std::string& name, const std::string& stem) {
+  int number = 0;
+  if (name.size() > stem.size()) {
+    const char* const digits = name.data() + stem.size() + 1;
+    std::from_chars(digits, name.data() + name.size(), number);
+  }
+  return number > 0 && name == OldLogFileName(stem, number) ? number : 0;
+}
+
+[[noreturn]] void Fail(const std::string& path, const std::string& why) {
+  throw std::runtime_error(path + ": " + why);
+}
 
 bool IsSameFile(const struct stat& a, const struct stat& b) {
   return a.st_ino == b.st_ino && a.st_dev == b.st_dev;
 }
 
-}  // namespace
-
-bool EventFilter::Passes(const LogEvent& event) const {
-  if (since && event.time < *since) {
-    return false;
-  }
-  switch (event.kind) {
-    case LogEventKind::kStart:
-    case LogEventKind::kEnd:
-    case LogEventKind::kForkFailed:
-    case LogEventKind::kNoProgram:
-      return names.empty() || names.contains(Unescaped(event.name));
-    default:
-      return true;
-  }
+// Not for a pipe, from which nothing can be read twice.
+bool IsCompressed(int descriptor) {
+  constexpr std::string_view kGzipMark = "\x1f\x8b";
+  std::array<char, kGzipMark.size()> start{};
+  return pread(descriptor, start.data(), start.size(), 0) ==
+             static_cast<ssize_t>(start.size()) &&
+         std::string_view(start.data(), start.size()) == kGzipMark;
 }
 
-LogReader::LogReader(const std::string& path, EventFilter filter,
-                     EventSink on_event, std::function<void()> on_unreadable)
-    : path_(path),
-      filter_(std::move(filter)),
-      on_event_(std::move(on_event)),
-      on_unreadable_(std::move(on_unreadable)) {}
+}  // namespace
+
+std::vector<std::string> FindLogFiles(const std::string& path) {
+  const fs::path log(path);
+  const std::string stem = log.stem();
+  std::map<int, std::string, std::greater<>> numbered;
+  std::vector<std::string> aside;
+  std::error_code unreadable;
+  const fs::path directory = log.has_parent_path() ? log.parent_path() : ".";
+  if (log.extension() == kLogSuffix) {
+    for (const auto& entry : fs::directory_iterator(directory, unreadable)) {
+      const std::string name = entry.path().filename();
+      if (const int number = OldLogNumber(name, stem)) {
+        numbered[number] = entry.path();
+      } else if (name.starts_with(stem + ".") && name.ends_with(kAsideSuffix)) {
+        aside.push_back(entry.path());
+      }
+    }
+  }
+  std::ranges::sort(aside);
+  std::vector<std::string> files;
+  files.reserve(numbered.size() + aside.size() + 1);
+  for (const auto& [number, file] : numbered) {
+    files.push_back(file);
+  }
+  files.insert(files.end(), aside.begin(), aside.end());
+  if (fs::exists(log, unreadable)) {
+    files.push_back(path);
+  }
+  return files;
+}
+
+LogReader::LogReader(std::string path, LineSink on_line)
+    : path_(std::move(path)), on_line_(std::move(on_line)) {}
 
 LogReader::~LogReader() {
   for (const File& file : files_) {
@@ -46,48 +93,45 @@ LogReader::~LogReader() {
 
 // The latest first: a rotation meanwhile gives a file that is open already
 // another name, and none is missed.
-int LogReader::Open() {
+bool LogReader::Open() {
   std::vector<std::string> paths = FindLogFiles(path_);
-  if (paths.empty()) {
-    return ENOENT;
-  }
   std::ranges::reverse(paths);
   for (const std::string& path : paths) {
-    const int error = OpenFile(path);
-    if (error != 0 && error != ENOENT) {
-      return error;
-    }
+    OpenFile(path);
   }
   std::ranges::reverse(files_);
-  return 0;
+  return !files_.empty();
 }
 
-int LogReader::OpenFile(const std::string& path) {
+// False when it is not there or was opened before.
+bool LogReader::OpenFile(const std::string& path) {
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  struct stat status;
-  if (descriptor < 0) {
-    return errno;
+  if (descriptor < 0 && errno != ENOENT) {
+    Fail(path, std::strerror(errno));
   }
-  if (fstat(descriptor, &status) != 0 || S_ISDIR(status.st_mode)) {
+  if (descriptor < 0 || IsOpen(descriptor)) {
     close(descriptor);
-    return EISDIR;
+    return false;
   }
-  if (IsOpenAlready(descriptor)) {
-    close(descriptor);
-    return 0;
-  }
-  total_bytes_ += static_cast<std::uint64_t>(status.st_size);
   files_.push_back({path, descriptor});
-  return 0;
+  struct stat status;
+  if (fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode)) {
+    Fail(path, std::strerror(EISDIR));
+  }
+  if (IsCompressed(descriptor)) {
+    Fail(path, "compressed; try: gunzip -c FILE | launcher-log /dev/stdin");
+  }
+  return true;
 }
 
-bool LogReader::IsOpenAlready(int descriptor) const {
+bool LogReader::IsOpen(int descriptor) const {
   struct stat status;
-  fstat(descriptor, &status);
-  return std::ranges::any_of(files_, [&](const File& file) {
-    struct stat other;
-    return fstat(file.descriptor, &other) == 0 && IsSameFile(status, other);
-  });
+  return fstat(descriptor, &status) == 0 &&
+         std::ranges::any_of(files_, [&](const File& file) {
+           struct stat other;
+           return fstat(file.descriptor, &other) == 0 &&
+                  IsSameFile(status, other);
+         });
 }
 
 std::vector<std::string> LogReader::Files() const {
@@ -98,24 +142,16 @@ std::vector<std::string> LogReader::Files() const {
   return paths;
 }
 
-void LogReader::ReadAll(const std::function<void(std::uint64_t)>& progress) {
-  std::uint64_t done = 0;
-  const auto take = [this](std::string_view line) { Take(line); };
+void LogReader::ReadAll() {
   for (const File& file : files_) {
-    lines_.ReadAll(file.descriptor, take, [&](std::uint64_t bytes) {
-      done += bytes;
-      progress(done);
-    });
-    if (file.descriptor != files_.back().descriptor) {
-      lines_.Finish(take);
-    }
+    GiveLastLine();
+    ReadToEnd(file);
   }
 }
 
 void LogReader::ReadNew() {
-  const auto take = [this](std::string_view line) { Take(line); };
   if (!files_.empty()) {
-    lines_.ReadAll(files_.back().descriptor, take);
+    ReadToEnd(files_.back());
   }
   struct stat at_path;
   struct stat opened;
@@ -126,21 +162,48 @@ void LogReader::ReadNew() {
   }
   // Rotated: what was written last to the old file comes first.
   if (!files_.empty()) {
-    lines_.ReadAll(files_.back().descriptor, take);
-    lines_.Finish(take);
+    ReadToEnd(files_.back());
+    GiveLastLine();
     close(files_.back().descriptor);
     files_.pop_back();
   }
-  if (OpenFile(path_) == 0 && !files_.empty()) {
-    lines_.ReadAll(files_.back().descriptor, take);
+  if (OpenFile(path_)) {
+    ReadToEnd(files_.back());
   }
 }
 
-void LogReader::Take(std::string_view line) {
-  const auto event = parser_.Parse(line);
-  if (!event) {
-    on_unreadable_();
-  } else if (filter_.Passes(*event)) {
-    on_event_(*event);
+void LogReader::ReadToEnd(const File& file) {
+  for (;;) {
+    const std::size_t kept = buffer_.size();
+    buffer_.resize(kept + kPieceBytes);
+    const ssize_t count =
+        read(file.descriptor, buffer_.data() + kept, kPieceBytes);
+    const int error = errno;
+    buffer_.resize(kept + (count > 0 ? static_cast<std::size_t>(count) : 0));
+    if (count < 0 && error != EINTR) {
+      Fail(file.path, std::strerror(error));
+    }
+    if (count == 0) {
+      return;
+    }
+    GiveLines();
+  }
+}
+
+void LogReader::GiveLines() {
+  std::string_view rest = buffer_;
+  std::size_t end = 0;
+  while ((end = rest.find('\n')) != std::string_view::npos) {
+    on_line_(rest.substr(0, end));
+    rest.remove_prefix(end + 1);
+  }
+  const std::size_t kept = rest.size() > kMaxLineBytes ? 0 : rest.size();
+  buffer_.erase(0, buffer_.size() - kept);
+}
+
+void LogReader::GiveLastLine() {
+  if (!buffer_.empty()) {
+    on_line_(buffer_);
+    buffer_.clear();
   }
 }

@@ -2,50 +2,41 @@
 
 #pragma once
 
-#include <cstdint>
 #include <functional>
-#include <optional>
-#include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "tools/log/LogFiles.h"
-#include "tools/log/LogLine.h"
-
-// Which events are wanted; those of no item always pass the names.
-struct EventFilter {
-  std::optional<LogMicros> since;
-  std::set<std::string> names;  // all when empty
-
-  bool Passes(const LogEvent& event) const;
-};
+// The files that a log consists of, the oldest first: for "launcher.log" that
+// is ..., "launcher.2.log", "launcher.1.log", those that a rotation has set
+// aside ("launcher.<time>-<thread>.full"), and "launcher.log" itself. Only
+// existing ones.
+std::vector<std::string> FindLogFiles(const std::string& path);
 
 class LogReader {
  public:
-  using EventSink = std::function<void(const LogEvent&)>;
+  using LineSink = std::function<void(std::string_view line)>;
 
-  // Gives `on_event` the events that pass `filter`, and calls `on_unreadable`
-  // for each line that is no log's.
-  LogReader(const std::string& path, EventFilter filter, EventSink on_event,
-            std::function<void()> on_unreadable);
+  // Gives `on_line` each line, without its line feed. Memory is bounded: of a
+  // line of more than 16 MiB, which no logger writes, only the end is given.
+  LogReader(std::string path, LineSink on_line);
   ~LogReader();
   LogReader(const LogReader&) = delete;
   LogReader& operator=(const LogReader&) = delete;
 
-  // Opens all of the log's files. Returns 0, else the errno for one that cannot
-  // be opened, or ENOENT when there is none.
-  int Open();
+  // Opens all of the log's files; false when there is none. Throws
+  // std::runtime_error, which names the file, for one that cannot be read.
+  bool Open();
 
-  // Those that are open, the oldest first, and the bytes that they hold.
+  // The open files, the oldest first.
   std::vector<std::string> Files() const;
-  std::uint64_t TotalBytes() const { return total_bytes_; }
 
-  // Reads them to their present ends. `progress` is called now and then with
-  // the bytes read so far.
-  void ReadAll(const std::function<void(std::uint64_t)>& progress);
+  // Reads the open files to their present ends. A line without a line feed at
+  // the end of the last one is still being written, and is kept for `ReadNew`.
+  void ReadAll();
 
-  // Reads what has been written since, also to a file that has taken the place
-  // of the last one. `Open` may have failed with ENOENT before.
+  // Reads what was written since, also to a file that took the place of the
+  // last one. `Open` may have found no log.
   void ReadNew();
 
  private:
@@ -54,16 +45,14 @@ class LogReader {
     int descriptor;
   };
 
-  int OpenFile(const std::string& path);
-  bool IsOpenAlready(int descriptor) const;
-  void Take(std::string_view line);
+  bool OpenFile(const std::string& path);
+  bool IsOpen(int descriptor) const;
+  void ReadToEnd(const File& file);
+  void GiveLines();
+  void GiveLastLine();
 
   const std::string path_;
-  const EventFilter filter_;
-  const EventSink on_event_;
-  const std::function<void()> on_unreadable_;
-  LogLineParser parser_;
-  LineReader lines_;
+  const LineSink on_line_;
   std::vector<File> files_;
-  std::uint64_t total_bytes_ = 0;
+  std::string buffer_;
 };

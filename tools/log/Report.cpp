@@ -1,223 +1,291 @@
 #include "tools/log/Report.h"
 
-#include <algorithm>
+#include <json/json.h>
 
-#include "tools/text/Characters.h"
-#include "tools/text/JsonFields.h"
-#include "tools/log/Times.h"
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "tools/log/Table.h"
 #include "tools/log/WaitStatus.h"
+#include "tools/text/Characters.h"
 
 namespace {
 
-constexpr std::size_t kNameWidth = 16;
+// Below these, a name and the causes of ends are not cut.
+constexpr std::size_t kLeastName = 12;
+constexpr std::size_t kLeastCauses = 8;
 
-std::string Column(const std::string& text, std::size_t width) {
-  const std::size_t used = DisplayWidth(text);
-  return std::string(1 + width - std::min(width, used), ' ') + text;
+const std::vector<TableColumn> kColumns{
+    {"ITEM", false, kLeastName},  {"STARTS", true, kAnyWidth},
+    {"ENDS", true, kAnyWidth},    {"AGO", true, kAnyWidth},
+    {"/MIN", true, kAnyWidth},    {"WORST", true, kAnyWidth},
+    {"LONGEST", true, kAnyWidth}, {"UP", true, kAnyWidth},
+    {"STATE", false, kAnyWidth},  {"ENDED BY", false, kLeastCauses}};
+
+// Whether the item's last state was derived. Looping shows in the log itself,
+// and gone in the table of processes.
+bool ShowsDerivedState(const ItemHistory& item, ItemState state) {
+  return item.HasDerivedState() && state != ItemState::kLooping &&
+         state != ItemState::kGone;
 }
 
-std::string Row(const std::string& name, const std::string& starts,
-                const std::string& ends, const std::string& last_end,
-                const std::string& ago, const std::string& now,
-                const std::string& worst, const std::string& longest,
-                const std::string& state) {
-  return Fitted(name, kNameWidth) + Column(starts, 6) + Column(ends, 5) + "  " +
-         Fitted(last_end, 12) + Column(ago, 5) + Column(now, 5) +
-         Column(worst, 5) + Column(longest, 7) + "  " + state + "\n";
+using Causes = std::vector<std::pair<int, std::uint64_t>>;
+
+// The wait statuses of the item's ends and how many ends had each: the last
+// end's first, then the most frequent.
+Causes CausesOf(const ItemHistory& item) {
+  Causes causes(item.statuses.begin(), item.statuses.end());
+  std::ranges::stable_sort(causes, [&](const auto& a, const auto& b) {
+    return std::pair(a.first == item.last_status, a.second) >
+           std::pair(b.first == item.last_status, b.second);
+  });
+  return causes;
 }
 
-bool HasDerived(const ItemHistory& item) {
-  return item.HasDerivedStarts() || item.HasDerivedState();
-}
-
-// Looping shows in the log itself.
-std::string StateText(const ItemHistory& item, LogMicros now) {
-  const ItemState state = item.StateAt(now);
-  const bool derived = item.HasDerivedState() && state != ItemState::kLooping;
-  return Describe(state) + std::string(derived ? "~" : "");
-}
-
-std::string ItemRow(const ItemHistory& item, LogMicros now) {
-  const bool ended = item.ends > 0;
-  return Row(
-      Printable(item.name),
-      CountText(item.Starts()) + (item.HasDerivedStarts() ? "~" : ""),
-      CountText(item.ends), ended ? WaitStatus(item.last_status).Text() : "-",
-      ended ? SpanText(now - item.last_end) : "-",
-      CountText(item.rate.At(now / kMicrosPerSecond)),
-      CountText(item.rate.Worst()),
-      item.longest ? SpanText(*item.longest) : "-", StateText(item, now));
-}
-
-// `what` and the names of the items in one state, as many as fit a line;
-// nothing when there are none.
-std::string StateNote(const History& history, LogMicros now, ItemState state,
-                      const std::string& what) {
-  constexpr std::size_t kRoom = 68;  // leaves some for what is left out
-  std::string line;
-  std::size_t left_out = 0;
-  for (const ItemHistory& item : history.Items()) {
-    if (item.StateAt(now) != state) {
-      continue;
-    }
-    const std::string name = Cut(Printable(item.name), kNameWidth);
-    if (line.empty()) {
-      line = what + name;
-    } else if (left_out == 0 &&
-               DisplayWidth(line) + DisplayWidth(name) + 2 <= kRoom) {
-      line.append(", ").append(name);
-    } else {
-      ++left_out;
-    }
-  }
-  if (left_out > 0) {
-    line += " and " + std::to_string(left_out) + " more";
-  }
-  return line.empty() ? "" : line + "\n";
-}
-
-std::string Source(const std::vector<std::string>& files,
-                   const History& history) {
+std::string CausesText(const ItemHistory& item) {
   std::string text;
-  if (!files.empty()) {
-    text = Printable(files.back());
-    if (files.size() > 1) {
-      text += " and " + std::to_string(files.size() - 1) + " older";
-    }
-    text += "\n";
+  for (const auto& [status, count] : CausesOf(item)) {
+    text += text.empty() ? "" : ", ";
+    text += WaitStatus(status).Text();
+    text += count == 1 ? "" : " x " + CountText(count);
   }
+  return text.empty() ? "-" : text;
+}
+
+std::string SpanOrDash(std::optional<LogMicros> span) {
+  return span ? SpanText(*span) : "-";
+}
+
+TableRow ItemRow(const ItemHistory& item, const Present& present) {
+  const LogMicros now = present.now;
+  const ItemState state = item.StateAt(present);
+  return {Printable(item.name),
+          CountText(item.Starts()) + (item.HasDerivedStarts() ? "~" : ""),
+          CountText(item.ends),
+          item.ends > 0 ? SpanText(now - item.last_end) : "-",
+          CountText(item.rate.At(now / kMicrosPerSecond)),
+          CountText(item.rate.Worst()),
+          SpanOrDash(item.Longest(present)),
+          SpanOrDash(item.Uptime(present)),
+          TextOf(state).name +
+              std::string(ShowsDerivedState(item, state) ? "~" : ""),
+          CausesText(item)};
+}
+
+std::string FilesText(const Report& report) {
+  if (report.files.empty()) {
+    return Printable(report.path) + ": not there yet\n";
+  }
+  std::string text = Printable(report.files.back());
+  if (report.files.size() > 1) {
+    text += " and " + std::to_string(report.files.size() - 1) + " older";
+  }
+  return text + "\n";
+}
+
+std::string LauncherText(const History& history, const Present& present) {
+  const LauncherSeen last = history.Launchers().back();
+  return "launchers: " + std::to_string(history.LauncherCount()) +
+         ", last at " + TimeText(last.last) + ": process " +
+         std::to_string(last.process) +
+         (present.exists(last.process) ? "" : ", no longer there") +
+         (last.logs_starts
+              ? "\nlevel: DEBUG\n"
+              : "\nlevel: above DEBUG; starts, and so chains, cannot be "
+                "seen\n");
+}
+
+std::string Source(const Report& report) {
+  const History& history = report.history;
+  std::string text = FilesText(report);
   if (history.Lines() > 0) {
     text += TimeText(history.First()) + " to " + TimeText(history.Last()) +
-            ", " + std::to_string(history.Lines()) + " lines\n";
+            ", lines: " + std::to_string(history.Lines()) + "\n";
+  } else {
+    text += "lines: 0; above level DEBUG, an item leaves none until it ends\n";
   }
-  if (history.LauncherCount() > 0) {
-    const LauncherSeen last = history.Launchers().back();
-    text += "launchers seen: " + std::to_string(history.LauncherCount()) +
-            ", the last one process " + std::to_string(last.process) +
-            ", until " + TimeText(last.last) + "\n";
-  }
-  return text;
+  return text + (history.LauncherCount() > 0
+                     ? LauncherText(history, report.present)
+                     : "");
 }
 
-std::string Notes(const History& history, LogMicros now) {
-  std::string text;
-  const auto names = [&](ItemState state, const std::string& what) {
-    text += StateNote(history, now, state, what);
-  };
-  const auto count = [&](const std::string& what, std::uint64_t number) {
-    text += number == 0 ? "" : what + std::to_string(number) + "\n";
-  };
-  names(ItemState::kLooping, "looping: ");
-  names(ItemState::kSilent, "silent (launcher stopped or killed): ");
-  names(ItemState::kChain, "chain (cannot be executed; processes pile up): ");
-  names(ItemState::kNoFork, "no fork (given up for good): ");
-  names(ItemState::kNoProgram, "no path (an empty \"program\"): ");
-  count("items without a name: ", history.NamelessItems());
-  count("items files that could not be parsed: ", history.FailedLaunches());
-  count("lines lost: ", history.LostLines());
-  count("lines that are no log's: ", history.UnreadableLines());
-  if (std::ranges::any_of(history.Items(), HasDerived)) {
+// `what` and the names, as many of them as fit a line of `width` columns, one
+// at least; nothing when there are none.
+std::string NamesLine(std::string what, const std::vector<std::string>& names,
+                      std::size_t width) {
+  constexpr std::size_t kMoreWidth = 16;  // " and 12345 more"
+  if (names.empty()) {
+    return "";
+  }
+  const std::size_t room = width - std::min(width, kMoreWidth);
+  std::size_t shown = 0;
+  for (; shown < names.size(); ++shown) {
+    const std::string part = (shown == 0 ? "" : ", ") + names[shown];
+    if (DisplayWidth(what) + DisplayWidth(part) > room) {
+      break;
+    }
+    what += part;
+  }
+  if (shown == 0) {
+    what += Cut(names[shown++], room - std::min(room, DisplayWidth(what)));
+  }
+  if (shown < names.size()) {
+    what += " and " + std::to_string(names.size() - shown) + " more";
+  }
+  return what + "\n";
+}
+
+std::string CountLine(const std::string& what, std::uint64_t count,
+                      const std::string& why = "") {
+  return count == 0 ? "" : what + ": " + std::to_string(count) + why + "\n";
+}
+
+std::string Remarks(const Report& report,
+                    const std::vector<const ItemHistory*>& items) {
+  const History& history = report.history;
+  std::string text =
+      CountLine("items without a name", history.NamelessItems()) +
+      CountLine("cut lines", history.CutLines()) +
+      CountLine("unrecognised lines", history.UnrecognisedLines());
+  if (std::ranges::any_of(items, [](const ItemHistory* item) {
+        return item->HasDerivedStarts() || item->HasDerivedState();
+      })) {
     text += "~ derived from the ends: starts are logged at level DEBUG only\n";
   }
   return text;
 }
 
-JsonObject JsonEnd(const ItemHistory& item) {
-  const WaitStatus status(item.last_status);
-  JsonObject end = JsonObject::GetEmptyObject();
-  PutText(end, "time", TimeText(item.last_end));
-  PutNumber(end, "status", item.last_status);
-  PutText(end, "text", status.Text());
+Json::Value JsonText(std::string_view text) { return ValidUtf8(text); }
+
+Json::Value JsonCount(std::uint64_t count) {
+  return static_cast<Json::UInt64>(count);
+}
+
+Json::Value JsonMilliseconds(std::optional<LogMicros> span) {
+  return span ? Json::Value(static_cast<Json::Int64>(*span / 1000))
+              : Json::Value();
+}
+
+Json::Value JsonStatus(int word) {
+  const WaitStatus status(word);
+  Json::Value json;
+  json["status"] = word;
+  json["text"] = status.Text();
   if (status.signal == 0) {
-    PutNumber(end, "code", status.code);
+    json["code"] = status.code;
   } else {
-    PutText(end, "signal", SignalName(status.signal));
-    PutBool(end, "core", status.core);
+    json["signal"] = SignalName(status.signal);
+    json["core"] = status.core;
   }
-  return end;
+  return json;
 }
 
-void PutCount(JsonObject& object, const char* key, std::uint64_t count) {
-  PutNumber(object, key, static_cast<std::int64_t>(count));
+Json::Value JsonCauses(const ItemHistory& item) {
+  Json::Value causes(Json::arrayValue);
+  for (const auto& [status, count] : CausesOf(item)) {
+    causes.append(JsonStatus(status))["count"] = JsonCount(count);
+  }
+  return causes;
 }
 
-JsonObject JsonItem(const ItemHistory& item, LogMicros now) {
-  JsonObject object = JsonObject::GetEmptyObject();
-  PutText(object, "name", Unescaped(item.name));
-  PutCount(object, "starts", item.Starts());
-  PutBool(object, "starts_derived", item.HasDerivedStarts());
-  PutCount(object, "ends", item.ends);
-  PutNull(object, "last_end");
+Json::Value JsonItem(const ItemHistory& item, const Present& present) {
+  Json::Value json;
+  json["name"] = JsonText(Unescaped(item.name));
+  json["starts"] = JsonCount(item.Starts());
+  json["starts_derived"] = item.HasDerivedStarts();
+  json["ends"] = JsonCount(item.ends);
+  json["last_end"] = Json::nullValue;
   if (item.ends > 0) {
-    object.Insert("last_end", JsonEnd(item));
+    json["last_end"] = JsonStatus(item.last_status);
+    json["last_end"]["time"] = TimeText(item.last_end);
   }
-  PutCount(object, "per_minute_now", item.rate.At(now / kMicrosPerSecond));
-  PutCount(object, "per_minute_worst", item.rate.Worst());
-  PutNull(object, "longest_life_ms");
-  if (item.longest) {
-    PutNumber(object, "longest_life_ms", *item.longest / 1000);
-  }
-  PutCount(object, "failed_forks", item.failed_forks);
-  PutCount(object, "chained_copies", item.copies);
-  PutText(object, "state", Describe(item.StateAt(now)));
-  PutBool(object, "state_derived", item.HasDerivedState());
-  return object;
+  json["causes"] = JsonCauses(item);
+  json["per_minute_now"] = item.rate.At(present.now / kMicrosPerSecond);
+  json["per_minute_worst"] = item.rate.Worst();
+  json["longest_life_ms"] = JsonMilliseconds(item.Longest(present));
+  json["uptime_ms"] = JsonMilliseconds(item.Uptime(present));
+  json["failed_forks"] = JsonCount(item.failed_forks);
+  json["chained_copies"] = JsonCount(item.copies);
+  json["state"] = TextOf(item.StateAt(present)).name;
+  json["state_derived"] = item.HasDerivedState();
+  return json;
 }
 
-JsonObject JsonLauncher(const LauncherSeen& launcher) {
-  JsonObject object = JsonObject::GetEmptyObject();
-  PutNumber(object, "process", launcher.process);
-  PutText(object, "first", TimeText(launcher.first));
-  PutText(object, "last", TimeText(launcher.last));
-  return object;
+Json::Value JsonLauncher(const LauncherSeen& launcher, const Present& present) {
+  Json::Value json;
+  json["process"] = static_cast<Json::Int64>(launcher.process);
+  json["exists"] = present.exists(launcher.process);
+  json["first"] = TimeText(launcher.first);
+  json["last"] = TimeText(launcher.last);
+  json["logs_starts"] = launcher.logs_starts;
+  return json;
 }
 
 }  // namespace
 
-std::string TableReport(const std::vector<std::string>& files,
-                        const History& history, LogMicros now) {
-  std::string text = Source(files, history) + "\n";
-  text += Row("ITEM", "STARTS", "ENDS", "LAST END", "AGO", "/MIN", "WORST",
-              "LONGEST", "STATE");
-  for (const ItemHistory& item : history.Items()) {
-    text += ItemRow(item, now);
+std::string Report::Table(std::size_t width) const {
+  const auto items = history.Items(present);
+  std::vector<TableRow> rows;
+  rows.reserve(items.size());
+  for (const ItemHistory* const item : items) {
+    rows.push_back(ItemRow(*item, present));
   }
-  const std::string notes = Notes(history, now);
-  return text + (notes.empty() ? "" : "\n" + notes);
+  const std::string notes = Alerts(width) + Remarks(*this, items);
+  return Source(*this) + "\n" + TableText(kColumns, rows, width) +
+         (notes.empty() ? "" : "\n" + notes);
 }
 
-std::string JsonReport(const std::vector<std::string>& files,
-                       const History& history, LogMicros now) {
-  JsonObject report = JsonObject::GetEmptyObject();
-  JsonObject names = JsonArray();
+std::string Report::Alerts(std::size_t width) const {
+  std::array<std::vector<std::string>, kStateTexts.size()> names;
+  for (const ItemHistory* const item : history.Items(present)) {
+    names[static_cast<std::size_t>(item->StateAt(present))].push_back(
+        Printable(item->name));
+  }
+  std::string text;
+  for (const StateText& state : kStateTexts) {
+    if (state.meaning != nullptr) {
+      text += NamesLine(std::string(state.name) + " (" + state.meaning + "): ",
+                        names[static_cast<std::size_t>(state.state)], width);
+    }
+  }
+  return text +
+         CountLine("items files that could not be parsed",
+                   history.FailedLaunches()) +
+         CountLine(
+             "lost lines", history.LostLines(),
+             std::string(" (") + std::strerror(history.LostError()) + ")");
+}
+
+std::string Report::Json() const {
+  Json::Value json;
+  json["files"] = Json::arrayValue;
   for (const std::string& file : files) {
-    names.InsertArrayItem(ValidUtf8(file));
+    json["files"].append(JsonText(file));
   }
-  report.Insert("files", names);
-  PutText(report, "now", TimeText(now));
-  PutCount(report, "lines", history.Lines());
+  json["now"] = TimeText(present.now);
+  json["lines"] = JsonCount(history.Lines());
   if (history.Lines() > 0) {
-    PutText(report, "first", TimeText(history.First()));
-    PutText(report, "last", TimeText(history.Last()));
+    json["first"] = TimeText(history.First());
+    json["last"] = TimeText(history.Last());
   }
-  PutCount(report, "lost_lines", history.LostLines());
-  PutCount(report, "unreadable_lines", history.UnreadableLines());
-  PutCount(report, "nameless_items", history.NamelessItems());
-  PutCount(report, "failed_launches", history.FailedLaunches());
-  PutCount(report, "launcher_count", history.LauncherCount());
-  JsonObject launchers = JsonArray();
+  json["lost_lines"] = JsonCount(history.LostLines());
+  json["cut_lines"] = JsonCount(history.CutLines());
+  json["unreadable_lines"] = JsonCount(history.UnrecognisedLines());
+  json["nameless_items"] = JsonCount(history.NamelessItems());
+  json["failed_launches"] = JsonCount(history.FailedLaunches());
+  json["launcher_count"] = JsonCount(history.LauncherCount());
+  json["launchers"] = Json::arrayValue;
   for (const LauncherSeen& launcher : history.Launchers()) {
-    JsonObject object = JsonLauncher(launcher);
-    launchers.InsertArrayItem(object);
+    json["launchers"].append(JsonLauncher(launcher, present));
   }
-  report.Insert("launchers", launchers);
-  JsonObject items = JsonArray();
-  for (const ItemHistory& item : history.Items()) {
-    JsonObject object = JsonItem(item, now);
-    items.InsertArrayItem(object);
+  json["items"] = Json::arrayValue;
+  for (const ItemHistory* const item : history.Items(present)) {
+    json["items"].append(JsonItem(*item, present));
   }
-  report.Insert("items", items);
-  return report.ToStyledText() + "\n";
+  Json::StreamWriterBuilder writer;
+  writer["indentation"] = "  ";
+  return Json::writeString(writer, json) + "\n";
 }
 
 std::string EventLine(const LogEvent& event) {
@@ -225,7 +293,9 @@ std::string EventLine(const LogEvent& event) {
   const std::string start = TimeText(event.time) + " ";
   switch (event.kind) {
     case LogEventKind::kStart:
-      return start + name + " starts\n";
+      return start + name +
+             (event.IsFromForkedChild() ? " cannot be executed; tried again\n"
+                                        : " starts\n");
     case LogEventKind::kEnd:
       return start + name + " (process " + std::to_string(event.child) +
              ") ended: " + WaitStatus(event.status).Text() + "\n";
@@ -235,10 +305,13 @@ std::string EventLine(const LogEvent& event) {
       return start + name + " has an empty program path\n";
     case LogEventKind::kNameless:
       return start + "an item has no name and is skipped\n";
-    case LogEventKind::kUnparsable:
+    case LogEventKind::kParseFailed:
       return start + "the items file could not be parsed\n";
     case LogEventKind::kLost:
-      return start + std::to_string(event.lost) + " lines lost\n";
+      return start + "lost lines: " + std::to_string(event.lost) + " (" +
+             std::strerror(event.error) + ")\n";
+    case LogEventKind::kCut:
+      return start + "a message was cut\n";
     case LogEventKind::kOther:
       break;
   }

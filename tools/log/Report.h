@@ -2,19 +2,30 @@
 
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
 #include "tools/log/History.h"
 
-// The table, which fits 80 columns, below it what one should know about, and
-// above it where it comes from. Spans of time end at `now`.
-std::string TableReport(const std::vector<std::string>& files,
-                        const History& history, LogMicros now);
+// A history and what it is seen with.
+struct Report {
+  const History& history;
+  std::string path;                // of the log
+  std::vector<std::string> files;  // those that were read, the oldest first
+  Present present;
 
-// A JSON document.
-std::string JsonReport(const std::vector<std::string>& files,
-                       const History& history, LogMicros now);
+  // The table, with where it comes from above it and the remarks below it. On a
+  // line of at most `width` columns, names and causes are cut where there is no
+  // room for them.
+  std::string Table(std::size_t width) const;
 
-// One event in words, with a line feed; empty for what is not told.
+  // A line for each kind of trouble; empty when all is well.
+  std::string Alerts(std::size_t width) const;
+
+  // A JSON document.
+  std::string Json() const;
+};
+
+// One event in words, with a line feed; empty for a message that is not known.
 std::string EventLine(const LogEvent& event);

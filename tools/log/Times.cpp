@@ -6,6 +6,8 @@
 #include <chrono>
 #include <cstdio>
 
+#include "logger/Format.h"
+
 namespace {
 
 constexpr LogMicros kMinute = 60 * kMicrosPerSecond;
@@ -35,7 +37,25 @@ std::optional<LogMicros> ParseSpan(std::string_view text) {
   }
 }
 
-// `number` with one digit behind the point while that leaves it short.
+// Year, month, day, hour, minute, second, microseconds, as `kTimeShape` has
+// them, and one for what follows.
+using TimeFields = std::array<int, 8>;
+
+std::optional<LogMicros> TimeOf(const TimeFields& fields) {
+  using namespace std::chrono;
+  const auto [y, m, d, hour, minute, second, micros, rest] = fields;
+  const year_month_day date(year{y}, month{static_cast<unsigned>(m)},
+                            day{static_cast<unsigned>(d)});
+  if (!date.ok() || hour >= 24 || minute >= 60 || second >= 60) {
+    return std::nullopt;
+  }
+  const sys_time<microseconds> time = sys_days(date) + hours(hour) +
+                                      minutes(minute) + seconds(second) +
+                                      microseconds(micros);
+  return time.time_since_epoch().count();
+}
+
+// `number` with one decimal while it is below 10.
 std::string Short(double number, const char* unit) {
   constexpr double kLong = 10;
   std::array<char, 32> text{};
@@ -57,6 +77,26 @@ LogMicros Now() {
       .count();
 }
 
+std::optional<LogMicros> ParseLogTime(std::string_view text) {
+  if (text.size() < kTimeShape.size()) {
+    return std::nullopt;
+  }
+  TimeFields fields{};
+  auto field = fields.begin();
+  for (std::size_t i = 0; i < kTimeShape.size(); ++i) {
+    const bool is_digit = text[i] >= '0' && text[i] <= '9';
+    if (kTimeShape[i] == 'd' ? !is_digit : text[i] != kTimeShape[i]) {
+      return std::nullopt;
+    }
+    if (is_digit) {
+      *field = *field * 10 + (text[i] - '0');
+    } else {
+      ++field;
+    }
+  }
+  return TimeOf(fields);
+}
+
 std::optional<LogMicros> ParseSince(std::string_view text, LogMicros now) {
   if (const auto span = ParseSpan(text)) {
     return now - *span;
@@ -64,14 +104,14 @@ std::optional<LogMicros> ParseSince(std::string_view text, LogMicros now) {
   if (text.ends_with('Z')) {
     text.remove_suffix(1);
   }
-  // The text, with what it leaves out, as a line of a log begins.
-  constexpr std::string_view kWhole = "2026-01-01T00:00:00.000000Z";
-  for (const std::size_t bytes : {10U, 16U, 19U}) {
-    if (text.size() == bytes) {
-      const std::string line =
-          std::string(text) + std::string(kWhole.substr(bytes)) + " - 0:0 -";
-      const auto event = LogLineParser().Parse(line);
-      return event ? std::optional(event->time) : std::nullopt;
+  constexpr std::string_view kMidnight = "T00:00:00.000000Z";
+  for (const std::string_view whole :
+       {"dddd-dd-dd", "dddd-dd-ddTdd:dd", "dddd-dd-ddTdd:dd:dd",
+        "dddd-dd-ddTdd:dd:dd.dddddd"}) {
+    if (text.size() == whole.size()) {
+      const std::size_t missing = kTimeShape.size() - whole.size();
+      return ParseLogTime(std::string(text).append(
+          kMidnight.substr(kMidnight.size() - missing)));
     }
   }
   return std::nullopt;

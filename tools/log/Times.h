@@ -2,18 +2,33 @@
 
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 
-#include "tools/log/LogLine.h"
+// Microseconds, of a span or since 1970, UTC.
+using LogMicros = std::int64_t;
+
+inline constexpr LogMicros kMicrosPerSecond = 1'000'000;
 
 // The present time.
 LogMicros Now();
 
-// What "--since" says: a span before `now` ("90s", "15m", "2h", "3d"), or a
-// UTC time ("2026-11-21", "2026-11-21T06:20", "2026-11-21T06:20:31", each also
-// with a "Z" at its end). Nothing for anything else.
+// The time that `text` begins with, written as in a log; nothing when it begins
+// with no such time.
+//
+//   2026-11-21T06:20:31.123456Z ERROR ...  gives  1795242031123456
+//   2026-11-21T25:00:00.000000Z            gives  nothing
+std::optional<LogMicros> ParseLogTime(std::string_view text);
+
+// The forms that `ParseSince` reads, for messages.
+inline constexpr char kSinceForms[] =
+    "90s, 15m, 2h or 3d ago, or a time in UTC: 2026-11-21, 2026-11-21T06:20,\n"
+    "2026-11-21T06:20:31 or 2026-11-21T06:20:31.123456Z";
+
+// A span before `now`, or a UTC time, which may end with "Z". Nothing for
+// anything else.
 std::optional<LogMicros> ParseSince(std::string_view text, LogMicros now);
 
 // "2026-11-21T06:20:31Z", UTC.

@@ -1,28 +1,36 @@
-// launcher-log: what became of the launcher's items, as its log tells.
+// launcher-log: what became of the launcher's items, as its log shows.
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <limits>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "environment/AppPaths.h"
-#include "tools/text/Terminal.h"
+#include "logger/Format.h"
 #include "tools/log/History.h"
 #include "tools/log/LogReader.h"
 #include "tools/log/Plot.h"
-#include "tools/log/Progress.h"
 #include "tools/log/Report.h"
+#include "tools/log/Table.h"
+#include "tools/log/Timeline.h"
 #include "tools/log/Times.h"
+#include "tools/text/Terminal.h"
 
 namespace {
 
 enum ExitStatus : int {
   kDone = 0,
+  kTrouble = 1,   // found by --alert
   kUnusable = 3,  // wrong arguments, or a file that cannot be read or written
 };
 
@@ -30,145 +38,192 @@ struct Options {
   std::string path;
   bool json = false;
   bool follow = false;
+  bool events = false;
+  bool alert = false;
   std::string since;
   std::vector<std::string> items;
   std::string plot;
 };
 
-void Declare(CLI::App* app, Options* options) {
-  app->add_option("LOG-FILE", options->path,
-                  "the log; without it, the launcher's own");
+void Declare(CLI::App& app, Options& options) {
+  app.add_option("LOG-FILE", options.path,
+                 "the log; without it, the launcher's own");
   CLI::Option* const json =
-      app->add_flag("--json", options->json, "write a JSON document");
+      app.add_flag("--json", options.json, "write a JSON document");
   CLI::Option* const follow =
-      app->add_flag("--follow", options->follow,
-                    "go on with what is logged from now on: a live table on a\n"
-                    "terminal, a line for each event otherwise");
-  app->add_option("--since", options->since,
-                  "only what was logged since TIME: 90s, 15m, 2h or 3d ago,\n"
-                  "or 2026-11-21 or 2026-11-21T06:20:31, UTC")
+      app.add_flag("--follow", options.follow,
+                   "go on with what is logged from now on: a live table on a\n"
+                   "terminal, a line for each event otherwise");
+  CLI::Option* const events = app.add_flag(
+      "--events", options.events, "list what happened, a line for each event");
+  CLI::Option* const alert = app.add_flag(
+      "--alert", options.alert,
+      "only show what needs attention, and end with 1 if anything does");
+  app.add_option(
+         "--since", options.since,
+         std::string("only what was logged since TIME:\n") + kSinceForms)
       ->type_name("TIME");
-  app->add_option("--item", options->items,
-                  "only the item called NAME; may be given more than once")
+  app.add_option("--item", options.items,
+                 "only the item called NAME; may be given more than once")
       ->type_name("NAME")
       ->allow_extra_args(false);
   CLI::Option* const plot =
-      app->add_option("--plot", options->plot,
-                      "also draw a picture, one lane per item over time")
+      app.add_option("--plot", options.plot,
+                     "also draw a picture, one lane per item over time")
           ->type_name("FILE.svg");
-  follow->excludes(json)->excludes(plot);
-  app->set_version_flag("--version", "launcher-log " LAUNCHER_VERSION);
-  app->footer(
-      "Exit status: 0 done, 3 wrong arguments, or a file that cannot be read\n"
-      "or written.");
+  follow->excludes(json)->excludes(plot)->excludes(alert);
+  events->excludes(json)->excludes(alert);
+  app.set_version_flag("--version", "launcher-log " LAUNCHER_VERSION);
+  app.footer(
+      "Exit status: 0 done, 1 with --alert: something needs attention,\n"
+      "3 wrong arguments, or a file that cannot be read or written.");
 }
 
-int Fail(const std::string& what) {
-  std::cerr << "launcher-log: " << what << "\n";
-  return kUnusable;
+// Also for a process of another user.
+bool Exists(std::int64_t process) {
+  return process > 0 && process <= std::numeric_limits<pid_t>::max() &&
+         (kill(static_cast<pid_t>(process), 0) == 0 || errno == EPERM);
 }
 
 class Program {
  public:
-  Program(const Options& options, EventFilter filter)
+  Program(const Options& options, Selection selection)
       : options_(options),
-        history_([this](const ProgramRun& run) { AddRun(run); }),
-        reader_(
-            options.path, std::move(filter),
-            [this](const LogEvent& event) { AddEvent(event); },
-            [this] { history_.AddUnreadable(); }) {}
+        history_(std::move(selection),
+                 [this](const ProgramRun& run) { AddRun(run); }),
+        reader_(options.path, [this](std::string_view line) { Add(line); }) {}
 
-  int Execute() {
-    const int error = reader_.Open();
-    if (error != 0 && !(options_.follow && error == ENOENT)) {
-      return Fail(options_.path + ": " + std::strerror(error));
+  ExitStatus Execute() {
+    const bool live =
+        options_.follow && !options_.events && TakesEscapes(STDOUT_FILENO);
+    lists_events_ = options_.events;
+    if (!reader_.Open()) {
+      if (!options_.follow) {
+        throw std::runtime_error(options_.path + ": " + std::strerror(ENOENT));
+      }
+      if (!live) {
+        std::cerr << "launcher-log: " << options_.path << ": not there yet\n";
+      }
     }
-    {
-      Progress progress(reader_.TotalBytes());
-      reader_.ReadAll([&](std::uint64_t done) { progress.Show(done); });
-    }
+    reader_.ReadAll();
     if (options_.follow) {
-      Follow();
+      lists_events_ = !live;
+      Follow(live);
+      return kDone;
     }
-    std::cout << (options_.json
-                      ? JsonReport(reader_.Files(), history_, Now())
-                      : TableReport(reader_.Files(), history_, Now()));
-    return WritePlot();
+    CheckInput();
+    const ExitStatus status = Show();
+    WritePlot();
+    return status;
   }
 
  private:
-  void AddEvent(const LogEvent& event) {
-    if (history_.Lines() == 0) {
-      plot_.Begin(event.time);
-    }
-    history_.Add(event);
-    if (telling_) {
-      std::cout << EventLine(event);
+  void Add(std::string_view line) {
+    const auto event = ParseLine(line);
+    if (!event) {
+      history_.AddUnrecognised();
+    } else if (history_.Add(*event)) {
+      if (history_.Lines() == 1) {
+        timeline_.Begin(event->time);
+      }
+      if (lists_events_) {
+        std::cout << EventLine(*event);
+      }
     }
   }
 
   void AddRun(const ProgramRun& run) {
     if (!options_.plot.empty()) {
-      plot_.Add(run);
+      timeline_.Add(run);
     }
   }
 
+  void CheckInput() const {
+    if (history_.RecognisedLines() == 0 && history_.UnrecognisedLines() > 0) {
+      throw std::runtime_error(options_.path +
+                               ": not a log, no line is laid out as one");
+    }
+    for (const std::string& name : history_.UnknownNames()) {
+      throw std::runtime_error("--item: the log does not mention " + name);
+    }
+  }
+
+  Report MakeReport() const {
+    return {history_, options_.path, reader_.Files(), {Now(), &Exists}};
+  }
+
   // Until the output is gone, or a signal ends the program.
-  void Follow() {
-    const bool live = TakesEscapes(STDOUT_FILENO);
+  void Follow(bool live) {
     constexpr std::chrono::milliseconds kTablePause{1000};
     constexpr std::chrono::milliseconds kLinePause{200};
-    telling_ = !live;
     while (std::cout.good()) {
       reader_.ReadNew();
       if (live) {
-        std::cout << Screenful(TableReport(reader_.Files(), history_, Now()),
-                               SizeOf(STDOUT_FILENO));
+        const TerminalSize size = SizeOf(STDOUT_FILENO);
+        std::cout << Screenful(MakeReport().Table(size.columns), size);
       }
       std::cout << std::flush;
       std::this_thread::sleep_for(live ? kTablePause : kLinePause);
     }
   }
 
-  int WritePlot() {
-    if (options_.plot.empty()) {
-      return kDone;
+  ExitStatus Show() const {
+    const std::size_t width =
+        isatty(STDOUT_FILENO) == 1 ? SizeOf(STDOUT_FILENO).columns : kAnyWidth;
+    const Report report = MakeReport();
+    const std::string alerts = options_.alert ? report.Alerts(width) : "";
+    if (options_.json) {
+      std::cout << report.Json();
+    } else if (options_.alert) {
+      std::cout << alerts;
+    } else if (!options_.events) {
+      std::cout << report.Table(width);
     }
+    return alerts.empty() ? kDone : kTrouble;
+  }
+
+  void WritePlot() {
+    if (options_.plot.empty()) {
+      return;
+    }
+    timeline_.AddOpenRuns(history_);
     std::ofstream file(options_.plot, std::ios::binary);
-    file << plot_.Svg(history_) << std::flush;
-    return file.good() ? kDone
-                       : Fail(options_.plot + ": " + std::strerror(errno));
+    file << PlotSvg(history_, timeline_, {Now(), &Exists}) << std::flush;
+    if (!file.good()) {
+      throw std::runtime_error(options_.plot + ": " + std::strerror(errno));
+    }
   }
 
   const Options& options_;
-  Plot plot_;
+  Timeline timeline_;
   History history_;
   LogReader reader_;
-  bool telling_ = false;
+  bool lists_events_ = false;
 };
 
 int RunProgram(int argc, char** argv) {
-  CLI::App app("Tells from the launcher's log what became of its items.",
+  CLI::App app("Shows from the launcher's log what became of its items.",
                "launcher-log");
   Options options;
-  Declare(&app, &options);
+  Declare(app, options);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kDone : kUnusable;
   }
-  EventFilter filter;
-  filter.names.insert(options.items.begin(), options.items.end());
+  Selection selection;
+  selection.names.insert(options.items.begin(), options.items.end());
   if (!options.since.empty()) {
-    filter.since = ParseSince(options.since, Now());
-    if (!filter.since) {
-      return Fail("--since: not a time: " + options.since);
+    selection.since = ParseSince(options.since, Now());
+    if (!selection.since) {
+      throw std::runtime_error("--since: not a time: " + options.since +
+                               "\nwrite " + kSinceForms);
     }
   }
   if (options.path.empty()) {
-    options.path = GetLogPath() + "/launcher.log";
+    options.path = GetLogPath() + "/" + LogFileName("launcher");
   }
-  return Program(options, std::move(filter)).Execute();
+  return Program(options, std::move(selection)).Execute();
 }
 
 }  // namespace
@@ -179,6 +234,7 @@ int main(int argc, char** argv) {
   try {
     return RunProgram(argc, argv);
   } catch (const std::exception& error) {
-    return Fail(error.what());
+    std::cerr << "launcher-log: " << error.what() << "\n";
+    return kUnusable;
   }
 }

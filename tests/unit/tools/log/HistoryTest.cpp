@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <memory>
+
 #include "tools/log/History.h"
 
 namespace {
@@ -20,7 +23,7 @@ class HistoryOf : public testing::Test {
     event.status = status;
     event.process = process;
     event.thread = thread;
-    history_.Add(event);
+    history_->Add(event);
   }
   void End(double seconds, int status = 256) {
     Add(seconds, LogEventKind::kEnd, "a", status);
@@ -30,11 +33,29 @@ class HistoryOf : public testing::Test {
     return kStart + static_cast<LogMicros>(seconds * kSecond);
   }
   const ItemHistory& Item(std::size_t index = 0) const {
-    return history_.Items().at(index);
+    return history_->AllItems().at(index);
+  }
+  static Present AtWith(double seconds, std::int64_t process) {
+    return {At(seconds), [process](std::int64_t id) { return id == process; }};
+  }
+  // The names of the items that are shown while `process` exists.
+  std::vector<std::string> Shown(double seconds, std::int64_t process) const {
+    std::vector<std::string> names;
+    for (const ItemHistory* const item :
+         history_->Items(AtWith(seconds, process))) {
+      names.push_back(item->name);
+    }
+    return names;
+  }
+  void Select(Selection selection) {
+    history_ = std::make_unique<History>(
+        std::move(selection),
+        [this](const ProgramRun& run) { runs_.push_back(run); });
   }
 
   std::vector<ProgramRun> runs_;
-  History history_{[this](const ProgramRun& run) { runs_.push_back(run); }};
+  std::unique_ptr<History> history_ = std::make_unique<History>(
+      Selection{}, [this](const ProgramRun& run) { runs_.push_back(run); });
 };
 
 TEST_F(HistoryOf, CountsLoggedStartsAndEnds) {
@@ -44,7 +65,7 @@ TEST_F(HistoryOf, CountsLoggedStartsAndEnds) {
   EXPECT_EQ(Item().Starts(), 2U);
   EXPECT_FALSE(Item().HasDerivedStarts());
   EXPECT_EQ(Item().ends, 1U);
-  EXPECT_EQ(Item().longest, 2 * kSecond);
+  EXPECT_EQ(Item().longest_ended, 2 * kSecond);
   EXPECT_EQ(Item().last_end, At(2));
   EXPECT_EQ(Item().last_status, 256);
 }
@@ -52,9 +73,9 @@ TEST_F(HistoryOf, CountsLoggedStartsAndEnds) {
 TEST_F(HistoryOf, DerivesStartsFromEnds) {
   End(0);
   EXPECT_TRUE(Item().HasDerivedStarts());
-  EXPECT_FALSE(Item().longest);
+  EXPECT_FALSE(Item().longest_ended);
   End(3.05);
-  EXPECT_EQ(Item().longest, 3 * kSecond);
+  EXPECT_EQ(Item().longest_ended, 3 * kSecond);
   ASSERT_EQ(runs_.size(), 2U);
   EXPECT_FALSE(runs_[0].start);
   EXPECT_EQ(runs_[1].start, At(0.05));
@@ -65,16 +86,16 @@ TEST_F(HistoryOf, KeepsTheLongestLife) {
   for (const double end : {0.0, 5.0, 6.0, 8.0}) {
     End(end);
   }
-  EXPECT_EQ(Item().longest, At(5) - At(0.05));
+  EXPECT_EQ(Item().longest_ended, At(5) - At(0.05));
 }
 
-TEST_F(HistoryOf, TellsSupervisorsOfOneNameApart) {
+TEST_F(HistoryOf, KeepsTheSupervisorsOfOneNameApart) {
   Add(0, LogEventKind::kStart, "a", 0, 11, 10);
   Add(4, LogEventKind::kStart, "a", 0, 21, 20);
   Add(5, LogEventKind::kEnd, "a", 0, 21, 20);
-  EXPECT_EQ(Item().longest, 1 * kSecond);
-  EXPECT_EQ(history_.LauncherCount(), 2U);
-  EXPECT_EQ(history_.Items().size(), 1U);
+  EXPECT_EQ(Item().longest_ended, 1 * kSecond);
+  EXPECT_EQ(history_->LauncherCount(), 2U);
+  EXPECT_EQ(history_->AllItems().size(), 1U);
 }
 
 TEST_F(HistoryOf, CountsEndsInAnyMinute) {
@@ -94,7 +115,15 @@ TEST_F(HistoryOf, CountsEndsInAnyMinute) {
   EXPECT_EQ(Item().rate.At(At(1000) / kSecond), 1U);
 }
 
-TEST_F(HistoryOf, TellsARunningItem) {
+TEST_F(HistoryOf, CountsAnEarlierEndInTheLatestSecond) {
+  End(100);
+  End(10);
+  EXPECT_EQ(Item().rate.Worst(), 2U);
+  EXPECT_EQ(Item().rate.At(At(159) / kSecond), 2U);
+  EXPECT_EQ(Item().rate.At(At(160) / kSecond), 0U);
+}
+
+TEST_F(HistoryOf, RecognisesARunningItem) {
   End(0);
   EXPECT_EQ(Item().StateAt(At(100)), ItemState::kRunning);
   EXPECT_TRUE(Item().HasDerivedState());
@@ -103,7 +132,7 @@ TEST_F(HistoryOf, TellsARunningItem) {
   EXPECT_FALSE(Item().HasDerivedState());
 }
 
-TEST_F(HistoryOf, TellsALoopingItem) {
+TEST_F(HistoryOf, RecognisesALoopingItem) {
   for (int i = 0; i < 4; ++i) {
     End(i);
   }
@@ -113,7 +142,7 @@ TEST_F(HistoryOf, TellsALoopingItem) {
   EXPECT_NE(Item().StateAt(At(80)), ItemState::kLooping);
 }
 
-TEST_F(HistoryOf, TellsAPausingItemFromASilentOne) {
+TEST_F(HistoryOf, DistinguishesAPausingItemFromASilentOne) {
   Add(0, LogEventKind::kStart);
   End(1);
   EXPECT_EQ(Item().StateAt(At(2)), ItemState::kPausing);
@@ -121,7 +150,7 @@ TEST_F(HistoryOf, TellsAPausingItemFromASilentOne) {
   EXPECT_FALSE(Item().HasDerivedState());
 }
 
-TEST_F(HistoryOf, TellsThatALoopHasEnded) {
+TEST_F(HistoryOf, RecognisesTheEndOfALoop) {
   for (int i = 0; i < 20; ++i) {
     Add(i, LogEventKind::kStart);
     End(i + 0.5);
@@ -130,7 +159,7 @@ TEST_F(HistoryOf, TellsThatALoopHasEnded) {
   EXPECT_EQ(Item().StateAt(At(21)), ItemState::kSilent);
 }
 
-TEST_F(HistoryOf, JudgesByTheLatestLauncherWhetherStartsAreLogged) {
+TEST_F(HistoryOf, LooksAtTheLatestLauncherForLoggedStarts) {
   Add(0, LogEventKind::kStart);
   End(1, 9);
   Add(5, LogEventKind::kEnd, "a", 256, 21, 20);
@@ -138,52 +167,54 @@ TEST_F(HistoryOf, JudgesByTheLatestLauncherWhetherStartsAreLogged) {
   EXPECT_TRUE(Item().HasDerivedState());
 }
 
-TEST_F(HistoryOf, TakesAKilledItemForSilentWhereStartsAreNotLogged) {
+TEST_F(HistoryOf, TreatsAKilledItemAsSilentWhereStartsAreNotLogged) {
   End(1, 9);
   EXPECT_EQ(Item().StateAt(At(2)), ItemState::kRunning);
   EXPECT_EQ(Item().StateAt(At(2.1)), ItemState::kSilent);
   EXPECT_TRUE(Item().HasDerivedState());
 }
 
-TEST_F(HistoryOf, TellsAFailedFork) {
+TEST_F(HistoryOf, RecognisesAFailedFork) {
   Add(0, LogEventKind::kForkFailed);
   EXPECT_EQ(Item().StateAt(At(1)), ItemState::kNoFork);
   EXPECT_EQ(Item().failed_forks, 1U);
 }
 
-TEST_F(HistoryOf, TellsAnEmptyProgramPath) {
+TEST_F(HistoryOf, RecognisesAnEmptyProgramPath) {
   Add(0, LogEventKind::kNoProgram, "a", 0, 12, 12);
   EXPECT_EQ(Item().StateAt(At(1)), ItemState::kNoProgram);
-  EXPECT_EQ(history_.LauncherCount(), 0U);
+  EXPECT_EQ(history_->LauncherCount(), 0U);
 }
 
-TEST_F(HistoryOf, TellsAChainByItsCopies) {
+TEST_F(HistoryOf, RecognisesAChainByItsLinks) {
   Add(0, LogEventKind::kStart);
   Add(0.05, LogEventKind::kStart, "a", 0, 12, 12);
   Add(0.1, LogEventKind::kStart, "a", 0, 13, 13);
   EXPECT_EQ(Item().StateAt(At(1)), ItemState::kChain);
   EXPECT_EQ(Item().copies, 2U);
   EXPECT_EQ(Item().Starts(), 1U);
-  EXPECT_EQ(history_.LauncherCount(), 1U);
+  EXPECT_EQ(history_->LauncherCount(), 1U);
 }
 
-TEST_F(HistoryOf, CountsWhatIsNotAboutOneItem) {
+TEST_F(HistoryOf, CountsEventsThatConcernNoItem) {
   Add(0, LogEventKind::kNameless, "", 0, 10, 10);
-  Add(1, LogEventKind::kUnparsable, "", 0, 20, 20);
+  Add(1, LogEventKind::kParseFailed, "", 0, 20, 20);
   LogEvent lost;
   lost.kind = LogEventKind::kLost;
   lost.time = At(5);
   lost.lost = 7;
-  history_.Add(lost);
-  history_.AddUnreadable();
-  EXPECT_EQ(history_.NamelessItems(), 1U);
-  EXPECT_EQ(history_.FailedLaunches(), 1U);
-  EXPECT_EQ(history_.LostLines(), 7U);
-  EXPECT_EQ(history_.UnreadableLines(), 1U);
-  EXPECT_EQ(history_.Lines(), 3U);
-  EXPECT_EQ(history_.First(), At(0));
-  EXPECT_EQ(history_.Last(), At(5));
-  const auto launchers = history_.Launchers();
+  lost.error = ENOSPC;
+  history_->Add(lost);
+  history_->AddUnrecognised();
+  EXPECT_EQ(history_->NamelessItems(), 1U);
+  EXPECT_EQ(history_->FailedLaunches(), 1U);
+  EXPECT_EQ(history_->LostLines(), 7U);
+  EXPECT_EQ(history_->LostError(), ENOSPC);
+  EXPECT_EQ(history_->UnrecognisedLines(), 1U);
+  EXPECT_EQ(history_->Lines(), 3U);
+  EXPECT_EQ(history_->First(), At(0));
+  EXPECT_EQ(history_->Last(), At(5));
+  const auto launchers = history_->Launchers();
   ASSERT_EQ(launchers.size(), 2U);
   EXPECT_EQ(launchers.back().process, 20);
 }
@@ -193,10 +224,119 @@ TEST_F(HistoryOf, KeepsTheLatestLaunchersAndCountsAll) {
   for (int i = 0; i < kMany; ++i) {
     Add(i, LogEventKind::kEnd, "a", 0, 1, i + 2);
   }
-  EXPECT_EQ(history_.LauncherCount(), 1000U);
-  EXPECT_LT(history_.Launchers().size(), 1000U);
-  EXPECT_EQ(history_.Launchers().back().process, kMany + 1);
+  EXPECT_EQ(history_->LauncherCount(), 1000U);
+  EXPECT_LT(history_->Launchers().size(), 1000U);
+  EXPECT_EQ(history_->Launchers().back().process, kMany + 1);
   EXPECT_LE(Item().supervisors.size(), 16U);
+}
+
+TEST_F(HistoryOf, KnowsHowLongAnItemHasRun) {
+  Add(0, LogEventKind::kStart);
+  EXPECT_EQ(Item().Uptime(AtWith(30, 10)), 30 * kSecond);
+  EXPECT_EQ(Item().Longest(AtWith(30, 10)), 30 * kSecond);
+  End(40);
+  EXPECT_FALSE(Item().Uptime(AtWith(40, 10)));
+  EXPECT_EQ(Item().Longest(AtWith(40, 10)), 40 * kSecond);
+  Add(41, LogEventKind::kStart);
+  EXPECT_EQ(Item().Uptime(AtWith(43, 10)), 2 * kSecond);
+  EXPECT_EQ(Item().Longest(AtWith(43, 10)), 40 * kSecond);
+}
+
+TEST_F(HistoryOf, DerivesTheUptimeFromTheLastEnd) {
+  End(0);
+  EXPECT_EQ(Item().Uptime(AtWith(10.05, 10)), 10 * kSecond);
+}
+
+TEST_F(HistoryOf, RecognisesThatTheLauncherIsGone) {
+  Add(0, LogEventKind::kStart);
+  EXPECT_EQ(Item().StateAt(AtWith(5, 10)), ItemState::kRunning);
+  EXPECT_EQ(Item().StateAt(AtWith(5, 20)), ItemState::kGone);
+  EXPECT_FALSE(Item().Uptime(AtWith(5, 20)));
+  for (int i = 5; i < 15; ++i) {
+    End(i);
+    Add(i + 0.1, LogEventKind::kStart);
+  }
+  EXPECT_EQ(Item().StateAt(AtWith(15, 10)), ItemState::kLooping);
+  EXPECT_TRUE(Item().Uptime(AtWith(15, 10)));
+  EXPECT_EQ(Item().StateAt(AtWith(15, 20)), ItemState::kGone);
+}
+
+TEST_F(HistoryOf, KeepsASilentItemSilentWhenTheLauncherIsGone) {
+  Add(0, LogEventKind::kStart);
+  End(5, 9);
+  EXPECT_EQ(Item().StateAt(AtWith(10, 20)), ItemState::kSilent);
+}
+
+TEST_F(HistoryOf, TalliesTheStatuses) {
+  for (const int status : {256, 9, 256}) {
+    End(status, status);
+  }
+  EXPECT_EQ(Item().statuses, (std::map<int, std::uint64_t>{{9, 1}, {256, 2}}));
+}
+
+TEST_F(HistoryOf, KeepsHealthyItemsThatTheSelectionPrecedes) {
+  Select({At(100), {}});
+  Add(0, LogEventKind::kStart, "old", 0, 21, 20);
+  Add(1, LogEventKind::kStart, "healthy");
+  Add(2, LogEventKind::kEnd, "healthy", 256);
+  Add(2.05, LogEventKind::kStart, "healthy");
+  Add(3, LogEventKind::kNameless, "", 0, 10, 10);
+  EXPECT_EQ(Shown(200, 10), std::vector<std::string>{"healthy"});
+  EXPECT_EQ(Shown(200, 99), std::vector<std::string>{"healthy"});
+  EXPECT_EQ(Shown(200, 20), (std::vector<std::string>{"old", "healthy"}));
+  EXPECT_EQ(Item(1).Uptime(AtWith(200, 10)), At(200) - At(2.05));
+  EXPECT_EQ(Item(1).ends, 0U);
+  EXPECT_EQ(Item(1).Starts(), 0U);
+  EXPECT_FALSE(Item(1).HasDerivedStarts());
+  EXPECT_EQ(Item(1).rate.Worst(), 0U);
+  EXPECT_TRUE(Item(1).statuses.empty());
+  EXPECT_FALSE(Item(1).longest_ended);
+  EXPECT_EQ(history_->Lines(), 0U);
+  EXPECT_EQ(history_->NamelessItems(), 0U);
+  EXPECT_EQ(history_->RecognisedLines(), 5U);
+  EXPECT_TRUE(runs_.empty());
+  Add(100, LogEventKind::kEnd, "old", 0, 21, 20);
+  EXPECT_EQ(Shown(200, 10), (std::vector<std::string>{"old", "healthy"}));
+  EXPECT_EQ(Item(0).ends, 1U);
+  EXPECT_EQ(history_->First(), At(100));
+}
+
+TEST_F(HistoryOf, HoldsSelectedItemsAlone) {
+  Select({{}, {"x\ny", "missing"}});
+  LogEvent event;
+  event.kind = LogEventKind::kEnd;
+  event.name = "a";
+  EXPECT_FALSE(history_->Add(event));
+  event.name = "x\\ny";
+  EXPECT_TRUE(history_->Add(event));
+  event.kind = LogEventKind::kLost;
+  EXPECT_TRUE(history_->Add(event));
+  EXPECT_EQ(history_->AllItems().size(), 1U);
+  EXPECT_EQ(history_->UnknownNames(), std::vector<std::string>{"missing"});
+}
+
+TEST_F(HistoryOf, CountsCutLinesAndFragments) {
+  LogEvent event;
+  event.kind = LogEventKind::kCut;
+  event.fragments = 2;
+  history_->Add(event);
+  EXPECT_EQ(history_->CutLines(), 1U);
+  EXPECT_EQ(history_->UnrecognisedLines(), 2U);
+}
+
+TEST_F(HistoryOf, KnowsWhetherALauncherLogsStarts) {
+  End(0);
+  EXPECT_FALSE(history_->Launchers().back().logs_starts);
+  Add(1, LogEventKind::kStart);
+  End(2);
+  EXPECT_TRUE(history_->Launchers().back().logs_starts);
+  EXPECT_EQ(history_->Launchers().back().last, At(2));
+}
+
+TEST(StateTexts, AreInTheOrderOfTheStates) {
+  for (std::size_t i = 0; i < kStateTexts.size(); ++i) {
+    EXPECT_EQ(static_cast<std::size_t>(kStateTexts[i].state), i);
+  }
 }
 
 }  // namespace

@@ -1,5 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <cerrno>
+
+#include "common/util/StringHelpers.h"
+#include "launcher/Messages.h"
+#include "logger/Format.h"
 #include "tools/log/LogLine.h"
 
 namespace {
@@ -9,7 +14,7 @@ constexpr const char* kTime = "2026-11-21T06:20:31.123456Z";
 std::optional<LogEvent> Parse(const std::string& line) {
   static std::string kept;  // The result points into the line.
   kept = line;
-  return LogLineParser().Parse(kept);
+  return ParseLine(kept);
 }
 
 LogEvent Event(const std::string& level, const std::string& message) {
@@ -42,13 +47,13 @@ TEST(LogLine, ReadsAnEnd) {
   EXPECT_EQ(event.status, 768);
 }
 
-TEST(LogLine, ReadsAnEndThatNobodyWaitedFor) {
+TEST(LogLine, ReadsAnEndThatCouldNotBeWaitedFor) {
   const LogEvent event =
       Event("ERROR", "[LAUNCHER  ] a 99 is killed. ret = -1, status = 0");
   EXPECT_EQ(event.kind, LogEventKind::kEnd);
 }
 
-TEST(LogLine, TakesNamesThatLookLikeMessagesForNames) {
+TEST(LogLine, ReadsNamesThatLookLikeMessages) {
   const std::string name = "x 1 is killed. ret = 1, status = 0";
   const LogEvent end = Event(
       "ERROR", "[LAUNCHER  ] " + name + " 2 is killed. ret = 2, status = 9");
@@ -88,26 +93,104 @@ TEST(LogLine, ReadsTheOtherMessages) {
   EXPECT_EQ(kind("program path of a is empty"), LogEventKind::kNoProgram);
   EXPECT_EQ(kind("There is an item has no name."), LogEventKind::kNameless);
   EXPECT_EQ(kind("Error while parsing saved json string."),
-            LogEventKind::kUnparsable);
+            LogEventKind::kParseFailed);
   EXPECT_EQ(kind("something else"), LogEventKind::kOther);
   EXPECT_EQ(kind("a b is killed. ret = 2, status = 9"), LogEventKind::kOther);
   EXPECT_EQ(kind("a 2 is killed. ret = 2, status = 9x"), LogEventKind::kOther);
 }
 
 TEST(LogLine, ReadsHowManyLinesAreLost) {
-  const LogEvent event = Event(
-      "CRITICAL", "[LOGGER    ] 12 lines could not be written. errno = 28");
+  const LogEvent event =
+      Event("CRITICAL", string_format(kLostLinesMessage, 12ULL, ENOSPC));
   EXPECT_EQ(event.kind, LogEventKind::kLost);
   EXPECT_EQ(event.lost, 12U);
+  EXPECT_EQ(event.error, ENOSPC);
 }
 
-TEST(LogLine, RefusesWhatIsNoLogLine) {
+TEST(LogLine, ReadsEachMessageAtItsLevelOnly) {
+  const std::string start = string_format(kStartMessage, "a");
+  const std::string fork_failed = string_format(kForkFailedMessage, "a");
+  EXPECT_EQ(Event("ERROR", start).kind, LogEventKind::kOther);
+  EXPECT_EQ(Event("DEBUG", fork_failed).kind, LogEventKind::kOther);
+  EXPECT_EQ(Event("ERROR", string_format(kLostLinesMessage, 1ULL, 2)).kind,
+            LogEventKind::kOther);
+}
+
+TEST(LogLine, KnowsEveryLevel) {
+  for (const LevelFormat& level : kLevelsBySeverity) {
+    EXPECT_TRUE(Parse(kTime + (" " + std::string(level.text)) + " 1:2 x"));
+  }
+  EXPECT_FALSE(Parse(std::string(kTime) + " TRACE 1:2 x"));
+}
+
+TEST(LogLine, RecognisesAMessageThatTheLoggerCut) {
+  const std::string start = string_format(kStartMessage, "a");
+  EXPECT_EQ(Event("DEBUG", start + std::string(kCutMark)).kind,
+            LogEventKind::kCut);
+  EXPECT_EQ(Event("DEBUG", start + std::string(kUnformattableMark)).kind,
+            LogEventKind::kCut);
+  // After an escaped backslash.
+  EXPECT_EQ(Event("DEBUG", start + R"(\\\...)").kind, LogEventKind::kCut);
+}
+
+TEST(LogLine, DoesNotMistakeAnEscapedBackslashForACut) {
+  const std::string start = string_format(kStartMessage, "a");
+  for (const char* const end : {R"(\\...)", R"(\\?)", R"(\\\\...)"}) {
+    EXPECT_EQ(Event("DEBUG", start + end).kind, LogEventKind::kStart) << end;
+  }
+}
+
+TEST(LogLine, DropsAFragmentInFrontOfALine) {
+  const std::string message = string_format(kEndMessage, "web", 99, 99, 768);
+  const std::string whole = "2026-11-21T06:20:31.200000Z ERROR 1:2 " + message;
+  const std::string before = "2026-11-21T06:20:31.100000Z ERROR 1:2 " + message;
+  for (std::size_t length = 1; length <= before.size(); ++length) {
+    const auto event = Parse(before.substr(0, length) + whole);
+    ASSERT_TRUE(event) << length;
+    EXPECT_EQ(event->kind, LogEventKind::kEnd) << length;
+    EXPECT_EQ(event->name, "web") << length;
+    EXPECT_EQ(event->child, 99) << length;
+    EXPECT_EQ(event->fragments, 1U) << length;
+  }
+  const auto second = Parse("2026-" + before.substr(0, 50) + whole);
+  ASSERT_TRUE(second);
+  EXPECT_EQ(second->fragments, 2U);
+  EXPECT_EQ(second->name, "web");
+}
+
+TEST(LogLine, ReadsANameThatLooksLikeALine) {
+  const std::string name = "a\\n2026-11-21T06:20:30.000000Z ERROR 1:2 " +
+                           string_format(kEndMessage, "b", 7, 7, 0);
+  const LogEvent event =
+      Event("ERROR", string_format(kEndMessage, name.c_str(), 99, 99, 256));
+  EXPECT_EQ(event.name, name);
+  EXPECT_EQ(event.child, 99);
+  EXPECT_EQ(event.fragments, 0U);
+}
+
+TEST(LogLine, RefusesNumbersThatAreTooLarge) {
+  EXPECT_EQ(Event("ERROR",
+                  "[LAUNCHER  ] a 99999999999999999999 is killed. "
+                  "ret = 1, status = 0")
+                .kind,
+            LogEventKind::kOther);
+}
+
+TEST(LogLine, KnowsTheLinesOfAForkedChild) {
+  EXPECT_TRUE(Parse(std::string(kTime) + " DEBUG 7:7 x")->IsFromForkedChild());
+  EXPECT_FALSE(Parse(std::string(kTime) + " DEBUG 7:8 x")->IsFromForkedChild());
+}
+
+TEST(LogLine, RefusesOtherText) {
   for (const std::string line :
        {"", "hello", "2026-11-21T06:20:31.123456Z", "2026-11-21T06:20:31Z x",
         "2026-13-21T06:20:31.123456Z ERROR 1:1 x",
         "2026-11-21T06:20:31.123456Z ERROR 1 x",
         "2026-11-21T06:20:31.123456Z ERROR x:1 x",
-        "2026-11-21 06:20:31.123456Z ERROR 1:1 x"}) {
+        "2026-11-21 06:20:31.123456Z ERROR 1:1 x",
+        "2026-11-21T06:20:31.123456Z ERROR 1:1",
+        "2026-11-21T06:20:31.123456Z ERROR 1:y x",
+        "2026-11-21T06:20:31.123456Z  ERROR 1:1 x"}) {
     EXPECT_FALSE(Parse(line)) << line;
   }
 }
@@ -122,7 +205,7 @@ TEST(LogLine, RefusesEveryBeginningOfALine) {
   }
 }
 
-TEST(LogLine, ReadsWhatTheLibraryHasEscaped) {
+TEST(LogLine, ReadsEscapedText) {
   EXPECT_EQ(Unescaped("a\\nb"), "a\nb");
   EXPECT_EQ(Unescaped("\\x1b[31m"), "\x1b[31m");
   EXPECT_EQ(Unescaped("C:\\\\new"), "C:\\new");

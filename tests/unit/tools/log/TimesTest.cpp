@@ -20,17 +20,49 @@ TEST(Times, ReadsSpansBeforeNow) {
 TEST(Times, ReadsTimes) {
   EXPECT_EQ(ParseSince("2026-11-21T06:20:31", 0), kNow);
   EXPECT_EQ(ParseSince("2026-11-21T06:20:31Z", 0), kNow);
+  EXPECT_EQ(ParseSince("2026-11-21T06:20:31.123456Z", 0), kNow + 123456);
+  EXPECT_EQ(ParseSince("2026-11-21T06:20:31.000000", 0), kNow);
+  EXPECT_EQ(TimeText(ParseSince("2024-02-29T23:59:59", 0).value()),
+            "2024-02-29T23:59:59Z");
   EXPECT_EQ(TimeText(ParseSince("2026-11-21T06:20", 0).value()),
             "2026-11-21T06:20:00Z");
   EXPECT_EQ(TimeText(ParseSince("2026-11-21", 0).value()),
             "2026-11-21T00:00:00Z");
 }
 
-TEST(Times, RefusesWhatIsNeither) {
-  for (const char* const text :
-       {"", "5", "m", "-5m", "5x", "5 m", "yesterday", "2026-11-41",
-        "2026-11-21T06", "9999999d", "2026-11-21T06:20:3x"}) {
+TEST(Times, RefusesOtherText) {
+  for (const char* const text : {"",
+                                 "5",
+                                 "m",
+                                 "-5m",
+                                 "5x",
+                                 "5 m",
+                                 "yesterday",
+                                 "2026-11-41",
+                                 "2026-11-21T06",
+                                 "9999999d",
+                                 "2026-11-21T06:20:3x",
+                                 "25:00",
+                                 "2026-11-21T25:00",
+                                 "2026-11-21T24:00:00",
+                                 "2026-11-21T06:60",
+                                 "2026-11-21T06:20:60",
+                                 "2026-02-29",
+                                 "2026-11-21T06:20:31.1",
+                                 "2026-11-21T06:20:31.123456ZZ",
+                                 "1000001s"}) {
     EXPECT_FALSE(ParseSince(text, kNow)) << text;
+  }
+}
+
+TEST(Times, ReadsTheTimeThatALineBeginsWith) {
+  EXPECT_EQ(ParseLogTime("2026-11-21T06:20:31.000001Z ERROR"), kNow + 1);
+  EXPECT_EQ(ParseLogTime("1970-01-01T00:00:00.000000Z"), 0);
+  for (const char* const text :
+       {"2026-11-21T06:20:31.00000Z", "2026-11-21T25:20:31.000000Z",
+        "2026-11-21T06:20:31.000000", "2026-13-21T06:20:31.000000Z",
+        "2026-11-21 06:20:31.000000Z", ""}) {
+    EXPECT_FALSE(ParseLogTime(text)) << text;
   }
 }
 
@@ -43,6 +75,8 @@ TEST(Times, WritesSpansInFiveColumns) {
   EXPECT_EQ(SpanText(-5), "0ms");
   EXPECT_EQ(SpanText(49'999), "49ms");
   EXPECT_EQ(SpanText(999'999), "999ms");
+  EXPECT_EQ(SpanText(999'000), "999ms");
+  EXPECT_EQ(SpanText(1'000'000), "1.0s");
   EXPECT_EQ(SpanText(3'290'000), "3.2s");
   EXPECT_EQ(SpanText(9'990'000), "9.9s");
   EXPECT_EQ(SpanText(59'999'999), "59s");

@@ -2,6 +2,8 @@
 #include <signal.h>
 #include <sys/wait.h>
 
+#include <map>
+
 #include "tools/log/WaitStatus.h"
 
 TEST(WaitStatus, DecodesEveryExitCode) {
@@ -33,5 +35,21 @@ TEST(WaitStatus, NamesSignals) {
   EXPECT_EQ(WaitStatus(SIGTERM).Cause(), EndCause::kSignal);
   EXPECT_EQ(WaitStatus(SIGSEGV | 128).Text(), "SIGSEGV core");
   EXPECT_EQ(WaitStatus(SIGSEGV | 128).Cause(), EndCause::kCore);
-  EXPECT_EQ(WaitStatus(99).Text(), "signal 99");
+}
+
+TEST(WaitStatus, NamesEverySignal) {
+  const std::map<int, std::string> names{
+      {SIGHUP, "SIGHUP"},   {SIGINT, "SIGINT"},       {SIGQUIT, "SIGQUIT"},
+      {SIGILL, "SIGILL"},   {SIGTRAP, "SIGTRAP"},     {SIGABRT, "SIGABRT"},
+      {SIGBUS, "SIGBUS"},   {SIGFPE, "SIGFPE"},       {SIGKILL, "SIGKILL"},
+      {SIGUSR1, "SIGUSR1"}, {SIGSEGV, "SIGSEGV"},     {SIGUSR2, "SIGUSR2"},
+      {SIGPIPE, "SIGPIPE"}, {SIGALRM, "SIGALRM"},     {SIGTERM, "SIGTERM"},
+      {SIGXCPU, "SIGXCPU"}, {SIGVTALRM, "SIGVTALRM"}, {SIGXFSZ, "SIGXFSZ"},
+      {SIGPROF, "SIGPROF"}, {SIGIO, "SIGIO"},         {SIGSYS, "SIGSYS"}};
+  for (int number = 1; number < 0x7F; ++number) {
+    const auto name = names.find(number);
+    EXPECT_EQ(SignalName(number), name == names.end()
+                                      ? "signal " + std::to_string(number)
+                                      : name->second);
+  }
 }

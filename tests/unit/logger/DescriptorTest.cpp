@@ -5,7 +5,7 @@
 #include <memory>
 #include <utility>
 
-#include "logger/SharedDescriptor.h"
+#include "logger/Descriptor.h"
 
 namespace {
 
@@ -17,11 +17,11 @@ bool IsOpen(int number) { return fcntl(number, F_GETFD) >= 0; }
 
 class SharedDescriptorTest : public testing::Test {
  protected:
-  // The number of the descriptor that was put there.
+  // Returns the number of the descriptor that it puts there.
   int Put(off_t bytes) {
     Descriptor descriptor = OpenNull();
     const int number = descriptor.number();
-    EXPECT_TRUE(shared_.Replace(std::move(descriptor), {1, 2, bytes}));
+    EXPECT_TRUE(shared_.Replace(std::move(descriptor), {1, 2, bytes, 1}));
     return number;
   }
 

@@ -161,10 +161,13 @@ bool LogFile::AppendToPresent(std::string_view line) {
 
 bool LogFile::Write(int descriptor, off_t bytes, std::string_view line) {
   std::size_t written = 0;
-  const bool others_write = bytes != own_end_.load(std::memory_order_relaxed);
-  if (others_write && EndsWithAFragment(descriptor, bytes) &&
-      !WriteWhole(descriptor, kLineFeed, &written)) {
-    return false;
+  if (const off_t own = own_end_.load(std::memory_order_relaxed);
+      bytes != own) {
+    others_write_ = others_write_ || own != 0;
+    if (EndsWithAFragment(descriptor, bytes) &&
+        !WriteWhole(descriptor, kLineFeed, &written)) {
+      return false;
+    }
   }
   if (!WriteWhole(descriptor, line, &written)) {
     if (written > 0) {
@@ -172,8 +175,8 @@ bool LogFile::Write(int descriptor, off_t bytes, std::string_view line) {
     }
     return false;
   }
-  if (others_write) {
-    SeparateFromFragment(descriptor, line);
+  if (others_write_.load(std::memory_order_relaxed)) {
+    SeparateFromFragment(descriptor, bytes, line);
   }
   own_end_.store(bytes + static_cast<off_t>(line.size()),
                  std::memory_order_relaxed);
@@ -189,11 +192,12 @@ void LogFile::EndFragment(int descriptor, std::string_view fragment) const {
   errno = end >= ProcessLimit() ? EFBIG : ENOSPC;
 }
 
-void LogFile::SeparateFromFragment(int descriptor,
+// The file had `bytes` and ended with a line before `line` was written.
+void LogFile::SeparateFromFragment(int descriptor, off_t bytes,
                                    std::string_view line) const {
   const off_t begin =
       EndOfLastWrite(descriptor) - static_cast<off_t>(line.size());
-  if (begin > 0 && EndsInsideALine(descriptor, begin) &&
+  if (begin > bytes && EndsInsideALine(descriptor, begin) &&
       Has(descriptor, begin, line)) {
     PutLineFeed(descriptor, begin - 1);
   }

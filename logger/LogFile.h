@@ -7,9 +7,9 @@
 // A line must not follow a fragment directly, or neither could be read. A
 // process that is killed while it writes leaves a fragment, so the end of the
 // file is looked at before a line is written, and a fragment is ended first. A
-// process may also be killed after that look, while others wait to write. So
-// where others write to the file, the byte before the line is looked at once
-// more afterwards; if it belongs to a fragment, it becomes a line feed. The
+// process may also be killed after that look, while others wait to write. So if
+// someone else has written in between, the byte before the line is looked at
+// afterwards, too; if it belongs to a fragment, it becomes a line feed. The
 // same happens to the last byte of a line that a full disk has cut: there may
 // be no space for one byte more.
 
@@ -58,7 +58,8 @@ class LogFile {
   bool AppendToPresent(std::string_view line);
   bool Write(int descriptor, off_t bytes, std::string_view line);
   void EndFragment(int descriptor, std::string_view fragment) const;
-  void SeparateFromFragment(int descriptor, std::string_view line) const;
+  void SeparateFromFragment(int descriptor, off_t bytes,
+                            std::string_view line) const;
   void PutLineFeed(int descriptor, off_t offset) const;
 
   const std::string path_;
@@ -69,6 +70,11 @@ class LogFile {
   // The process's limit for the size of its files, when last asked for.
   std::atomic<off_t> process_limit_ = 0;
 
-  // A file of this size ends with a line of ours: nobody has written since.
+  // A file of this size ends with this logger's last line. 0 when it has not
+  // written to the present file.
   std::atomic<off_t> own_end_ = 0;
+
+  // Whether anyone else has ever written between two lines of this logger. The
+  // look after a line is for those: it would cost a lone launcher a tenth.
+  std::atomic<bool> others_write_ = false;
 };

@@ -158,7 +158,8 @@ void Rotation::Count(const char* file, const FileName& passed,
     FileName& oldest = files->oldest_aside;
     if (std::strcmp(file, passed.data()) > 0 &&
         (oldest[0] == '\0' || std::strcmp(file, oldest.data()) < 0)) {
-      std::strncpy(oldest.data(), file, oldest.size());
+      oldest = {};
+      std::string_view(file).copy(oldest.data(), oldest.size() - 1);
     }
   }
 }

@@ -86,7 +86,6 @@ const Names kAllowed{
     "snprintf",
     "strcmp",
     "strlen",
-    "strncpy",
     "unlinkat",
     "strnlen",
     "vsnprintf",

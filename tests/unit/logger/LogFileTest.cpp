@@ -11,6 +11,7 @@
 #include "logger/LogFile.h"
 #include "tests/support/Files.h"
 #include "tests/support/LoggerFixture.h"
+#include "tests/support/Sandbox.h"
 
 namespace {
 
@@ -279,6 +280,42 @@ TEST_F(FileSizeLimitTest, LosesLinesThatNoFileCanHoldAndKeepsTheOldFiles) {
     EXPECT_EQ(ReadMessages(log_),
               (Messages{"1", "2", "3", LostReport(5, EFBIG), "9"}));
   }));
+}
+
+TEST_F(LogFileTest, LosesAndCountsLinesWhileItsPlaceIsTaken) {
+  REQUIRE_SANDBOX();
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "needs root, to give files away";
+  }
+  constexpr uid_t kOtherUser = 65534;
+  Logger& logger = Open();
+  LogNumbers(logger, 1, 1);
+  fs::rename(log_, logs_ / "kept");
+  fs::create_symlink("kept", log_);
+  EXPECT_EQ(lchown(log_.c_str(), kOtherUser, kOtherUser), 0);
+  Log(logger, "the file itself, reached by their link");
+  fs::remove(log_);
+  dir_.Write("logs/x.log", "theirs\n");
+  EXPECT_EQ(chown(log_.c_str(), kOtherUser, kOtherUser), 0);
+  LogNumbers(logger, 2, 2);
+  EXPECT_EQ(ReadFile(log_), "theirs\n");
+  fs::remove(log_);
+  LogNumbers(logger, 4, 1);
+  EXPECT_EQ(ReadMessages(log_), (Messages{LostReport(2, EPERM), "4"}));
+}
+
+TEST_F(LogFileTest, IsRefusedAtTheStartWhenItIsNotARegularFile) {
+  fs::create_symlink("/dev/null", log_);
+  Logger logger(logs_, "x", LOGLEVEL_DEBUG);
+  EXPECT_EQ(logger.Open(), EPERM);
+}
+
+TEST_F(LogFileTest, FollowsTheUsersOwnLink) {
+  fs::create_symlink(dir_.Path() / "target", log_);
+  Logger& logger = Open();
+  LogNumbers(logger, 1, 2);
+  EXPECT_EQ(ReadMessages(dir_.Path() / "target"), Numbers(1, 2));
+  EXPECT_TRUE(fs::is_symlink(log_));
 }
 
 }  // namespace

@@ -73,14 +73,14 @@ namespace fs = std::filesystem;
 
 constexpr uid_t kOtherUser = 65534;
 
-// A log in a directory that everyone can write to, as /tmp is.
+// A log in a directory that everyone can write to.
 class OpenLogTest : public testing::Test {
  protected:
   OpenLogTest() {
     EXPECT_EQ(chmod(dir_.Path().c_str(), 0755), 0);
     EXPECT_EQ(chmod(dir_.Path().parent_path().c_str(), 01777), 0);
     fs::create_directories(log_.parent_path());
-    EXPECT_EQ(chmod(log_.parent_path().c_str(), 01777), 0);
+    EXPECT_EQ(chmod(log_.parent_path().c_str(), 0777), 0);
   }
 
   // Has another user run `body`. Needs root.

@@ -17,7 +17,8 @@ int main(int argc, char** argv) {
   ILog* log = nullptr;
   int error = InitLogger(argv[1]);
   if (error == 0) {
-    error = GetLogger(kLoggerInterfaceVersion, "example", LOGLEVEL_MESSAGE, &log);
+    error =
+        GetLogger(kLoggerInterfaceVersion, "example", LOGLEVEL_MESSAGE, &log);
   }
   if (error != 0) {
     std::fprintf(stderr, "log_example: %s\n", std::strerror(error));

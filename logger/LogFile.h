@@ -7,11 +7,11 @@
 // A line must not follow a fragment directly, or neither could be read. A
 // process that is killed while it writes leaves a fragment, so the end of the
 // file is looked at before a line is written, and a fragment is ended first. A
-// process may also be killed after that look, while others wait to write. So if
-// someone else has written in between, the byte before the line is looked at
-// afterwards, too; if it belongs to a fragment, it becomes a line feed. The
-// same happens to the last byte of a line that a full disk has cut: there may
-// be no space for one byte more.
+// process may also be killed after that look, while others wait to write. So in
+// a file with several writers the byte before the line is looked at afterwards,
+// too; if it belongs to a fragment, it becomes a line feed. The same happens to
+// the last byte of a line that a full disk has cut: there may be no space for
+// one byte more.
 
 #pragma once
 

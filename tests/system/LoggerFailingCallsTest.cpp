@@ -1,5 +1,5 @@
 // System calls that fail: this program is linked with `malloc`, `free`,
-// `write`, `pwrite`, `lseek`, `openat` and `flock` of its own.
+// `write`, `pwrite`, `lseek`, `openat`, `renameat` and `flock` of its own.
 
 #include <gtest/gtest.h>
 #include <sys/file.h>
@@ -31,6 +31,9 @@ bool g_pwrite_fails = false;
 std::function<void()> g_on_seek;
 int g_interrupted_opens = 0;
 bool g_flock_fails = false;
+std::function<void()> g_before_rename;
+// In the clock's own unit; 0 while it runs.
+long long g_clock = 0;
 
 }  // namespace
 
@@ -44,6 +47,20 @@ ssize_t __real_pwrite(int file, const void* data, std::size_t bytes,
 off_t __real_lseek(int file, off_t offset, int whence);
 int __real_openat(int directory, const char* path, int flags, ...);
 int __real_flock(int file, int operation);
+int __real_renameat(int old_directory, const char* old_path, int new_directory,
+                    const char* new_path);
+
+// std::chrono::system_clock::now, of which it is only known here that the time
+// is returned like a number.
+#ifdef _LIBCPP_VERSION
+#define REAL_NOW __real__ZNSt3__16chrono12system_clock3nowEv
+#define WRAP_NOW __wrap__ZNSt3__16chrono12system_clock3nowEv
+#else
+#define REAL_NOW __real__ZNSt6chrono3_V212system_clock3nowEv
+#define WRAP_NOW __wrap__ZNSt6chrono3_V212system_clock3nowEv
+#endif
+long long REAL_NOW();
+long long WRAP_NOW() { return g_clock != 0 ? g_clock : REAL_NOW(); }
 
 void* __wrap_malloc(std::size_t bytes) {
   if (g_good_allocations == 0) {
@@ -94,6 +111,14 @@ int __wrap_openat(int directory, const char* path, int flags, ...) {
   return __real_openat(directory, path, flags, mode);
 }
 
+int __wrap_renameat(int old_directory, const char* old_path, int new_directory,
+                    const char* new_path) {
+  if (g_before_rename) {
+    g_before_rename();
+  }
+  return __real_renameat(old_directory, old_path, new_directory, new_path);
+}
+
 int __wrap_flock(int file, int operation) {
   if (g_flock_fails) {
     errno = ENOLCK;
@@ -120,6 +145,8 @@ class Fault : public testing::Test {
     g_on_seek = nullptr;
     g_interrupted_opens = 0;
     g_flock_fails = false;
+    g_clock = 0;
+    g_before_rename = nullptr;
   }
 
   void Log(const std::string& text) {
@@ -369,6 +396,46 @@ TEST_F(Fault, RotatesWithoutALockThatFailsForGood) {
     }
   }
   EXPECT_EQ(messages, (Messages{"2", "3", "4", "5"}));
+}
+
+TEST_F(Fault, LosesNoFileWhenTheClockStandsStill) {
+  g_flock_fails = true;
+  g_clock = 1'795'000'000'000'000;
+  Logger logger(dir_.Path(), "y", LOGLEVEL_DEBUG, {1, 10});
+  ASSERT_EQ(logger.Open(), 0);
+  for (const char* const text : {"1", "2", "3", "4", "5"}) {
+    logger.LogText(LOGLEVEL_ERROR, text);
+  }
+  Messages messages;
+  for (const auto& file : FilesIn(dir_.Path())) {
+    if (file != log_) {
+      messages.push_back(ReadMessages(file).at(0));
+    }
+  }
+  EXPECT_EQ(messages, (Messages{"1", "2", "3", "4", "5"}));
+}
+
+TEST_F(Fault, EndsNoFragmentInAFileThatTookTheLogsPlace) {
+  const std::string theirs(100, '.');
+  g_on_write = [&](int file, const void* data, std::size_t) {
+    g_on_write = nullptr;
+    const ssize_t written = __real_write(file, data, 10);
+    std::filesystem::rename(log_, dir_.Path() / "kept");
+    dir_.Write("x.log", theirs + "\n");
+    return written;
+  };
+  Log("torn");
+  EXPECT_EQ(ReadLines(log_), Messages{theirs});
+}
+
+TEST_F(Fault, LosesNoLineWhenTheFullFileIsRemovedBeforeItIsRenamed) {
+  Logger logger(dir_.Path(), "y", LOGLEVEL_DEBUG, {1, 3});
+  ASSERT_EQ(logger.Open(), 0);
+  logger.LogText(LOGLEVEL_ERROR, "1");
+  const auto log = dir_.Path() / "y.log";
+  g_before_rename = [&] { std::filesystem::remove(log); };
+  logger.LogText(LOGLEVEL_ERROR, "2");
+  EXPECT_EQ(ReadMessages(log), Messages{"2"});
 }
 
 }  // namespace

@@ -113,6 +113,15 @@ TEST_F(LogFileTest, AvoidsTheStandardStreamsAndClosesOnExec) {
   }
 }
 
+TEST_F(LogFileTest, EndsAFragmentOfOneByte) {
+  dir_.Write("logs/x.log", "2");
+  LogNumbers(Open(), 1, 1);
+  const auto lines = ReadLines(log_);
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_EQ(lines[0], "2");
+  EXPECT_EQ(MessageOf(lines[1]), "1");
+}
+
 TEST_F(LogFileTest, EndsAFragmentThatAppearsWhileItIsOpen) {
   Logger& logger = Open();
   LogNumbers(logger, 1, 3);

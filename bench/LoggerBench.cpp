@@ -1,16 +1,22 @@
-// What a log line costs: the logger beside the bare `write` of an equal line
+// The cost of a log line: the logger beside the bare `write` of an equal line
 // and beside spdlog's file loggers, which flush every line here as ours does.
 //
 // All write the same text to a file in a directory of their own. Lines per
 // second are items_per_second; nanoseconds per line are the time.
+//
+// LibloggerWithPauses is the launcher's use: something else happens between two
+// lines, so none follows another at once. Its counter is the median of a line's
+// time in nanoseconds, since on a busy machine the pauses attract other work.
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/sinks/rotating_file_sink.h>
 #include <spdlog/spdlog.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
@@ -18,8 +24,8 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
-#include "logger/Limits.h"
 #include "logger/Logger.h"
 #include "tests/support/TempDir.h"
 
@@ -62,14 +68,17 @@ void BareWrite(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 
-// A look at the clock, printf's formatting and a `write`: what every logger of
-// such lines has to do.
-void FormattedWrite(benchmark::State& state) {
+using Clock = std::chrono::system_clock;
+
+// A look at the clock, printf's formatting and a `write`, which every logger of
+// such lines needs, and before the `write` whatever `look` does.
+template <class Look>
+void WriteFormatted(benchmark::State& state, Look look) {
   std::array<char, 256> line;
   const std::size_t prefix = kLine.find('[');
   kLine.copy(line.data(), prefix);
   for (auto _ : state) {
-    benchmark::DoNotOptimize(std::chrono::system_clock::now());
+    look(Clock::now());
     const int length = std::snprintf(line.data() + prefix, line.size() - prefix,
                                      "[LAUNCHER  ] Start to fork %s\n", kName);
     if (write(g_file, line.data(), prefix + static_cast<std::size_t>(length)) <
@@ -79,6 +88,36 @@ void FormattedWrite(benchmark::State& state) {
     }
   }
   state.SetItemsProcessed(state.iterations());
+}
+
+void FormattedWrite(benchmark::State& state) {
+  WriteFormatted(state, [](auto now) { benchmark::DoNotOptimize(now); });
+}
+
+void LookAtPath(const std::string& path) {
+  struct stat status;
+  benchmark::DoNotOptimize(stat(path.c_str(), &status));
+}
+
+// The two ways in which a logger can notice that its file was renamed or is
+// full: a look at the path with every line, or one a millisecond and in between
+// a look at the size.
+void FormattedWriteAndPath(benchmark::State& state) {
+  const std::string path = Path();
+  WriteFormatted(state, [&](auto) { LookAtPath(path); });
+}
+
+void FormattedWriteAndPathNowAndThen(benchmark::State& state) {
+  const std::string path = Path();
+  Clock::time_point last;
+  WriteFormatted(state, [&](auto now) {
+    if (now - last > std::chrono::milliseconds(1)) {
+      LookAtPath(path);
+      last = now;
+    } else {
+      benchmark::DoNotOptimize(lseek(g_file, 0, SEEK_END));
+    }
+  });
 }
 
 void OpenLogger(const benchmark::State&) {
@@ -103,6 +142,28 @@ void Log(benchmark::State& state, LOGLEVEL level) {
 }
 
 void Liblogger(benchmark::State& state) { Log(state, LOGLEVEL_ERROR); }
+
+void LibloggerWithPauses(benchmark::State& state) {
+  constexpr std::chrono::microseconds kPause{2};
+  using std::chrono::steady_clock;
+  ILog* const log = g_logger;
+  std::vector<double> times;
+  times.reserve(static_cast<std::size_t>(state.max_iterations));
+  for (auto _ : state) {
+    const auto pause_end = steady_clock::now() + kPause;
+    while (steady_clock::now() < pause_end) {
+    }
+    const auto begin = steady_clock::now();
+    log->Log(LOGLEVEL_ERROR, "[LAUNCHER  ] Start to fork %s", kName);
+    times.push_back(
+        std::chrono::duration<double, std::nano>(steady_clock::now() - begin)
+            .count());
+  }
+  const auto median =
+      times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
+  std::nth_element(times.begin(), median, times.end());
+  state.counters["median_ns"] = *median;
+}
 
 void LibloggerBelowThreshold(benchmark::State& state) {
   Log(state, LOGLEVEL_VERBOSE);
@@ -144,7 +205,7 @@ void Spdlog(benchmark::State& state) {
 
 constexpr int kManyThreads = 8;
 
-// Run with one thread and with many, the same number of lines in all.
+// Runs with one thread and with many; the number of lines is the same.
 void RunBoth(const char* name, void (*run)(benchmark::State&),
              void (*setup)(const benchmark::State&),
              void (*teardown)(const benchmark::State&)) {
@@ -165,7 +226,14 @@ BENCHMARK(LibloggerBelowThreshold)->Setup(OpenLogger)->Teardown(CloseLogger);
 int main(int argc, char** argv) {
   RunBoth("BareWrite", BareWrite, OpenFile, CloseFile);
   RunBoth("FormattedWrite", FormattedWrite, OpenFile, CloseFile);
+  RunBoth("FormattedWriteAndPath", FormattedWriteAndPath, OpenFile, CloseFile);
+  RunBoth("FormattedWriteAndPathNowAndThen", FormattedWriteAndPathNowAndThen,
+          OpenFile, CloseFile);
   RunBoth("Liblogger", Liblogger, OpenLogger, CloseLogger);
+  benchmark::RegisterBenchmark("LibloggerWithPauses", LibloggerWithPauses)
+      ->Setup(OpenLogger)
+      ->Teardown(CloseLogger)
+      ->Iterations(kLines / 4);
   RunBoth("SpdlogBasic", Spdlog, OpenSpdlogBasic, CloseSpdlog);
   RunBoth("SpdlogRotating", Spdlog, OpenSpdlogRotating, CloseSpdlog);
   benchmark::Initialize(&argc, argv);

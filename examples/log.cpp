@@ -14,11 +14,11 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: log_example DIRECTORY TEXT\n");
     return 2;
   }
-  constexpr int kInterfaceVersion = 2;
   ILog* log = nullptr;
   int error = InitLogger(argv[1]);
   if (error == 0) {
-    error = GetLogger(kInterfaceVersion, "example", LOGLEVEL_MESSAGE, &log);
+    error =
+        GetLogger(kLoggerInterfaceVersion, "example", LOGLEVEL_MESSAGE, &log);
   }
   if (error != 0) {
     std::fprintf(stderr, "log_example: %s\n", std::strerror(error));

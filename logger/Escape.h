@@ -1,31 +1,33 @@
-// How a message is written, so that it stays one line and nothing in it can be
-// taken for something else.
+// How a message is written, so that it is one line and no part of it can be
+// mistaken for something else. Format.h lists the escapes. Escaped are
 //
-//   \n     a line feed
-//   \\     a backslash
-//   \xNN   a byte, by two hexadecimal digits, of any other control character,
-//          of U+2028 and U+2029, and of what is not UTF-8
+//   - control characters: U+0000 to U+001F and U+007F to U+009F
+//   - the other characters that readers take for the end of a line: U+2028 and
+//     U+2029
+//   - marks that change the direction of reading, by which a text could be made
+//     to look like another: U+061C, U+200E, U+200F, U+202A to U+202E and
+//     U+2066 to U+2069
+//   - the backslash
+//   - bytes that are not UTF-8
 //
-// Control characters are U+0000 to U+001F and U+007F to U+009F; U+2028 and
-// U+2029 are the other characters that readers take for the end of a line. All
-// else, other alphabets included, stands as it is. So a log is valid UTF-8
-// whatever is logged, and the message can be had back exactly.
+// Everything else, other alphabets included, is written unchanged. So a log is
+// valid UTF-8 whatever is logged, and the message can be restored exactly.
 //
-// Allocates nothing and takes no lock: safe in a forked copy.
+// Allocates nothing and takes no lock: safe in a forked child.
 
 #pragma once
 
 #include <cstddef>
 #include <string_view>
 
-// The most that one byte of a message becomes.
+// One byte of a message becomes at most this many.
 constexpr std::size_t kEscapedByteBytes = 4;
 
-// Whether `text` is written as it stands.
+// Whether `text` is written unchanged.
 bool IsPlain(std::string_view text);
 
 // Writes `text` to `out`, which has room for `kEscapedByteBytes` times as many
-// bytes. Returns the end of what is written.
+// bytes. Returns the end of what it has written.
 //
 //   a<line feed>b      gives  a\nb
 //   <escape>[31m       gives  \x1b[31m

@@ -5,16 +5,16 @@
 //   2026-11-21T06:20:31.123456Z ERROR 4711:4713 [LAUNCHER  ] the message
 //
 // A line is the time (UTC), the level's text, the process id and the thread id
-// with a colon between them, and the message, separated by single blanks, and
-// ends with a line feed.
+// with a colon between them, and the message, separated by single blanks,
+// and a line feed.
 //
 // A backslash in a line always begins an escape:
 //
 //   \n    a line feed
 //   \\    a backslash
 //   \xNN  any other byte, as two lower-case hexadecimal digits
-//   \...  the message was cut here; the end of the line
-//   \?    the message is a format that could not be formatted; the end too
+//   \...  the message was cut here; ends the line
+//   \?    the message is a format that could not be formatted; ends the line
 
 #pragma once
 
@@ -25,8 +25,9 @@
 
 #include "environment/LoggerLibrary.h"
 
-// "d" stands for a digit, everything else for itself.
+// kTimeDigit stands for a digit, everything else for itself.
 inline constexpr std::string_view kTimeShape = "dddd-dd-ddTdd:dd:dd.ddddddZ";
+inline constexpr char kTimeDigit = 'd';
 
 // The levels from the least to the most severe.
 struct LevelFormat {
@@ -43,6 +44,8 @@ inline constexpr std::array<LevelFormat, 6> kLevelsBySeverity{{
 }};
 
 inline constexpr char kEscape = '\\';
+inline constexpr char kEscapedLineFeed = 'n';
+inline constexpr char kEscapedByte = 'x';
 inline constexpr std::string_view kHexDigits = "0123456789abcdef";
 inline constexpr std::string_view kCutMark = "\\...";
 inline constexpr std::string_view kUnformattableMark = "\\?";

@@ -1,20 +1,32 @@
 #include "logger/LogFile.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <limits>
 #include <utility>
+
+#include "logger/Format.h"
 
 namespace {
 
 constexpr std::string_view kLineFeed = "\n";
 
-// Files full to the limit, one after the other, before a line goes to one
-// regardless. Others' lines have filled them all while this one was under way.
+// This many full files, one after the other, before a line goes to one
+// regardless. The lines of others have filled them all in the meantime.
 constexpr int kMaxFullFiles = 100;
+
+off_t ProcessLimit() {
+  rlimit limit;
+  constexpr off_t kNone = std::numeric_limits<off_t>::max();
+  const bool limited = getrlimit(RLIMIT_FSIZE, &limit) == 0 &&
+                       limit.rlim_cur < static_cast<rlim_t>(kNone);
+  return limited ? static_cast<off_t>(limit.rlim_cur) : kNone;
+}
 
 bool WriteWhole(int descriptor, std::string_view text, std::size_t* written) {
   ssize_t result = 0;
@@ -25,123 +37,181 @@ bool WriteWhole(int descriptor, std::string_view text, std::size_t* written) {
   return *written == text.size();
 }
 
-bool EndsInsideALine(const Descriptor& file, off_t bytes) {
+bool EndsInsideALine(int descriptor, off_t bytes) {
   char last = '\n';
-  return bytes > 0 && pread(file.number(), &last, 1, bytes - 1) == 1 &&
+  return bytes > 0 && pread(descriptor, &last, 1, bytes - 1) == 1 &&
          last != '\n';
 }
 
-// A process that was killed while it wrote, or a power failure, leaves such an
-// end for good. A line that is just being written looks the same: the system
-// shows its beginning before its end.
-bool WasTorn(const Descriptor& file, off_t bytes) {
-  if (!EndsInsideALine(file, bytes)) {
+// Whether a fragment ends the file. A line that is being written right now
+// looks the same: the system shows its beginning before its end.
+bool EndsWithAFragment(int descriptor, off_t bytes) {
+  if (!EndsInsideALine(descriptor, bytes)) {
     return false;
   }
-  // Only its side effect counts: it waits for the `write` that is under way.
-  lseek(file.number(), 0, SEEK_HOLE);
-  const auto state = file.State();
-  return state && state->bytes == bytes && EndsInsideALine(file, bytes);
+  // Only its side effect counts: it waits for a `write` that is under way.
+  lseek(descriptor, 0, SEEK_HOLE);
+  const auto state = StateOf(descriptor);
+  return state && state->bytes == bytes && EndsInsideALine(descriptor, bytes);
 }
+
+// Whether the file has the first bytes of `text` at `offset`.
+bool Has(int descriptor, off_t offset, std::string_view text) {
+  constexpr std::size_t kCompared = 64;
+  std::array<char, kCompared> read;
+  text = text.substr(0, kCompared);
+  return pread(descriptor, read.data(), text.size(), offset) ==
+             static_cast<ssize_t>(text.size()) &&
+         std::equal(text.begin(), text.end(), read.begin());
+}
+
+// The end of what was last written through `descriptor`. Threads share it, so
+// it may belong to another thread's line.
+off_t EndOfLastWrite(int descriptor) { return lseek(descriptor, 0, SEEK_CUR); }
 
 }  // namespace
 
+bool IsDiskFull(int error) { return error == ENOSPC || error == EDQUOT; }
+
 LogFile::LogFile(const std::string& directory, const std::string& name,
                  const LogLimits& limits)
-    : path_(directory + "/" + name + ".log"),
+    : path_(std::string(directory).append("/").append(LogFileName(name))),
       limit_(limits.file_bytes),
       rotation_(directory, name, limits.old_files) {}
 
 int LogFile::Open() {
-  Descriptor file = OpenForAppending(path_.c_str());
-  const auto state = file.State();
+  process_limit_ = ProcessLimit();
+  Descriptor file = OpenLog(path_.c_str());
+  if (!file.IsOpen()) {
+    return IsDiskFull(errno) ? 0 : errno;
+  }
+  const auto state = StateOf(file.number());
   if (!state) {
     return errno;
   }
-  torn_ = WasTorn(file, state->bytes);
   shared_.Replace(std::move(file), *state);
   return 0;
 }
 
-bool LogFile::Append(std::string_view line, Burst::Clock::time_point now) {
+bool LogFile::Append(std::string_view line) {
   {
     const SharedDescriptor::Use use(&shared_);
-    if (use.IsGranted() && IsFit(use, now)) {
-      return Write(use.number(), line);
+    const auto state = StateAt(AT_FDCWD, path_.c_str());
+    if (use.IsGranted() && state && state->IsSameFile(use.state()) &&
+        !IsFull(state->bytes, line.size())) {
+      if (Write(use.number(), state->bytes, line)) {
+        return true;
+      }
+      if (errno != EFBIG) {
+        return false;
+      }
     }
   }
   return AppendToFreshlyOpened(line);
 }
 
-bool LogFile::IsFit(const SharedDescriptor::Use& use,
-                    Burst::Clock::time_point now) {
-  switch (burst_.Needed(now)) {
-    case Burst::Look::kAtNothing:
-      return true;
-    case Burst::Look::kAtSize:
-      return lseek(use.number(), 0, SEEK_END) < limit_;
-    case Burst::Look::kAtPath:
-      break;
-  }
-  const auto state = StateAt(AT_FDCWD, path_.c_str());
-  if (!state || !state->IsSameFile(use.state()) || state->bytes >= limit_) {
-    return false;
-  }
-  burst_.Looked(now, limit_ - state->bytes);
-  return true;
+bool LogFile::IsFull(off_t bytes, std::size_t line_bytes) const {
+  return bytes >= limit_ ||
+         bytes > process_limit_.load(std::memory_order_relaxed) -
+                     static_cast<off_t>(line_bytes);
 }
 
 bool LogFile::AppendToFreshlyOpened(std::string_view line) {
+  process_limit_ = ProcessLimit();
+  // No file is large enough: rotating would only cost the old ones.
+  if (static_cast<off_t>(line.size()) > process_limit_) {
+    errno = EFBIG;
+    return false;
+  }
   for (int full_files = 0;; ++full_files) {
-    Descriptor file = OpenForAppending(path_.c_str());
-    const auto state = file.State();
+    Descriptor file = OpenLog(path_.c_str());
+    if (!file.IsOpen()) {
+      return (errno == EMFILE || errno == ENFILE) && AppendToPresent(line);
+    }
+    const auto state = StateOf(file.number());
     if (!state) {
       return false;
     }
-    if (state->bytes < limit_ || full_files == kMaxFullFiles ||
+    if (!IsFull(state->bytes, line.size()) || full_files == kMaxFullFiles ||
         !rotation_.Rotate(*state)) {
-      const bool written = Write(file.number(), line);
-      if (shared_.Replace(std::move(file), *state)) {
-        burst_.Stop();
-      }
+      own_end_ = 0;
+      const bool written = Write(file.number(), state->bytes, line);
+      const int error = errno;
+      shared_.Replace(std::move(file), *state);
+      errno = error;
       return written;
     }
   }
 }
 
-bool LogFile::Write(int descriptor, std::string_view line) {
-  std::size_t written = 0;
-  if (torn_.load(std::memory_order_relaxed)) {
-    if (!WriteWhole(descriptor, kLineFeed, &written)) {
-      return false;
+// With no descriptor free, the file that is open goes on being used, full or
+// renamed. A file without a name would be lost with the line.
+bool LogFile::AppendToPresent(std::string_view line) {
+  const int error = errno;
+  const SharedDescriptor::Use use(&shared_);
+  if (use.IsGranted()) {
+    const auto state = StateOf(use.number());
+    if (state && state->names > 0) {
+      return Write(use.number(), state->bytes, line);
     }
-    torn_ = false;
   }
-  if (WriteWhole(descriptor, line, &written)) {
-    burst_.Wrote();
-    return true;
-  }
-  if (written > 0) {
-    torn_ = !EndFragment(line.substr(0, written));
-    errno = ENOSPC;
-  }
+  errno = error;
   return false;
 }
 
-// Others' lines may follow the fragment by now; then it is too late. The file
-// is opened once more because on some systems `pwrite` appends, too, when the
-// descriptor is in append mode.
-bool LogFile::EndFragment(std::string_view fragment) const {
-  constexpr std::size_t kCompared = 64;
-  std::array<char, kCompared> end;
-  const Descriptor file(open(path_.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK));
-  const auto state = file.State();
-  fragment.remove_prefix(fragment.size() -
-                         std::min(fragment.size(), kCompared));
-  const auto length = static_cast<ssize_t>(fragment.size());
-  return state &&
-         pread(file.number(), end.data(), fragment.size(),
-               state->bytes - length) == length &&
-         std::equal(fragment.begin(), fragment.end(), end.begin()) &&
-         pwrite(file.number(), kLineFeed.data(), 1, state->bytes - 1) == 1;
+bool LogFile::Write(int descriptor, off_t bytes, std::string_view line) {
+  std::size_t written = 0;
+  if (const off_t own = own_end_.load(std::memory_order_relaxed);
+      bytes != own) {
+    others_write_ = others_write_ || own != 0;
+    if (EndsWithAFragment(descriptor, bytes) &&
+        !WriteWhole(descriptor, kLineFeed, &written)) {
+      return false;
+    }
+  }
+  if (!WriteWhole(descriptor, line, &written)) {
+    if (written > 0) {
+      EndFragment(descriptor, line.substr(0, written));
+    }
+    return false;
+  }
+  if (others_write_.load(std::memory_order_relaxed)) {
+    SeparateFromFragment(descriptor, bytes, line);
+  }
+  own_end_.store(bytes + static_cast<off_t>(line.size()),
+                 std::memory_order_relaxed);
+  return true;
+}
+
+// The system does not say why it has written only a part.
+void LogFile::EndFragment(int descriptor, std::string_view fragment) const {
+  const off_t end = EndOfLastWrite(descriptor);
+  if (Has(descriptor, end - static_cast<off_t>(fragment.size()), fragment)) {
+    PutLineFeed(descriptor, end - 1);
+  }
+  errno = end >= ProcessLimit() ? EFBIG : ENOSPC;
+}
+
+// The file had `bytes` and ended with a line before `line` was written.
+void LogFile::SeparateFromFragment(int descriptor, off_t bytes,
+                                   std::string_view line) const {
+  const off_t begin =
+      EndOfLastWrite(descriptor) - static_cast<off_t>(line.size());
+  if (begin > bytes && EndsInsideALine(descriptor, begin) &&
+      Has(descriptor, begin, line)) {
+    PutLineFeed(descriptor, begin - 1);
+  }
+}
+
+// The file is opened once more because on some systems `pwrite`, too, appends
+// when the descriptor is in append mode.
+void LogFile::PutLineFeed(int descriptor, off_t offset) const {
+  const Descriptor file = ::Open(AT_FDCWD, path_.c_str(), O_RDWR | O_NONBLOCK);
+  const auto opened = StateOf(file.number());
+  const auto written = StateOf(descriptor);
+  if (opened && written && opened->IsSameFile(*written)) {
+    // When this fails, the next line's look at the end finds the fragment.
+    [[maybe_unused]] const ssize_t result =
+        pwrite(file.number(), kLineFeed.data(), kLineFeed.size(), offset);
+  }
 }

@@ -1,12 +1,17 @@
 // The file that a logger appends to.
 //
-// Every line is one `write` in append mode, which the system does whole and at
-// the end of the file, whoever else writes. No lock is needed, so none is there
-// for a forked copy to find taken.
+// Every line is one `write` in append mode, which the system carries out whole
+// and at the end of the file, whoever else writes. That needs no lock, so a
+// forked child can never find one held.
 //
-// A full disk may take the first part of a line only. The file then goes on
-// with someone else's line, so the part has to be ended at once, without any
-// space: its last byte becomes a line feed.
+// A line must not follow a fragment directly, or neither could be read. A
+// process that is killed while it writes leaves a fragment, so the end of the
+// file is looked at before a line is written, and a fragment is ended first. A
+// process may also be killed after that look, while others wait to write. So in
+// a file with several writers the byte before the line is looked at afterwards,
+// too; if it belongs to a fragment, it becomes a line feed. The same happens to
+// the last byte of a line that a full disk has cut: there may be no space for
+// one byte more.
 
 #pragma once
 
@@ -14,41 +19,62 @@
 #include <string>
 #include <string_view>
 
-#include "logger/Burst.h"
-#include "logger/Limits.h"
+#include "logger/Descriptor.h"
 #include "logger/Rotation.h"
-#include "logger/SharedDescriptor.h"
 
-// Safe from any thread and in a forked copy of a threaded process. Not to be
-// destroyed while anything may log.
+// The logger library uses the defaults; the tests lower them.
+struct LogLimits {
+  // A file this large is full; the next line goes to a new one.
+  off_t file_bytes = off_t{10} * 1024 * 1024;
+
+  // The number of full files that are kept.
+  int old_files = 5;
+};
+
+// Whether `error`, an errno value, means that the disk has no space left.
+bool IsDiskFull(int error);
+
+// Safe from any thread and in a forked child of a threaded process. Must not be
+// destroyed while any thread may log.
 class LogFile {
  public:
-  // The file `<directory>/<name>.log`, by an absolute path.
+  // The log `name` in `directory`, an absolute path.
   LogFile(const std::string& directory, const std::string& name,
           const LogLimits& limits);
 
-  // Opens the file, making it (0600) when it is missing. Returns 0, else the
-  // errno. Goes before all else.
+  // Must be called first. Opens the file, making it (0600) when it is missing.
+  // Returns 0, also when the disk is full, or an errno value.
   int Open();
 
-  // Appends `line`, which ends with a line feed and is begun at `now`, to the
-  // file at the path: made anew when someone has removed or renamed it, rotated
-  // when it is full. Never waits. False, with errno set, when the line could
-  // not be written.
-  bool Append(std::string_view line, Burst::Clock::time_point now);
+  // Appends `line`, which ends with a line feed, to the file at the path. Makes
+  // the file when someone has removed or renamed it; rotates it when it is
+  // full. Never waits. Returns false, with errno set, when the line could not
+  // be written.
+  bool Append(std::string_view line);
 
  private:
-  bool IsFit(const SharedDescriptor::Use& use, Burst::Clock::time_point now);
+  bool IsFull(off_t bytes, std::size_t line_bytes) const;
   bool AppendToFreshlyOpened(std::string_view line);
-  bool Write(int descriptor, std::string_view line);
-  bool EndFragment(std::string_view fragment) const;
+  bool AppendToPresent(std::string_view line);
+  bool Write(int descriptor, off_t bytes, std::string_view line);
+  void EndFragment(int descriptor, std::string_view fragment) const;
+  void SeparateFromFragment(int descriptor, off_t bytes,
+                            std::string_view line) const;
+  void PutLineFeed(int descriptor, off_t offset) const;
 
   const std::string path_;
   const off_t limit_;
   const Rotation rotation_;
   SharedDescriptor shared_;
-  Burst burst_;
 
-  // Whether the file ends in the middle of a line, as far as is known.
-  std::atomic<bool> torn_ = false;
+  // The process's limit for the size of its files, when last asked for.
+  std::atomic<off_t> process_limit_ = 0;
+
+  // A file of this size ends with this logger's last line. 0 when it has not
+  // written to the present file.
+  std::atomic<off_t> own_end_ = 0;
+
+  // Whether anyone else has ever written between two lines of this logger. The
+  // look after a line is for those: it would cost a lone launcher a tenth.
+  std::atomic<bool> others_write_ = false;
 };

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "logger/Escape.h"
-#include "logger/LogLevels.h"
+#include "logger/Format.h"
 
 namespace {
 
@@ -16,17 +16,17 @@ constexpr std::size_t kMaxMarkBytes =
     std::max(kCutMark.size(), kUnformattableMark.size());
 constexpr std::size_t kTailBytes = kMaxMarkBytes + 1;
 
-// How much of a message that has to be escaped is kept where there is no
-// memory for it.
+// Without memory, this much of a message that has to be escaped is kept.
 constexpr std::size_t kKeptWithoutMemory = 512;
 
 char* Put(std::string_view text, char* out) {
   return std::copy(text.begin(), text.end(), out);
 }
 
-// As many digits as `width` says.
+constexpr unsigned kBase = 10;
+
+// Exactly `width` digits.
 char* PutDigits(unsigned value, int width, char* out) {
-  constexpr unsigned kBase = 10;
   for (char* digit = out + width; digit != out; value /= kBase) {
     *--digit = static_cast<char>('0' + value % kBase);
   }
@@ -34,7 +34,6 @@ char* PutDigits(unsigned value, int width, char* out) {
 }
 
 char* PutNumber(std::uint64_t value, char* out) {
-  constexpr unsigned kBase = 10;
   constexpr std::size_t kMaxDigits = 20;
   std::array<char, kMaxDigits> digits;
   char* first = digits.end();
@@ -45,37 +44,52 @@ char* PutNumber(std::uint64_t value, char* out) {
   return std::copy(first, digits.end(), out);
 }
 
-// <chrono>'s calendar is mere arithmetic; gmtime_r and localtime_r take a lock.
+// <chrono>'s calendar is plain arithmetic; gmtime_r and localtime_r take a
+// lock.
 char* PutTime(LogTime time, char* out) {
-  using std::chrono::duration_cast;
   const auto day = std::chrono::floor<std::chrono::days>(time);
   const std::chrono::year_month_day date(day);
   const std::chrono::hh_mm_ss clock(
       std::chrono::floor<std::chrono::microseconds>(time - day));
-  out = PutDigits(static_cast<unsigned>(static_cast<int>(date.year())), 4, out);
-  *out++ = '-';
-  out = PutDigits(static_cast<unsigned>(date.month()), 2, out);
-  *out++ = '-';
-  out = PutDigits(static_cast<unsigned>(date.day()), 2, out);
-  *out++ = 'T';
-  out = PutDigits(static_cast<unsigned>(clock.hours().count()), 2, out);
-  *out++ = ':';
-  out = PutDigits(static_cast<unsigned>(clock.minutes().count()), 2, out);
-  *out++ = ':';
-  out = PutDigits(static_cast<unsigned>(clock.seconds().count()), 2, out);
-  *out++ = '.';
-  out = PutDigits(static_cast<unsigned>(clock.subseconds().count()), 6, out);
-  *out++ = 'Z';
-  return out;
+  std::array<char, kTimeShape.size()> digits;
+  const char* digit = digits.data();
+  char* end = digits.data();
+  const auto put = [&end](auto value, int width) {
+    end = PutDigits(static_cast<unsigned>(value), width, end);
+  };
+  put(static_cast<int>(date.year()), 4);
+  put(static_cast<unsigned>(date.month()), 2);
+  put(static_cast<unsigned>(date.day()), 2);
+  put(clock.hours().count(), 2);
+  put(clock.minutes().count(), 2);
+  put(clock.seconds().count(), 2);
+  put(clock.subseconds().count(), 6);
+  return std::transform(
+      kTimeShape.begin(), kTimeShape.end(), out,
+      [&digit](char shape) { return shape == kTimeDigit ? *digit++ : shape; });
 }
 
 }  // namespace
+
+// A level's value says nothing about its severity.
+std::size_t Severity(LOGLEVEL level) {
+  std::size_t error = 0;
+  for (std::size_t i = 0; i < kLevelsBySeverity.size(); ++i) {
+    if (kLevelsBySeverity[i].level == level) {
+      return i;
+    }
+    if (kLevelsBySeverity[i].level == LOGLEVEL_ERROR) {
+      error = i;
+    }
+  }
+  return error;
+}
 
 LogLine::LogLine(LogTime time, LOGLEVEL level, CallerIds ids,
                  const char* format, va_list arguments) {
   char* out = PutTime(time, begin_);
   *out++ = ' ';
-  out = Put(LevelText(level), out);
+  out = Put(kLevelsBySeverity[Severity(level)].text, out);
   *out++ = ' ';
   out = PutNumber(static_cast<std::uint64_t>(ids.process), out);
   *out++ = ':';
@@ -119,7 +133,7 @@ void LogLine::FormatLong(std::size_t length, const char* format,
     mark_ = kCutMark;
     return;
   }
-  // The caller has copied them.
+  // The caller has copied the arguments.
   // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
   std::vsnprintf(message_, kept + 1, format, arguments);
   end_ = message_ + kept;

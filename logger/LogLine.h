@@ -1,16 +1,12 @@
-// One line of a log:
+// One line of a log, laid out as Format.h says, with the message escaped as
+// Escape.h says.
 //
-//   2026-11-21T06:20:31.123456Z ERROR 4711:4713 [LAUNCHER  ] the message
+// A message of up to a few thousand bytes needs no allocation. A longer one, or
+// one with escapes, takes at most about five times `kMaxMessageBytes` of
+// memory, which is freed with the line. Without memory the message is cut to
+// what fits.
 //
-// that is the time (UTC), the level's text, the process's and the thread's
-// number, the message as Escape.h writes it, and a line feed.
-//
-// A message of up to a few thousand bytes costs no allocation. A longer one, or
-// one to be escaped, takes memory of at most about five times
-// `kMaxMessageBytes`, given back with the line. Where there is no memory the
-// message is cut to what fits without.
-//
-// Takes no lock, whatever the message: safe in a forked copy.
+// Takes no lock, whatever the message: safe in a forked child.
 
 #pragma once
 
@@ -23,14 +19,14 @@
 #include <string_view>
 
 #include "environment/LoggerLibrary.h"
-#include "logger/CallerIds.h"
-#include "logger/Limits.h"
+#include "logger/ThreadId.h"
 
-// What a cut message ends with. No message holds a single backslash.
-constexpr std::string_view kCutMark = "\\...";
+// A longer message is cut to this length, before escaping.
+constexpr std::size_t kMaxMessageBytes = std::size_t{1024} * 1024;
 
-// What follows a format that cannot be formatted, written in its place.
-constexpr std::string_view kUnformattableMark = "\\?";
+// The level's place in kLevelsBySeverity. A value that is not a level counts as
+// LOGLEVEL_ERROR, as an unknown text does in the level's configuration.
+std::size_t Severity(LOGLEVEL level);
 
 using LogTime = std::chrono::system_clock::time_point;
 
@@ -44,7 +40,7 @@ class LogLine {
   LogLine(const LogLine&) = delete;
   LogLine& operator=(const LogLine&) = delete;
 
-  // The whole line with its line feed, valid as long as this object.
+  // The whole line with its line feed. Valid as long as this object.
   std::string_view text() const {
     return {begin_, static_cast<std::size_t>(end_ - begin_)};
   }
@@ -68,8 +64,8 @@ class LogLine {
                                                 va_list arguments);
   void EscapeMessage();
 
-  // Gives the line room for a message of so many bytes and drops the message it
-  // has. Returns the memory that held it; on failure changes nothing.
+  // Gives the line room for a message of `message_bytes` and drops its present
+  // message. Returns the memory that held it; on failure changes nothing.
   struct Moved {
     bool moved;
     Memory before;

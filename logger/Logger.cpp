@@ -1,12 +1,14 @@
 #include "logger/Logger.h"
 
+#include <sys/mman.h>
+
 #include <cerrno>
 #include <chrono>
-#include <cinttypes>
+#include <new>
 
-#include "logger/CallerIds.h"
-#include "logger/LogLevels.h"
+#include "logger/Format.h"
 #include "logger/LogLine.h"
+#include "logger/ThreadId.h"
 
 namespace {
 
@@ -31,48 +33,59 @@ int Logger::Open() {
   if (const int error = WatchForks()) {
     return error;
   }
-  if (const int error = lost_.Open()) {
-    return error;
+  void* const memory = mmap(nullptr, sizeof(LostLines), PROT_READ | PROT_WRITE,
+                            MAP_SHARED | MAP_ANON, -1, 0);
+  if (memory == MAP_FAILED) {
+    return errno;
   }
+  lost_ = ::new (memory) LostLines{};
   return file_.Open();
 }
 
 // From here to the `write`, nothing takes a lock, looks at the time zone, uses
-// stdio's streams or has a function-local static: a forked copy of a threaded
-// process logs, and would wait forever for what another thread held when it
-// was made. A test keeps the list of what is called.
+// stdio's streams or has a function-local static. A forked child of a threaded
+// process logs, and would wait for ever for a lock that another thread held at
+// the fork. A test checks the list of the functions that are called.
 void Logger::LogV(LOGLEVEL level, const char* format,
                   va_list arguments) noexcept {
   if (Severity(level) < threshold_) {
     return;
   }
   const ErrnoKeeper keeper;
-  const LogTime now = std::chrono::system_clock::now();
-  const LogLine line(now, level, GetCallerIds(), format, arguments);
-  if (!ReportLostLines() || !file_.Append(line.text(), now)) {
-    lost_.Add(1, errno);
+  const LogLine line(std::chrono::system_clock::now(), level, GetCallerIds(),
+                     format, arguments);
+  if (!ReportLost() || !file_.Append(line.text())) {
+    AddLost(1, errno);
   }
 }
 
-// Whatever the threshold: a log with a gap says so.
-bool Logger::ReportLostLines() {
-  const LostLines::Loss loss = lost_.Take();
-  if (loss.lines == 0 ||
-      Write(LOGLEVEL_CRITICAL,
-            "[LOGGER    ] lines that could not be written: %" PRIu64
-            ", errno = %d",
-            loss.lines, loss.error)) {
+void Logger::AddLost(std::uint64_t lines, int error) {
+  lost_->error.store(error, std::memory_order_relaxed);
+  lost_->count.fetch_add(lines, std::memory_order_relaxed);
+}
+
+// Whatever the threshold: a log with a gap says so. Nearly always there is
+// nothing to report, and to look is cheaper than to exchange.
+bool Logger::ReportLost() {
+  if (lost_->count.load(std::memory_order_relaxed) == 0) {
     return true;
   }
-  lost_.Add(loss.lines, errno);
+  const std::uint64_t lines =
+      lost_->count.exchange(0, std::memory_order_relaxed);
+  const int error = lost_->error.load(std::memory_order_relaxed);
+  if (lines == 0 || Write(LOGLEVEL_CRITICAL, kLostLinesMessage,
+                          static_cast<unsigned long long>(lines), error)) {
+    return true;
+  }
+  AddLost(lines, errno);
   return false;
 }
 
 bool Logger::Write(LOGLEVEL level, const char* format, ...) {
-  const LogTime now = std::chrono::system_clock::now();
   va_list arguments;
   va_start(arguments, format);
-  const LogLine line(now, level, GetCallerIds(), format, arguments);
+  const LogLine line(std::chrono::system_clock::now(), level, GetCallerIds(),
+                     format, arguments);
   va_end(arguments);
-  return file_.Append(line.text(), now);
+  return file_.Append(line.text());
 }

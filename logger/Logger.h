@@ -1,35 +1,47 @@
-// A logger: what the library's callers hold as an ILog.
+// A logger: the ILog that the library hands out.
 
 #pragma once
 
+#include <atomic>
 #include <cstdarg>
+#include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include "environment/LoggerLibrary.h"
-#include "logger/Limits.h"
 #include "logger/LogFile.h"
-#include "logger/LostLines.h"
 
-// Lives until the process ends: forked copies log while the process's exit-time
-// destruction goes on.
+// Lives until the process ends: forked children log during the exit-time
+// destruction.
 class Logger final : public ILog {
  public:
-  // A logger on `<directory>/<name>.log`; the directory's path is absolute.
+  // A logger on the log `name` in `directory`, an absolute path.
   Logger(const std::string& directory, const std::string& name,
          LOGLEVEL threshold, const LogLimits& limits = {});
 
-  // Opens the logger's file. Returns 0, else the errno. Goes before all else.
+  // Must be called first. Opens the logger's file. Returns 0 or an errno value.
   int Open();
 
   void LogV(LOGLEVEL level, const char* format,
             va_list arguments) noexcept override;
 
  private:
-  bool ReportLostLines();
+  // The lines that could not be written since the last report, and the errno
+  // value of the last of them. A process and its forked children share this
+  // memory: a child may be gone before writing works again, and two processes
+  // must not report the same lines.
+  struct LostLines {
+    std::atomic<std::uint64_t> count;
+    std::atomic<int> error;
+  };
+  static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
+
+  void AddLost(std::uint64_t lines, int error);
+  bool ReportLost();
   [[gnu::format(printf, 3, 4)]] bool Write(LOGLEVEL level, const char* format,
                                            ...);
 
-  const int threshold_;
+  const std::size_t threshold_;
   LogFile file_;
-  LostLines lost_;
+  LostLines* lost_ = nullptr;
 };

@@ -6,12 +6,15 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 
+#include "logger/Format.h"
 #include "logger/ThreadId.h"
 
 namespace {
@@ -19,11 +22,9 @@ namespace {
 // How often the holder of the lock is given a chance to run.
 constexpr int kChances = 20;
 
-// How many of the files that were set aside one rotation gives numbers to. More
-// than one, so that what was left behind is caught up with.
-constexpr int kMostNumbered = 10;
-
-constexpr std::string_view kAsideSuffix = ".full";
+// One rotation numbers or removes at most this many files. More than one, so
+// that a backlog becomes smaller.
+constexpr int kMaxSteps = 10;
 
 class DirectoryLock {
  public:
@@ -36,8 +37,7 @@ class DirectoryLock {
   DirectoryLock(const DirectoryLock&) = delete;
   DirectoryLock& operator=(const DirectoryLock&) = delete;
 
-  // Takes the lock if it is free. False otherwise, with errno EWOULDBLOCK when
-  // that is because another holds it.
+  // Takes the lock if it is free. Whether this object holds it.
   bool Take() {
     taken_ = taken_ || flock(directory_, LOCK_EX | LOCK_NB) == 0;
     return taken_;
@@ -52,8 +52,16 @@ struct CloseDirectory {
   void operator()(DIR* directory) const { closedir(directory); }
 };
 
-int OpenDirectory(int base, const char* path) {
-  return openat(base, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+enum class Kind { kNothing, kFile, kObstacle };
+
+// A link counts as a file: it can be renamed and removed like one.
+Kind KindOf(int directory, const char* name) {
+  struct stat status;
+  if (fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    return errno == ENOENT ? Kind::kNothing : Kind::kObstacle;
+  }
+  return S_ISREG(status.st_mode) || S_ISLNK(status.st_mode) ? Kind::kFile
+                                                            : Kind::kObstacle;
 }
 
 }  // namespace
@@ -62,19 +70,17 @@ Rotation::Rotation(const std::string& directory, const std::string& name,
                    int old_files)
     : directory_(directory),
       name_(name),
-      log_(name + ".log"),
+      log_(LogFileName(name)),
       old_files_(old_files) {}
 
 bool Rotation::Rotate(const FileState& full) const {
-  const Descriptor directory(OpenDirectory(AT_FDCWD, directory_.c_str()));
+  const Descriptor directory =
+      Open(AT_FDCWD, directory_.c_str(), O_RDONLY | O_DIRECTORY);
   if (!directory.IsOpen()) {
     return false;
   }
   DirectoryLock lock(directory.number());
   for (int chance = 0; !lock.Take() && chance < kChances; ++chance) {
-    if (errno != EWOULDBLOCK) {
-      return false;
-    }
     sched_yield();
     if (!IsAtPath(directory.number(), full)) {
       return true;
@@ -83,9 +89,7 @@ bool Rotation::Rotate(const FileState& full) const {
   if (!SetAside(directory.number(), full)) {
     return false;
   }
-  if (lock.Take()) {
-    NumberOldest(directory.number());
-  }
+  TidyUp(directory.number(), lock.Take());
   return true;
 }
 
@@ -98,68 +102,142 @@ bool Rotation::SetAside(int directory, const FileState& full) const {
   if (!IsAtPath(directory, full)) {
     return true;
   }
-  const FileName aside = NewNameAside();
+  const FileName aside = NewNameAside(directory);
   return renameat(directory, log_.c_str(), directory, aside.data()) == 0 ||
          errno == ENOENT;
 }
 
-// Others go on setting aside meanwhile, so that there need not be a last one.
-void Rotation::NumberOldest(int directory) const {
-  FileName aside;
-  for (int numbered = 0;
-       numbered < kMostNumbered && FindOldestAside(directory, &aside) &&
-       Number(directory, aside);
-       ++numbered) {
+// Files set aside that can be neither numbered nor removed are passed, oldest
+// first.
+void Rotation::TidyUp(int directory, bool locked) const {
+  FileName passed{};
+  for (int step = 0; step < kMaxSteps;) {
+    const OldFiles files = List(directory, passed);
+    const bool too_many = files.numbered + files.aside > old_files_ + 1;
+    if (too_many && RemoveNumbered(directory, files.highest) != 0) {
+      ++step;
+      continue;
+    }
+    const FileName& oldest = files.oldest_aside;
+    if (oldest[0] == '\0' || (!too_many && !locked)) {
+      return;
+    }
+    if (too_many ? unlinkat(directory, oldest.data(), 0) == 0
+                 : Number(directory, oldest)) {
+      ++step;
+    } else {
+      passed = oldest;
+    }
   }
 }
 
-bool Rotation::FindOldestAside(int directory, FileName* oldest) const {
-  bool found = false;
-  const int listed = OpenDirectory(directory, ".");
-  const std::unique_ptr<DIR, CloseDirectory> list(fdopendir(listed));
+// Looks for the oldest file set aside among those after `passed`.
+Rotation::OldFiles Rotation::List(int directory, const FileName& passed) const {
+  OldFiles files;
+  Descriptor listed = Open(directory, ".", O_RDONLY | O_DIRECTORY);
+  const std::unique_ptr<DIR, CloseDirectory> list(fdopendir(listed.number()));
   if (list == nullptr) {
-    close(listed);
+    return files;
+  }
+  listed.Release();
+  while (const dirent* const entry = readdir(list.get())) {
+    if (KindOf(directory, entry->d_name) == Kind::kFile) {
+      Count(entry->d_name, passed, &files);
+    }
+  }
+  return files;
+}
+
+void Rotation::Count(const char* file, const FileName& passed,
+                     OldFiles* files) const {
+  if (const int number = NumberOf(file); number > 0) {
+    ++files->numbered;
+    files->highest = std::max(files->highest, number);
+  } else if (IsNameAside(file)) {
+    ++files->aside;
+    FileName& oldest = files->oldest_aside;
+    if (std::strcmp(file, passed.data()) > 0 &&
+        (oldest[0] == '\0' || std::strcmp(file, oldest.data()) < 0)) {
+      oldest = {};
+      std::string_view(file).copy(oldest.data(), oldest.size() - 1);
+    }
+  }
+}
+
+// Moves up the files below the first number that is free. A file that cannot be
+// renamed keeps its number, and the others pass it.
+bool Rotation::Number(int directory, const FileName& aside) const {
+  int free = FreeNumber(directory);
+  if (free == 0) {
     return false;
   }
-  while (const dirent* const entry = readdir(list.get())) {
-    if (IsNameAside(entry->d_name) &&
-        (!found || std::strcmp(entry->d_name, oldest->data()) < 0)) {
-      std::strncpy(oldest->data(), entry->d_name, oldest->size());
-      found = true;
+  for (int number = free - 1; number > 0; --number) {
+    const FileName file = Numbered(number);
+    if (KindOf(directory, file.data()) == Kind::kFile &&
+        renameat(directory, file.data(), directory, Numbered(free).data()) ==
+            0) {
+      free = number;
     }
   }
-  return found;
+  return renameat(directory, aside.data(), directory, Numbered(free).data()) ==
+         0;
 }
 
-// Only the files up to the first number that is free have to move.
-bool Rotation::Number(int directory, const FileName& aside) const {
-  int last = 1;
-  while (last < old_files_ && StateAt(directory, Numbered(last).data())) {
-    ++last;
-  }
-  for (; last > 1; --last) {
-    if (renameat(directory, Numbered(last - 1).data(), directory,
-                 Numbered(last).data()) != 0) {
-      return false;
+// The lowest number that no file has; if all are taken, that of the oldest file
+// that can be removed. 0 if there is none.
+int Rotation::FreeNumber(int directory) const {
+  for (int number = 1; number <= old_files_; ++number) {
+    if (KindOf(directory, Numbered(number).data()) == Kind::kNothing) {
+      return number;
     }
   }
-  return renameat(directory, aside.data(), directory, Numbered(1).data()) == 0;
+  return RemoveNumbered(directory, old_files_);
+}
+
+// Removes the file with the highest number that can be removed. Returns that
+// number, also when someone else has just removed the file `highest`, or 0.
+int Rotation::RemoveNumbered(int directory, int highest) const {
+  for (int number = highest; number > 0; --number) {
+    const FileName file = Numbered(number);
+    const Kind kind = KindOf(directory, file.data());
+    if ((kind == Kind::kFile && unlinkat(directory, file.data(), 0) == 0) ||
+        (kind == Kind::kNothing && number == highest)) {
+      return number;
+    }
+  }
+  return 0;
 }
 
 Rotation::FileName Rotation::Numbered(int number) const {
   FileName file;
-  std::snprintf(file.data(), file.size(), "%s.%d.log", name_.c_str(), number);
+  std::snprintf(file.data(), file.size(), "%s.%d%s", name_.c_str(), number,
+                kLogSuffix.data());
   return file;
 }
 
-// Names sort by time.
-Rotation::FileName Rotation::NewNameAside() const {
+// The number of an old file by its name; 0 when it has another name.
+int Rotation::NumberOf(std::string_view file) const {
+  if (!file.starts_with(name_) || file.size() <= name_.size() + 1) {
+    return 0;
+  }
+  int number = 0;
+  std::from_chars(file.data() + name_.size() + 1, file.data() + file.size(),
+                  number);
+  const bool kept = number > 0 && number <= old_files_;
+  return kept && file == Numbered(number).data() ? number : 0;
+}
+
+// Names sort by time. The clock may stand still, or be set back.
+Rotation::FileName Rotation::NewNameAside(int directory) const {
   const auto now = std::chrono::system_clock::now().time_since_epoch();
+  long long time = std::chrono::nanoseconds(now).count();
   FileName file;
-  std::snprintf(file.data(), file.size(), "%s.%020lld-%llu%s", name_.c_str(),
-                static_cast<long long>(std::chrono::nanoseconds(now).count()),
-                static_cast<unsigned long long>(ThreadId()),
-                kAsideSuffix.data());
+  do {
+    std::snprintf(file.data(), file.size(), "%s.%020lld-%llu%s", name_.c_str(),
+                  time, static_cast<unsigned long long>(ThreadId()),
+                  kAsideSuffix.data());
+    ++time;
+  } while (KindOf(directory, file.data()) != Kind::kNothing);
   return file;
 }
 

@@ -1,4 +1,4 @@
-// What the tests of the logger library read its files with.
+// Reading what the logger library has written.
 
 #pragma once
 
@@ -6,11 +6,16 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "logger/Format.h"
+
+using Messages = std::vector<std::string>;
 
 // The lines of the file at `path` without their line feeds. The file has to end
 // with one.
@@ -25,7 +30,7 @@ inline std::vector<std::string> ReadLines(const std::filesystem::path& path) {
   return lines;
 }
 
-// The files in `directory`, sorted by name.
+// Everything in `directory`, sorted by name.
 inline std::vector<std::filesystem::path> FilesIn(
     const std::filesystem::path& directory) {
   std::vector<std::filesystem::path> files;
@@ -36,42 +41,70 @@ inline std::vector<std::filesystem::path> FilesIn(
   return files;
 }
 
-// Whether `text` is like `pattern`, in which a '0' stands for any digit.
-inline bool IsLike(std::string_view text, std::string_view pattern) {
-  return std::equal(text.begin(), text.end(), pattern.begin(), pattern.end(),
-                    [](char c, char like) {
-                      return like == '0' ? c >= '0' && c <= '9' : c == like;
+// Whether `text` has the layout of a line's time.
+inline bool IsTime(std::string_view text) {
+  return std::equal(text.begin(), text.end(), kTimeShape.begin(),
+                    kTimeShape.end(), [](char c, char shape) {
+                      return shape == kTimeDigit ? c >= '0' && c <= '9'
+                                                 : c == shape;
                     });
 }
 
-// The message of a line; empty, with a failure of the test, when the line is
-// not laid out as lines are.
-inline std::string MessageOf(std::string_view line) {
-  constexpr std::string_view kTime = "0000-00-00T00:00:00.000000Z";
-  constexpr std::array<std::string_view, 6> kLevels{
-      "VERBOSE", "DEBUG", "MESSAGE", "WARNING", "ERROR", "CRITICAL"};
-  std::string_view rest = line;
-  const auto next_word = [&rest] {
-    const std::string_view word = rest.substr(0, rest.find(' '));
-    rest.remove_prefix(std::min(word.size() + 1, rest.size()));
+inline bool IsLevel(std::string_view text) {
+  return std::any_of(
+      kLevelsBySeverity.begin(), kLevelsBySeverity.end(),
+      [text](const LevelFormat& level) { return level.text == text; });
+}
+
+// A line's words before the message, and the message.
+struct LogWords {
+  std::string_view time;
+  std::string_view level;
+  std::string_view ids;
+  std::string_view message;
+};
+
+inline LogWords WordsOf(std::string_view line) {
+  const auto next_word = [&line] {
+    const std::string_view word = line.substr(0, line.find(' '));
+    line.remove_prefix(std::min(word.size() + 1, line.size()));
     return word;
   };
-  const bool time = IsLike(next_word(), kTime);
-  const bool level =
-      std::count(kLevels.begin(), kLevels.end(), next_word()) > 0;
-  const std::string_view ids = next_word();
-  EXPECT_TRUE(time && level && ids.find(':') != std::string_view::npos &&
-              ids.find_first_not_of("0123456789:") == std::string_view::npos)
-      << "not a line: " << line;
-  return std::string(rest);
+  LogWords words;
+  words.time = next_word();
+  words.level = next_word();
+  words.ids = next_word();
+  words.message = line;
+  return words;
+}
+
+inline bool IsLine(std::string_view line) {
+  const LogWords words = WordsOf(line);
+  return IsTime(words.time) && IsLevel(words.level) &&
+         words.ids.find(':') != std::string_view::npos &&
+         words.ids.find_first_not_of("0123456789:") == std::string_view::npos;
+}
+
+// The message of a line; fails the test when the line is not laid out as lines
+// are.
+inline std::string MessageOf(std::string_view line) {
+  EXPECT_TRUE(IsLine(line)) << "not a line: " << line;
+  return std::string(WordsOf(line).message);
 }
 
 // The messages of the file at `path`.
-inline std::vector<std::string> ReadMessages(
-    const std::filesystem::path& path) {
-  std::vector<std::string> messages;
+inline Messages ReadMessages(const std::filesystem::path& path) {
+  Messages messages;
   for (const std::string& line : ReadLines(path)) {
     messages.push_back(MessageOf(line));
   }
   return messages;
+}
+
+// The message that reports `lines` lost lines.
+inline std::string LostReport(unsigned long long lines, int error) {
+  constexpr std::size_t kMaxNumbersBytes = 40;
+  std::array<char, sizeof(kLostLinesMessage) + kMaxNumbersBytes> text;
+  std::snprintf(text.data(), text.size(), kLostLinesMessage, lines, error);
+  return text.data();
 }

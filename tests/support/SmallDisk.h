@@ -1,4 +1,4 @@
-// A disk that is quickly full.
+// A disk that is soon full.
 
 #pragma once
 
@@ -11,13 +11,13 @@
 
 #include "tests/support/TempDir.h"
 
-// A tmpfs of so many pages, for the sandbox alone. It fills up a page at a
-// time, so a line across the end of the last page is written in part.
+// A tmpfs of a few pages and files, for the sandbox alone. It fills up a page
+// at a time, so a line across the end of the last page is written in part.
 class SmallDisk {
  public:
   explicit SmallDisk(int pages) {
-    const std::string size =
-        "mode=0700,size=" + std::to_string(pages * kPageBytes);
+    const std::string size = "mode=0700,nr_inodes=" + std::to_string(kFiles) +
+                             ",size=" + std::to_string(pages * kPageBytes);
     EXPECT_EQ(mount("none", Path().c_str(), "tmpfs", 0, size.c_str()), 0);
   }
   ~SmallDisk() { umount2(Path().c_str(), MNT_DETACH); }
@@ -28,7 +28,7 @@ class SmallDisk {
 
   const std::filesystem::path& Path() const { return dir_.Path(); }
 
-  // Leaves so many pages free.
+  // Leaves `free_pages` free.
   void Fill(int free_pages) {
     const auto space = std::filesystem::space(Path()).free;
     dir_.Write(
@@ -38,6 +38,16 @@ class SmallDisk {
   }
   void Free() { std::filesystem::remove(Path() / "ballast"); }
 
+  // From then on no file can be made, until they are freed.
+  void UseUpFiles() {
+    std::filesystem::create_directory(Path() / "files");
+    int file = 0;
+    while (std::ofstream(Path() / "files" / std::to_string(file)).is_open()) {
+      ++file;
+    }
+  }
+  void FreeFiles() { std::filesystem::remove_all(Path() / "files"); }
+
   void MakeReadOnly() {
     EXPECT_EQ(
         mount("none", Path().c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr),
@@ -45,5 +55,7 @@ class SmallDisk {
   }
 
  private:
+  static constexpr int kFiles = 100;
+
   const TempDir dir_;
 };

@@ -7,7 +7,7 @@
 #include <set>
 #include <string>
 
-#include "logger/LogDirectory.h"
+#include "environment/LoggerLibrary.h"
 #include "logger/Logger.h"
 #include "tests/support/LogReader.h"
 #include "tests/support/Sandbox.h"
@@ -41,16 +41,13 @@ struct Outcome {
 
 // Counts the lost lines that `message` reports; false when it is no report.
 bool IsReport(const std::string& message, Outcome* outcome) {
-  int lost = 0;
+  unsigned long long lost = 0;
   int error = 0;
-  if (std::sscanf(
-          message.c_str(),
-          "[LOGGER    ] lines that could not be written: %d, errno = %d", &lost,
-          &error) != 2) {
+  if (std::sscanf(message.c_str(), kLostLinesMessage, &lost, &error) != 2) {
     return false;
   }
   EXPECT_EQ(error, ENOSPC);
-  outcome->reported_lost += lost;
+  outcome->reported_lost += static_cast<int>(lost);
   return true;
 }
 
@@ -148,27 +145,47 @@ TEST(ReadOnlyDirectory, CountsTheLinesLostAndReportsThem) {
   ASSERT_EQ(umount(logs.c_str()), 0);
   logger.LogText(LOGLEVEL_ERROR, "written");
   EXPECT_EQ(ReadMessages(logs / "x.log"),
-            (std::vector<std::string>{
-                "[LOGGER    ] lines that could not be written: 3, errno = " +
-                    std::to_string(EROFS),
-                "written"}));
+            (Messages{LostReport(3, EROFS), "written"}));
 }
 
-TEST(LogDirectory, IsNotAcceptedOnAFullDisk) {
+TEST(FullDisk, IsNoReasonToRefuseALogger) {
   REQUIRE_SANDBOX();
   SmallDisk disk(kPages);
   disk.Fill(0);
   const auto before = FilesIn(disk.Path());
-  EXPECT_EQ(PrepareLogDirectory(disk.Path()), ENOSPC);
+  ILog* log = nullptr;
+  EXPECT_EQ(InitLogger(disk.Path().c_str()), 0);
   EXPECT_EQ(FilesIn(disk.Path()), before);
+  ASSERT_EQ(GetLogger(kLoggerInterfaceVersion, "x", LOGLEVEL_DEBUG, &log), 0);
+  log->LogText(LOGLEVEL_ERROR, "lost");
+  log->LogText(LOGLEVEL_ERROR, "lost");
+  disk.Free();
+  log->LogText(LOGLEVEL_ERROR, "written");
+  EXPECT_EQ(ReadMessages(disk.Path() / "x.log"),
+            (Messages{LostReport(2, ENOSPC), "written"}));
 }
 
-TEST(LogDirectory, IsNotAcceptedWhereNothingCanBeWritten) {
+TEST(FullDisk, IsNoReasonToRefuseALoggerWhoseFileCannotBeMade) {
+  REQUIRE_SANDBOX();
+  SmallDisk disk(kPages);
+  disk.UseUpFiles();
+  ILog* log = nullptr;
+  EXPECT_EQ(InitLogger(disk.Path().c_str()), 0);
+  ASSERT_EQ(GetLogger(kLoggerInterfaceVersion, "x", LOGLEVEL_DEBUG, &log), 0);
+  log->LogText(LOGLEVEL_ERROR, "lost");
+  EXPECT_FALSE(fs::exists(disk.Path() / "x.log"));
+  disk.FreeFiles();
+  log->LogText(LOGLEVEL_ERROR, "written");
+  EXPECT_EQ(ReadMessages(disk.Path() / "x.log"),
+            (Messages{LostReport(1, ENOSPC), "written"}));
+}
+
+TEST(ReadOnlyDirectory, IsRefused) {
   REQUIRE_SANDBOX();
   SmallDisk disk(kPages);
   disk.MakeReadOnly();
-  EXPECT_EQ(PrepareLogDirectory(disk.Path()), EROFS);
-  EXPECT_EQ(PrepareLogDirectory(disk.Path() / "logs"), EROFS);
+  EXPECT_EQ(InitLogger(disk.Path().c_str()), EROFS);
+  EXPECT_EQ(InitLogger((disk.Path() / "logs").c_str()), EROFS);
 }
 
 }  // namespace

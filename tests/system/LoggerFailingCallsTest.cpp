@@ -1,10 +1,12 @@
-// What goes wrong in the system's calls, made to happen: this program is linked
-// with `malloc`, `free`, `write`, `pwrite` and `lseek` of its own.
+// System calls that fail: this program is linked with `malloc`, `free`,
+// `write`, `pwrite`, `lseek`, `openat`, `renameat` and `flock` of its own.
 
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -18,15 +20,20 @@
 
 namespace {
 
-// Those that are let through before one fails; -1 for all.
+// The number of allocations that succeed before one fails; -1 for all.
 int g_good_allocations = -1;
 int g_allocated = 0;
 
 std::vector<std::string> g_writes;
-// What a `write` does instead, if anything.
+// Replaces `write` while it is set.
 std::function<ssize_t(int, const void*, std::size_t)> g_on_write;
 bool g_pwrite_fails = false;
 std::function<void()> g_on_seek;
+int g_interrupted_opens = 0;
+bool g_flock_fails = false;
+std::function<void()> g_before_rename;
+// In the clock's own unit; 0 while it runs.
+long long g_clock = 0;
 
 }  // namespace
 
@@ -38,6 +45,22 @@ ssize_t __real_write(int file, const void* data, std::size_t bytes);
 ssize_t __real_pwrite(int file, const void* data, std::size_t bytes,
                       off_t offset);
 off_t __real_lseek(int file, off_t offset, int whence);
+int __real_openat(int directory, const char* path, int flags, ...);
+int __real_flock(int file, int operation);
+int __real_renameat(int old_directory, const char* old_path, int new_directory,
+                    const char* new_path);
+
+// std::chrono::system_clock::now, of which it is only known here that the time
+// is returned like a number.
+#ifdef _LIBCPP_VERSION
+#define REAL_NOW __real__ZNSt3__16chrono12system_clock3nowEv
+#define WRAP_NOW __wrap__ZNSt3__16chrono12system_clock3nowEv
+#else
+#define REAL_NOW __real__ZNSt6chrono3_V212system_clock3nowEv
+#define WRAP_NOW __wrap__ZNSt6chrono3_V212system_clock3nowEv
+#endif
+long long REAL_NOW();
+long long WRAP_NOW() { return g_clock != 0 ? g_clock : REAL_NOW(); }
 
 void* __wrap_malloc(std::size_t bytes) {
   if (g_good_allocations == 0) {
@@ -69,10 +92,39 @@ ssize_t __wrap_pwrite(int file, const void* data, std::size_t bytes,
 }
 
 off_t __wrap_lseek(int file, off_t offset, int whence) {
-  if (g_on_seek) {
+  if (whence == SEEK_HOLE && g_on_seek) {
     g_on_seek();
   }
   return __real_lseek(file, offset, whence);
+}
+
+int __wrap_openat(int directory, const char* path, int flags, ...) {
+  if (g_interrupted_opens > 0) {
+    --g_interrupted_opens;
+    errno = EINTR;
+    return -1;
+  }
+  va_list arguments;
+  va_start(arguments, flags);
+  const auto mode = va_arg(arguments, unsigned);
+  va_end(arguments);
+  return __real_openat(directory, path, flags, mode);
+}
+
+int __wrap_renameat(int old_directory, const char* old_path, int new_directory,
+                    const char* new_path) {
+  if (g_before_rename) {
+    g_before_rename();
+  }
+  return __real_renameat(old_directory, old_path, new_directory, new_path);
+}
+
+int __wrap_flock(int file, int operation) {
+  if (g_flock_fails) {
+    errno = ENOLCK;
+    return -1;
+  }
+  return __real_flock(file, operation);
 }
 
 }  // extern "C"
@@ -91,6 +143,10 @@ class Fault : public testing::Test {
     g_on_write = nullptr;
     g_pwrite_fails = false;
     g_on_seek = nullptr;
+    g_interrupted_opens = 0;
+    g_flock_fails = false;
+    g_clock = 0;
+    g_before_rename = nullptr;
   }
 
   void Log(const std::string& text) {
@@ -104,7 +160,7 @@ class Fault : public testing::Test {
     return ReadMessages(log_).at(0);
   }
 
-  // Has a `write` take so many bytes only, once.
+  // Has the next `write` take only `kept` bytes.
   static void CutNextWrite(std::size_t kept) {
     g_on_write = [kept](int file, const void* data, std::size_t) {
       g_on_write = nullptr;
@@ -167,13 +223,13 @@ TEST_F(Fault, TriesAgainWhenInterrupted) {
     return -1;
   };
   Log("first");
-  EXPECT_EQ(ReadMessages(log_), std::vector<std::string>{"first"});
+  EXPECT_EQ(ReadMessages(log_), Messages{"first"});
 }
 
-TEST_F(Fault, EndsThePartOfALineAtOnce) {
+TEST_F(Fault, EndsAFragmentAtOnce) {
   CutNextWrite(10);
   Log("torn");
-  // Another launcher's line.
+  // Another launcher's line follows.
   Logger other(dir_.Path(), "x", LOGLEVEL_DEBUG);
   ASSERT_EQ(other.Open(), 0);
   other.LogText(LOGLEVEL_ERROR, "whole");
@@ -183,7 +239,7 @@ TEST_F(Fault, EndsThePartOfALineAtOnce) {
   EXPECT_EQ(MessageOf(lines[1]), "whole");
 }
 
-TEST_F(Fault, EndsThePartOfALineBeforeTheNextWhenItCannotAtOnce) {
+TEST_F(Fault, EndsAFragmentBeforeTheNextLineWhenItCannotAtOnce) {
   g_pwrite_fails = true;
   CutNextWrite(10);
   Log("torn");
@@ -191,13 +247,11 @@ TEST_F(Fault, EndsThePartOfALineBeforeTheNextWhenItCannotAtOnce) {
   const auto lines = ReadLines(log_);
   ASSERT_EQ(lines.size(), 3U);
   EXPECT_EQ(lines[0].size(), 10U);
-  EXPECT_EQ(MessageOf(lines[1]),
-            "[LOGGER    ] lines that could not be written: 1, errno = " +
-                std::to_string(ENOSPC));
+  EXPECT_EQ(MessageOf(lines[1]), LostReport(1, ENOSPC));
   EXPECT_EQ(MessageOf(lines[2]), "whole");
 }
 
-TEST_F(Fault, TearsNoLineThatFollowedThePart) {
+TEST_F(Fault, TearsNoLineThatFollowedTheFragment) {
   g_on_write = [](int file, const void* data, std::size_t) {
     g_on_write = nullptr;
     const ssize_t written = __real_write(file, data, 10);
@@ -210,7 +264,7 @@ TEST_F(Fault, TearsNoLineThatFollowedThePart) {
   EXPECT_EQ(lines[0].substr(10), "theirs");
 }
 
-TEST_F(Fault, StartsANewLineBehindOneThatWasTorn) {
+TEST_F(Fault, BeginsANewLineAfterAFragment) {
   dir_.Write("x.log", "torn");
   Logger other(dir_.Path(), "x", LOGLEVEL_DEBUG);
   ASSERT_EQ(other.Open(), 0);
@@ -221,16 +275,15 @@ TEST_F(Fault, StartsANewLineBehindOneThatWasTorn) {
   EXPECT_EQ(MessageOf(lines[1]), "whole");
 }
 
-TEST_F(Fault, TakesALineThatIsBeingWrittenForNoTornOne) {
+TEST_F(Fault, DoesNotMistakeALineBeingWrittenForAFragment) {
   std::ofstream theirs(dir_.Write("x.log", "begun"), std::ios::app);
-  g_on_seek = [&] { theirs << ", continued" << std::flush; };
+  g_on_seek = [&] { theirs << " and ended\n" << std::flush; };
   Logger other(dir_.Path(), "x", LOGLEVEL_DEBUG);
   ASSERT_EQ(other.Open(), 0);
-  theirs << " and ended\n" << std::flush;
   other.LogText(LOGLEVEL_ERROR, "whole");
   const auto lines = ReadLines(log_);
   ASSERT_EQ(lines.size(), 2U);
-  EXPECT_EQ(lines[0], "begun, continued and ended");
+  EXPECT_EQ(lines[0], "begun and ended");
   EXPECT_EQ(MessageOf(lines[1]), "whole");
 }
 
@@ -244,11 +297,145 @@ TEST_F(Fault, CountsEveryLineThatFails) {
   }
   g_on_write = nullptr;
   Log("whole");
-  EXPECT_EQ(ReadMessages(log_),
-            (std::vector<std::string>{
-                "[LOGGER    ] lines that could not be written: 3, errno = " +
-                    std::to_string(EIO),
-                "whole"}));
+  EXPECT_EQ(ReadMessages(log_), (Messages{LostReport(3, EIO), "whole"}));
+}
+
+TEST_F(Fault, OpensTheFileAgainWhenInterrupted) {
+  std::filesystem::remove(log_);
+  g_interrupted_opens = 3;
+  Log("whole");
+  EXPECT_EQ(g_interrupted_opens, 0);
+  EXPECT_EQ(ReadMessages(log_), Messages{"whole"});
+}
+
+// The line feed takes a byte that the disk does not have.
+TEST_F(Fault, CountsTheLineWhoseFragmentCannotBeEnded) {
+  dir_.Write("x.log", "torn");
+  g_on_write = [](int, const void*, std::size_t) -> ssize_t {
+    errno = ENOSPC;
+    return -1;
+  };
+  Log("lost");
+  Log("lost");
+  g_on_write = nullptr;
+  Log("whole");
+  const auto lines = ReadLines(log_);
+  ASSERT_EQ(lines.size(), 3U);
+  EXPECT_EQ(lines[0], "torn");
+  EXPECT_EQ(MessageOf(lines[1]), LostReport(2, ENOSPC));
+  EXPECT_EQ(MessageOf(lines[2]), "whole");
+}
+
+TEST_F(Fault, ReportsAFullDiskForALineThatWasCut) {
+  CutNextWrite(10);
+  errno = EIO;
+  Log("torn");
+  EXPECT_EQ(errno, EIO);
+  Log("whole");
+  EXPECT_EQ(MessageOf(ReadLines(log_).at(1)), LostReport(1, ENOSPC));
+}
+
+TEST_F(Fault, ReportsLostLinesAsCritical) {
+  CutNextWrite(10);
+  Log("torn");
+  Log("whole");
+  const auto lines = ReadLines(log_);
+  EXPECT_EQ(WordsOf(lines.at(1)).level, "CRITICAL");
+  EXPECT_EQ(WordsOf(lines.at(2)).level, "ERROR");
+}
+
+// A writer was killed after the look at the end, while this line waited.
+TEST_F(Fault, SeparatesALineFromAFragmentThatAppearedJustBeforeIt) {
+  Log("first");
+  std::ofstream(log_, std::ios::app) << "theirs\n";
+  Log("second");
+  g_on_write = [](int file, const void* data, std::size_t bytes) {
+    g_on_write = nullptr;
+    __real_write(file, "fragment", 8);
+    return __real_write(file, data, bytes);
+  };
+  Log("whole");
+  const auto lines = ReadLines(log_);
+  ASSERT_EQ(lines.size(), 5U);
+  EXPECT_EQ(MessageOf(lines[2]), "second");
+  EXPECT_EQ(lines[3], "fragmen");
+  EXPECT_EQ(MessageOf(lines[4]), "whole");
+}
+
+// Two threads share the descriptor's position.
+TEST_F(Fault, LeavesLinesAloneWhenTheirPlaceIsNotKnown) {
+  Log("zeroth");
+  std::ofstream(log_, std::ios::app) << "theirs\n";
+  Log("first");
+  g_on_write = [](int file, const void* data, std::size_t bytes) {
+    g_on_write = nullptr;
+    const ssize_t written = __real_write(file, data, bytes);
+    __real_write(file, "another line\n", 13);
+    return written;
+  };
+  Log("second");
+  const auto lines = ReadLines(log_);
+  ASSERT_EQ(lines.size(), 5U);
+  EXPECT_EQ(MessageOf(lines[2]), "first");
+  EXPECT_EQ(MessageOf(lines[3]), "second");
+  EXPECT_EQ(lines[4], "another line");
+}
+
+TEST_F(Fault, RotatesWithoutALockThatFailsForGood) {
+  constexpr int kOldFiles = 2;
+  g_flock_fails = true;
+  Logger logger(dir_.Path(), "y", LOGLEVEL_DEBUG, {1, kOldFiles});
+  ASSERT_EQ(logger.Open(), 0);
+  for (const char* const text : {"1", "2", "3", "4", "5"}) {
+    logger.LogText(LOGLEVEL_ERROR, text);
+  }
+  Messages messages;
+  for (const auto& file : FilesIn(dir_.Path())) {
+    if (file != log_) {
+      messages.push_back(ReadMessages(file).at(0));
+    }
+  }
+  EXPECT_EQ(messages, (Messages{"2", "3", "4", "5"}));
+}
+
+TEST_F(Fault, LosesNoFileWhenTheClockStandsStill) {
+  g_flock_fails = true;
+  g_clock = 1'795'000'000'000'000;
+  Logger logger(dir_.Path(), "y", LOGLEVEL_DEBUG, {1, 10});
+  ASSERT_EQ(logger.Open(), 0);
+  for (const char* const text : {"1", "2", "3", "4", "5"}) {
+    logger.LogText(LOGLEVEL_ERROR, text);
+  }
+  Messages messages;
+  for (const auto& file : FilesIn(dir_.Path())) {
+    if (file != log_) {
+      messages.push_back(ReadMessages(file).at(0));
+    }
+  }
+  EXPECT_EQ(messages, (Messages{"1", "2", "3", "4", "5"}));
+}
+
+TEST_F(Fault, EndsNoFragmentInAFileThatTookTheLogsPlace) {
+  const std::string theirs(100, '.');
+  g_on_write = [&](int file, const void* data, std::size_t) {
+    g_on_write = nullptr;
+    const ssize_t written = __real_write(file, data, 10);
+    std::filesystem::rename(log_, dir_.Path() / "kept");
+    dir_.Write("x.log", theirs + "\n");
+    return written;
+  };
+  Log("torn");
+  EXPECT_EQ(ReadLines(log_), Messages{theirs});
+}
+
+TEST_F(Fault, LosesNoLineWhenTheFullFileIsRemovedBeforeItIsRenamed) {
+  Logger logger(dir_.Path(), "y", LOGLEVEL_DEBUG, {1, 3});
+  ASSERT_EQ(logger.Open(), 0);
+  logger.LogText(LOGLEVEL_ERROR, "1");
+  const auto log = dir_.Path() / "y.log";
+  g_before_rename = [&] { std::filesystem::remove(log); };
+  logger.LogText(LOGLEVEL_ERROR, "2");
+  EXPECT_EQ(ReadMessages(log), Messages{"2"});
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// What the library shows and what it calls, as its object files tell.
+// The symbols that the library exports, and those that it calls.
 
 #include <gtest/gtest.h>
 
@@ -38,13 +38,12 @@ TEST(Library, ExportsItsTwoEntryPointsAndNothingElse) {
             (Names{"GetLogger", "InitLogger"}));
 }
 
-// A forked copy of a threaded process logs. So whatever takes a lock that
-// another thread may have held at the fork, looks at the time zone or uses
-// stdio's streams must not be added here.
+// A forked child of a threaded process logs. So no function may be added here
+// that takes a lock that another thread may have held at the fork, looks at the
+// time zone or uses stdio's streams.
 const Names kAllowed{
     // From LogV to the `write`, rotation included. readdir locks the listing
-    // that was opened for it, which nobody else has; malloc is made whole by
-    // fork.
+    // that was opened for it, which no other thread has; fork repairs malloc.
     "__errno_location",
     "close",
     "closedir",
@@ -57,6 +56,10 @@ const Names kAllowed{
     "fstat64",
     "fstatat",
     "fstatat64",
+    "fchmod",
+    "geteuid",
+    "getrlimit",
+    "getrlimit64",
     "gettid",
     "lseek",
     "lseek64",
@@ -82,7 +85,7 @@ const Names kAllowed{
     "snprintf",
     "strcmp",
     "strlen",
-    "strncpy",
+    "unlinkat",
     "strnlen",
     "vsnprintf",
     "write",
@@ -95,7 +98,7 @@ const Names kAllowed{
     "pthread_atfork",
     "__register_atfork",
     "__dso_handle",
-    // What the compiler leaves: none of it runs unless something is broken.
+    // Added by the compiler; runs only if something is broken.
     "_GLOBAL_OFFSET_TABLE_",
     "_Unwind_Resume",
     "__cxa_begin_catch",
@@ -143,7 +146,7 @@ bool IsInstrumented(const Names& names) {
   });
 }
 
-TEST(PathOfALine, CallsNothingThatCouldHangAForkedCopy) {
+TEST(PathOfALine, CallsNothingThatCouldHangAForkedChild) {
   Names undefined = LastWords("nm -u " LOGGER_OBJECTS);
   for (const std::string& name :
        LastWords("nm --defined-only " LOGGER_OBJECTS)) {

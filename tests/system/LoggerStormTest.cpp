@@ -39,23 +39,22 @@ void RunThreads(int count, const std::function<void(int)>& body) {
   }
 }
 
-// A forked copy that runs `body`. It is ended when it takes far longer than it
-// should.
+// Runs `body` in a forked child, which is ended if it takes far too long.
 pid_t Fork(const std::function<void()>& body) {
   constexpr int kPatienceSeconds = 600;
-  const pid_t copy = fork();
-  if (copy == 0) {
+  const pid_t child = fork();
+  if (child == 0) {
     alarm(kPatienceSeconds);
     body();
     KeepCoverage();
     _exit(testing::Test::HasFailure() ? 1 : 0);
   }
-  return copy;
+  return child;
 }
 
-bool EndsWell(pid_t copy) {
+bool EndsWell(pid_t child) {
   int status = -1;
-  return waitpid(copy, &status, 0) == copy && status == 0;
+  return waitpid(child, &status, 0) == child && status == 0;
 }
 
 struct Storm {
@@ -67,7 +66,7 @@ struct Storm {
 
 constexpr int kPaddings = 40;
 
-// Lines of many lengths, so that they meet the ends of files anyhow.
+// Lines of many lengths, so that they end at many places in a page.
 std::string Text(int process, int thread, int line) {
   return std::to_string(process) + "/" + std::to_string(thread) + "/" +
          std::to_string(line) + " " +
@@ -130,8 +129,8 @@ void RunStorm(const Storm& storm) {
   }
 }
 
-// Every copy is made while other threads format, write and rotate, and then
-// does so itself.
+// Every child is forked while other threads format, write and rotate, and then
+// does the same.
 void RunForks(int forks) {
   constexpr int kThreads = 4;
   constexpr int kLongMessage = 10'000;
@@ -150,7 +149,7 @@ void RunForks(int forks) {
   bool well = true;
   for (int i = 0; well && i < forks; ++i) {
     well = EndsWell(Fork([&] {
-      logger.Log(LOGLEVEL_ERROR, "copy %d", i);
+      logger.Log(LOGLEVEL_ERROR, "child %d", i);
       logger.Log(LOGLEVEL_ERROR, "%s", long_text.c_str());
     }));
   }
@@ -161,14 +160,14 @@ void RunForks(int forks) {
 
 constexpr off_t kSmallFile = 100'000;
 
-// Large enough for bursts.
+// Large enough for many lines between two rotations.
 constexpr off_t kLargeFile = 2'000'000;
 
 TEST(Storm, LosesTearsAndDoublesNothing) {
   RunStorm({8, 4, 2'000, kSmallFile});
 }
 
-TEST(Storm, LosesTearsAndDoublesNothingInBursts) {
+TEST(Storm, LosesTearsAndDoublesNothingInLargeFiles) {
   RunStorm({8, 4, 2'000, kLargeFile});
 }
 
@@ -176,8 +175,8 @@ TEST(Storm, LosesTearsAndDoublesNothingWhenEveryFileHoldsFewLines) {
   RunStorm({4, 4, 200, 1'000});
 }
 
-// While a long line is written, the file ends inside it for those who look.
-TEST(Storm, TakesNoLongLineThatIsBeingWrittenForATornOne) {
+// While a long line is written, others see the file end inside it.
+TEST(Storm, DoesNotMistakeALongLineBeingWrittenForAFragment) {
   constexpr int kLines = 200;
   constexpr int kMaxOpened = 10'000;
   constexpr std::size_t kLongMessage = 500'000;
@@ -191,7 +190,7 @@ TEST(Storm, TakesNoLongLineThatIsBeingWrittenForATornOne) {
     }
     stop = true;
   });
-  // A logger keeps a page for good, and a process may not have any number.
+  // A logger keeps a page for ever, and a process may only have so many.
   for (int opened = 0; opened < kMaxOpened && !stop; ++opened) {
     Logger opener(dir.Path(), kName, LOGLEVEL_DEBUG, {});
     EXPECT_EQ(opener.Open(), 0);
@@ -205,16 +204,16 @@ TEST(Storm, TakesNoLongLineThatIsBeingWrittenForATornOne) {
   }
 }
 
-TEST(Storm, LetsForkedCopiesLog) { RunForks(300); }
+TEST(Storm, LetsForkedChildrenLog) { RunForks(300); }
 
 TEST(Soak, LosesTearsAndDoublesNothing) {
   RunStorm({8, 4, 20'000, kSmallFile});
 }
 
-TEST(Soak, LosesTearsAndDoublesNothingInBursts) {
+TEST(Soak, LosesTearsAndDoublesNothingInLargeFiles) {
   RunStorm({8, 4, 20'000, kLargeFile});
 }
 
-TEST(Soak, LetsTenThousandForkedCopiesLog) { RunForks(10'000); }
+TEST(Soak, LetsTenThousandForkedChildrenLog) { RunForks(10'000); }
 
 }  // namespace

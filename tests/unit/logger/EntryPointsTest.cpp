@@ -1,27 +1,27 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <filesystem>
-#include <fstream>
 #include <regex>
-#include <sstream>
 #include <string>
 
 #include "environment/LoggerLibrary.h"
 #include "tests/support/Files.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/LogReader.h"
+#include "tests/support/Sandbox.h"
 #include "tests/support/TempDir.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kVersion = 2;
+constexpr uid_t kOtherUser = 65534;
 
 mode_t Mode(const fs::path& path) {
   struct stat status {};
@@ -33,20 +33,23 @@ class EntryPoints : public testing::Test {
  protected:
   TempDir dir_;
   const fs::path logs_ = dir_.Path() / "a" / "b" / "logs";
-  // Set to see whether it is left alone.
+  // Shows whether the result is left alone.
   ILog* const untouched_ = reinterpret_cast<ILog*>(&dir_);
   ILog* log_ = untouched_;
 };
 
-// Stands first: no directory has been prepared yet.
+// Must come first: no directory has been prepared yet.
 TEST_F(EntryPoints, MakeNoLoggerWithoutADirectory) {
-  EXPECT_EQ(GetLogger(kVersion, "launcher", LOGLEVEL_DEBUG, &log_), ENOENT);
+  EXPECT_EQ(
+      GetLogger(kLoggerInterfaceVersion, "launcher", LOGLEVEL_DEBUG, &log_),
+      ENOENT);
   EXPECT_EQ(log_, untouched_);
 }
 
 TEST_F(EntryPoints, WriteALine) {
   ASSERT_EQ(InitLogger(logs_.c_str()), 0);
-  ASSERT_EQ(GetLogger(kVersion, "launcher", LOGLEVEL_DEBUG, &log_), 0);
+  ASSERT_EQ(
+      GetLogger(kLoggerInterfaceVersion, "launcher", LOGLEVEL_DEBUG, &log_), 0);
   log_->Log(LOGLEVEL_ERROR, "[LAUNCHER  ] %s", "hello");
   const std::string ids =
       std::to_string(getpid()) + ":" + std::to_string(getpid());
@@ -56,11 +59,12 @@ TEST_F(EntryPoints, WriteALine) {
   EXPECT_TRUE(std::regex_match(text, expected)) << text;
 }
 
-// Callers that were built by other compilers go through the table.
+// Callers that other compilers have built go through the table.
 TEST_F(EntryPoints, HaveLogVInTheThirdSlot) {
   using LogV = void (*)(ILog*, LOGLEVEL, const char*, va_list);
   ASSERT_EQ(InitLogger(logs_.c_str()), 0);
-  ASSERT_EQ(GetLogger(kVersion, "launcher", LOGLEVEL_DEBUG, &log_), 0);
+  ASSERT_EQ(
+      GetLogger(kLoggerInterfaceVersion, "launcher", LOGLEVEL_DEBUG, &log_), 0);
   const auto* const table = *reinterpret_cast<LogV**>(log_);
   const auto call = [&](const char* format, ...) {
     va_list arguments;
@@ -84,19 +88,20 @@ TEST_F(EntryPoints, MakeTheDirectoryAndItsParentsForTheUserAlone) {
 TEST_F(EntryPoints, MakeTheFileForTheUserAlone) {
   ASSERT_EQ(InitLogger(logs_.c_str()), 0);
   const mode_t before = umask(0);
-  EXPECT_EQ(GetLogger(kVersion, "launcher", LOGLEVEL_DEBUG, &log_), 0);
+  EXPECT_EQ(
+      GetLogger(kLoggerInterfaceVersion, "launcher", LOGLEVEL_DEBUG, &log_), 0);
   umask(before);
   EXPECT_EQ(Mode(logs_ / "launcher.log"), 0600U);
 }
 
-TEST_F(EntryPoints, LeaveTheModesOfWhatExistsAlone) {
+TEST_F(EntryPoints, LeaveTheModeOfAnExistingDirectoryAlone) {
   fs::create_directories(logs_);
   ASSERT_EQ(chmod(logs_.c_str(), 0751), 0);
   ASSERT_EQ(InitLogger(logs_.c_str()), 0);
   EXPECT_EQ(Mode(logs_), 0751U);
 }
 
-TEST_F(EntryPoints, TakePathsWithDoubledAndTrailingSlashes) {
+TEST_F(EntryPoints, AcceptPathsWithDoubledAndTrailingSlashes) {
   const std::string path = dir_.Path().string() + "//a///b//";
   EXPECT_EQ(InitLogger(path.c_str()), 0);
   EXPECT_TRUE(fs::is_directory(dir_.Path() / "a" / "b"));
@@ -112,23 +117,41 @@ TEST_F(EntryPoints, SayWhyTheDirectoryCannotBeUsed) {
   EXPECT_EQ(InitLogger((dir_.Path() / long_name).c_str()), ENAMETOOLONG);
 }
 
+// The directory itself could not be made for another reason: its parent is
+// missing.
 TEST_F(EntryPoints, SayWhyAParentOfTheDirectoryCannotBeMade) {
+  REQUIRE_SANDBOX();
+  EXPECT_EQ(InForkedChild([&] {
+              chmod(dir_.Path().c_str(), 0755);
+              chmod(dir_.Path().parent_path().c_str(), 01777);
+              if (setuid(kOtherUser) != 0) {
+                return 0;
+              }
+              const bool denied = InitLogger(logs_.c_str()) == EACCES;
+              return denied ? 0 : 1;
+            }),
+            0);
   EXPECT_EQ(InitLogger("/proc/none/logs"), ENOENT);
 }
 
-TEST_F(EntryPoints, RefuseWhatTheyCannotUseAndMakeNothing) {
+TEST_F(EntryPoints, RefuseUnusableArgumentsAndMakeNothing) {
   ASSERT_EQ(InitLogger(logs_.c_str()), 0);
   for (const int version : {-2, 0, 1, 3, 4, 17}) {
     EXPECT_EQ(GetLogger(version, "x", LOGLEVEL_DEBUG, &log_), ENOTSUP);
   }
-  EXPECT_EQ(GetLogger(kVersion, nullptr, LOGLEVEL_DEBUG, &log_), EINVAL);
-  EXPECT_EQ(GetLogger(kVersion, "", LOGLEVEL_DEBUG, &log_), EINVAL);
-  EXPECT_EQ(GetLogger(kVersion, "a/b", LOGLEVEL_DEBUG, &log_), EINVAL);
-  EXPECT_EQ(GetLogger(kVersion, "/", LOGLEVEL_DEBUG, &log_), EINVAL);
-  EXPECT_EQ(GetLogger(kVersion, "x", LOGLEVEL_DEBUG, nullptr), EINVAL);
-  EXPECT_EQ(
-      GetLogger(kVersion, std::string(201, 'x').c_str(), LOGLEVEL_DEBUG, &log_),
-      ENAMETOOLONG);
+  EXPECT_EQ(GetLogger(kLoggerInterfaceVersion, nullptr, LOGLEVEL_DEBUG, &log_),
+            EINVAL);
+  EXPECT_EQ(GetLogger(kLoggerInterfaceVersion, "", LOGLEVEL_DEBUG, &log_),
+            EINVAL);
+  EXPECT_EQ(GetLogger(kLoggerInterfaceVersion, "a/b", LOGLEVEL_DEBUG, &log_),
+            EINVAL);
+  EXPECT_EQ(GetLogger(kLoggerInterfaceVersion, "/", LOGLEVEL_DEBUG, &log_),
+            EINVAL);
+  EXPECT_EQ(GetLogger(kLoggerInterfaceVersion, "x", LOGLEVEL_DEBUG, nullptr),
+            EINVAL);
+  EXPECT_EQ(GetLogger(kLoggerInterfaceVersion, std::string(201, 'x').c_str(),
+                      LOGLEVEL_DEBUG, &log_),
+            ENAMETOOLONG);
   EXPECT_EQ(log_, untouched_);
   EXPECT_TRUE(fs::is_empty(logs_));
 }
@@ -136,7 +159,9 @@ TEST_F(EntryPoints, RefuseWhatTheyCannotUseAndMakeNothing) {
 TEST_F(EntryPoints, RotateUnderTheLongestName) {
   ASSERT_EQ(InitLogger(logs_.c_str()), 0);
   const std::string name(200, 'x');
-  ASSERT_EQ(GetLogger(kVersion, name.c_str(), LOGLEVEL_DEBUG, &log_), 0);
+  ASSERT_EQ(
+      GetLogger(kLoggerInterfaceVersion, name.c_str(), LOGLEVEL_DEBUG, &log_),
+      0);
   const std::string text(1'000'000, 'x');
   for (int i = 0; i < 12; ++i) {
     log_->LogText(LOGLEVEL_ERROR, text.c_str());
@@ -144,24 +169,68 @@ TEST_F(EntryPoints, RotateUnderTheLongestName) {
   EXPECT_TRUE(fs::exists(logs_ / (name + ".1.log")));
 }
 
-TEST_F(EntryPoints, SurviveTheFileSizeLimit) {
-  const pid_t copy = fork();
-  if (copy == 0) {
-    constexpr rlimit kNothing{0, 0};
-    setrlimit(RLIMIT_FSIZE, &kNothing);
-    _exit(InitLogger(logs_.c_str()) == EFBIG ? 0 : 1);
-  }
-  int status = -1;
-  waitpid(copy, &status, 0);
-  EXPECT_EQ(status, 0);
+TEST_F(EntryPoints, ReportAFileSizeLimitOfNothing) {
+  EXPECT_EQ(InForkedChild([&] {
+              constexpr rlimit kNothing{0, 0};
+              setrlimit(RLIMIT_FSIZE, &kNothing);
+              return InitLogger(logs_.c_str()) == EFBIG ? 0 : 1;
+            }),
+            0);
 }
 
-TEST_F(EntryPoints, KeepToTheDirectoryWhenTheWorkingDirectoryChanges) {
+// Earlier tests may have changed the disposition.
+class FileSizeSignal : public EntryPoints {
+ protected:
+  FileSizeSignal() { std::signal(SIGXFSZ, SIG_DFL); }
+};
+
+TEST_F(FileSizeSignal, NoLongerEndsTheProcess) {
+  EXPECT_EQ(InForkedChild([] { return raise(SIGXFSZ); }), -SIGXFSZ);
+  EXPECT_EQ(InForkedChild([&] {
+              InitLogger(logs_.c_str());
+              return raise(SIGXFSZ);
+            }),
+            0);
+}
+
+TEST_F(FileSizeSignal, HasItsDefaultInAProgramThatIsExecuted) {
+  EXPECT_EQ(InForkedChild([&] {
+              InitLogger(logs_.c_str());
+              return execl("/bin/sh", "sh", "-c", "kill -s XFSZ $$", nullptr);
+            }),
+            -SIGXFSZ);
+}
+
+TEST_F(FileSizeSignal, StaysIgnored) {
+  EXPECT_EQ(InForkedChild([&] {
+              std::signal(SIGXFSZ, SIG_IGN);
+              InitLogger(logs_.c_str());
+              return std::signal(SIGXFSZ, SIG_DFL) == SIG_IGN ? 0 : 1;
+            }),
+            0);
+}
+
+TEST_F(FileSizeSignal, KeepsAHandler) {
+  EXPECT_EQ(InForkedChild([&] {
+              struct sigaction theirs {};
+              theirs.sa_flags = SA_SIGINFO;
+              theirs.sa_sigaction = [](int, siginfo_t*, void*) {};
+              sigaction(SIGXFSZ, &theirs, nullptr);
+              InitLogger(logs_.c_str());
+              struct sigaction present {};
+              sigaction(SIGXFSZ, nullptr, &present);
+              return present.sa_sigaction == theirs.sa_sigaction ? 0 : 1;
+            }),
+            0);
+}
+
+TEST_F(EntryPoints, KeepTheDirectoryWhenTheWorkingDirectoryChanges) {
   const fs::path before = fs::current_path();
   fs::current_path(dir_.Path());
   EXPECT_EQ(InitLogger("logs"), 0);
   fs::current_path(before);
-  ASSERT_EQ(GetLogger(kVersion, "launcher", LOGLEVEL_DEBUG, &log_), 0);
+  ASSERT_EQ(
+      GetLogger(kLoggerInterfaceVersion, "launcher", LOGLEVEL_DEBUG, &log_), 0);
   EXPECT_TRUE(fs::exists(dir_.Path() / "logs" / "launcher.log"));
 }
 

@@ -24,7 +24,7 @@ std::string Hex(unsigned byte) {
   return text.data();
 }
 
-// Independent of the code under test: undoes the three escapes.
+// Undoes the three escapes, independently of the code under test.
 std::string Unescaped(std::string_view text) {
   std::string out;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -41,13 +41,13 @@ std::string Unescaped(std::string_view text) {
   return out;
 }
 
-TEST(Escape, KeepsTheExamples) {
+TEST(Escape, FollowsTheExamples) {
   EXPECT_EQ(Escaped("a\nb"), "a\\nb");
   EXPECT_EQ(Escaped("\x1b[31m"), "\\x1b[31m");
   EXPECT_EQ(Escaped("C:\\temp"), "C:\\\\temp");
 }
 
-TEST(Escape, WritesEveryAsciiControlCharacterEscaped) {
+TEST(Escape, EscapesEveryAsciiControlCharacter) {
   for (unsigned byte = 0; byte < 0x80; ++byte) {
     const std::string text(1, static_cast<char>(byte));
     const bool control = byte < 0x20 || byte == 0x7F;
@@ -60,7 +60,7 @@ TEST(Escape, WritesEveryAsciiControlCharacterEscaped) {
   }
 }
 
-TEST(Escape, LooksAtEveryByteOfALongText) {
+TEST(Escape, ChecksEveryByteOfALongText) {
   for (std::size_t i = 0; i < 100; ++i) {
     std::string text(100, 'x');
     EXPECT_TRUE(IsPlain(text));
@@ -71,14 +71,16 @@ TEST(Escape, LooksAtEveryByteOfALongText) {
 
 TEST(Escape, LeavesOtherAlphabetsAlone) {
   for (const std::string_view text :
-       {"\u00A0", "Größe", "\u07FF", "\u0800", "日本語", "\uD7FF", "\uE000",
-        "\uFFFD", "\U00010000", "🚀", "\U0010FFFF", "\u2027", "\u202A", ""}) {
+       {"\u00A0",     "Größe",  "\u07FF", "\u0800",     "日本語",
+        "\uD7FF",     "\uE000", "\uFFFD", "\U00010000", "🚀",
+        "\U0010FFFF", "\u2027", "\u061B", "\u061D",     "\u200D",
+        "\u2010",     "\u202F", "\u2065", "\u206A",     ""}) {
     EXPECT_TRUE(IsPlain(text)) << text;
     EXPECT_EQ(Escaped(text), text);
   }
 }
 
-TEST(Escape, WritesTheOtherControlCharactersAndLineEndsEscaped) {
+TEST(Escape, EscapesTheOtherControlCharactersAndLineEnds) {
   EXPECT_EQ(Escaped("\u0080"), "\\xc2\\x80");
   EXPECT_EQ(Escaped("a\u0085b"), "a\\xc2\\x85b");
   EXPECT_EQ(Escaped("\u009F"), "\\xc2\\x9f");
@@ -86,7 +88,20 @@ TEST(Escape, WritesTheOtherControlCharactersAndLineEndsEscaped) {
   EXPECT_EQ(Escaped("\u2029"), "\\xe2\\x80\\xa9");
 }
 
-TEST(Escape, WritesWhatIsNoUtf8ByteByByte) {
+TEST(Escape, EscapesTheMarksThatChangeTheReadingDirection) {
+  for (const std::string_view mark :
+       {"\u061C", "\u200E", "\u200F", "\u202A", "\u202B", "\u202C", "\u202D",
+        "\u202E", "\u2066", "\u2067", "\u2068", "\u2069"}) {
+    std::string expected;
+    for (const char c : mark) {
+      expected += Hex(static_cast<unsigned char>(c));
+    }
+    EXPECT_EQ(Escaped(mark), expected);
+    EXPECT_FALSE(IsPlain(mark)) << expected;
+  }
+}
+
+TEST(Escape, WritesBytesThatAreNotUtf8OneByOne) {
   const std::vector<std::string_view> invalid = {
       "\x80",              // a continuation byte alone
       "\xBF\xBF",          //

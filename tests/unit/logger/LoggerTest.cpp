@@ -6,12 +6,16 @@
 #include <vector>
 
 #include "logger/Logger.h"
-#include "tests/support/LogReader.h"
-#include "tests/support/TempDir.h"
+#include "tests/support/ForkedChild.h"
+#include "tests/support/LoggerFixture.h"
 
 namespace {
 
-// With a format that the compiler would not let through.
+namespace fs = std::filesystem;
+
+using LostLinesTest = LoggerFixture;
+
+// Logs with a format that the compiler would reject.
 void LogUnchecked(ILog* log, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
@@ -19,30 +23,25 @@ void LogUnchecked(ILog* log, const char* format, ...) {
   va_end(arguments);
 }
 
-constexpr std::array kBySeverity{LOGLEVEL_VERBOSE, LOGLEVEL_DEBUG,
-                                 LOGLEVEL_MESSAGE, LOGLEVEL_WARNING,
-                                 LOGLEVEL_ERROR,   LOGLEVEL_CRITICAL};
-
-TEST(Logger, WritesWhatIsAtLeastAsSevereAsTheThreshold) {
-  for (std::size_t threshold = 0; threshold < kBySeverity.size(); ++threshold) {
+TEST(Logger, WritesMessagesAtLeastAsSevereAsTheThreshold) {
+  std::size_t written = kLevelsBySeverity.size();
+  for (const LevelFormat& threshold : kLevelsBySeverity) {
     const TempDir dir;
-    Logger logger(dir.Path(), "x", kBySeverity[threshold]);
+    Logger logger(dir.Path(), "x", threshold.level);
     ASSERT_EQ(logger.Open(), 0);
-    for (const LOGLEVEL level : kBySeverity) {
-      logger.Log(level, "%d", level);
+    for (const LevelFormat& level : kLevelsBySeverity) {
+      logger.Log(level.level, "%d", level.level);
     }
-    EXPECT_EQ(ReadLines(dir.Path() / "x.log").size(),
-              kBySeverity.size() - threshold);
+    EXPECT_EQ(ReadLines(dir.Path() / "x.log").size(), written--);
   }
 }
 
-TEST(Logger, WritesTextsAsTheyStand) {
+TEST(Logger, WritesATextUnchanged) {
   const TempDir dir;
   Logger logger(dir.Path(), "x", LOGLEVEL_DEBUG);
   ASSERT_EQ(logger.Open(), 0);
   logger.LogText(LOGLEVEL_ERROR, "100% %s %n");
-  EXPECT_EQ(ReadMessages(dir.Path() / "x.log"),
-            std::vector<std::string>{"100% %s %n"});
+  EXPECT_EQ(ReadMessages(dir.Path() / "x.log"), Messages{"100% %s %n"});
 }
 
 TEST(Logger, KeepsErrnoAndFormatsIt) {
@@ -52,8 +51,43 @@ TEST(Logger, KeepsErrnoAndFormatsIt) {
   errno = ENOTDIR;
   LogUnchecked(&logger, "%m");
   EXPECT_EQ(errno, ENOTDIR);
-  EXPECT_EQ(ReadMessages(dir.Path() / "x.log"),
-            std::vector<std::string>{"Not a directory"});
+  EXPECT_EQ(ReadMessages(dir.Path() / "x.log"), Messages{"Not a directory"});
+}
+
+TEST_F(LostLinesTest, AreCountedWhileTheDirectoryIsGone) {
+  Logger& logger = Open();
+  LogNumbers(logger, 1, 1);
+  fs::remove_all(logs_);
+  LogNumbers(logger, 2, 5);
+  EXPECT_FALSE(fs::exists(logs_));
+  fs::create_directory(logs_);
+  LogNumbers(logger, 7, 2);
+  EXPECT_EQ(ReadMessages(log_), (Messages{LostReport(5, ENOENT), "7", "8"}));
+}
+
+TEST_F(LostLinesTest, AreCountedTogetherWithForkedChildren) {
+  Logger& logger = Open();
+  fs::remove_all(logs_);
+  LogNumbers(logger, 1, 2);
+  EXPECT_TRUE(PassesInForkedChild([&] { LogNumbers(logger, 3, 3); }));
+  fs::create_directory(logs_);
+  // The child is forked while the loss is unreported; only one may report it.
+  EXPECT_TRUE(PassesInForkedChild([&] { LogNumbers(logger, 6, 1); }));
+  LogNumbers(logger, 7, 1);
+  EXPECT_EQ(ReadMessages(log_), (Messages{LostReport(5, ENOENT), "6", "7"}));
+}
+
+TEST_F(LostLinesTest, AreReportedWhateverTheThreshold) {
+  Logger logger(logs_, "x", LOGLEVEL_CRITICAL);
+  ASSERT_EQ(logger.Open(), 0);
+  fs::remove_all(logs_);
+  logger.Log(LOGLEVEL_CRITICAL, "lost");
+  logger.Log(LOGLEVEL_ERROR, "below");
+  fs::create_directory(logs_);
+  logger.Log(LOGLEVEL_ERROR, "below");
+  EXPECT_FALSE(fs::exists(log_));
+  logger.Log(LOGLEVEL_CRITICAL, "here");
+  EXPECT_EQ(ReadMessages(log_), (Messages{LostReport(1, ENOENT), "here"}));
 }
 
 }  // namespace

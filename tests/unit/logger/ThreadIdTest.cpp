@@ -1,14 +1,11 @@
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <set>
 #include <thread>
-#include <vector>
 
-#include "logger/CallerIds.h"
 #include "logger/ThreadId.h"
-#include "tests/support/Coverage.h"
+#include "tests/support/ForkedChild.h"
 
 namespace {
 
@@ -24,7 +21,7 @@ TEST_F(CallerIdsTest, AreTheProcessAndTheThread) {
   }
 }
 
-TEST_F(CallerIdsTest, TellThreadsApart) {
+TEST_F(CallerIdsTest, DifferBetweenThreads) {
   std::set<std::uint64_t> threads{GetCallerIds().thread};
   for (int i = 0; i < 3; ++i) {
     std::thread([&] {
@@ -36,20 +33,18 @@ TEST_F(CallerIdsTest, TellThreadsApart) {
   EXPECT_EQ(threads.count(ThreadId()), 1U);
 }
 
-TEST_F(CallerIdsTest, AreAForkedCopysOwnInTheCopy) {
+TEST_F(CallerIdsTest, AreTheChildsOwnInAForkedChild) {
   std::thread([] {
     const CallerIds before = GetCallerIds();
-    const pid_t copy = fork();
-    if (copy == 0) {
-      const CallerIds ids = GetCallerIds();
-      const bool own = ids.process == getpid() &&
-                       ids.thread == static_cast<std::uint64_t>(getpid());
-      KeepCoverage();
-      _exit(own ? 0 : 1);
-    }
-    int status = -1;
-    waitpid(copy, &status, 0);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(InForkedChild([] {
+                const CallerIds ids = GetCallerIds();
+                return ids.process == getpid() &&
+                               ids.thread ==
+                                   static_cast<std::uint64_t>(getpid())
+                           ? 0
+                           : 1;
+              }),
+              0);
     EXPECT_EQ(GetCallerIds().process, before.process);
     EXPECT_EQ(GetCallerIds().thread, before.thread);
   }).join();

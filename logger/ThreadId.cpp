@@ -1,24 +1,22 @@
-#include "logger/CallerIds.h"
+#include "logger/ThreadId.h"
 
 #include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
 
-#include "logger/ThreadId.h"
-
 namespace {
 
-// To ask the system twice for every line would cost as much as half of its
-// `write`, so both numbers are kept: the process's until a fork, the thread's
-// with the process's that it belongs to.
+// Asking the system twice for every line would cost half as much as the
+// `write`. So both numbers are kept: the process's until a fork, the thread's
+// together with the process's number.
 
 // 0 until forks are watched.
 constinit std::atomic<pid_t> g_process = 0;
 
 constinit thread_local CallerIds t_ids{0, 0};
 
-void KeepCopy() {
+void KeepChild() {
   const pid_t process = getpid();
   g_process.store(process, std::memory_order_relaxed);
   t_ids = {process, static_cast<std::uint64_t>(process)};
@@ -31,7 +29,7 @@ int WatchForks() {
     return 0;
   }
   g_process = getpid();
-  return pthread_atfork(nullptr, nullptr, KeepCopy);
+  return pthread_atfork(nullptr, nullptr, KeepChild);
 }
 
 CallerIds GetCallerIds() {

@@ -1,0 +1,76 @@
+// Loggers on the log "x" in a temporary directory.
+
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "logger/Logger.h"
+#include "tests/support/ForkedChild.h"
+#include "tests/support/LogReader.h"
+#include "tests/support/TempDir.h"
+
+class LoggerFixture : public testing::Test {
+ protected:
+  LoggerFixture() { std::filesystem::create_directory(logs_); }
+
+  Logger& Open(const LogLimits& limits = {}) {
+    loggers_.push_back(
+        std::make_unique<Logger>(logs_, "x", LOGLEVEL_DEBUG, limits));
+    EXPECT_EQ(loggers_.back()->Open(), 0);
+    return *loggers_.back();
+  }
+
+  static void Log(Logger& logger, const std::string& text) {
+    logger.Log(LOGLEVEL_ERROR, "%s", text.c_str());
+  }
+
+  // Logs `count` lines: the numbers from `first` on.
+  static void LogNumbers(Logger& logger, int first, int count) {
+    for (const std::string& number : Numbers(first, count)) {
+      Log(logger, number);
+    }
+  }
+
+  static Messages Numbers(int first, int count) {
+    Messages messages;
+    for (int i = first; i < first + count; ++i) {
+      messages.push_back(std::to_string(i));
+    }
+    return messages;
+  }
+
+  // The length of a line with a message of one character.
+  static std::size_t LineBytes() {
+    TempDir dir;
+    Logger logger(dir.Path(), "x", LOGLEVEL_DEBUG);
+    EXPECT_EQ(logger.Open(), 0);
+    Log(logger, "0");
+    return std::filesystem::file_size(dir.Path() / LogFileName("x"));
+  }
+
+  // Whether `body` passes in a forked child, which it may leave in any state.
+  template <class Body>
+  static bool PassesInForkedChild(Body body) {
+    return InForkedChild([&body] {
+             body();
+             return HasFailure() ? 1 : 0;
+           }) == 0;
+  }
+
+  // The name of the log's old file `number`.
+  std::filesystem::path Old(int number) const {
+    return logs_ / OldLogFileName("x", number);
+  }
+
+  const TempDir dir_;
+  const std::filesystem::path logs_ = dir_.Path() / "logs";
+  const std::filesystem::path log_ = logs_ / LogFileName("x");
+
+ private:
+  std::vector<std::unique_ptr<Logger>> loggers_;
+};

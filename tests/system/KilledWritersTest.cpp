@@ -1,0 +1,150 @@
+// Writers that are killed in the middle of a line, beside writers that go on.
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <functional>
+#include <new>
+#include <random>
+#include <string>
+#include <thread>
+
+#include "tests/support/LoggerFixture.h"
+#include "tests/support/Soak.h"
+
+namespace {
+
+using std::chrono::microseconds;
+
+constexpr char kSurvivor[] = "survivor";
+
+// Nearly always none. The first line on which two writers meet may be glued.
+constexpr int kGluedInATightLoop = 2;
+
+struct Kills {
+  std::size_t victim_bytes;
+  // Between the lines of a survivor; nothing for a tight loop.
+  microseconds pause;
+};
+
+class KilledWritersTest : public LoggerFixture {
+ protected:
+  static constexpr int kSurvivors = 2;
+  static constexpr int kMaxLifeMicroseconds = 3'000;
+
+  // Kills `kills` writers, one after the other, while the survivors log, and
+  // counts what the log then holds.
+  void Run(const Kills& kills) {
+    std::vector<pid_t> survivors;
+    for (int i = 0; i < kSurvivors; ++i) {
+      survivors.push_back(Fork([&] { Survive(kills.pause); }));
+    }
+    std::mt19937 random(1);
+    std::uniform_int_distribution<int> life(0, kMaxLifeMicroseconds);
+    for (int kill_number = 0; kill_number < SoakOr(400, 60); ++kill_number) {
+      const pid_t victim = Fork([&] { LogForEver(kills.victim_bytes); });
+      std::this_thread::sleep_for(microseconds(life(random)));
+      Kill(victim);
+    }
+    *stop_ = true;
+    for (const pid_t survivor : survivors) {
+      waitpid(survivor, nullptr, 0);
+    }
+    Log(Open(kLimits), kSurvivor);
+    CountLines();
+  }
+
+  int fragments_ = 0;
+  int glued_ = 0;
+  int survivors_lines_ = 0;
+
+ private:
+  static constexpr LogLimits kLimits{100'000'000, 3};
+
+  static pid_t Fork(const std::function<void()>& body) {
+    const pid_t child = fork();
+    if (child == 0) {
+      alarm(100);
+      body();
+      _exit(0);
+    }
+    return child;
+  }
+
+  static void Kill(pid_t child) {
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+  }
+
+  void LogForEver(std::size_t bytes) {
+    Logger& logger = Open(kLimits);
+    const std::string text(bytes, '=');
+    for (;;) {
+      Log(logger, text);
+    }
+  }
+
+  void Survive(microseconds pause) {
+    Logger& logger = Open(kLimits);
+    while (!*stop_) {
+      Log(logger, kSurvivor);
+      if (pause.count() > 0) {
+        std::this_thread::sleep_for(pause);
+      }
+    }
+  }
+
+  // Shared with the survivors. Killing them would make them victims, too.
+  std::atomic<bool>* const stop_ =
+      ::new (mmap(nullptr, sizeof(std::atomic<bool>), PROT_READ | PROT_WRITE,
+                  MAP_SHARED | MAP_ANON, -1, 0)) std::atomic<bool>(false);
+
+  // A fragment that a survivor's line follows directly is glued.
+  void CountLines() {
+    for (const std::string& line : ReadLines(log_)) {
+      if (!line.ends_with(kSurvivor)) {
+        fragments_ += IsLine(line) && line.ends_with("=") ? 0 : 1;
+      } else if (IsLine(line) && line.find('=') == std::string::npos) {
+        ++survivors_lines_;
+      } else {
+        ++glued_;
+      }
+    }
+    RecordProperty("fragments", fragments_);
+    RecordProperty("glued", glued_);
+    std::printf("%d fragments or empty lines, %d glued, %d lines\n", fragments_,
+                glued_, survivors_lines_);
+  }
+};
+
+TEST_F(KilledWritersTest, GlueNoLineOfAWriterThatPauses) {
+  Run({60'000, microseconds(200)});
+  EXPECT_EQ(glued_, 0);
+  EXPECT_GT(survivors_lines_, 0);
+}
+
+TEST_F(KilledWritersTest, GlueNoLineToAShortOne) {
+  Run({100, microseconds(200)});
+  EXPECT_EQ(glued_, 0);
+  EXPECT_GT(survivors_lines_, 0);
+}
+
+TEST_F(KilledWritersTest, GlueHardlyALineOfAWriterInATightLoop) {
+  Run({60'000, microseconds(0)});
+  EXPECT_LE(glued_, kGluedInATightLoop);
+  EXPECT_GT(survivors_lines_, 0);
+}
+
+TEST_F(KilledWritersTest, GlueHardlyALineOfAWriterInATightLoopToAShortOne) {
+  Run({100, microseconds(0)});
+  EXPECT_LE(glued_, kGluedInATightLoop);
+  EXPECT_GT(survivors_lines_, 0);
+}
+
+}  // namespace

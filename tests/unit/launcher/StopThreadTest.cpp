@@ -15,6 +15,7 @@
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Poll.h"
 #include "tests/support/ProcFs.h"
+#include "tests/support/StackGuard.h"
 #include "tests/support/SystemCalls.h"
 
 namespace {
@@ -122,6 +123,22 @@ TEST(StopThread, GoesOnAfterAnInterruptedRead) {
             }),
             0);
 }
+
+#if defined(__linux__) && !defined(__SANITIZE_THREAD__)
+
+TEST(StopThread, HasAStackThatIsGuarded) {
+  EXPECT_EQ(InForkedChild([] {
+              static std::atomic<int> guarded = -1;
+              StartStopThread(
+                  [] { guarded = StackIsGuarded(system_calls::RealFork); });
+              WakeStopThread();
+              Eventually([] { return guarded != -1; });
+              return guarded == 1 ? 0 : 1;
+            }),
+            0);
+}
+
+#endif
 
 TEST(StopThread, SaysWhetherItCanBeWoken) {
   EXPECT_EQ(InForkedChild([] {

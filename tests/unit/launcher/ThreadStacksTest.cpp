@@ -26,6 +26,12 @@ namespace {
 
 #ifdef __linux__
 
+void* WaitForEver() {
+  for (;;) {
+    pause();
+  }
+}
+
 void Write(char* address) { *static_cast<volatile char*>(address) = 1; }
 
 using Body = std::function<void()>;
@@ -147,6 +153,12 @@ TEST(ThreadStacks, KeepTheirGuardInAForkedChild) {
 TEST(ThreadStacks, FaultWhereTheKernelRefusesTheMark) {
   for (const std::ptrdiff_t beyond : {0, 1}) {
     const int status = InForkedChild([&] {
+      // They take the stacks that earlier threads have marked.
+      for (int i = 0; i < 8; ++i) {
+        pthread_t idle;
+        CreateThread(
+            &idle, [](void*) -> void* { return WaitForEver(); }, nullptr);
+      }
       system_calls::OnMadvise([] {
         errno = EINVAL;
         return -1;

@@ -563,6 +563,7 @@ TEST_F(MainTest, AnyWakeUpEndsItsWaitThoughItemsRun) {
               const int status = Main(file);
               if (g_child_map.size() != 2) return 2;
               if (!system_calls::Kills().empty()) return 3;
+              if (!IsExiting()) return 4;
               std::exit(status);
             }),
             1);

@@ -44,6 +44,7 @@ std::function<void()> g_kill;
 std::function<void(int)> g_close;
 std::function<void(std::size_t, std::size_t)> g_fread;
 std::function<void()> g_trim;
+std::function<void(int, int)> g_mallopt;
 std::function<void()> g_join;
 std::function<void()> g_thread_start;
 
@@ -93,6 +94,7 @@ void Reset() {
   g_close = nullptr;
   g_fread = nullptr;
   g_trim = nullptr;
+  g_mallopt = nullptr;
   g_join = nullptr;
   g_thread_start = nullptr;
 }
@@ -149,6 +151,10 @@ void OnFread(std::function<void(std::size_t, std::size_t)> hook) {
 }
 
 void OnTrim(std::function<void()> hook) { g_trim = std::move(hook); }
+
+void OnMallopt(std::function<void(int, int)> hook) {
+  g_mallopt = std::move(hook);
+}
 
 void OnJoin(std::function<void()> hook) { g_join = std::move(hook); }
 
@@ -261,6 +267,13 @@ __attribute__((visibility("default"))) int madvise(void* address, size_t length,
 }
 
 #ifdef __GLIBC__
+
+__attribute__((visibility("default"))) int mallopt(int option, int value) {
+  if (system_calls::g_mallopt) {
+    system_calls::g_mallopt(option, value);
+  }
+  return system_calls::Next(&::mallopt, "mallopt")(option, value);
+}
 
 __attribute__((visibility("default"))) int malloc_trim(size_t keep) {
   if (system_calls::g_trim) {

@@ -50,6 +50,7 @@ void OnKill(std::function<void()> observer);
 void OnClose(std::function<void(int descriptor)> observer);
 void OnFread(std::function<void(std::size_t size, std::size_t count)> observer);
 void OnTrim(std::function<void()> observer);
+void OnMallopt(std::function<void(int option, int value)> observer);
 void OnJoin(std::function<void()> observer);
 
 // Called on each new thread before its body.

@@ -28,6 +28,7 @@
 #include "tests/support/Poll.h"
 #include "tests/support/RecordingLog.h"
 #include "tests/support/Sandbox.h"
+#include "tests/support/StackGuard.h"
 #include "tests/support/SystemCalls.h"
 #include "tests/support/TempDir.h"
 
@@ -214,16 +215,14 @@ TEST_F(ChildProcTest, RunsItsThreadOnAStackOfItsOwnKind) {
 #endif
 #ifdef __linux__
   static std::atomic<std::size_t> size = 0;
+  static std::atomic<bool> guarded = false;
   system_calls::OnFork([] {
-    pthread_attr_t attributes;
-    pthread_getattr_np(pthread_self(), &attributes);
-    std::size_t bytes = 0;
-    pthread_attr_getstacksize(&attributes, &bytes);
-    pthread_attr_destroy(&attributes);
-    size = bytes;
+    size = OwnStack().bytes;
+    guarded = StackIsGuarded(system_calls::RealFork);
     return system_calls::RealFork();
   });
   Start(Item(kSleeper));
+  EXPECT_TRUE(Eventually([] { return guarded.load(); }));
   AwaitChild();
   EXPECT_EQ(size, kSupervisionStackBytes);
 #endif
@@ -709,6 +708,8 @@ TEST_F(ChildProcTest, GivesUpAfterAFailedFork) {
   EXPECT_EQ(failure.message, Message(kForkFailedMessage, "tick"));
   std::this_thread::sleep_for(4 * kRestartPause);
   EXPECT_EQ(forks_, 1);
+  EXPECT_EQ(std::get<0>(FieldsOf(*child_)), -1);
+  EXPECT_FALSE(std::get<1>(FieldsOf(*child_)));
 }
 
 TEST_F(ChildProcTest, DestroyingAfterAFailedForkSignalsEveryProcess) {

@@ -194,6 +194,23 @@ TEST(InitDaemon, ClosesTheStandardDescriptorsInAscendingOrder) {
             0);
 }
 
+#ifdef __GLIBC__
+
+TEST(InitDaemon, GivesAllThreadsOneHeapBeforeThereAreThreads) {
+  EXPECT_EQ(InForkedChild([] {
+              static bool shared = false;
+              system_calls::OnMallopt([](int option, int value) {
+                shared = option == M_ARENA_MAX && value == 1;
+              });
+              system_calls::OnCreateThread([] { return shared ? 0 : EAGAIN; });
+              InitDaemon();
+              return shared && WakeStopThread() ? 0 : 1;
+            }),
+            0);
+}
+
+#endif
+
 TEST(InitDaemon, InstallsTheHandlerForSigtermOnly) {
   EXPECT_EQ(InForkedChild([] {
               InitDaemon();
@@ -546,6 +563,7 @@ TEST_F(MainTest, AnyWakeUpEndsItsWaitThoughItemsRun) {
               const int status = Main(file);
               if (g_child_map.size() != 2) return 2;
               if (!system_calls::Kills().empty()) return 3;
+              if (!IsExiting()) return 4;
               std::exit(status);
             }),
             1);

@@ -15,6 +15,7 @@
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Poll.h"
 #include "tests/support/ProcFs.h"
+#include "tests/support/StackGuard.h"
 #include "tests/support/SystemCalls.h"
 
 namespace {
@@ -102,6 +103,9 @@ TEST(StopThread, NeverMakesTheWakerWait) {
 
 // A handler that does not restart calls, such as a logger library may have.
 TEST(StopThread, GoesOnAfterAnInterruptedRead) {
+#ifdef __SANITIZE_THREAD__
+  GTEST_SKIP() << "ThreadSanitizer holds signals back";
+#endif
   EXPECT_EQ(InForkedChild([] {
               static std::atomic<int> interruptions = 0;
               struct sigaction action {};
@@ -122,6 +126,22 @@ TEST(StopThread, GoesOnAfterAnInterruptedRead) {
             }),
             0);
 }
+
+#if defined(__linux__) && !defined(__SANITIZE_THREAD__)
+
+TEST(StopThread, HasAStackThatIsGuarded) {
+  EXPECT_EQ(InForkedChild([] {
+              static std::atomic<int> guarded = -1;
+              StartStopThread(
+                  [] { guarded = StackIsGuarded(system_calls::RealFork); });
+              WakeStopThread();
+              Eventually([] { return guarded != -1; });
+              return guarded == 1 ? 0 : 1;
+            }),
+            0);
+}
+
+#endif
 
 TEST(StopThread, SaysWhetherItCanBeWoken) {
   EXPECT_EQ(InForkedChild([] {

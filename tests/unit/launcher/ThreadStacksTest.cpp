@@ -19,35 +19,17 @@
 #include "launcher/Items.h"
 #include "launcher/ThreadStacks.h"
 #include "tests/support/ForkedChild.h"
+#include "tests/support/StackGuard.h"
 #include "tests/support/SystemCalls.h"
 
 namespace {
 
 #ifdef __linux__
 
-struct Stack {
-  char* lowest = nullptr;
-  std::size_t bytes = 0;
-};
-
-Stack OwnStack() {
-  pthread_attr_t attributes;
-  pthread_getattr_np(pthread_self(), &attributes);
-  void* lowest = nullptr;
-  Stack stack;
-  pthread_attr_getstack(&attributes, &lowest, &stack.bytes);
-  pthread_attr_destroy(&attributes);
-  stack.lowest = static_cast<char*>(lowest);
-  return stack;
-}
-
-std::size_t GuardBytes() {
-  pthread_attr_t attributes;
-  pthread_getattr_np(pthread_self(), &attributes);
-  std::size_t bytes = 0;
-  pthread_attr_getguardsize(&attributes, &bytes);
-  pthread_attr_destroy(&attributes);
-  return bytes;
+void* WaitForEver() {
+  for (;;) {
+    pause();
+  }
 }
 
 void Write(char* address) { *static_cast<volatile char*>(address) = 1; }
@@ -110,7 +92,7 @@ TEST(ThreadStacks, LeaveTheThreadsOfOthersAsTheyAre) {
   for (int i = 0; i < 1000; ++i) {
     std::thread([&] {
       size = OwnStack().bytes;
-      EXPECT_GT(GuardBytes(), 0U);
+      EXPECT_GT(OwnStack().guard_bytes, 0U);
     }).join();
     EXPECT_EQ(size, before);
   }
@@ -171,6 +153,12 @@ TEST(ThreadStacks, KeepTheirGuardInAForkedChild) {
 TEST(ThreadStacks, FaultWhereTheKernelRefusesTheMark) {
   for (const std::ptrdiff_t beyond : {0, 1}) {
     const int status = InForkedChild([&] {
+      // They take the stacks that earlier threads have marked.
+      for (int i = 0; i < 8; ++i) {
+        pthread_t idle;
+        CreateThread(
+            &idle, [](void*) -> void* { return WaitForEver(); }, nullptr);
+      }
       system_calls::OnMadvise([] {
         errno = EINVAL;
         return -1;

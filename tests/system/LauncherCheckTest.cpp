@@ -72,7 +72,7 @@ TEST_F(LauncherCheck, ShowsHelpAndVersion) {
 }
 
 TEST_F(LauncherCheck, ReportsForPeopleAndForMachines) {
-  EXPECT_NE(Run(kOdd).output.find("items.json:1:43: warning: item 0, \"x\": "),
+  EXPECT_NE(Run(kOdd).output.find("items.json:1:43: warning: item 0: \"x\" "),
             std::string::npos);
   EXPECT_EQ(Json(kOdd)["findings"].GetArraySize(), 1U);
 }

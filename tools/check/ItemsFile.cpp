@@ -7,78 +7,62 @@
 
 namespace {
 
-constexpr const char* kEndsSilently =
-    "the launcher ends at once with status 0 and logs nothing";
-
-Finding FileError(const char* id, std::string problem, std::string effect,
-                  std::string advice) {
-  return {Severity::kError, id, {}, {}, "", problem, effect, advice};
-}
-
-Finding Unreadable(int error) {
-  if (error == EISDIR) {
-    return FileError("directory", "is a directory",
-                     "the launcher reads it for ever, at full processor load, "
-                     "and starts nothing",
-                     "give the path of the items file itself");
-  }
-  return FileError("read-error",
-                   std::string("reading fails: ") + std::strerror(error),
-                   "the launcher tries for ever, at full processor load, and "
-                   "starts nothing",
-                   "give the path of an ordinary file");
-}
-
 struct CloseFile {
   void operator()(std::FILE* file) const { std::fclose(file); }
 };
+using File = std::unique_ptr<std::FILE, CloseFile>;
 
-// The errno when the file cannot be read to its end, else 0.
-int ReadAll(std::FILE* file, std::string* content) {
+struct Content {
+  std::string text;
+  int error;  // 0, or the errno value that ended the reading
+};
+
+Content ReadAll(std::FILE* file) {
   constexpr std::size_t kChunkBytes = 65536;
+  Content content{"", 0};
   std::string chunk(kChunkBytes, '\0');
   while (std::feof(file) == 0) {
     errno = 0;
-    content->append(chunk, 0, std::fread(chunk.data(), 1, chunk.size(), file));
+    const std::size_t count = std::fread(chunk.data(), 1, chunk.size(), file);
+    content.text.append(chunk, 0, count);
     if (std::ferror(file) != 0) {
-      return errno;
+      content.error = errno;
+      break;
     }
   }
-  return 0;
+  return content;
 }
+
+ItemsText Unreadable(Finding finding) { return {{}, false, {finding}}; }
 
 }  // namespace
 
-std::optional<std::string> ReadItemsFile(const std::string& path,
-                                         Findings* findings, bool* readable) {
-  *readable = false;
-  const std::unique_ptr<std::FILE, CloseFile> file(
-      std::fopen(path.c_str(), "rb"));
+ItemsText ReadItemsFile(const std::string& path) {
+  const File file(std::fopen(path.c_str(), "rb"));
   if (file == nullptr) {
-    findings->push_back(FileError(
-        "unreadable", std::string("cannot be opened: ") + std::strerror(errno),
-        kEndsSilently, "give the path of a file that the launcher may read"));
-    return std::nullopt;
+    return Unreadable(
+        Found("unreadable", {},
+              std::string("cannot be opened: ") + std::strerror(errno)));
   }
-  std::string content;
-  if (const int error = ReadAll(file.get(), &content)) {
-    findings->push_back(Unreadable(error));
-    return std::nullopt;
+  Content content = ReadAll(file.get());
+  if (content.error == EISDIR) {
+    return Unreadable(Found("directory", {}, "is a directory"));
   }
-  *readable = true;
-  if (content.empty()) {
-    findings->push_back(FileError("empty", "is empty", kEndsSilently,
-                                  "write {} for a list without items"));
-    return std::nullopt;
+  if (content.error != 0) {
+    return Unreadable(
+        Found("read-error", {},
+              std::string("cannot be read: ") + std::strerror(content.error)));
   }
-  const std::size_t end = std::strlen(content.c_str());
-  if (end < content.size()) {
-    findings->push_back(
-        FileError("nul", "holds a NUL byte",
-                  "the launcher reads only what stands before it",
-                  "remove it; save the file as UTF-8, not as UTF-16"));
-    findings->back().offset = end;
-    content.resize(end);
+  if (content.text.empty()) {
+    return {{}, true, {Found("empty", {}, "is empty")}};
   }
-  return content;
+  ItemsText result{{}, true, {}};
+  const std::size_t end = std::strlen(content.text.c_str());
+  if (end < content.text.size()) {
+    result.findings.push_back(
+        Found("nul", {{}, "", end}, "contains a NUL byte"));
+    content.text.resize(end);
+  }
+  result.text = std::move(content.text);
+  return result;
 }

@@ -44,7 +44,7 @@ bool IsBinary(const std::string& head) {
       kMagics, [&](std::string_view magic) { return head.starts_with(magic); });
 }
 
-// What stands between "#!" and the interpreter's argument.
+// The word after "#!".
 std::string Interpreter(const std::string& head) {
   const std::string line = head.substr(2, head.find('\n', 2) - 2);
   const std::size_t start = line.find_first_not_of(" \t");
@@ -54,21 +54,21 @@ std::string Interpreter(const std::string& head) {
   return line.substr(start, line.find_first_of(" \t", start) - start);
 }
 
-// The advice when nothing stands at `path`.
+// The advice when there is no file at `path`.
 std::string AdviceForMissing(const std::string& path) {
   if (path.find('/') == std::string::npos) {
     const std::string found = FindInPath(path);
-    return found.empty() ? "write the program's absolute path; PATH is not "
-                           "searched"
-                         : "write \"" + found + "\"; PATH is not searched";
+    return (found.empty() ? "write the program's absolute path"
+                          : "write \"" + found + "\"") +
+           "; the launcher does not search PATH";
   }
   if (path[0] == '~' || path.find('$') != std::string::npos) {
     return "write the absolute path; no shell replaces ~ or variables";
   }
   if (path.find(' ') != std::string::npos) {
-    return "write the program's path alone, its arguments under \"args\"";
+    return "write the program's path alone, and its arguments in \"args\"";
   }
-  return "write the absolute path of an executable that exists";
+  return "";
 }
 
 std::optional<ProgramProblem> FindAccessProblem(const std::string& path) {
@@ -76,44 +76,43 @@ std::optional<ProgramProblem> FindAccessProblem(const std::string& path) {
   if (stat(path.c_str(), &status) != 0) {
     const int error = errno;
     if (error == ENOENT || error == ENOTDIR) {
-      return ProgramProblem{"program-not-found", "there is no such file",
+      return ProgramProblem{"program-not-found", "does not exist",
                             AdviceForMissing(path)};
     }
-    return ProgramProblem{"program-not-found", std::strerror(error),
-                          "write a path that the launcher's user may reach"};
+    return ProgramProblem{
+        "program-not-found",
+        std::string("cannot be reached: ") + std::strerror(error),
+        "write a path that the launcher's user may reach"};
   }
   if (S_ISDIR(status.st_mode)) {
-    return ProgramProblem{"program-directory", "it is a directory",
-                          "write the path of the executable inside it"};
+    return ProgramProblem{"program-directory", "is a directory", ""};
   }
   if (faccessat(AT_FDCWD, path.c_str(), X_OK, AT_EACCESS) != 0 ||
       !S_ISREG(status.st_mode)) {
     return ProgramProblem{"program-not-executable",
-                          "it is not executable for the present user",
-                          "make it so with chmod +x, or name another file"};
+                          "is not executable for this user", ""};
   }
   return std::nullopt;
 }
 
 std::optional<ProgramProblem> FindInterpreterProblem(const std::string& head) {
+  const RuleName rule = "program-interpreter";
   const std::string interpreter = Interpreter(head);
-  const char* const id = "program-interpreter";
   if (interpreter.empty()) {
-    return ProgramProblem{id, "its \"#!\" line names no interpreter",
+    return ProgramProblem{rule, "has a \"#!\" line without an interpreter",
                           "name one, such as \"#!/bin/sh\""};
   }
   const auto problem = FindAccessProblem(interpreter);
   if (!problem) {
     return std::nullopt;
   }
-  const bool carriage_return = interpreter.back() == '\r';
-  return ProgramProblem{
-      id,
-      "its interpreter " + ShellQuoted(interpreter) +
-          " cannot be executed: " + problem->text,
-      carriage_return ? "save the script with line feeds alone at its ends of "
-                        "line"
-                      : "name an interpreter that exists behind \"#!\""};
+  return ProgramProblem{rule,
+                        "cannot be executed, since its interpreter " +
+                            ShellQuoted(interpreter) + " " + problem->text,
+                        interpreter.back() == '\r'
+                            ? "end the script's lines with line feeds "
+                              "alone, without carriage returns"
+                            : ""};
 }
 
 }  // namespace
@@ -132,19 +131,16 @@ std::optional<ProgramProblem> FindProgramProblem(const std::string& path) {
   if (IsBinary(head)) {
     return std::nullopt;
   }
-  return ProgramProblem{
-      "program-format",
-      "it is neither a binary nor a script with a \"#!\" line",
-      "begin a script with its interpreter, such as "
-      "\"#!/bin/sh\""};
+  return ProgramProblem{"program-format",
+                        "is neither a binary nor a script with a \"#!\" line",
+                        ""};
 }
 
 std::string FindInPath(const std::string& name) {
   const char* const path = std::getenv("PATH");
   std::istringstream directories(path == nullptr ? "" : path);
   for (std::string directory; std::getline(directories, directory, ':');) {
-    std::string file = directory;
-    file.append("/").append(name);
+    const std::string file = directory + "/" + name;
     if (!directory.empty() && !FindAccessProblem(file)) {
       return file;
     }

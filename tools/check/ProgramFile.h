@@ -5,15 +5,16 @@
 #include <optional>
 #include <string>
 
+#include "tools/check/Rules.h"
+
 struct ProgramProblem {
-  std::string id;      // "program-not-found", "program-interpreter", ...
-  std::string text;    // "there is no such file"
-  std::string advice;  // what to write instead
+  RuleName rule;
+  std::string text;    // a predicate: "does not exist"
+  std::string advice;  // empty where the rule's own will do
 };
 
-// Why `execv` would fail on `path`, which is not empty, for this process's user
-// and from its working directory, as far as that can be told without trying;
-// nothing when it would not.
+// Why `execv` would fail on `path`, which must not be empty, for this process's
+// user and from its working directory, as far as that shows without trying.
 std::optional<ProgramProblem> FindProgramProblem(const std::string& path);
 
 // The path of the executable `name` in PATH; empty when there is none.

@@ -8,7 +8,6 @@
 #include "common/json/JsonObject.h"
 #include "tests/support/TempDir.h"
 #include "tools/check/Check.h"
-#include "tools/check/JsonSource.h"
 
 namespace {
 
@@ -28,8 +27,8 @@ class Check : public testing::Test {
 
   Vector Ids() const {
     Vector ids;
-    for (const Finding& finding : result_.findings) {
-      ids.push_back(finding.id);
+    for (const Finding& finding : All()) {
+      ids.push_back(finding.rule->id);
     }
     return ids;
   }
@@ -38,9 +37,9 @@ class Check : public testing::Test {
   void ExpectOnly(Severity severity, const std::string& id,
                   const std::string& key, const std::string& place) const {
     ASSERT_EQ(Ids(), Vector{id});
-    const Finding& finding = result_.findings[0];
-    EXPECT_EQ(finding.severity, severity);
-    EXPECT_EQ(finding.key, key);
+    const Finding finding = First();
+    EXPECT_EQ(finding.rule->severity, severity);
+    EXPECT_EQ(finding.place.key, key);
     EXPECT_FALSE(finding.problem.empty());
     EXPECT_FALSE(finding.effect.empty());
     EXPECT_FALSE(finding.advice.empty());
@@ -55,15 +54,24 @@ class Check : public testing::Test {
     ExpectOnly(Severity::kWarning, id, key, place);
   }
 
-  std::string PlaceText(const Finding& finding) const {
-    if (!finding.offset) {
-      return "";
-    }
-    const Place place = PlaceOf(result_.text, *finding.offset);
-    return std::to_string(place.line) + ":" + std::to_string(place.column);
+  static std::string PlaceText(const Finding& finding) {
+    const Place& place = finding.place;
+    return place.line == 0 ? ""
+                           : std::to_string(place.line) + ":" +
+                                 std::to_string(place.column);
   }
 
-  const Finding& First() const { return result_.findings.at(0); }
+  // Those of the items first.
+  Findings All() const {
+    Findings all;
+    for (const CheckedItem& item : result_.items) {
+      all.insert(all.end(), item.findings.begin(), item.findings.end());
+    }
+    all.insert(all.end(), result_.findings.begin(), result_.findings.end());
+    return all;
+  }
+
+  Finding First() const { return All().at(0); }
 
   TempDir directory_;
   CheckResult result_;
@@ -92,7 +100,7 @@ TEST_F(Check, TellsADirectory) {
   result_ = CheckItemsFile(directory_.Path());
   EXPECT_FALSE(result_.readable);
   ExpectError("directory", "", "");
-  EXPECT_NE(First().effect.find("for ever"), std::string::npos);
+  EXPECT_NE(First().effect.find("forever"), std::string::npos);
 }
 
 TEST_F(Check, TellsAFileThatCannotBeReadToItsEnd) {
@@ -103,7 +111,7 @@ TEST_F(Check, TellsAFileThatCannotBeReadToItsEnd) {
   result_ = CheckItemsFile(unreadable);
   EXPECT_FALSE(result_.readable);
   ExpectError("read-error", "", "");
-  EXPECT_NE(First().effect.find("for ever"), std::string::npos);
+  EXPECT_NE(First().effect.find("forever"), std::string::npos);
 }
 
 TEST_F(Check, TellsAnEmptyFile) {
@@ -120,13 +128,12 @@ TEST_F(Check, ReadsUpToANul) {
 
 TEST_F(Check, TellsWhereAFileIsNotJson) {
   Run("{\"0\": {\n  \"name\" \"a\"}}");
-  ASSERT_FALSE(result_.findings.empty());
-  EXPECT_EQ(First().id, "not-json");
-  EXPECT_EQ(First().severity, Severity::kError);
+  ASSERT_FALSE(All().empty());
+  EXPECT_STREQ(First().rule->id, "not-json");
+  EXPECT_EQ(First().rule->severity, Severity::kError);
   EXPECT_EQ(PlaceText(First()), "2:10");
   EXPECT_NE(First().problem.find("Missing ':'"), std::string::npos);
-  EXPECT_NE(First().effect.find("Error while parsing saved json string."),
-            std::string::npos);
+  EXPECT_NE(First().effect.find(kParseFailedMessage), std::string::npos);
   EXPECT_TRUE(result_.items.empty());
 }
 
@@ -155,7 +162,7 @@ TEST_F(Check, TellsAnItemThatIsNoObjectAndStopsThere) {
     Run(R"({"0": {"name": "a", "program": "/bin/sh"}, "1": )" +
         std::string(value) + R"(, "2": {"name": "c", "program": "/bin/sh"}})");
     ExpectError("item-type", "", "1:49");
-    EXPECT_EQ(First().item, 1);
+    EXPECT_EQ(First().place.item, 1);
     EXPECT_EQ(result_.items.size(), 1U);
   }
 }
@@ -169,7 +176,7 @@ TEST_F(Check, TellsAnItemWithoutAName) {
   Run(R"({"0": {"program": "/bin/sh"}, "1": null,
           "2": {"name": "c", "program": "/bin/sh"}})");
   EXPECT_EQ(Ids(), (Vector{"name-missing", "name-missing"}));
-  EXPECT_EQ(First().severity, Severity::kWarning);
+  EXPECT_EQ(First().rule->severity, Severity::kWarning);
   ASSERT_EQ(result_.items.size(), 3U);
   EXPECT_FALSE(result_.items[1].name);
   EXPECT_FALSE(result_.items[1].runs);
@@ -194,10 +201,10 @@ TEST_F(Check, TellsDuplicateNames) {
  "1": {"name": "a", "program": "/bin/sh"}, "2": {"name": "a",
  "program": "/bin/sh"}})");
   EXPECT_EQ(Ids(), (Vector{"name-duplicate", "name-duplicate"}));
-  EXPECT_EQ(First().severity, Severity::kWarning);
-  EXPECT_EQ(First().item, 1);
+  EXPECT_EQ(First().rule->severity, Severity::kWarning);
+  EXPECT_EQ(First().place.item, 1);
   EXPECT_EQ(PlaceText(First()), "2:16");
-  EXPECT_NE(result_.findings[1].problem.find("item 1"), std::string::npos);
+  EXPECT_NE(All().at(1).problem.find("item 1"), std::string::npos);
   EXPECT_FALSE(result_.items[0].runs);
   EXPECT_FALSE(result_.items[1].runs);
   EXPECT_TRUE(result_.items[2].runs);
@@ -303,7 +310,7 @@ TEST_F(Check, TellsAnArgumentOfTheWrongType) {
 TEST_F(Check, TellsArgumentsThatAreTurnedIntoText) {
   Run(Item(R"("argc": 3, "args": {"0": 5, "1": 1e5, "2": true})"));
   EXPECT_EQ(Ids(), (Vector{"converted", "converted", "converted"}));
-  EXPECT_EQ(First().key, "args/0");
+  EXPECT_EQ(First().place.key, "args/0");
   EXPECT_EQ(result_.items[0].vector,
             (Vector{"/bin/sh", "5", "100000.0", "true"}));
 }
@@ -326,8 +333,8 @@ TEST_F(Check, TellsMissingArguments) {
 TEST_F(Check, TellsArgumentsThatAreNotRead) {
   Run(Item(R"("argc": 1, "args": {"0": "x", "1": "y", "00": "z", "a": 1})"));
   EXPECT_EQ(Ids(), (Vector{"arg-unread", "arg-unread", "arg-unread"}));
-  EXPECT_EQ(First().key, "args/1");
-  EXPECT_EQ(First().severity, Severity::kWarning);
+  EXPECT_EQ(First().place.key, "args/1");
+  EXPECT_EQ(First().rule->severity, Severity::kWarning);
 }
 
 TEST_F(Check, TellsArgumentsWithoutArgc) {
@@ -344,7 +351,7 @@ TEST_F(Check, TellsArgumentsWithoutArgc) {
 TEST_F(Check, TellsKeysBehindAGap) {
   Run(R"({"0": {"name": "a", "program": "/bin/sh"}, "2": {}, "10": {}})");
   EXPECT_EQ(Ids(), (Vector{"gap", "gap"}));
-  EXPECT_EQ(First().key, "2");
+  EXPECT_EQ(First().place.key, "2");
   EXPECT_EQ(PlaceText(First()), "1:44");
   EXPECT_NE(First().problem.find("\"1\""), std::string::npos);
   Run(R"({"1": {"name": "a", "program": "/bin/sh"}})");
@@ -370,17 +377,17 @@ TEST_F(Check, GuessesTheKeyThatWasMeant) {
     EXPECT_EQ(Ids(), Vector{"unknown-key"}) << key;
     return First().advice;
   };
-  EXPECT_EQ(advice("Name"), "did you mean \"name\"?");
-  EXPECT_EQ(advice("programm"), "did you mean \"program\"?");
-  EXPECT_EQ(advice("ARGS"), "did you mean \"args\"?");
-  EXPECT_EQ(advice("agrc"), "did you mean \"argc\"?");
-  EXPECT_EQ(advice("restart").find("did you mean"), std::string::npos);
+  EXPECT_EQ(advice("Name"), "write \"name\" instead");
+  EXPECT_EQ(advice("programm"), "write \"program\" instead");
+  EXPECT_EQ(advice("ARGS"), "write \"args\" instead");
+  EXPECT_EQ(advice("agrc"), "write \"argc\" instead");
+  EXPECT_TRUE(advice("restart").starts_with("remove it;"));
 }
 
 TEST_F(Check, GuessesInItemsWithoutAName) {
   Run(R"({"0": {"nmae": "a", "program": "/bin/sh"}})");
   EXPECT_EQ(Ids(), (Vector{"name-missing", "unknown-key"}));
-  EXPECT_EQ(result_.findings[1].advice, "did you mean \"name\"?");
+  EXPECT_EQ(All().at(1).advice, "write \"name\" instead");
 }
 
 TEST_F(Check, TellsMembersThatALaterOneReplaces) {
@@ -404,14 +411,14 @@ TEST_F(Check, TellsRawControlCharacters) {
     ExpectWarning("raw-control", "", "1:68");
     EXPECT_EQ(result_.items.at(0).vector, (Vector{"/bin/sh", "a\tb"}));
   } catch (AERROR) {
-    EXPECT_EQ(First().id, "not-json");
+    EXPECT_STREQ(First().rule->id, "not-json");
   }
 }
 
 TEST_F(Check, TellsAllFindingsOfAnItemWithoutAProgram) {
   Run(R"({"0": {"name": "a", "argc": "x"}})");
   EXPECT_EQ(Ids(), (Vector{"program-missing", "argc-type"}));
-  EXPECT_TRUE(result_.findings[1].effect.starts_with("once the item has"));
+  EXPECT_TRUE(All().at(1).effect.starts_with("once the item has"));
 }
 
 }  // namespace

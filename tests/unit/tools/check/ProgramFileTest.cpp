@@ -25,7 +25,7 @@ class ProgramFile : public testing::Test {
 
   static std::string IdOf(const std::string& path) {
     const auto problem = FindProgramProblem(path);
-    return problem ? problem->id : "";
+    return problem ? problem->rule->id : "";
   }
 
   TempDir directory_;
@@ -63,7 +63,7 @@ TEST_F(ProgramFile, TellsACarriageReturnBehindTheInterpreter) {
   const auto problem =
       FindProgramProblem(Executable("dos", "#!/bin/sh\r\necho\r\n"));
   ASSERT_TRUE(problem);
-  EXPECT_EQ(problem->id, "program-interpreter");
+  EXPECT_STREQ(problem->rule->id, "program-interpreter");
   EXPECT_NE(problem->advice.find("line feeds"), std::string::npos);
 }
 
@@ -89,7 +89,7 @@ TEST_F(ProgramFile, AdvisesOnTheUsualSlips) {
   };
   EXPECT_NE(advice("found").find(directory_.Path() / "found"),
             std::string::npos);
-  EXPECT_NE(advice("nowhere").find("PATH is not searched"), std::string::npos);
+  EXPECT_NE(advice("nowhere").find("does not search PATH"), std::string::npos);
   EXPECT_NE(advice("~/x").find("no shell"), std::string::npos);
   EXPECT_NE(advice("/bin/sh -c").find("\"args\""), std::string::npos);
 }

@@ -10,7 +10,6 @@
 #include "common/json/JsonObject.h"
 #include "launcher/Items.h"
 #include "tools/check/ItemCheck.h"
-#include "tools/check/ItemsFile.h"
 #include "tools/check/JsonText.h"
 #include "tools/check/SyntaxErrors.h"
 #include "tools/text/Characters.h"
@@ -19,11 +18,6 @@ namespace {
 
 // How a file names its schema to editors.
 constexpr const char* kSchemaKey = "$schema";
-
-bool IsIndex(const std::string& key) {
-  return !key.empty() && (key == "0" || key[0] != '0') &&
-         std::ranges::all_of(key, [](char c) { return c >= '0' && c <= '9'; });
-}
 
 void Append(Findings& findings, Findings more) {
   std::ranges::move(more, std::back_inserter(findings));
@@ -45,6 +39,9 @@ class DocumentCheck {
       Append(result_.findings, FindSyntaxErrors(text_));
     }
     FindRawControls();
+    if (keys_.comment && root_.getOffsetLimit() > 0) {
+      Add("comment", {{}, "", *keys_.comment}, "has a comment");
+    }
   }
 
  private:
@@ -73,7 +70,7 @@ class DocumentCheck {
       FindWalkError();
     }
     if (root_.isObject()) {
-      Append(result_.findings, FindReplacedKeys(root_, keys_, {}));
+      FindReplacedItems();
     }
   }
 
@@ -116,19 +113,34 @@ class DocumentCheck {
   }
 
   void FindUnreadKeys() {
+    bool has_other_items = false;
     for (const JsonKey& key : keys_.KeysAt(OffsetOf(root_))) {
       const Place place{{}, key.name, key.offset};
-      if (!IsIndex(key.name)) {
-        if (key.name != kSchemaKey) {
-          Add("unknown-key", place, "is not the number of an item");
+      if (IsIndex(key.name)) {
+        if (IsAfterGap(key.name)) {
+          Add("gap", place,
+              "comes after a gap: there is no \"" + std::to_string(next_) +
+                  "\"");
+          has_other_items = true;
         }
-      } else if (IsAfterGap(key.name)) {
-        Add("gap", place,
-            "comes after a gap: there is no \"" + std::to_string(next_) + "\"");
+      } else if (root_[key.name].isObject() || root_[key.name].isArray()) {
+        Add("stray-item", place, "is not the number of an item");
+        has_other_items = true;
+      } else if (key.name != kSchemaKey) {
+        Add("unknown-key", place, "is not the number of an item");
       }
     }
-    if (next_ == 0) {
+    if (next_ == 0 && !has_other_items) {
       Add("no-items", {{}, "", OffsetOf(root_)}, "contains no item \"0\"");
+    }
+  }
+
+  void FindReplacedItems() {
+    for (Finding& finding : FindReplacedKeys(root_, keys_, {})) {
+      const Place& place = finding.place;
+      result_.findings.push_back(
+          IsIndex(place.key) ? Found("item-replaced", place, finding.problem)
+                             : finding);
     }
   }
 
@@ -142,8 +154,9 @@ class DocumentCheck {
     const std::size_t end =
         NextToken(text_, static_cast<std::size_t>(root_.getOffsetLimit()));
     if (end < text_.size()) {
-      Add("trailing-text", {{}, "", end},
-          "continues after the end of the document");
+      const bool has_items = text_.find('"', end) != std::string::npos;
+      Add(has_items ? RuleName("closed-early") : RuleName("trailing-text"),
+          {{}, "", end}, "continues after the end of the document");
     }
   }
 
@@ -164,12 +177,16 @@ class DocumentCheck {
 
 }  // namespace
 
-CheckResult CheckItemsFile(const std::string& path) {
-  const ItemsText file = ReadItemsFile(path);
+CheckResult CheckItems(const ItemsText& file) {
   CheckResult result{file.readable, {}, file.findings};
   if (file.text) {
     DocumentCheck(*file.text, result).Run();
     CountLines(*file.text, result);
   }
   return result;
+}
+
+bool IsIndex(const std::string& key) {
+  return !key.empty() && (key == "0" || key[0] != '0') &&
+         std::ranges::all_of(key, [](char c) { return c >= '0' && c <= '9'; });
 }

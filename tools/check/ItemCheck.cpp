@@ -1,8 +1,11 @@
 #include "tools/check/ItemCheck.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <cstring>
 #include <exception>
 #include <iterator>
 #include <set>
@@ -10,9 +13,13 @@
 #include <utility>
 
 #include "launcher/Items.h"
+#include "tools/check/Execution.h"
 #include "tools/check/KeyNames.h"
 #include "tools/check/ProgramFile.h"
 #include "tools/text/Characters.h"
+
+// Not every system declares it.
+extern char** environ;  // NOLINT(readability-redundant-declaration)
 
 namespace {
 
@@ -34,6 +41,15 @@ bool IsIndexBelow(const std::string& key, std::int64_t count) {
   std::int64_t index = -1;
   std::from_chars(key.data(), key.data() + key.size(), index);
   return index >= 0 && index < count && std::to_string(index) == key;
+}
+
+// What this process's environment takes of the room for arguments.
+std::size_t EnvironmentBytes() {
+  std::size_t bytes = 0;
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    bytes += std::strlen(*variable) + 1 + sizeof(char*);
+  }
+  return bytes;
 }
 
 class ItemCheck {
@@ -121,6 +137,7 @@ class ItemCheck {
     CheckText(*value, "program", program);
     CheckProgramFile(program, place);
     vector_.push_back(program);
+    program_bytes_ = program.size() + 1;
     return true;
   }
 
@@ -211,7 +228,29 @@ class ItemCheck {
       Add("arg-missing", At("args/" + missing[0], args_),
           "is missing" + (missing.size() == 1 ? "" : more));
     }
+    CheckSizes();
     return true;
+  }
+
+  void CheckSizes() {
+    // The system also copies the path that it executes.
+    std::size_t total = EnvironmentBytes() + program_bytes_;
+    for (std::size_t i = 0; i < vector_.size(); ++i) {
+      const std::size_t bytes = vector_[i].size() + 1;
+      total += bytes + sizeof(char*);
+      if (bytes > kLongestArgumentBytes) {
+        const std::string key = std::to_string(i - 1);
+        Add("arg-too-long", At("args/" + key, Find(*args_, key)),
+            "has " + std::to_string(bytes - 1) +
+                " bytes, more than the system takes");
+      }
+    }
+    if (total > LargestArgumentsBytes()) {
+      Add("args-too-large", At("args", args_),
+          "has " + std::to_string(total) +
+              " bytes together with this environment, more than the system "
+              "takes");
+    }
   }
 
   // False when the launcher's own reading throws.
@@ -305,6 +344,7 @@ class ItemCheck {
   const Json::Value* const args_;
   CheckedItem checked_;
   std::vector<std::string> vector_;
+  std::size_t program_bytes_ = 0;  // with its terminating zero
   std::int64_t length_ = 1;
 };
 

@@ -1,5 +1,7 @@
 #include "tools/check/ItemsFile.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -8,9 +10,30 @@
 namespace {
 
 struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
+  void operator()(std::FILE* file) const {
+    if (file != stdin) {
+      std::fclose(file);
+    }
+  }
 };
 using File = std::unique_ptr<std::FILE, CloseFile>;
+
+File Open(const std::string& path) {
+  return File(path == kStandardInput ? stdin : std::fopen(path.c_str(), "rb"));
+}
+
+// A pipe or a device, whose reading might never end.
+bool IsSpecial(const std::string& path) {
+  struct stat status {};
+  return path != kStandardInput && stat(path.c_str(), &status) == 0 &&
+         !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
+}
+
+// With a byte order mark, or with a NUL in the first character.
+bool IsUtf16(const std::string& text) {
+  return text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF") ||
+         text.find('\0') < 2;
+}
 
 struct Content {
   std::string text;
@@ -38,7 +61,10 @@ ItemsText Unreadable(Finding finding) { return {{}, false, {finding}}; }
 }  // namespace
 
 ItemsText ReadItemsFile(const std::string& path) {
-  const File file(std::fopen(path.c_str(), "rb"));
+  if (IsSpecial(path)) {
+    return Unreadable(Found("not-regular", {}, "is a pipe or a device"));
+  }
+  const File file = Open(path);
   if (file == nullptr) {
     return Unreadable(
         Found("unreadable", {},
@@ -55,6 +81,9 @@ ItemsText ReadItemsFile(const std::string& path) {
   }
   if (content.text.empty()) {
     return {{}, true, {Found("empty", {}, "is empty")}};
+  }
+  if (IsUtf16(content.text)) {
+    return {{}, true, {Found("utf-16", {}, "is not UTF-8, but UTF-16")}};
   }
   ItemsText result{{}, true, {}};
   const std::size_t end = std::strlen(content.text.c_str());

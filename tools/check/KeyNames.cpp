@@ -11,6 +11,21 @@ namespace {
 
 constexpr std::array<const char*, 4> kKeys{"name", "program", "argc", "args"};
 
+// What other supervisors and programmers call them.
+constexpr std::array<std::pair<const char*, const char*>, 11> kOtherNames{{
+    {"arg", "args"},
+    {"arguments", "args"},
+    {"argv", "args"},
+    {"command", "program"},
+    {"cmd", "program"},
+    {"exec", "program"},
+    {"executable", "program"},
+    {"id", "name"},
+    {"label", "name"},
+    {"params", "args"},
+    {"path", "program"},
+}};
+
 // The number of changes that turn `a` into `b`.
 std::size_t EditDistance(std::string_view a, std::string_view b) {
   std::vector<std::size_t> row(b.size() + 1);
@@ -40,6 +55,11 @@ std::string LowerCase(std::string text) {
 std::string KeyMeantBy(const std::string& key) {
   constexpr std::size_t kSlips = 2;
   const std::string lower = LowerCase(key);
+  const auto* const other = std::ranges::find(
+      kOtherNames, lower, &std::pair<const char*, const char*>::first);
+  if (other != kOtherNames.end()) {
+    return other->second;
+  }
   const auto distance = [&](const char* known) {
     return EditDistance(lower, known);
   };

@@ -47,8 +47,6 @@ inline constexpr const char* kChildAborts =
     "start";
 inline constexpr const char* kFaults =
     "the program ends by a memory fault (SIGSEGV or SIGBUS), at each start";
-inline constexpr const char* kExits127 =
-    "\"env\" ends with exit status 127, at each start";
 inline constexpr const char* kConverted = "the launcher reads it as this text";
 inline constexpr const char* kNumberItems =
     "number the items \"0\", \"1\", \"2\" and so on, without gaps, signs, "
@@ -69,6 +67,25 @@ inline constexpr std::array kAll{
          "write {} for a list without any items"},
     Rule{"nul", kError, "the launcher reads only what comes before it",
          "remove it"},
+    Rule{"not-regular", kError,
+         "the launcher waits for a writer, or reads without end",
+         "give a regular file, or - to check standard input"},
+    Rule{"utf-16", kError, kNeverStarts, "save the file as UTF-8",
+         kParseFailedMessage},
+    Rule{"bom", kError, kNeverStarts,
+         "save the file as UTF-8 without a byte order mark",
+         kParseFailedMessage},
+    Rule{"quotes", kError, kNeverStarts,
+         "put every key and text in plain double quotes: \"",
+         kParseFailedMessage},
+    Rule{"trailing-comma", kError, kNeverStarts, "remove the comma",
+         kParseFailedMessage},
+    Rule{"comment-misplaced", kError, kNeverStarts, "remove the comment",
+         kParseFailedMessage},
+    Rule{"comment", kWarning,
+         "the launcher skips this one, but a comment elsewhere can make the "
+         "whole file unreadable",
+         "remove all comments"},
     Rule{"not-json", kError, kNeverStarts,
          "correct the text here or just before", kParseFailedMessage},
     Rule{"top-level-type", kError, kNeverStarts,
@@ -76,6 +93,10 @@ inline constexpr std::array kAll{
          kParseFailedMessage},
     Rule{"trailing-text", kWarning, kIgnored,
          "remove it, or the surplus bracket before it"},
+    Rule{"closed-early", kError,
+         "the launcher never looks at the rest, so the items in it are not "
+         "started",
+         "remove the surplus bracket before it"},
     Rule{"raw-control", kWarning,
          "this version of the JSON library keeps it; newer ones refuse the "
          "whole file",
@@ -87,19 +108,23 @@ inline constexpr std::array kAll{
     Rule{"no-items", kWarning,
          "the launcher starts nothing and waits for SIGTERM",
          R"(begin with { "0": { "name": ..., "program": ... } })"},
-    Rule{"gap", kWarning, kNotStarted, kNumberItems},
+    Rule{"gap", kError, kNotStarted, kNumberItems},
+    Rule{"stray-item", kError, kNotStarted, kNumberItems},
+    Rule{"item-replaced", kError,
+         "the last one counts, so the items before it are not started",
+         "give each item its own number"},
     Rule{"unknown-key", kWarning, kIgnored, "remove it"},
     Rule{"item-type", kError, kEndsStartup,
          R"(write { "name": ..., "program": ... })", kParseFailedMessage},
 
     // An item's name.
-    Rule{"name-missing", kWarning, "the launcher skips the item",
+    Rule{"name-missing", kError, "the launcher skips the item",
          "give the item a name", kNamelessMessage},
     Rule{"name-type", kError, kEndsStartup, "write a string",
          kParseFailedMessage},
     Rule{"name-empty", kWarning, "the log does not show whose lines are whose",
          "write a name"},
-    Rule{"name-duplicate", kWarning,
+    Rule{"name-duplicate", kError,
          "the launcher kills the earlier item when it reaches this one, and "
          "its own process group with it if that item has not been started yet",
          "give each item its own name"},
@@ -126,6 +151,26 @@ inline constexpr std::array kAll{
          "begin a script with its interpreter, such as \"#!/bin/sh\""},
     Rule{"program-interpreter", kError, kChain,
          "name an interpreter that exists after \"#!\""},
+
+    Rule{"program-machine", kError, kChain,
+         "install the program that was built for this system and processor"},
+    Rule{"program-loader", kError, kChain,
+         "install the loader's package, or a program built for this system"},
+    Rule{"program-truncated", kError, kFaults, "install the program again"},
+    Rule{"program-library", kError, kFaults,
+         "name the program that uses the library"},
+    Rule{"program-env", kWarning,
+         "\"env\" ends with exit status 127, at each start",
+         "write the interpreter's absolute path after \"#!\"; the launcher's "
+         "own PATH counts"},
+    Rule{"program-env-loop", kError,
+         "\"env\" executes the script itself again and again at full processor "
+         "load",
+         "write the program's name after \"env\""},
+    Rule{"program-unreadable", kWarning,
+         "a binary runs, but the interpreter of a script cannot open it and "
+         "ends, at each start",
+         "make a script readable with chmod +r"},
 
     // An item's arguments.
     Rule{"argc-type", kError, kChildAborts,
@@ -154,6 +199,13 @@ inline constexpr std::array kAll{
     Rule{"arg-unread", kWarning, "the program does not get it",
          "number the arguments from \"0\" without gaps and write how many "
          "there are as \"argc\""},
+
+    Rule{"arg-too-long", kError, kChain,
+         "write a shorter argument, such as the path of a file with the text"},
+    Rule{
+        "args-too-large", kError, kChain,
+        "write shorter or fewer arguments, such as the path of a file with the "
+        "texts"},
 
     // Any text.
     Rule{"converted", kWarning, kConverted,

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -47,6 +48,27 @@ TEST_F(ItemsFile, MustNotFailWhileItIsRead) {
   const ItemsText file = ReadItemsFile(unreadable);
   EXPECT_FALSE(file.readable);
   EXPECT_EQ(Id(file), "read-error");
+}
+
+TEST_F(ItemsFile, MustBeARegularFile) {
+  const std::string fifo = directory_.Path() / "fifo";
+  mkfifo(fifo.c_str(), 0600);
+  for (const std::string& path : {fifo, std::string("/dev/zero")}) {
+    const ItemsText file = ReadItemsFile(path);
+    EXPECT_FALSE(file.readable);
+    EXPECT_EQ(Id(file), "not-regular") << path;
+  }
+}
+
+TEST_F(ItemsFile, MustNotBeUtf16) {
+  using namespace std::string_view_literals;
+  for (const std::string_view text :
+       {"\xFF\xFE{\0}\0"sv, "\xFE\xFF\0{\0}"sv, "{\0}\0"sv, "\0{\0}"sv}) {
+    const ItemsText file = ReadItemsFile(directory_.Write("f", text));
+    EXPECT_TRUE(file.readable);
+    EXPECT_FALSE(file.text);
+    EXPECT_EQ(Id(file), "utf-16");
+  }
 }
 
 TEST_F(ItemsFile, MustNotBeEmpty) {

@@ -19,6 +19,16 @@ TEST(KeyNames, AreRecognisedInSlips) {
   EXPECT_EQ(KeyMeantBy("nm"), "name");
 }
 
+TEST(KeyNames, AreRecognisedUnderOtherNames) {
+  for (const char* const key : {"command", "CMD", "exec", "path"}) {
+    EXPECT_EQ(KeyMeantBy(key), "program") << key;
+  }
+  for (const char* const key : {"argv", "arguments", "arg", "params"}) {
+    EXPECT_EQ(KeyMeantBy(key), "args") << key;
+  }
+  EXPECT_EQ(KeyMeantBy("label"), "name");
+}
+
 TEST(KeyNames, AreNotSeenInOtherWords) {
   EXPECT_EQ(KeyMeantBy("restart"), "");
   EXPECT_EQ(KeyMeantBy("n"), "");

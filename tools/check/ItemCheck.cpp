@@ -143,7 +143,8 @@ class ItemCheck {
 
   void CheckProgramFile(const std::string& program, const Place& place) {
     if (const auto problem = FindProgramProblem(program)) {
-      Add(problem->rule, place, Quoted(program) + " " + problem->text,
+      Add(problem->rule, place,
+          "is " + Quoted(program) + ", which " + problem->text,
           problem->advice);
     } else if (program[0] != '/') {
       Add("program-relative", place, Quoted(program) + " is a relative path");

@@ -111,8 +111,7 @@ ProgramProblem NotElf(const std::string& head) {
 
 // This program's own machine.
 Elf64_Half OwnMachine() {
-  BinaryFile self("/proc/self/exe");
-  const auto header = self.At<ElfW(Ehdr)>(0);
+  static const auto header = BinaryFile("/proc/self/exe").At<ElfW(Ehdr)>(0);
   return header ? header->e_machine : Elf64_Half{EM_NONE};
 }
 

@@ -223,6 +223,10 @@ TEST_F(ItemCheck, FindsAnArgumentThatIsTooLong) {
   ExpectError("arg-too-long", "args/1", "1:78");
   Run(argument(kLongestArgumentBytes - 1));
   EXPECT_EQ(Ids(), Vector{});
+  Run(R"({"0": {"name": "a", "argc": 1, "args": {"0": ")" +
+      std::string(kLongestArgumentBytes, 'x') + "\"}}}");
+  EXPECT_EQ(Ids(), (Vector{"program-missing", "arg-too-long"}));
+  EXPECT_EQ(All()[1].place.key, "args/0");
 }
 
 // Whether the system executes `words`.

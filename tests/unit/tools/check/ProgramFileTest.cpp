@@ -82,6 +82,7 @@ TEST_F(ProgramFile, HasNoProblemWhenItRuns) {
   Expect("#! \t /bin/true \t \nx", "");
   Expect("#!/bin/true " + std::string(1000, 'x') + "\n", "");
   Expect("#!/usr/bin/env true\n", "");
+  Expect("#!/usr/bin/env true \t \n", "");
 }
 
 TEST_F(ProgramFile, MustExist) {

@@ -15,7 +15,7 @@ struct ItemsText {
   Findings findings;
 };
 
-// The name that stands for standard input.
+// The path that means standard input.
 inline constexpr char kStandardInput[] = "-";
 
 ItemsText ReadItemsFile(const std::string& path);

@@ -5,5 +5,5 @@
 #include <string>
 
 // "program", say, for "Programm" and "command"; "" for a key that resembles
-// none. A key of an item stands for itself.
+// none. A key of an item means itself.
 std::string KeyMeantBy(const std::string& key);

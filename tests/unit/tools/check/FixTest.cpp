@@ -50,7 +50,9 @@ TEST(Fix, NumbersAnArrayOfItems) {
   const FixedItems fixed = Fixed(R"([{"name": "a"}, {"name": "b"}])");
   EXPECT_NE(fixed.text.find("\"1\": {\n    \"name\": \"b\""),
             std::string::npos);
-  EXPECT_EQ(fixed.changes.size(), 1U);
+  EXPECT_EQ(fixed.changes,
+            Changes{"the list of items is an object with the keys \"0\", "
+                    "\"1\", ..."});
 }
 
 TEST(Fix, ClosesGapsInTheNumbering) {

@@ -119,6 +119,6 @@ zig_build() {
   copy_cli11 "$toolchain"
   quietly "$toolchain" cmake -S . -B "build/$toolchain" -G Ninja \
     -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/zig/$toolchain.cmake" \
-    -DCMAKE_BUILD_TYPE=Release
+    -DCMAKE_BUILD_TYPE=Release -DLAUNCHER_WERROR=ON
   quietly "$toolchain" cmake --build "build/$toolchain"
 }

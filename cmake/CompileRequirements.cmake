@@ -1,4 +1,4 @@
-# What every target of this tree is compiled with.
+# How every target of this tree is compiled and linked.
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -12,25 +12,32 @@ if(NOT CMAKE_BUILD_TYPE)
   set(CMAKE_BUILD_TYPE Release)
 endif()
 
-# Includes are written from the root.
-include_directories(${PROJECT_SOURCE_DIR})
-add_compile_options(
-  -Wall
-  -Wextra
-  -Wpedantic
-  -Wshadow
-  -Wconversion
-  -Wnon-virtual-dtor
-  -Woverloaded-virtual
-  -Werror)
+# Every target links this one; programs that use the installed package do not.
+add_library(requirements INTERFACE)
+link_libraries($<BUILD_INTERFACE:requirements>)
 
-# g++ 12 takes some concatenations of short strings for overlapping copies.
+# Includes are written from the root.
+target_include_directories(requirements INTERFACE ${PROJECT_SOURCE_DIR})
+
+target_compile_options(
+  requirements
+  INTERFACE -Wall
+            -Wextra
+            -Wpedantic
+            -Wshadow
+            -Wconversion
+            -Wnon-virtual-dtor
+            -Woverloaded-virtual
+            $<$<BOOL:${LAUNCHER_WERROR}>:-Werror>)
+
+# g++ 12 mistakes some concatenations of short strings for overlapping copies.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  add_compile_options($<$<CONFIG:Release>:-Wno-restrict>)
+  target_compile_options(requirements
+                         INTERFACE $<$<CONFIG:Release>:-Wno-restrict>)
 endif()
 
-# What only a forked copy calls, execv for one, would otherwise be looked up
-# again in every copy.
+# A forked child would otherwise look up anew each call that only it makes, such
+# as execv.
 if(NOT APPLE)
-  add_link_options(LINKER:-z,now)
+  target_link_options(requirements INTERFACE LINKER:-z,now)
 endif()

@@ -7,7 +7,8 @@ usage='usage: scripts/bootstrap.sh build|test|check|cross
 build  what compiling and running the launcher needs
 test   that, and what its tests need
 check  that, and what the checks on the source need
-cross  what test installs, and what building for macOS and packaging need'
+cross  what test installs, and what building for macOS, packaging and making
+       systems to try it in need'
 
 # What needs it, the Debian and Ubuntu package, the Homebrew formula ("-" where
 # the system brings it).
@@ -19,6 +20,7 @@ build  pkg-config      pkgconf
 build  libjsoncpp-dev  jsoncpp
 build  libcli11-dev    cli11
 build  procps          -
+test   binutils        -
 test   libgtest-dev    googletest
 test   mandoc          -
 check  clang           -
@@ -30,7 +32,9 @@ check  llvm            llvm
 check  npm             node
 check  shellcheck      shellcheck
 cross  dpkg-dev        -
+cross  git             git
 cross  libxml2-utils   -
+cross  lintian         -
 cross  llvm            -
 cross  mmdebstrap      -
 cross  python3         -
@@ -43,21 +47,27 @@ wanted() {
     'NF && index(sets, $1) && $column != "-" { print $column }' <<<"$packages"
 }
 
-as_root() {
-  if [[ $EUID -eq 0 ]]; then
-    "$@"
-  elif command -v sudo >/dev/null; then
-    sudo "$@"
-  else
-    echo "There is no sudo here. As root: $*" >&2
-    exit 1
-  fi
-}
-
 # As the package of that name, or as a command of that name from elsewhere.
 is_installed() {
   command -v "$1" >/dev/null ||
     [[ $(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
+}
+
+# With sudo where that works, else this says what root has to do.
+install_debian() {
+  local as_root=()
+  [[ $EUID -eq 0 ]] || as_root=(sudo)
+  echo "Installing with apt-get: $*"
+  command -v "${as_root[0]-env}" >/dev/null &&
+    "${as_root[@]}" apt-get update -qq &&
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+      apt-get install -qq --no-install-recommends "$@" && return
+  echo "
+That needs root. The commands, for root to run:
+
+apt-get update
+apt-get install --no-install-recommends $*" >&2
+  exit 1
 }
 
 bootstrap_debian() {
@@ -66,16 +76,12 @@ bootstrap_debian() {
   for package in $(wanted 2); do
     is_installed "$package" || missing+=("$package")
   done
-  [[ ${#missing[@]} -gt 0 ]] || return 0
-  echo "Installing with apt-get: ${missing[*]}"
-  as_root apt-get update -qq
-  as_root env DEBIAN_FRONTEND=noninteractive \
-    apt-get install -qq --no-install-recommends "${missing[@]}"
+  [[ ${#missing[@]} -eq 0 ]] || install_debian "${missing[@]}"
 }
 
 bootstrap_macos() {
   if ! command -v brew >/dev/null; then
-    echo 'Homebrew is needed first: https://brew.sh' >&2
+    echo 'Install Homebrew first: https://brew.sh' >&2
     exit 1
   fi
   local formula

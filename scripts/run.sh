@@ -2,27 +2,29 @@
 # Sets up, builds, and runs the launcher until Ctrl-C.
 #
 # The launcher may send SIGKILL to its process group, so it gets a session of
-# its own. By that session's id, too, this script finds what the launcher or its
-# programs leave behind; it ends nothing else, and nothing by name.
+# its own. The session's id also shows which processes the launcher and its
+# programs leave behind; this script ends these and no others.
 set -euo pipefail
 
-usage='usage: scripts/run.sh [--user-home] [--stage DIR] [ITEMS-FILE [OWNER]]
+usage='usage: scripts/run.sh [--user-home] [--stage DIR] [--despite-errors]
+                      [ITEMS-FILE [OWNER]]
 
 ITEMS-FILE   what to run; examples/items.json when it is left out
 OWNER        the owner name; "example" when it is left out
 --user-home  keep log and log level in your own HOME, not in build/home
---stage DIR  run what is staged in DIR (with DIR/../home as HOME), do not build'
+--stage DIR  run what is staged in DIR (with DIR/../home as HOME), do not build
+--despite-errors  start also when launcher-check finds errors in ITEMS-FILE'
 
-# How often a launcher is looked at that runs or is being stopped, how many
-# looks lie between two SIGTERMs, and after how many looks it is killed.
+# The pause between two looks at the launcher, in seconds; the number of looks
+# between two SIGTERMs; and the number after which it is killed.
 readonly look_pause=0.2 looks_per_term=5 looks_until_kill=50
 
-# Exit statuses, as the shell gives them: of a launcher that SIGTERM has stopped,
-# of one that has been killed, and of one that has not yet handled SIGTERM.
+# The shell's exit statuses of a launcher that SIGTERM has stopped, of one that
+# was killed, and of one that did not handle SIGTERM yet.
 readonly stopped=1 killed=137 terminated=143
 
-# ps tells sessions on Linux; on macOS it does not, and the process group, which
-# the launcher's session begins with, stands in.
+# On macOS, ps does not show sessions; the launcher's process group, which begins
+# as its session does, takes their place.
 if [[ $(uname) == Darwin ]]; then
   readonly session_column=pgid
 else
@@ -41,7 +43,7 @@ build() {
     cd "$root"
     cmake --preset release -DBUILD_TESTING=OFF
     cmake --build --preset release --target launcher logger launcher-check \
-      launcher-log
+      launcher-log launcher-status
     for component in daemon tools; do
       cmake --install build/release --prefix "$stage" --component "$component"
     done
@@ -60,9 +62,9 @@ configure() {
   [[ -e $log_ini ]] || cp "$root/examples/log.ini" "$log_ini"
 }
 
-# Follows the log from its present end on, to the end of this script, whatever
-# else is signalled with it. The log's directory is made here, as the logger
-# would make it: tail is told of changes only where there is one.
+# Follows the log from its present end until this script ends, even when a
+# signal goes to the whole group. The log's directory is made here, as the
+# logger would make it: tail learns of changes only in a directory that exists.
 follow_log() {
   local lines=0
   (umask 077 && mkdir -p "$(dirname "$log")")
@@ -74,21 +76,27 @@ follow_log() {
   tail=$!
 }
 
-# What the launcher will make of the items file. It gets the file all the same.
+# Shows what the launcher will make of the items file. Ends the script when the
+# file has errors.
 check_items() {
   local check=$stage/Contents/MacOS/launcher-check
-  [[ ! -x $check ]] || "$check" "$items" || true
+  [[ -x $check ]] || return 0
+  "$check" "$items" && return
+  [[ $despite_errors == no ]] || return 0
+  echo 'The launcher is not started because of these errors. To start it all' \
+    'the same, use --despite-errors.'
+  exit 1
 }
 
-# What became of the items since the start.
+# Shows what became of the items since the start.
 show_table() {
   local reader=$stage/Contents/MacOS/launcher-log
   [[ ! -x $reader || ! -e $log ]] || "$reader" --since "$started" "$log" ||
     true
 }
 
-# A background job of a script ignores SIGINT and SIGQUIT; the launcher would
-# hand that on to its programs.
+# A background job of a script ignores SIGINT and SIGQUIT, and the launcher's
+# programs would inherit that.
 start_launcher() {
   HOME=$home PERL_BADLANG=0 perl -MPOSIX=setsid -e '
     setsid() > 0 or die "setsid: $!\n";
@@ -99,8 +107,9 @@ start_launcher() {
   launcher=$!
 }
 
-# Waits for the launcher's end and puts its exit status into `status`. A SIGTERM
-# that comes before the launcher waits is not remembered, so it is repeated.
+# Waits for the launcher's end and puts its exit status into `status`. The
+# launcher does not remember a SIGTERM that comes before it waits, so this
+# repeats it.
 await_end() {
   local looks=0
   while kill -0 "$launcher"; do
@@ -117,8 +126,8 @@ await_end() {
   wait "$launcher" || status=$?
 }
 
-# What an item cannot execute goes on in copies of the launcher, and a program
-# may leave processes of its own. They may still be multiplying.
+# When a program cannot be executed, forked children of the launcher go on in its
+# place, and programs may leave processes, too. They may still be multiplying.
 end_leftovers() {
   local looks members
   for ((looks = 0; looks < looks_until_kill; ++looks)); do
@@ -132,7 +141,7 @@ end_leftovers() {
     kill -KILL $members 2>/dev/null || true
     sleep "$look_pause" || true
   done
-  echo "Left behind, and not to be ended: ${members//$'\n'/ }"
+  echo "Left behind, and could not be ended: ${members//$'\n'/ }"
   exit 1
 }
 
@@ -141,20 +150,22 @@ report() {
   case $status in
     0)
       echo 'It could not start: the items file cannot be read, is empty, or is' \
-        'not what it should be (then the log says so).'
+        'malformed (then the log says so).'
       ;;
     "$killed")
       echo 'SIGKILL ended it. It sends that to itself when an item has no' \
-        'program, or a name is there twice.'
+        'program, or when two items have the same name.'
       ;;
     "$terminated") echo 'SIGTERM ended it before it had set itself up.' ;;
   esac
 }
 
+despite_errors=no
 stage=
 user_home=no
 while [[ ${1-} == -* ]]; do
   case $1 in
+    --despite-errors) despite_errors=yes ;;
     --user-home) user_home=yes ;;
     --stage)
       stage=${2:?"$usage"}
@@ -195,7 +206,7 @@ Home:   $home
 Log:    $log
 Ctrl-C stops it. The log from here on:
 "
-# The shell would tell of jobs that a signal has ended.
+# The shell would report jobs that a signal has ended.
 await_end 2>/dev/null
 sleep 1 || true  # For tail, which may be a second behind.
 { kill -KILL "$tail" || true; wait "$tail" || true; } 2>/dev/null

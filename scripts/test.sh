@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Sets up, builds, and runs every test.
+# Sets up, builds, and runs every test. Says last which tests were skipped, and
+# why.
 set -euo pipefail
 
 usage='usage: scripts/test.sh [--soak] [PRESET [CTEST-ARGUMENT...]]
@@ -7,10 +8,10 @@ usage='usage: scripts/test.sh [--soak] [PRESET [CTEST-ARGUMENT...]]
 --soak  also run the tests that take minutes
 PRESET  how to build (CMakePresets.json); "debug" when it is left out'
 
-selection=(-LE soak)
+soak='^soak$|'
 case ${1-} in
   --soak)
-    selection=()
+    soak=
     shift
     ;;
   -*)
@@ -19,7 +20,6 @@ case ${1-} in
     ;;
 esac
 preset=${1-debug}
-selection+=("${@:2}")
 
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 scripts/bootstrap.sh test
@@ -28,7 +28,20 @@ processors=$(getconf _NPROCESSORS_ONLN)
 cmake --preset "$preset"
 cmake --build --preset "$preset" --parallel "$processors"
 
-# Most of a test's time is spent waiting for processes.
+# Most of a test's time is spent waiting for processes. A test's label names the
+# presets that it is not for.
 cd "build/$preset"
+status=0
 ctest --parallel $((2 * processors)) --output-on-failure --no-tests=error \
-  ${selection[@]+"${selection[@]}"}
+  -LE "${soak}not in [^:]*$preset" "${@:2}" || status=$?
+
+skipped=$(awk '
+  /: Skipped$/ { getline; print; next }
+  sub(/^skipped: /, "") { print }
+' Testing/Temporary/LastTest.log | sort | uniq -c)
+if [[ -n $skipped ]]; then
+  echo
+  echo 'Skipped tests, and what they need:'
+  echo "$skipped"
+fi
+exit "$status"

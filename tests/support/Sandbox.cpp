@@ -23,6 +23,7 @@ bool IsInside() { return g_inside; }
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <thread>
 
@@ -30,11 +31,21 @@ namespace sandbox {
 namespace {
 
 constexpr int kTimeLimitStatus = 124;
+constexpr int kNoSandboxStatus = 125;
 constexpr int kSignalStatus = 128;
 
 int ExitStatus(int wait_status) {
   return WIFSIGNALED(wait_status) ? kSignalStatus + WTERMSIG(wait_status)
                                   : WEXITSTATUS(wait_status);
+}
+
+pid_t Fork() {
+  const pid_t child = fork();
+  if (child < 0) {
+    std::perror("sandbox: fork");
+    _exit(EXIT_FAILURE);
+  }
+  return child;
 }
 
 bool WriteFile(const char* path, const std::string& text) {
@@ -45,7 +56,7 @@ bool WriteFile(const char* path, const std::string& text) {
   return written;
 }
 
-// A tester who is not root needs a user namespace to make the others.
+// A user other than root needs a user namespace to make the others.
 bool Unshare() {
   constexpr int kNamespaces = CLONE_NEWPID | CLONE_NEWNS;
   const uid_t user = geteuid();
@@ -59,24 +70,38 @@ bool Unshare() {
          WriteFile("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
 }
 
-// The calling process: waits for the namespace's first process.
-[[noreturn]] void Watch(pid_t init, std::chrono::seconds limit) {
+[[noreturn]] void EndWithoutSandbox() {
+  std::perror("no sandbox");
+  _exit(kNoSandboxStatus);
+}
+
+[[noreturn]] void EndAs(pid_t child) {
+  int status = 0;
+  waitpid(child, &status, 0);
+  _exit(ExitStatus(status));
+}
+
+// In the calling process: ends as `child` does, or returns when that finds no
+// sandbox to be had.
+void Watch(pid_t child, std::chrono::seconds limit) {
   const auto deadline = std::chrono::steady_clock::now() + limit;
   int status = 0;
-  while (waitpid(init, &status, WNOHANG) == 0) {
+  while (waitpid(child, &status, WNOHANG) == 0) {
     if (std::chrono::steady_clock::now() > deadline) {
       std::fprintf(stderr, "sandbox: past its time limit\n");
-      kill(init, SIGKILL);
-      waitpid(init, &status, 0);
+      kill(child, SIGKILL);
+      waitpid(child, &status, 0);
       _exit(kTimeLimitStatus);
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
   }
-  _exit(ExitStatus(status));
+  if (ExitStatus(status) != kNoSandboxStatus) {
+    _exit(ExitStatus(status));
+  }
 }
 
-// The namespace's first process: reaps what loses its parent, and takes the
-// namespace with it when the tests are done.
+// In the namespace's first process: reaps orphans. Its end, after that of the
+// tests, ends every process of the namespace.
 [[noreturn]] void Init(pid_t tests) {
   for (;;) {
     int status = 0;
@@ -86,23 +111,46 @@ bool Unshare() {
   }
 }
 
+bool Mount(const char* source, const char* target, unsigned long flags) {
+  return mount(source, target, nullptr, flags, nullptr) == 0;
+}
+
+// Keeps what the tests mount from the machine. In a chroot "/" is no mount
+// point, so its mount cannot be made private; the process then moves to a
+// private view of the same tree, which it mounts on /proc because only there
+// the machine does not see it.
+bool MakeMountsPrivate() {
+  if (Mount("none", "/", MS_REC | MS_PRIVATE)) {
+    return true;
+  }
+  const auto directory = std::filesystem::current_path();
+  return Mount("none", "/proc", MS_PRIVATE) &&
+         Mount("/", "/proc", MS_BIND | MS_REC) &&
+         Mount("none", "/proc", MS_REC | MS_PRIVATE) && chroot("/proc") == 0 &&
+         chdir(directory.c_str()) == 0;
+}
+
 }  // namespace
 
 bool Enter(std::chrono::seconds limit) {
-  if (!Unshare()) {
+  const pid_t outside = Fork();
+  if (outside != 0) {
+    Watch(outside, limit);
     return false;
   }
-  const pid_t init = fork();
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (!Unshare()) {
+    EndWithoutSandbox();
+  }
+  const pid_t init = Fork();
   if (init != 0) {
-    Watch(init, limit);
+    EndAs(init);
   }
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-      mount("proc", "/proc", "proc", 0, nullptr) != 0) {
-    std::perror("sandbox: mount");
-    _exit(EXIT_FAILURE);
+  if (!MakeMountsPrivate() || mount("proc", "/proc", "proc", 0, nullptr) != 0) {
+    EndWithoutSandbox();
   }
-  const pid_t tests = fork();
+  const pid_t tests = Fork();
   if (tests != 0) {
     Init(tests);
   }

@@ -38,8 +38,12 @@ class RunTest : public testing::Test {
     }
   }
 
-  // Starts the script, leading a process group, with `items` for an items file.
-  void Start(const std::string& items) {
+  // Starts the script as the leader of a process group, with the items file
+  // `items`, which it starts even when launcher-check finds errors in it.
+  void Start(const std::string& items) { Execute({"--despite-errors", items}); }
+
+  // Starts the script as the leader of a process group.
+  void Execute(const std::vector<std::string>& arguments) {
     const std::string stage = directory_.Path() / "stage";
     const std::string output = directory_.Path() / "output";
     script_ = fork();
@@ -47,8 +51,13 @@ class RunTest : public testing::Test {
       setpgid(0, 0);
       if (std::freopen(output.c_str(), "w", stdout) != nullptr &&
           dup2(STDOUT_FILENO, STDERR_FILENO) >= 0) {
-        execlp("bash", "bash", SCRIPT, "--stage", stage.c_str(), items.c_str(),
-               static_cast<char*>(nullptr));
+        std::vector<const char*> vector{"bash", SCRIPT, "--stage",
+                                        stage.c_str()};
+        for (const std::string& argument : arguments) {
+          vector.push_back(argument.c_str());
+        }
+        vector.push_back(nullptr);
+        execvp("bash", const_cast<char**>(vector.data()));
       }
       _exit(127);
     }
@@ -72,7 +81,7 @@ class RunTest : public testing::Test {
         << Output();
   }
 
-  // The launcher's id, which the script has told.
+  // The launcher's process id, which the script shows.
   pid_t Launcher() const {
     const std::string before = "The launcher runs as process ";
     Await(before);
@@ -80,8 +89,8 @@ class RunTest : public testing::Test {
     return std::stoi(output.substr(output.find(before) + before.size()));
   }
 
-  // Waits for the script's end and gives its exit status. Whatever it has left
-  // behind has become a child of the sandbox's first process.
+  // Waits for the script's end and returns its exit status. Fails if the script
+  // left a process, which would now be a child of the sandbox's first process.
   int Wait() {
     int status = 0;
     waitpid(script_, &status, 0);
@@ -164,13 +173,23 @@ TEST_F(RunTest, SaysThatTheLauncherCouldNotStart) {
 }
 
 #ifdef LAUNCHER_CHECK
-TEST_F(RunTest, TellsFirstWhatIsWrongWithTheItems) {
+TEST_F(RunTest, DoesNotStartAFileWithErrorsUnlessToldTo) {
   REQUIRE_SANDBOX();
-  StartItems(R"({"0": {"name": "sleeper", "program": "/bin/sleep", "argc": 1,
-      "args": {"0": 86400}}})");
+  Execute({directory_.Write("items.json", R"({"0": {"name": "empty"}})")});
+  EXPECT_EQ(Wait(), 1);
+  EXPECT_NE(Output().find("items.json"), std::string::npos) << Output();
+  EXPECT_NE(Output().find("--despite-errors"), std::string::npos) << Output();
+  EXPECT_EQ(Output().find("The launcher runs"), std::string::npos);
+}
+
+TEST_F(RunTest, ShowsFirstWhatIsWrongWithTheItems) {
+  REQUIRE_SANDBOX();
+  Execute({directory_.Write(
+      "items.json", R"({"0": {"name": "sleeper", "program": "/bin/sleep",
+                    "argc": 1, "args": {"0": 86400}}})")});
   Await("Start to fork sleeper");
   const std::string output = Output();
-  const std::size_t warning = output.find("items.json:2:21: warning: ");
+  const std::size_t warning = output.find("items.json:2:");
   EXPECT_LT(warning, output.find("The launcher runs as process"));
   kill(script_, SIGTERM);
   Wait();

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <string>
+#include <vector>
+
 #include "common/json/JsonObject.h"
 #include "tools/check/Report.h"
 
@@ -14,7 +17,7 @@ CheckResult Example() {
   result.items.push_back({0, "a\x1b", true, {{"/bin/echo", "a b"}}, {}});
   result.items[0].findings.push_back(Found(kOdd, {0, "k\n", 4}, "is odd"));
   result.items.push_back({1, {}, false, {}, {}});
-  result.items.push_back({2, "c", false, {{}}, {}});
+  result.items.push_back({2, "c", false, std::vector<std::string>{}, {}});
   result.items.push_back({3, "d", true, {}, {}});
   result.findings.push_back(Found(kBad, {}, "is bad"));
   result.findings.push_back(Found(kBad, {4, "", {}}, "is worse"));

@@ -106,7 +106,7 @@ TEST_F(ItemCheck, FindsAnArgcThatIsReadAsAnInteger) {
 }
 
 TEST_F(ItemCheck, FindsAVectorTooLargeForTheStack) {
-  for (const char* const value : {"65536", "63950", "63488"}) {
+  for (const char* const value : {"65536", "63950", "63487"}) {
     Run(Item("\"argc\": " + std::string(value)));
     ExpectError("argc-too-large", "argc", "1:51");
     EXPECT_FALSE(result_.items[0].vector);

@@ -1,220 +1,192 @@
 #include "tools/check/Check.h"
 
+#include <json/json.h>
+
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <utility>
 
-#include "common/json/JsonErrors.h"
 #include "common/json/JsonObject.h"
 #include "launcher/Items.h"
 #include "tools/check/ItemCheck.h"
-#include "tools/check/ItemsFile.h"
-#include "tools/check/JsonSource.h"
+#include "tools/check/JsonText.h"
+#include "tools/check/SyntaxErrors.h"
 #include "tools/text/Characters.h"
 
 namespace {
 
-constexpr const char* kNeverStarts =
-    "the launcher logs \"[LAUNCHER  ] Error while parsing saved json "
-    "string.\" and ends with status 0";
-constexpr const char* kEndsStartup =
-    "the launcher logs \"[LAUNCHER  ] Error while parsing saved json "
-    "string.\", stops the items before this one and ends with status 0; it "
-    "kills its process group where one of them has not been started yet";
-
 // How a file names its schema to editors.
 constexpr const char* kSchemaKey = "$schema";
 
-bool IsIndex(const std::string& key) {
-  return !key.empty() && (key == "0" || key[0] != '0') &&
-         std::ranges::all_of(key, [](char c) { return c >= '0' && c <= '9'; });
+void Append(Findings& findings, Findings more) {
+  std::ranges::move(more, std::back_inserter(findings));
 }
 
 class DocumentCheck {
  public:
-  DocumentCheck(const std::string& text, CheckResult* result)
-      : text_(text), source_(LocateJson(text)), result_(result) {}
+  DocumentCheck(const std::string& text, CheckResult& result)
+      : text_(text), keys_(ScanJson(text)), result_(result) {}
 
   void Run() {
     try {
       JsonObject document(text_.data(),
                           static_cast<unsigned int>(text_.size()));
+      Json::Reader().parse(text_, root_, false);
       Walk(document);
+      FindTrailingText();
     } catch (...) {
-      FindSyntaxErrors();
+      Append(result_.findings, FindSyntaxErrors(text_));
+    }
+    FindRawControls();
+    if (keys_.comment && root_.getOffsetLimit() > 0) {
+      Add("comment", {{}, "", *keys_.comment}, "has a comment");
     }
   }
 
  private:
-  void Add(Severity severity, const std::string& id, std::size_t offset,
-           const std::string& key, const std::string& problem,
-           const std::string& effect, const std::string& advice) {
-    result_->findings.push_back(
-        {severity, id, offset, {}, key, problem, effect, advice});
+  void Add(RuleName rule, Place place, std::string problem) {
+    result_.findings.push_back(
+        Found(rule, std::move(place), std::move(problem)));
   }
 
-  void FindSyntaxErrors() {
-    for (const JsonError& error : FindJsonErrors(text_)) {
-      Add(Severity::kError, "not-json", error.offset, "",
-          "is not JSON: " + error.message, kNeverStarts,
-          "correct the text at this place, or just before it");
-    }
-  }
-
-  // The launcher's own walk. What leaves it ends the launcher's start-up.
+  // The launcher's own walk. What it throws ends the launcher's start-up.
   void Walk(JsonObject document) {
     try {
       WalkItems(
-          document, [this](int index, JsonObject item) { Named(index, item); },
-          [this](int index, JsonObject) { Nameless(index); });
+          document,
+          [this](int index, JsonObject item) {
+            next_ = index;
+            result_.items.push_back(CheckItem(item, Source(index)));
+            FindDuplicate(result_.items.back());
+            ++next_;
+          },
+          [this](int index, JsonObject) {
+            result_.items.push_back(CheckNamelessItem(Source(index)));
+            ++next_;
+          });
       FindUnreadKeys();
     } catch (...) {
       FindWalkError();
     }
-    FindReplacedMembers(source_.root, "", {}, &result_->findings);
-    FindOddities();
-  }
-
-  void Named(int index, JsonObject item) {
-    const JsonMember& member = Item(index).Get("name");
-    const std::string name = item.GetObject("name");
-    ++next_;
-    Findings& findings = result_->findings;
-    CheckText(item["name"], member, "name", index, name, &findings);
-    if (name.empty() && member.value.type == JsonType::kString) {
-      findings.push_back({Severity::kWarning, "name-empty", member.value.offset,
-                          index, "name", "is empty",
-                          "the log does not tell whose lines are whose",
-                          "write a name"});
+    if (root_.isObject()) {
+      FindReplacedItems();
     }
-    FindDuplicate(index, name, member);
-    CheckedItem& checked = result_->items.emplace_back();
-    checked.index = index;
-    checked.name = name;
-    checked.runs = true;
-    CheckItem(item, Item(index), &checked, &findings);
   }
 
-  void Nameless(int index) {
-    ++next_;
-    result_->items.emplace_back().index = index;
-    result_->findings.push_back(
-        {Severity::kWarning, "name-missing", Item(index).offset, index, "name",
-         "is missing",
-         "the item is skipped; the launcher logs \"[LAUNCHER  ] There is an "
-         "item has no name.\" and goes on with the next",
-         "give the item a name"});
-    CheckItemKeys(Item(index), index, &result_->findings);
+  const Json::Value& Item(int index) const {
+    return std::as_const(root_)[std::to_string(index)];
   }
 
-  void FindDuplicate(int index, const std::string& name,
-                     const JsonMember& member) {
-    const auto [entry, is_new] = indices_.emplace(name, index);
+  ItemSource Source(int index) const { return {index, Item(index), keys_}; }
+
+  void FindDuplicate(CheckedItem& item) {
+    const auto [entry, is_new] = indices_.emplace(*item.name, item.index);
     if (is_new) {
       return;
     }
-    const int earlier = std::exchange(entry->second, index);
-    result_->items[static_cast<std::size_t>(earlier)].runs = false;
-    result_->findings.push_back(
-        {Severity::kWarning, "name-duplicate", member.value.offset, index,
-         "name",
-         "\"" + Printable(name) + "\" is the name of item " +
-             std::to_string(earlier) + ", too",
-         "the earlier item is killed as soon as the launcher comes to this "
-         "one, "
-         "and the launcher's process group with it if that item has not been "
-         "started yet",
-         "give each item a name of its own"});
+    const int earlier = std::exchange(entry->second, item.index);
+    result_.items[static_cast<std::size_t>(earlier)].runs = false;
+    item.findings.push_back(
+        Found("name-duplicate",
+              {item.index, "name", OffsetOf(Item(item.index)["name"])},
+              "\"" + Printable(*item.name) + "\" is also the name of item " +
+                  std::to_string(earlier)));
   }
 
   void FindWalkError() {
-    const JsonType type = source_.root.type;
-    if (type != JsonType::kObject && type != JsonType::kNull) {
-      Add(Severity::kError, "top-level-type", source_.root.offset, "",
-          std::string("the top level is ") + Describe(type) + ", not an object",
-          kNeverStarts, R"(write the items as { "0": { ... }, "1": { ... } })");
+    if (!root_.isObject() && !root_.isNull()) {
+      Add("top-level-type", {{}, "", OffsetOf(root_)},
+          std::string("contains ") + Describe(root_) +
+              ", not an object, at its top level");
       return;
     }
-    const JsonNode& item = Item(next_);
-    const bool in_name = item.type == JsonType::kObject;
-    const JsonNode& culprit = in_name ? item.Get("name").value : item;
-    const std::string found = std::string("is ") + Describe(culprit.type);
-    Finding finding{Severity::kError,
-                    in_name ? "name-type" : "item-type",
-                    culprit.offset,
-                    next_,
-                    in_name ? "name" : "",
-                    found + (in_name ? ", not a text" : ", not an object"),
-                    kEndsStartup,
-                    in_name ? "write a string" : "write { \"name\": ... }"};
-    result_->findings.push_back(std::move(finding));
+    const Json::Value& item = Item(next_);
+    if (!item.isObject()) {
+      Add("item-type", {next_, "", OffsetOf(item)},
+          std::string("is ") + Describe(item) + ", not an object");
+      return;
+    }
+    const Json::Value& name = item["name"];
+    Add("name-type", {next_, "name", OffsetOf(name)},
+        std::string("is ") + Describe(name) + ", not a string");
   }
 
   void FindUnreadKeys() {
-    for (const JsonMember& member : source_.root.members) {
-      if (member.key == kSchemaKey) {
-        continue;
-      }
-      if (!IsIndex(member.key)) {
-        Add(Severity::kWarning, "unknown-key", member.offset, member.key,
-            "is no item's index", "it is never looked at",
-            "number the items \"0\", \"1\", \"2\" and so on, without signs, "
-            "blanks or leading zeros");
-      } else if (IsBehindGap(member.key)) {
-        Add(Severity::kWarning, "gap", member.offset, member.key,
-            "stands behind a gap: there is no \"" + std::to_string(next_) +
-                "\"",
-            "it is never looked at",
-            "number the items from \"0\" without gaps");
+    bool has_other_items = false;
+    for (const JsonKey& key : keys_.KeysAt(OffsetOf(root_))) {
+      const Place place{{}, key.name, key.offset};
+      if (IsIndex(key.name)) {
+        if (IsAfterGap(key.name)) {
+          Add("gap", place,
+              "comes after a gap: there is no \"" + std::to_string(next_) +
+                  "\"");
+          has_other_items = true;
+        }
+      } else if (root_[key.name].isObject() || root_[key.name].isArray()) {
+        Add("stray-item", place, "is not the number of an item");
+        has_other_items = true;
+      } else if (key.name != kSchemaKey) {
+        Add("unknown-key", place, "is not the number of an item");
       }
     }
-    if (next_ == 0) {
-      Add(Severity::kWarning, "no-items", source_.root.offset, "",
-          "has no item \"0\"",
-          "the launcher starts nothing and waits for SIGTERM",
-          R"(begin with { "0": { "name": ..., "program": ... } })");
+    if (next_ == 0 && !has_other_items) {
+      Add("no-items", {{}, "", OffsetOf(root_)}, "contains no item \"0\"");
     }
   }
 
-  bool IsBehindGap(const std::string& key) const {
+  void FindReplacedItems() {
+    for (Finding& finding : FindReplacedKeys(root_, keys_, {})) {
+      const Place& place = finding.place;
+      result_.findings.push_back(
+          IsIndex(place.key) ? Found("item-replaced", place, finding.problem)
+                             : finding);
+    }
+  }
+
+  bool IsAfterGap(const std::string& key) const {
     const std::string last = std::to_string(next_);
     return key.size() > last.size() ||
            (key.size() == last.size() && key > last);
   }
 
-  void FindOddities() {
-    if (source_.end < text_.size()) {
-      Add(Severity::kWarning, "trailing-text", source_.end, "",
-          "text follows the end of the document", "it is never looked at",
-          "remove it, or the bracket too many before it");
-    }
-    for (const std::size_t offset : source_.raw_controls) {
-      Add(Severity::kWarning, "raw-control", offset, "",
-          "a string holds a control character that is not escaped",
-          "it is kept, but newer versions of the JSON library refuse the whole "
-          "file",
-          "write \\t, \\n or \\u00.. in its place");
+  void FindTrailingText() {
+    const std::size_t end =
+        NextToken(text_, static_cast<std::size_t>(root_.getOffsetLimit()));
+    if (end < text_.size()) {
+      const bool has_items = text_.find('"', end) != std::string::npos;
+      Add(has_items ? RuleName("closed-early") : RuleName("trailing-text"),
+          {{}, "", end}, "continues after the end of the document");
     }
   }
 
-  const JsonNode& Item(int index) const {
-    return source_.root.Get(std::to_string(index)).value;
+  void FindRawControls() {
+    for (const std::size_t offset : keys_.raw_controls) {
+      Add("raw-control", {{}, "", offset},
+          "contains a string with an unescaped control character");
+    }
   }
 
   const std::string& text_;
-  const JsonSource source_;
-  CheckResult* const result_;
+  const JsonText keys_;
+  CheckResult& result_;
+  Json::Value root_;
   std::map<std::string, int> indices_;
-  int next_ = 0;  // the index that the walk has come to
+  int next_ = 0;  // the index that the walk has reached
 };
 
 }  // namespace
 
-CheckResult CheckItemsFile(const std::string& path) {
-  CheckResult result;
-  if (auto text = ReadItemsFile(path, &result.findings, &result.readable)) {
-    result.text = *std::move(text);
-    DocumentCheck(result.text, &result).Run();
+CheckResult CheckItems(const ItemsText& file) {
+  CheckResult result{file.readable, {}, file.findings};
+  if (file.text) {
+    DocumentCheck(*file.text, result).Run();
+    CountLines(*file.text, result);
   }
   return result;
+}
+
+bool IsIndex(const std::string& key) {
+  return !key.empty() && (key == "0" || key[0] != '0') &&
+         std::ranges::all_of(key, [](char c) { return c >= '0' && c <= '9'; });
 }

@@ -7,35 +7,52 @@
 #include <string>
 #include <vector>
 
-enum class Severity { kWarning, kError };
+#include "tools/check/Rules.h"
+
+struct Place {
+  std::optional<int> item;  // the item's index
+  std::string key;          // "args/0"; empty for a whole item or file
+  std::optional<std::size_t> offset;  // in the file, in bytes
+  // As editors count: from 1, columns in characters. 0 without an offset.
+  std::size_t line = 0;
+  std::size_t column = 0;
+};
 
 struct Finding {
-  Severity severity = Severity::kError;
-  std::string id;                     // a name for machines: "program-missing"
-  std::optional<std::size_t> offset;  // in the file, where it can be had
-  std::optional<int> item;            // the item's index
-  std::string key;                    // "program"; empty when about the whole
-  std::string problem;
-  std::string effect;  // what the launcher does about it
-  std::string advice;  // what to write instead
+  RuleName rule;
+  Place place;
+  std::string problem;  // a predicate: "is empty"
+  std::string effect;
+  std::string advice;
 };
 
 using Findings = std::vector<Finding>;
 
-// An item that the launcher comes to.
+// A finding with the rule's effect and advice.
+Finding Found(RuleName rule, Place place, std::string problem);
+
+// The same with an advice of its own, unless that is empty.
+Finding Found(RuleName rule, Place place, std::string problem,
+              std::string advice);
+
+// An item that the launcher reaches.
 struct CheckedItem {
   int index = 0;
   std::optional<std::string> name;
-  bool runs =
-      false;  // until the file's end; not when it is skipped or replaced
+  bool runs = false;  // false when it is skipped, or replaced by a later one
   // What the program is given, its path first; nothing where the launcher does
   // not get that far.
   std::optional<std::vector<std::string>> vector;
+  Findings findings;
 };
 
 struct CheckResult {
   bool readable = false;
-  std::string text;  // as the launcher reads it
   std::vector<CheckedItem> items;
-  Findings findings;
+  Findings findings;  // those that belong to none of `items`
 };
+
+std::size_t CountFindings(const CheckResult& result, Severity severity);
+
+// Fills in the lines and columns of all places. `text` is the file's.
+void CountLines(const std::string& text, CheckResult& result);

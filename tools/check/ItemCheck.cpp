@@ -1,395 +1,397 @@
 #include "tools/check/ItemCheck.h"
 
+#include <unistd.h>
+
 #include <algorithm>
-#include <array>
-#include <cctype>
+#include <charconv>
 #include <cstdint>
+#include <cstring>
 #include <exception>
+#include <iterator>
 #include <set>
-#include <span>
 #include <string_view>
 #include <utility>
 
 #include "launcher/Items.h"
+#include "tools/check/Execution.h"
+#include "tools/check/KeyNames.h"
 #include "tools/check/ProgramFile.h"
 #include "tools/text/Characters.h"
 
+// Not every system declares it.
+extern char** environ;  // NOLINT(readability-redundant-declaration)
+
 namespace {
 
-// What the launcher gives to each of its threads. The argument vector lives
-// there, so a longer one ends the child.
-constexpr std::int64_t kStackBytes = std::int64_t{512} * 1024;
-
-constexpr std::array<const char*, 4> kKnownKeys{"name", "program", "argc",
-                                                "args"};
-
-constexpr const char* kChildAborts =
-    "the child ends by SIGABRT before it executes anything, at each start, "
-    "every 50 ms";
-constexpr const char* kChain =
-    "nothing is run or logged; each attempt leaves one more process behind, a "
-    "chain that grows every 50 ms";
+const Json::Value* Find(const Json::Value& object, const std::string& key) {
+  return object.isObject() ? object.find(key.data(), key.data() + key.size())
+                           : nullptr;
+}
 
 std::string Quoted(std::string_view text) {
   return "\"" + Printable(text) + "\"";
 }
 
-// The number of changes that make `a` of `b`.
-std::size_t EditDistance(std::string_view a, std::string_view b) {
-  std::vector<std::size_t> row(b.size() + 1);
-  for (std::size_t j = 0; j <= b.size(); ++j) {
-    row[j] = j;
-  }
-  for (std::size_t i = 1; i <= a.size(); ++i) {
-    std::size_t diagonal = std::exchange(row[0], i);
-    for (std::size_t j = 1; j <= b.size(); ++j) {
-      const std::size_t replaced = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
-      diagonal = row[j];
-      row[j] = std::min({row[j] + 1, row[j - 1] + 1, replaced});
-    }
-  }
-  return row[b.size()];
-}
-
-std::string LowerCase(std::string text) {
-  std::ranges::transform(text, text.begin(), [](unsigned char c) {
-    return static_cast<char>(std::tolower(c));
-  });
-  return text;
-}
-
-// The advice for a key that nobody reads.
-std::string DidYouMean(const std::string& key) {
-  constexpr std::size_t kSlips = 2;
-  const auto distance = [&](const std::string& known) {
-    return EditDistance(LowerCase(key), known);
-  };
-  const std::string nearest = std::ranges::min(kKnownKeys, {}, distance);
-  if (distance(nearest) <= kSlips) {
-    return "did you mean \"" + nearest + "\"?";
-  }
-  return "remove it; the keys of an item are \"name\", \"program\", \"argc\" "
-         "and \"args\"";
+// The key in "args" of the text at `position` of the argument vector.
+std::string ArgumentKey(std::int64_t position) {
+  return std::to_string(position - 1);
 }
 
 bool IsIndexBelow(const std::string& key, std::int64_t count) {
-  if (key.empty() || key.size() > 10 ||
-      !std::ranges::all_of(key, [](char c) { return c >= '0' && c <= '9'; })) {
-    return false;
-  }
-  const std::int64_t index = std::stoll(key);
-  return index < count && std::to_string(index) == key;
+  std::int64_t index = -1;
+  std::from_chars(key.data(), key.data() + key.size(), index);
+  return index >= 0 && index < count && std::to_string(index) == key;
 }
 
-// The library keeps a text whole; the launcher reads it up to its first NUL.
-bool IsCut(JsonObject node, const std::string& text) {
-  JsonObject read = JsonObject::GetEmptyObject();
-  read["text"] = text;
-  return read["text"].ToText() != node.ToText();
+// What this process's environment takes of the room for arguments.
+std::size_t EnvironmentBytes() {
+  std::size_t bytes = 0;
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    bytes += std::strlen(*variable) + 1 + sizeof(char*);
+  }
+  return bytes;
 }
 
 class ItemCheck {
  public:
-  ItemCheck(JsonObject item, const JsonNode& source, CheckedItem* result,
-            Findings* findings)
-      : item_(item), source_(source), result_(result), findings_(findings) {}
+  ItemCheck(JsonObject item, const ItemSource& source)
+      : item_(item), source_(source), args_(Find(source.value, "args")) {
+    checked_.index = source.index;
+  }
 
-  void Run() {
-    const bool has_program = CheckProgram();
-    const std::size_t before = findings_->size();
-    if (CheckArgc() && CheckArgs() && has_program) {
-      result_->vector = vector_;
-    }
-    if (!has_program) {
-      // Without a program the launcher does not come to the arguments.
-      for (Finding& finding : std::span(*findings_).subspan(before)) {
-        finding.effect = "once the item has a program, " + finding.effect;
+  CheckedItem Run() {
+    CheckName();
+    if (CheckProgram()) {
+      if (CheckArgc() && CheckArgs()) {
+        checked_.vector = vector_;
       }
+    } else {
+      CheckUnreachedArguments();
     }
-    CheckItemKeys(source_, result_->index, findings_);
+    CheckKeys();
+    return std::move(checked_);
+  }
+
+  CheckedItem RunNameless() {
+    Add("name-missing", At("name", &source_.value), "is missing");
+    CheckKeys();
+    return std::move(checked_);
   }
 
  private:
-  void Add(Severity severity, const std::string& id, const JsonMember* member,
-           const std::string& key, const std::string& problem,
-           const std::string& effect, const std::string& advice) {
-    const std::size_t offset =
-        member == nullptr ? source_.offset : member->value.offset;
-    findings_->push_back(
-        {severity, id, offset, result_->index, key, problem, effect, advice});
+  Place At(std::string key, const Json::Value* value) const {
+    return {source_.index, std::move(key),
+            OffsetOf(value == nullptr ? source_.value : *value)};
   }
 
-  // False when there is nothing to be executed.
+  void Add(RuleName rule, Place place, std::string problem,
+           std::string advice = "") {
+    checked_.findings.push_back(
+        Found(rule, std::move(place), std::move(problem), std::move(advice)));
+  }
+
+  void CheckName() {
+    const std::string name = item_.GetObject("name");
+    checked_.name = name;
+    checked_.runs = true;
+    const Json::Value* const value = Find(source_.value, "name");
+    CheckText(*value, "name", name);
+    if (name.empty() && value->isString()) {
+      Add("name-empty", At("name", value), "is empty");
+    }
+  }
+
+  // A value that the launcher reads as `text`.
+  void CheckText(const Json::Value& value, const std::string& key,
+                 const std::string& text) {
+    const std::string type = std::string("is ") + Describe(value);
+    if (value.isNull()) {
+      Add("null", At(key, &value), type + ", not a string");
+    } else if (!value.isString()) {
+      Add("converted", At(key, &value),
+          type + ", not a string, and read as " + Quoted(text),
+          "write " + Quoted(text) + " or the text that you mean");
+    } else if (value.asString().size() != text.size()) {
+      Add("cut-at-nul", At(key, &value), "contains a NUL character (\\u0000)");
+    }
+  }
+
+  // False when there is nothing to execute.
   bool CheckProgram() {
-    const JsonMember* const member = source_.Find("program");
-    const auto error = [&](const std::string& id, const std::string& problem,
-                           const std::string& effect,
-                           const std::string& advice) {
-      Add(Severity::kError, id, member, "program", problem, effect, advice);
-      return false;
-    };
+    const Json::Value* const value = Find(source_.value, "program");
+    const Place place = At("program", value);
     std::string program;
     try {
       program = ItemProgram(item_);
     } catch (const std::exception&) {
-      return error("program-type", "is no text",
-                   "the whole launcher ends by SIGABRT, and the programs that "
-                   "run already go on without it",
-                   "write the program's path as a string");
+      Add("program-type", place,
+          std::string("is ") + Describe(*value) + ", not a string");
+      return false;
     }
-    vector_.push_back(program);
     if (program.empty()) {
-      return error(member == nullptr ? "program-missing" : "program-empty",
-                   member == nullptr ? "is missing" : "is empty",
-                   "the item's child kills the launcher's process group, the "
-                   "launcher and all other items included",
-                   "write the program's absolute path");
+      Add(value == nullptr ? RuleName("program-missing")
+                           : RuleName("program-empty"),
+          place, value == nullptr ? "is missing" : "is empty");
+      return false;
     }
-    if (member != nullptr) {
-      CheckText(item_["program"], *member, "program", result_->index, program,
-                findings_);
-    }
-    if (const auto problem = FindProgramProblem(program)) {
-      error(problem->id, Quoted(program) + ": " + problem->text, kChain,
-            problem->advice);
-    } else if (program[0] != '/') {
-      Add(Severity::kWarning, "program-relative", member, "program",
-          Quoted(program) + " is a relative path",
-          "it is looked for below the directory that the launcher is started "
-          "in",
-          "write the absolute path");
-    }
+    CheckText(*value, "program", program);
+    CheckProgramFile(program, place);
+    vector_.push_back(program);
+    program_bytes_ = program.size() + 1;
     return true;
   }
 
-  // False when the child gets no further.
+  void CheckProgramFile(const std::string& program, const Place& place) {
+    if (const auto problem = FindProgramProblem(program)) {
+      Add(problem->rule, place,
+          "is " + Quoted(program) + ", which " + problem->text,
+          problem->advice);
+    } else if (program[0] != '/') {
+      Add("program-relative", place, Quoted(program) + " is a relative path");
+    }
+  }
+
+  // The arguments matter only once the item has a program.
+  void CheckUnreachedArguments() {
+    const std::size_t known = checked_.findings.size();
+    vector_.emplace_back();
+    if (CheckArgc()) {
+      CheckArgs();
+    }
+    for (std::size_t i = known; i < checked_.findings.size(); ++i) {
+      std::string& effect = checked_.findings[i].effect;
+      effect = "once the item has a program, " + effect;
+    }
+  }
+
+  // False when the forked child gets no further.
   bool CheckArgc() {
-    const JsonMember* const member = source_.Find("argc");
+    const Json::Value* const value = Find(source_.value, "argc");
     try {
       length_ = ItemVectorLength(item_);
     } catch (const std::exception&) {
-      Add(Severity::kError, "argc-type", member, "argc",
-          std::string("is ") + Describe(TypeOf(member)) +
-              ", not an integer of 64 bits",
-          kChildAborts, "write the number of arguments, without quotes");
+      Add("argc-type", At("argc", value),
+          std::string("is ") + Describe(*value) + ", not a 64-bit integer");
       return false;
     }
-    if (member != nullptr) {
-      CheckArgcValue(*member);
+    if (value != nullptr) {
+      CheckArgcValue(*value);
     }
-    return CheckLength(member);
-  }
-
-  void CheckArgcValue(const JsonMember& member) {
-    const auto whole = static_cast<long long>(item_["argc"]);
-    const int used = static_cast<int>(item_["argc"]);
-    const std::string taken = "taken as " + std::to_string(used);
-    if (used < 0) {
-      Add(Severity::kError, "argc-negative", &member, "argc",
-          "is below 0, " + taken,
-          "the program is started without any arguments, its own path as the "
-          "first included, which many do not survive",
-          "write the number of arguments, 0 for none");
-    } else if (whole != used) {
-      Add(Severity::kError, "argc-cut", &member, "argc",
-          "does not fit 32 bits, " + taken,
-          "the program gets so many arguments", "write their number");
-    } else if (TypeOf(&member) != JsonType::kNumber ||
-               item_["argc"].ToText() != std::to_string(whole)) {
-      Add(Severity::kWarning, "argc-converted", &member, "argc",
-          std::string("is ") + Describe(TypeOf(&member)) +
-              " that is no integer, " + taken,
-          "the program gets so many arguments", "write an integer");
-    }
-  }
-
-  // False when the vector has no room on the thread's stack.
-  bool CheckLength(const JsonMember* member) {
-    const auto pointer = static_cast<std::int64_t>(sizeof(char*));
-    if ((length_ + 1) * pointer <= kStackBytes) {
+    if (length_ <= kLongestVector) {
       return true;
     }
-    Add(Severity::kError, "argc-too-large", member, "argc",
-        "gives an argument vector that its thread's stack has no room for",
-        "the child ends by a memory fault before it executes anything, at each "
-        "start, every 50 ms",
-        "write the number of arguments");
+    Add("argc-too-large", At("argc", value),
+        "gives an argument vector that the thread's stack has no room for");
     return false;
   }
 
-  // False when the child gets no further.
-  bool CheckArgs() {
-    const JsonMember* const args = source_.Find("args");
-    if (args != nullptr) {
-      CheckUnusedArgs(*args);
+  void CheckArgcValue(const Json::Value& value) {
+    const Place place = At("argc", &value);
+    const auto whole = static_cast<long long>(item_["argc"]);
+    const int used = static_cast<int>(item_["argc"]);
+    const std::string cut = std::to_string(whole) +
+                            " is cut to 32 bits, which gives " +
+                            std::to_string(used);
+    const bool is_cut = whole != used;
+    if (used < 0) {
+      Add("argc-negative", place, is_cut ? cut : "is below 0");
+    } else if (is_cut) {
+      Add("argc-cut", place, cut);
+    } else if (value.type() != Json::intValue &&
+               value.type() != Json::uintValue) {
+      Add("argc-converted", place,
+          std::string("is ") + Describe(value) +
+              ", not an integer, and read as " + std::to_string(used));
     }
+  }
+
+  // False when the forked child gets no further.
+  bool CheckArgs() {
+    CheckUnreadArgs();
     if (length_ == 0) {
       vector_.clear();  // The program's path gives way to the terminator.
     }
-    const JsonMember* first_missing = nullptr;
-    std::int64_t missing = 0;
-    std::int64_t first = 0;
+    std::vector<std::string> missing;
     for (std::int64_t i = 1; i < length_; ++i) {
-      const std::string key = std::to_string(i - 1);
-      const JsonMember* const member =
-          args == nullptr ? nullptr : args->value.Find(key);
-      if (!TakeArgument(i, args, member)) {
+      const std::string key = ArgumentKey(i);
+      const Json::Value* const value =
+          args_ == nullptr ? nullptr : Find(*args_, key);
+      if (!CheckArgument(i, value)) {
         return false;
       }
-      if (member == nullptr && missing++ == 0) {
-        first = i - 1;
-        first_missing = args;
+      if (value == nullptr) {
+        missing.push_back(key);
       }
     }
-    if (missing > 0) {
-      AddMissing(first_missing, first, missing);
+    if (!missing.empty()) {
+      const std::string more =
+          ", and " + std::to_string(missing.size() - 1) + " more";
+      Add("arg-missing", At("args/" + missing[0], args_),
+          "is missing" + (missing.size() == 1 ? "" : more));
     }
+    CheckSizes();
     return true;
+  }
+
+  void CheckSizes() {
+    // The system also copies the path that it executes.
+    std::size_t total = EnvironmentBytes() + program_bytes_;
+    for (std::size_t i = 0; i < vector_.size(); ++i) {
+      const std::size_t bytes = vector_[i].size() + 1;
+      total += bytes + sizeof(char*);
+      if (bytes > kLongestArgumentBytes) {
+        const std::string key = std::to_string(i - 1);
+        Add("arg-too-long", At("args/" + key, Find(*args_, key)),
+            "has " + std::to_string(bytes - 1) +
+                " bytes, more than the system takes");
+      }
+    }
+    if (total > LargestArgumentsBytes()) {
+      Add("args-too-large", At("args", args_),
+          "has " + std::to_string(total) +
+              " bytes together with this environment, more than the system "
+              "takes");
+    }
   }
 
   // False when the launcher's own reading throws.
-  bool TakeArgument(std::int64_t position, const JsonMember* args,
-                    const JsonMember* member) {
-    const std::string key = "args/" + std::to_string(position - 1);
+  bool CheckArgument(std::int64_t position, const Json::Value* value) {
+    const std::string key = "args/" + ArgumentKey(position);
     try {
       vector_.push_back(ItemArgument(item_, position));
     } catch (const std::exception&) {
-      const bool whole = TypeOf(args) != JsonType::kObject;
-      const JsonMember* const culprit = whole ? args : member;
-      Add(Severity::kError, whole ? "args-type" : "arg-type", culprit,
-          whole ? "args" : key,
-          std::string("is ") + Describe(TypeOf(culprit)) +
-              (whole ? ", not an object" : ", not a text"),
-          kChildAborts,
-          whole ? R"(write an object: { "0": "first", "1": "second" })"
-                : "write a string");
+      if (!args_->isObject()) {
+        Add("args-type", At("args", args_),
+            std::string("is ") + Describe(*args_) + ", not an object");
+      } else {
+        Add("arg-type", At(key, value),
+            std::string("is ") + Describe(*value) + ", not a string");
+      }
       return false;
     }
-    if (member != nullptr) {
-      CheckText(item_["args"][std::to_string(position - 1).c_str()], *member,
-                key, result_->index, vector_.back(), findings_);
+    if (value != nullptr) {
+      CheckText(*value, key, vector_.back());
     }
     return true;
   }
 
-  void AddMissing(const JsonMember* args, std::int64_t first,
-                  std::int64_t count) {
-    const std::string key = std::to_string(first);
-    Add(Severity::kWarning, "arg-missing", args, "args/" + key,
-        count == 1 ? "is missing"
-                   : "is missing, and " + std::to_string(count - 1) + " more",
-        "the program gets an empty argument in its place",
-        "add it, or write a lower \"argc\"");
-  }
-
-  void CheckUnusedArgs(const JsonMember& args) {
-    const bool is_object = args.value.type == JsonType::kObject;
-    if (is_object) {
-      FindReplacedMembers(args.value, "args/", result_->index, findings_);
-    }
-    if (length_ <= 1) {
-      if (!is_object || !args.value.members.empty()) {
-        Add(Severity::kWarning, "args-without-argc", &args, "args",
-            "is not read, since \"argc\" is missing or below 1",
-            "the program gets none of these arguments",
-            is_object ? "write \"argc\": " + std::to_string(CountArgs(args))
-                      : "write \"argc\", and the arguments as an object");
-      }
+  void CheckUnreadArgs() {
+    if (args_ == nullptr) {
       return;
     }
-    for (const JsonMember& member : args.value.members) {
-      if (!IsIndexBelow(member.key, length_ - 1)) {
-        findings_->push_back(
-            {Severity::kWarning, "arg-unread", member.offset, result_->index,
-             "args/" + member.key, "is never looked at",
-             "the program does not get it; the keys that are read are \"0\" to "
-             "\"" +
-                 std::to_string(length_ - 2) + "\"",
-             "number the arguments from \"0\" without gaps and write their "
-             "number under \"argc\""});
+    if (length_ <= 1) {
+      CheckArgsWithoutArgc();
+      return;
+    }
+    for (const JsonKey& key : Keys(*args_)) {
+      if (!IsIndexBelow(key.name, length_ - 1)) {
+        Add("arg-unread", {source_.index, "args/" + key.name, key.offset},
+            "is not read; the keys that are read are \"0\" to " +
+                Quoted(ArgumentKey(length_ - 1)));
       }
     }
   }
 
-  // How many arguments are there in a row.
-  static std::size_t CountArgs(const JsonMember& args) {
-    std::size_t count = 0;
-    while (args.value.Find(std::to_string(count)) != nullptr) {
+  void CheckArgsWithoutArgc() {
+    const bool is_object = args_->isObject();
+    if (is_object && args_->empty()) {
+      return;
+    }
+    int count = 0;
+    while (is_object && args_->isMember(std::to_string(count))) {
       ++count;
     }
-    return count;
+    Add("args-without-argc", At("args", args_),
+        "is not read, since \"argc\" is missing or below 1",
+        is_object ? "write \"argc\": " + std::to_string(count) : "");
   }
 
-  static JsonType TypeOf(const JsonMember* member) {
-    return member == nullptr ? JsonType::kNull : member->value.type;
+  const std::vector<JsonKey>& Keys(const Json::Value& object) const {
+    return source_.text.KeysAt(OffsetOf(object));
   }
+
+  void CheckKeys() {
+    FindReplaced(source_.value, "");
+    if (args_ != nullptr && args_->isObject()) {
+      FindReplaced(*args_, "args/");
+    }
+    for (const JsonKey& key : Keys(source_.value)) {
+      const std::string meant = KeyMeantBy(key.name);
+      if (meant != key.name) {
+        Add("unknown-key", {source_.index, key.name, key.offset},
+            "is not a recognised key",
+            meant.empty() ? "remove it; the keys of an item are \"name\", "
+                            "\"program\", \"argc\" and \"args\""
+                          : "write " + Quoted(meant) + " instead");
+      }
+    }
+  }
+
+  void FindReplaced(const Json::Value& object, const std::string& path) {
+    std::ranges::move(
+        FindReplacedKeys(object, source_.text, {source_.index, path, {}}),
+        std::back_inserter(checked_.findings));
+  }
+
+  // The longest argument vector that fits on a supervision thread's stack, its
+  // terminator not counted. The thread's own block and the frames below take
+  // between 12 and 13 KiB of it.
+  static constexpr std::size_t kStackReserveBytes = std::size_t{16} * 1024;
+  static constexpr std::int64_t kLongestVector =
+      (kSupervisionStackBytes - kStackReserveBytes) / sizeof(char*) - 1;
 
   JsonObject item_;
-  const JsonNode& source_;
-  CheckedItem* result_;
-  Findings* findings_;
+  const ItemSource& source_;
+  const Json::Value* const args_;
+  CheckedItem checked_;
   std::vector<std::string> vector_;
+  std::size_t program_bytes_ = 0;  // with its terminating zero
   std::int64_t length_ = 1;
 };
 
 }  // namespace
 
-void CheckItem(JsonObject item, const JsonNode& source, CheckedItem* result,
-               Findings* findings) {
-  ItemCheck(item, source, result, findings).Run();
+CheckedItem CheckItem(JsonObject item, const ItemSource& source) {
+  return ItemCheck(item, source).Run();
 }
 
-void CheckItemKeys(const JsonNode& source, int index, Findings* findings) {
-  FindReplacedMembers(source, "", index, findings);
-  for (const JsonMember& member : source.members) {
-    if (std::ranges::find(kKnownKeys, member.key) == kKnownKeys.end()) {
-      findings->push_back({Severity::kWarning, "unknown-key", member.offset,
-                           index, member.key, "is no key of an item",
-                           "it is never looked at", DidYouMean(member.key)});
-    }
-  }
+CheckedItem CheckNamelessItem(const ItemSource& source) {
+  const char* const none = nullptr;
+  return ItemCheck(JsonObject(none), source).RunNameless();
 }
 
-void FindReplacedMembers(const JsonNode& source, const std::string& where,
-                         std::optional<int> item, Findings* findings) {
-  std::set<std::string> later;
-  for (auto member = source.members.rbegin(); member != source.members.rend();
-       ++member) {
-    if (!later.insert(member->key).second) {
-      findings->push_back({Severity::kWarning, "duplicate-key", member->offset,
-                           item, where + member->key,
-                           "stands here more than once",
-                           "only the last one counts", "remove the others"});
-    }
-  }
-}
-
-void CheckText(JsonObject node, const JsonMember& member,
-               const std::string& key, int item, const std::string& text,
-               Findings* findings) {
-  const auto warn = [&](const std::string& id, const std::string& problem,
-                        const std::string& advice) {
-    findings->push_back({Severity::kWarning, id, member.value.offset, item, key,
-                         problem, "the launcher takes it as " + Quoted(text),
-                         advice});
-  };
-  const std::string a_type = std::string("is ") + Describe(member.value.type);
-  switch (member.value.type) {
-    case JsonType::kNumber:
-    case JsonType::kBoolean:
-      warn("converted", a_type + ", not a string",
-           "write \"" + Printable(text) + "\" or the text that you mean");
-      break;
-    case JsonType::kNull:
-      warn("null", a_type + ", not a string", "write a string");
-      break;
-    case JsonType::kString:
-      if (IsCut(node, text)) {
-        warn("cut-at-nul", "holds a NUL character (\\u0000)",
-             "remove everything from \\u0000 on");
-      }
-      break;
+const char* Describe(const Json::Value& value) {
+  switch (value.type()) {
+    case Json::objectValue:
+      return "an object";
+    case Json::arrayValue:
+      return "an array";
+    case Json::stringValue:
+      return "a string";
+    case Json::booleanValue:
+      return "a boolean";
+    case Json::nullValue:
+      return "null";
     default:
-      break;
+      return "a number";
   }
+}
+
+std::size_t OffsetOf(const Json::Value& value) {
+  return static_cast<std::size_t>(value.getOffsetStart());
+}
+
+Findings FindReplacedKeys(const Json::Value& object, const JsonText& text,
+                          const Place& place) {
+  Findings findings;
+  std::set<std::string> later;
+  const std::vector<JsonKey>& keys = text.KeysAt(OffsetOf(object));
+  for (auto key = keys.rbegin(); key != keys.rend(); ++key) {
+    if (!later.insert(key->name).second) {
+      findings.push_back(Found("duplicate-key",
+                               {place.item, place.key + key->name, key->offset},
+                               "occurs more than once"));
+    }
+  }
+  return findings;
 }

@@ -2,27 +2,34 @@
 
 #pragma once
 
+#include <json/json.h>
+
 #include <string>
-#include <vector>
 
 #include "common/json/JsonObject.h"
 #include "tools/check/Findings.h"
-#include "tools/check/JsonSource.h"
+#include "tools/check/JsonText.h"
 
-// Reads `item` as its supervision thread does and stores in `result` what its
-// program is given. `source` is where the item stands.
-void CheckItem(JsonObject item, const JsonNode& source, CheckedItem* result,
-               Findings* findings);
+// An item as it is written, and the text that it is part of.
+struct ItemSource {
+  int index;
+  const Json::Value& value;
+  const JsonText& text;
+};
 
-// Adds the findings about the keys of the item at `source`.
-void CheckItemKeys(const JsonNode& source, int index, Findings* findings);
+// Reads `item`, which has a name, as its supervision thread does.
+CheckedItem CheckItem(JsonObject item, const ItemSource& source);
 
-// Adds a finding for each member of `source` that a later one of the same name
-// replaces; `where` leads to `source`, "args/" say.
-void FindReplacedMembers(const JsonNode& source, const std::string& where,
-                         std::optional<int> item, Findings* findings);
+// Checks an item without a name, which the launcher skips.
+CheckedItem CheckNamelessItem(const ItemSource& source);
 
-// Adds the findings about a node that is read as the text `text`.
-void CheckText(JsonObject node, const JsonMember& member,
-               const std::string& key, int item, const std::string& text,
-               Findings* findings);
+// "an object", "a string", ...
+const char* Describe(const Json::Value& value);
+
+// Where `value` begins.
+std::size_t OffsetOf(const Json::Value& value);
+
+// A finding for each key of `object` that a later one of the same name
+// replaces. `place` is that of the object; its key leads there, "args/" say.
+Findings FindReplacedKeys(const Json::Value& object, const JsonText& text,
+                          const Place& place);

@@ -1,5 +1,7 @@
 #include "tools/check/ItemsFile.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -7,78 +9,89 @@
 
 namespace {
 
-constexpr const char* kEndsSilently =
-    "the launcher ends at once with status 0 and logs nothing";
-
-Finding FileError(const char* id, std::string problem, std::string effect,
-                  std::string advice) {
-  return {Severity::kError, id, {}, {}, "", problem, effect, advice};
-}
-
-Finding Unreadable(int error) {
-  if (error == EISDIR) {
-    return FileError("directory", "is a directory",
-                     "the launcher reads it for ever, at full processor load, "
-                     "and starts nothing",
-                     "give the path of the items file itself");
-  }
-  return FileError("read-error",
-                   std::string("reading fails: ") + std::strerror(error),
-                   "the launcher tries for ever, at full processor load, and "
-                   "starts nothing",
-                   "give the path of an ordinary file");
-}
-
 struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
+  void operator()(std::FILE* file) const {
+    if (file != stdin) {
+      std::fclose(file);
+    }
+  }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+File Open(const std::string& path) {
+  return File(path == kStandardInput ? stdin : std::fopen(path.c_str(), "rb"));
+}
+
+// A pipe or a device, whose reading might never end.
+bool IsSpecial(const std::string& path) {
+  struct stat status {};
+  return path != kStandardInput && stat(path.c_str(), &status) == 0 &&
+         !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
+}
+
+// With a byte order mark, or with a NUL in the first character.
+bool IsUtf16(const std::string& text) {
+  return text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF") ||
+         text.find('\0') < 2;
+}
+
+struct Content {
+  std::string text;
+  int error;  // 0, or the errno value that ended the reading
 };
 
-// The errno when the file cannot be read to its end, else 0.
-int ReadAll(std::FILE* file, std::string* content) {
+Content ReadAll(std::FILE* file) {
   constexpr std::size_t kChunkBytes = 65536;
+  Content content{"", 0};
   std::string chunk(kChunkBytes, '\0');
   while (std::feof(file) == 0) {
     errno = 0;
-    content->append(chunk, 0, std::fread(chunk.data(), 1, chunk.size(), file));
+    const std::size_t count = std::fread(chunk.data(), 1, chunk.size(), file);
+    content.text.append(chunk, 0, count);
     if (std::ferror(file) != 0) {
-      return errno;
+      content.error = errno;
+      break;
     }
   }
-  return 0;
+  return content;
 }
+
+ItemsText Unreadable(Finding finding) { return {{}, false, {finding}}; }
 
 }  // namespace
 
-std::optional<std::string> ReadItemsFile(const std::string& path,
-                                         Findings* findings, bool* readable) {
-  *readable = false;
-  const std::unique_ptr<std::FILE, CloseFile> file(
-      std::fopen(path.c_str(), "rb"));
+ItemsText ReadItemsFile(const std::string& path) {
+  if (IsSpecial(path)) {
+    return Unreadable(Found("not-regular", {}, "is a pipe or a device"));
+  }
+  const File file = Open(path);
   if (file == nullptr) {
-    findings->push_back(FileError(
-        "unreadable", std::string("cannot be opened: ") + std::strerror(errno),
-        kEndsSilently, "give the path of a file that the launcher may read"));
-    return std::nullopt;
+    return Unreadable(
+        Found("unreadable", {},
+              std::string("cannot be opened: ") + std::strerror(errno)));
   }
-  std::string content;
-  if (const int error = ReadAll(file.get(), &content)) {
-    findings->push_back(Unreadable(error));
-    return std::nullopt;
+  Content content = ReadAll(file.get());
+  if (content.error == EISDIR) {
+    return Unreadable(Found("directory", {}, "is a directory"));
   }
-  *readable = true;
-  if (content.empty()) {
-    findings->push_back(FileError("empty", "is empty", kEndsSilently,
-                                  "write {} for a list without items"));
-    return std::nullopt;
+  if (content.error != 0) {
+    return Unreadable(
+        Found("read-error", {},
+              std::string("cannot be read: ") + std::strerror(content.error)));
   }
-  const std::size_t end = std::strlen(content.c_str());
-  if (end < content.size()) {
-    findings->push_back(
-        FileError("nul", "holds a NUL byte",
-                  "the launcher reads only what stands before it",
-                  "remove it; save the file as UTF-8, not as UTF-16"));
-    findings->back().offset = end;
-    content.resize(end);
+  if (content.text.empty()) {
+    return {{}, true, {Found("empty", {}, "is empty")}};
   }
-  return content;
+  if (IsUtf16(content.text)) {
+    return {{}, true, {Found("utf-16", {}, "is not UTF-8, but UTF-16")}};
+  }
+  ItemsText result{{}, true, {}};
+  const std::size_t end = std::strlen(content.text.c_str());
+  if (end < content.text.size()) {
+    result.findings.push_back(
+        Found("nul", {{}, "", end}, "contains a NUL byte"));
+    content.text.resize(end);
+  }
+  result.text = std::move(content.text);
+  return result;
 }

@@ -7,8 +7,15 @@
 
 #include "tools/check/Findings.h"
 
-// The text that the launcher gets from the file at `path`: all of it up to the
-// first NUL. Nothing, with the reason among `findings`, when it gets none.
-// `readable` tells whether the file could be read to its end.
-std::optional<std::string> ReadItemsFile(const std::string& path,
-                                         Findings* findings, bool* readable);
+struct ItemsText {
+  // What the launcher gets: all of the file up to the first NUL. Nothing when
+  // it gets none.
+  std::optional<std::string> text;
+  bool readable = false;  // whether the file could be read to its end
+  Findings findings;
+};
+
+// The path that means standard input.
+inline constexpr char kStandardInput[] = "-";
+
+ItemsText ReadItemsFile(const std::string& path);

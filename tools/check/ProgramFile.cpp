@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -13,62 +12,169 @@
 #include <sstream>
 #include <string_view>
 
+#include "tools/check/Execution.h"
 #include "tools/text/ShellQuote.h"
 
 namespace {
 
-// How much of a file's beginning the system looks at.
-constexpr std::size_t kHeadBytes = 256;
-
-// What an executable begins with: ELF, Mach-O of either width and byte order,
-// and Mach-O for several processors.
-constexpr std::array<std::string_view, 6> kMagics{
-    "\x7F"
-    "ELF",
-    "\xCE\xFA\xED\xFE",
-    "\xCF\xFA\xED\xFE",
-    "\xFE\xED\xFA\xCE",
-    "\xFE\xED\xFA\xCF",
-    "\xCA\xFE\xBA\xBE"};
+constexpr const char* kAdviceForCarriageReturn =
+    "end the script's lines with line feeds alone, without carriage returns";
 
 std::string Head(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  std::string head(kHeadBytes, '\0');
+  std::string head(kScriptLineBytes, '\0');
   file.read(head.data(), static_cast<std::streamsize>(head.size()));
   head.resize(static_cast<std::size_t>(file.gcount()));
   return head;
 }
 
-bool IsBinary(const std::string& head) {
-  return std::ranges::any_of(
-      kMagics, [&](std::string_view magic) { return head.starts_with(magic); });
+// The first line of a script.
+struct ScriptLine {
+  std::string interpreter;
+  std::string rest;  // without the blanks around it
+  bool is_cut;       // the interpreter's name does not end within the line
+};
+
+ScriptLine ParseScriptLine(const std::string& head) {
+  constexpr std::string_view kBlanks = " \t";
+  constexpr std::string_view kEnds(" \t\0", 3);
+  std::string line = head.substr(2, head.find('\n') - 2);
+  line.erase(line.find_last_not_of(kBlanks) + 1);
+  line.erase(0, line.find_first_not_of(kBlanks));
+  const std::size_t end = std::min(line.find_first_of(kEnds), line.size());
+  const bool is_cut = end == line.size() && head.size() == kScriptLineBytes &&
+                      head.find('\n') == std::string::npos;
+  const std::size_t rest = line.find_first_not_of(kBlanks, end);
+  return {line.substr(0, end),
+          rest == std::string::npos ? "" : line.substr(rest), is_cut};
 }
 
-// What stands between "#!" and the interpreter's argument.
-std::string Interpreter(const std::string& head) {
-  const std::string line = head.substr(2, head.find('\n', 2) - 2);
-  const std::size_t start = line.find_first_not_of(" \t");
-  if (start == std::string::npos) {
-    return "";
+// `path` as a shell would read it: with the home directory for "~" and "$HOME".
+std::string Expanded(const std::string& path) {
+  const char* const home = std::getenv("HOME");
+  for (const std::string_view prefix : {"~/", "$HOME/", "${HOME}/"}) {
+    if (home != nullptr && path.starts_with(prefix)) {
+      return home + path.substr(prefix.size() - 1);
+    }
   }
-  return line.substr(start, line.find_first_of(" \t", start) - start);
+  return path;
 }
 
-// The advice when nothing stands at `path`.
+// The advice when there is no file at `path`.
 std::string AdviceForMissing(const std::string& path) {
-  if (path.find('/') == std::string::npos) {
-    const std::string found = FindInPath(path);
-    return found.empty() ? "write the program's absolute path; PATH is not "
-                           "searched"
-                         : "write \"" + found + "\"; PATH is not searched";
+  const std::string first = path.substr(0, path.find(' '));
+  const std::string rest =
+      first == path ? "" : ", and the rest as arguments in \"args\"";
+  if (first.find('/') == std::string::npos) {
+    const std::string found = FindInPath(first);
+    return (found.empty() ? "write the program's absolute path"
+                          : "write \"" + found + "\"" + rest) +
+           "; the launcher does not search PATH";
   }
   if (path[0] == '~' || path.find('$') != std::string::npos) {
-    return "write the absolute path; no shell replaces ~ or variables";
+    const std::string expanded = Expanded(path);
+    return (expanded == path ? "write the absolute path"
+                             : "write \"" + expanded + "\"") +
+           "; no shell replaces ~ or variables";
   }
-  if (path.find(' ') != std::string::npos) {
-    return "write the program's path alone, its arguments under \"args\"";
+  return !rest.empty() && !FindAccessProblem(first)
+             ? "write \"" + first + "\"" + rest
+             : "";
+}
+
+// The program that "env" executes when the system gives it `rest`; empty when
+// there is none, or when an option makes that hard to see.
+std::string ProgramOfEnv(const std::string& rest) {
+  constexpr std::string_view kSplit = "-S";
+  const bool splits = kSplitsScriptArguments || rest.starts_with(kSplit);
+  std::istringstream words(rest.starts_with(kSplit) ? rest.substr(kSplit.size())
+                                                    : rest);
+  std::string word = rest;
+  do {
+    if (splits && !(words >> word)) {
+      return "";
+    }
+  } while (splits && word.find('=') != std::string::npos);
+  return word.starts_with('-') ? "" : word;
+}
+
+std::optional<ProgramProblem> FindEnvProblem(const std::string& rest) {
+  if (rest.empty()) {
+    return ProgramProblem{"program-env-loop",
+                          "is a script for \"env\" without a program", ""};
   }
-  return "write the absolute path of an executable that exists";
+  const std::string name = ProgramOfEnv(rest);
+  const bool is_path = name.find('/') != std::string::npos;
+  if (name.empty() ||
+      (is_path ? !FindAccessProblem(name) : !FindInPath(name).empty())) {
+    return std::nullopt;
+  }
+  std::string advice;
+  if (name.back() == '\r') {
+    advice = kAdviceForCarriageReturn;
+  } else if (name.find(' ') != std::string::npos) {
+    advice =
+        "write \"-S\" after \"env\", since it gets the rest of the line as "
+        "one name";
+  }
+  return ProgramProblem{
+      "program-env",
+      "is a script for \"env\", which does not find " + ShellQuoted(name),
+      advice};
+}
+
+std::optional<ProgramProblem> FindProblem(const std::string& path, int scripts);
+
+// `scripts` have led to this one.
+std::optional<ProgramProblem> FindScriptProblem(const ScriptLine& line,
+                                                int scripts) {
+  const RuleName rule = "program-interpreter";
+  const std::string& interpreter = line.interpreter;
+  if (interpreter.empty()) {
+    return ProgramProblem{rule, "has a \"#!\" line without an interpreter",
+                          "name one, such as \"#!/bin/sh\""};
+  }
+  if (line.is_cut) {
+    return ProgramProblem{rule, "has a \"#!\" line that is too long", ""};
+  }
+  if (scripts >= kMostScripts) {
+    return ProgramProblem{
+        rule, "has an interpreter that is one script too many in a row",
+        "name a binary as the interpreter"};
+  }
+  if (auto problem = FindProblem(interpreter, scripts + 1)) {
+    const std::string_view effect = problem->rule->effect;
+    const bool is_chain = effect == rules::kChain;
+    return ProgramProblem{
+        is_chain ? rule : problem->rule,
+        "has the interpreter " + ShellQuoted(interpreter) + ", which " +
+            problem->text,
+        interpreter.back() == '\r' ? kAdviceForCarriageReturn : ""};
+  }
+  return interpreter.ends_with("/env") ? FindEnvProblem(line.rest)
+                                       : std::nullopt;
+}
+
+// `scripts` have led to the file at `path`.
+std::optional<ProgramProblem> FindProblem(const std::string& path,
+                                          int scripts) {
+  if (auto problem = FindAccessProblem(path)) {
+    return problem;
+  }
+  if (faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) != 0) {
+    return ProgramProblem{"program-unreadable",
+                          "may be executed but not read by this user", ""};
+  }
+  const std::string head = Head(path);
+  return head.starts_with("#!")
+             ? FindScriptProblem(ParseScriptLine(head), scripts)
+             : FindBinaryProblem(path);
+}
+
+}  // namespace
+
+std::optional<ProgramProblem> FindProgramProblem(const std::string& path) {
+  return FindProblem(path, 0);
 }
 
 std::optional<ProgramProblem> FindAccessProblem(const std::string& path) {
@@ -76,75 +182,30 @@ std::optional<ProgramProblem> FindAccessProblem(const std::string& path) {
   if (stat(path.c_str(), &status) != 0) {
     const int error = errno;
     if (error == ENOENT || error == ENOTDIR) {
-      return ProgramProblem{"program-not-found", "there is no such file",
+      return ProgramProblem{"program-not-found", "does not exist",
                             AdviceForMissing(path)};
     }
-    return ProgramProblem{"program-not-found", std::strerror(error),
-                          "write a path that the launcher's user may reach"};
+    return ProgramProblem{
+        "program-not-found",
+        std::string("cannot be reached: ") + std::strerror(error),
+        "write a path that the launcher's user may reach"};
   }
   if (S_ISDIR(status.st_mode)) {
-    return ProgramProblem{"program-directory", "it is a directory",
-                          "write the path of the executable inside it"};
+    return ProgramProblem{"program-directory", "is a directory", ""};
   }
   if (faccessat(AT_FDCWD, path.c_str(), X_OK, AT_EACCESS) != 0 ||
       !S_ISREG(status.st_mode)) {
     return ProgramProblem{"program-not-executable",
-                          "it is not executable for the present user",
-                          "make it so with chmod +x, or name another file"};
+                          "is not executable for this user", ""};
   }
   return std::nullopt;
-}
-
-std::optional<ProgramProblem> FindInterpreterProblem(const std::string& head) {
-  const std::string interpreter = Interpreter(head);
-  const char* const id = "program-interpreter";
-  if (interpreter.empty()) {
-    return ProgramProblem{id, "its \"#!\" line names no interpreter",
-                          "name one, such as \"#!/bin/sh\""};
-  }
-  const auto problem = FindAccessProblem(interpreter);
-  if (!problem) {
-    return std::nullopt;
-  }
-  const bool carriage_return = interpreter.back() == '\r';
-  return ProgramProblem{
-      id,
-      "its interpreter " + ShellQuoted(interpreter) +
-          " cannot be executed: " + problem->text,
-      carriage_return ? "save the script with line feeds alone at its ends of "
-                        "line"
-                      : "name an interpreter that exists behind \"#!\""};
-}
-
-}  // namespace
-
-std::optional<ProgramProblem> FindProgramProblem(const std::string& path) {
-  if (auto problem = FindAccessProblem(path)) {
-    return problem;
-  }
-  if (access(path.c_str(), R_OK) != 0) {
-    return std::nullopt;  // It may be executed and not be looked into.
-  }
-  const std::string head = Head(path);
-  if (head.starts_with("#!")) {
-    return FindInterpreterProblem(head);
-  }
-  if (IsBinary(head)) {
-    return std::nullopt;
-  }
-  return ProgramProblem{
-      "program-format",
-      "it is neither a binary nor a script with a \"#!\" line",
-      "begin a script with its interpreter, such as "
-      "\"#!/bin/sh\""};
 }
 
 std::string FindInPath(const std::string& name) {
   const char* const path = std::getenv("PATH");
   std::istringstream directories(path == nullptr ? "" : path);
   for (std::string directory; std::getline(directories, directory, ':');) {
-    std::string file = directory;
-    file.append("/").append(name);
+    const std::string file = directory + "/" + name;
     if (!directory.empty() && !FindAccessProblem(file)) {
       return file;
     }

@@ -1,10 +1,8 @@
 #include "tools/check/Report.h"
 
-#include <algorithm>
+#include <json/json.h>
 
-#include "tools/check/JsonSource.h"
 #include "tools/text/Characters.h"
-#include "tools/text/JsonFields.h"
 #include "tools/text/ShellQuote.h"
 #include "tools/text/Terminal.h"
 
@@ -19,52 +17,38 @@ std::string Counted(std::size_t count, const std::string& thing) {
   return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
 }
 
-std::string Subject(const Finding& finding) {
-  std::string subject;
-  if (finding.item) {
-    subject = "item " + std::to_string(*finding.item);
+// The subject of the finding's sentence.
+std::string Subject(const Place& place) {
+  const std::string item =
+      place.item ? "item " + std::to_string(*place.item) : "";
+  if (place.key.empty()) {
+    return item.empty() ? "the file" : item;
   }
-  if (!finding.key.empty()) {
-    subject += subject.empty() ? "" : ", ";
-    subject += "\"" + Printable(finding.key) + "\"";
-  }
-  return subject;
+  return item + (item.empty() ? "" : ": ") + "\"" + Printable(place.key) + "\"";
 }
 
 class TextWriter {
  public:
-  TextWriter(const std::string& path, const CheckResult& result, bool coloured)
-      : path_(Printable(path)), result_(result), coloured_(coloured) {}
+  TextWriter(const std::string& path, bool coloured)
+      : path_(Printable(path)), coloured_(coloured) {}
 
-  std::string Write() {
-    for (const CheckedItem& item : result_.items) {
+  std::string Write(const CheckResult& result) {
+    for (const CheckedItem& item : result.items) {
       WriteItem(item);
     }
-    for (const Finding& finding : result_.findings) {
-      if (!finding.item || !HasItem(*finding.item)) {
-        WriteFinding(finding);
-      }
-    }
-    WriteSummary();
-    return text_;
+    WriteFindings(result.findings);
+    return text_ + Counted(result.items.size(), "item") + ", " +
+           Counted(CountFindings(result, Severity::kError), "error") + ", " +
+           Counted(CountFindings(result, Severity::kWarning), "warning") + "\n";
   }
 
  private:
-  bool HasItem(int index) const {
-    return std::ranges::find(result_.items, index, &CheckedItem::index) !=
-           result_.items.end();
-  }
-
   void WriteItem(const CheckedItem& item) {
     const std::string name = item.name ? Printable(*item.name) : "(no name)";
     text_ += Coloured(std::to_string(item.index) + " " + name, Colour::kBold,
                       coloured_) +
              ": " + Outcome(item) + "\n";
-    for (const Finding& finding : result_.findings) {
-      if (finding.item == item.index) {
-        WriteFinding(finding);
-      }
-    }
+    WriteFindings(item.findings);
   }
 
   static std::string Outcome(const CheckedItem& item) {
@@ -73,116 +57,105 @@ class TextWriter {
     }
     const std::string fate = item.runs ? "" : " (replaced by a later item)";
     if (!item.vector) {
-      return "never gets as far as its program" + fate;
+      return "never starts its program" + fate;
     }
     return (item.vector->empty() ? "(no arguments at all)"
                                  : ShellQuoted(*item.vector)) +
            fate;
   }
 
+  void WriteFindings(const Findings& findings) {
+    for (const Finding& finding : findings) {
+      WriteFinding(finding);
+    }
+  }
+
   void WriteFinding(const Finding& finding) {
-    const bool is_error = finding.severity == Severity::kError;
+    const Rule& rule = *finding.rule;
+    const Place& place = finding.place;
     text_ += path_;
-    if (finding.offset) {
-      const Place place = PlaceOf(result_.text, *finding.offset);
+    if (place.line > 0) {
       text_ +=
           ":" + std::to_string(place.line) + ":" + std::to_string(place.column);
     }
-    const std::string subject = Subject(finding);
     text_ += ": " +
-             Coloured(std::string(Word(finding.severity)) + ":",
-                      is_error ? Colour::kRed : Colour::kYellow, coloured_) +
-             " " + subject + (subject.empty() ? "" : ": ") + finding.problem +
-             "\n    what happens: " + finding.effect +
-             "\n    instead: " + finding.advice + "\n";
-  }
-
-  void WriteSummary() {
-    text_ += Counted(result_.items.size(), "item") + ", " +
-             Counted(CountFindings(result_, Severity::kError), "error") + ", " +
-             Counted(CountFindings(result_, Severity::kWarning), "warning") +
-             "\n";
+             Coloured(std::string(Word(rule.severity)) + ":",
+                      rule.severity == Severity::kError ? Colour::kRed
+                                                        : Colour::kYellow,
+                      coloured_) +
+             " " + Subject(place) + " " + finding.problem + " [" + rule.id +
+             "]\n    effect: " + finding.effect +
+             "\n    fix: " + finding.advice + "\n";
   }
 
   const std::string path_;
-  const CheckResult& result_;
   const bool coloured_;
   std::string text_;
 };
 
-JsonObject JsonItem(const CheckedItem& item) {
-  JsonObject object = JsonObject::GetEmptyObject();
-  PutNumber(object, "index", item.index);
-  if (item.name) {
-    PutText(object, "name", *item.name);
-  } else {
-    PutNull(object, "name");
-  }
-  PutBool(object, "runs", item.runs);
-  PutNull(object, "vector");
+Json::Value JsonItem(const CheckedItem& item) {
+  Json::Value object;
+  object["index"] = item.index;
+  object["name"] =
+      item.name ? Json::Value(ValidUtf8(*item.name)) : Json::Value();
+  object["runs"] = item.runs;
+  Json::Value& vector = object["vector"];
   if (item.vector) {
-    JsonObject words = JsonArray();
+    vector = Json::arrayValue;
     for (const std::string& word : *item.vector) {
-      words.InsertArrayItem(ValidUtf8(word));
+      vector.append(ValidUtf8(word));
     }
-    object.Insert("vector", words);
-    PutText(object, "command", ShellQuoted(*item.vector));
+    object["command"] = ValidUtf8(ShellQuoted(*item.vector));
   }
   return object;
 }
 
-JsonObject JsonFinding(const Finding& finding, const std::string& text) {
-  JsonObject object = JsonObject::GetEmptyObject();
-  PutText(object, "severity", Word(finding.severity));
-  PutText(object, "id", finding.id);
-  if (finding.offset) {
-    const Place place = PlaceOf(text, *finding.offset);
-    PutNumber(object, "line", static_cast<std::int64_t>(place.line));
-    PutNumber(object, "column", static_cast<std::int64_t>(place.column));
+Json::Value JsonFinding(const Finding& finding) {
+  const Place& place = finding.place;
+  Json::Value object;
+  object["severity"] = Word(finding.rule->severity);
+  object["id"] = finding.rule->id;
+  if (place.line > 0) {
+    object["line"] = Json::UInt64{place.line};
+    object["column"] = Json::UInt64{place.column};
   }
-  if (finding.item) {
-    PutNumber(object, "item", *finding.item);
+  if (place.item) {
+    object["item"] = *place.item;
   }
-  if (!finding.key.empty()) {
-    PutText(object, "key", finding.key);
+  if (!place.key.empty()) {
+    object["key"] = ValidUtf8(place.key);
   }
-  PutText(object, "problem", finding.problem);
-  PutText(object, "effect", finding.effect);
-  PutText(object, "advice", finding.advice);
+  object["problem"] = ValidUtf8(finding.problem);
+  object["effect"] = finding.effect;
+  object["advice"] = ValidUtf8(finding.advice);
   return object;
+}
+
+void Append(Json::Value& array, const Findings& findings) {
+  for (const Finding& finding : findings) {
+    array.append(JsonFinding(finding));
+  }
 }
 
 }  // namespace
 
 std::string TextReport(const std::string& path, const CheckResult& result,
                        bool coloured) {
-  return TextWriter(path, result, coloured).Write();
+  return TextWriter(path, coloured).Write(result);
 }
 
 std::string JsonReport(const std::string& path, const CheckResult& result) {
-  JsonObject report = JsonObject::GetEmptyObject();
-  PutText(report, "file", path);
-  PutBool(report, "readable", result.readable);
-  for (const Severity severity : {Severity::kError, Severity::kWarning}) {
-    PutNumber(report, severity == Severity::kError ? "errors" : "warnings",
-              static_cast<std::int64_t>(CountFindings(result, severity)));
-  }
-  JsonObject items = JsonArray();
+  Json::Value report;
+  report["file"] = ValidUtf8(path);
+  report["readable"] = result.readable;
+  report["errors"] = Json::UInt64{CountFindings(result, Severity::kError)};
+  report["warnings"] = Json::UInt64{CountFindings(result, Severity::kWarning)};
+  Json::Value& items = report["items"] = Json::arrayValue;
+  Json::Value& findings = report["findings"] = Json::arrayValue;
   for (const CheckedItem& item : result.items) {
-    JsonObject object = JsonItem(item);
-    items.InsertArrayItem(object);
+    items.append(JsonItem(item));
+    Append(findings, item.findings);
   }
-  report.Insert("items", items);
-  JsonObject findings = JsonArray();
-  for (const Finding& finding : result.findings) {
-    JsonObject object = JsonFinding(finding, result.text);
-    findings.InsertArrayItem(object);
-  }
-  report.Insert("findings", findings);
-  return report.ToStyledText() + "\n";
-}
-
-std::size_t CountFindings(const CheckResult& result, Severity severity) {
-  return static_cast<std::size_t>(
-      std::ranges::count(result.findings, severity, &Finding::severity));
+  Append(findings, result.findings);
+  return Json::StyledWriter().write(report);
 }

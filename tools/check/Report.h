@@ -6,12 +6,10 @@
 
 #include "tools/check/Findings.h"
 
-// Lines of text. Each finding begins as compilers' do, with
-// "<path>:<line>:<column>: error: ".
+// Lines of text. A finding begins like a compiler's message, with
+// "<path>:<line>:<column>: error: ", and names its rule in brackets.
 std::string TextReport(const std::string& path, const CheckResult& result,
                        bool coloured);
 
 // A JSON document.
 std::string JsonReport(const std::string& path, const CheckResult& result);
-
-std::size_t CountFindings(const CheckResult& result, Severity severity);

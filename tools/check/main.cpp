@@ -7,6 +7,8 @@
 #include <string>
 
 #include "tools/check/Check.h"
+#include "tools/check/Fix.h"
+#include "tools/check/ItemsFile.h"
 #include "tools/check/Report.h"
 #include "tools/text/Terminal.h"
 
@@ -19,7 +21,14 @@ enum ExitStatus : int {
   kUnusable = 3,  // wrong arguments, or a file that cannot be read
 };
 
-int StatusOf(const CheckResult& result, bool strict) {
+struct Options {
+  std::string path;
+  bool strict = false;
+  bool json = false;
+  bool fix = false;
+};
+
+int StatusOf(const CheckResult& result, const Options& options) {
   if (!result.readable) {
     return kUnusable;
   }
@@ -27,7 +36,40 @@ int StatusOf(const CheckResult& result, bool strict) {
     return kErrors;
   }
   const bool warned = CountFindings(result, Severity::kWarning) > 0;
-  return strict && warned ? kWarnings : kClean;
+  return options.strict && warned ? kWarnings : kClean;
+}
+
+std::string NameOf(const Options& options) {
+  return options.path == kStandardInput ? "(standard input)" : options.path;
+}
+
+// Writes the corrected file to standard output, if it can be corrected, and
+// what is left to standard error.
+ItemsText Fix(const ItemsText& file) {
+  const auto fixed = file.text ? FixItems(*file.text) : std::nullopt;
+  if (!fixed) {
+    std::cerr << "not corrected: the file cannot be read as a list of items\n";
+    return file;
+  }
+  std::cout << fixed->text;
+  for (const std::string& change : fixed->changes) {
+    std::cerr << "corrected: " << change << "\n";
+  }
+  return {fixed->text, true, {}};
+}
+
+int Check(const Options& options) {
+  ItemsText file = ReadItemsFile(options.path);
+  if (options.fix) {
+    file = Fix(file);
+  }
+  const CheckResult result = CheckItems(file);
+  const int descriptor = options.fix ? STDERR_FILENO : STDOUT_FILENO;
+  (options.fix ? std::cerr : std::cout)
+      << (options.json
+              ? JsonReport(NameOf(options), result)
+              : TextReport(NameOf(options), result, MayColour(descriptor)));
+  return StatusOf(result, options);
 }
 
 int Run(int argc, char** argv) {
@@ -35,12 +77,15 @@ int Run(int argc, char** argv) {
       "Says what the launcher would do with ITEMS-FILE, without doing "
       "it.",
       "launcher-check");
-  std::string path;
-  bool strict = false;
-  bool json = false;
-  app.add_option("ITEMS-FILE", path, "the items file")->required();
-  app.add_flag("--strict", strict, "exit with status 1 on warnings, too");
-  app.add_flag("--json", json, "write a JSON document");
+  Options options;
+  app.add_option("ITEMS-FILE", options.path,
+                 "the items file, or - for standard input")
+      ->required();
+  app.add_flag("--strict", options.strict, "exit with status 1 on warnings");
+  CLI::Option* const json =
+      app.add_flag("--json", options.json, "write a JSON document");
+  app.add_flag("--fix", options.fix, "write the corrected file")
+      ->excludes(json);
   app.set_version_flag("--version", "launcher-check " LAUNCHER_VERSION);
   app.footer(
       "Exit status: 0 no errors, 1 warnings with --strict, 2 errors, 3 wrong\n"
@@ -50,10 +95,7 @@ int Run(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kClean : kUnusable;
   }
-  const CheckResult result = CheckItemsFile(path);
-  std::cout << (json ? JsonReport(path, result)
-                     : TextReport(path, result, MayColour(STDOUT_FILENO)));
-  return StatusOf(result, strict);
+  return Check(options);
 }
 
 }  // namespace

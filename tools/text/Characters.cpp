@@ -9,24 +9,10 @@ namespace {
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
 constexpr std::string_view kEllipsis = "\xE2\x80\xA6";
 
-// The least code point that takes so many bytes: with fewer it is overlong.
-constexpr char32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
-
 unsigned char Byte(char c) { return static_cast<unsigned char>(c); }
 
-// How many bytes a character has that begins with `first`; 0 if none does.
-std::size_t ExpectedBytes(unsigned char first) {
-  if (first < 0x80) {
-    return 1;
-  }
-  if (first < 0xC2 || first > 0xF4) {
-    return 0;
-  }
-  return first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
-}
-
-// The system's table of widths goes by the program's locale, which is "C" where
-// nobody has asked for another.
+// The C library takes the widths from the program's locale, which is "C" until
+// the program asks for another.
 bool AskForUtf8Locale() {
   for (const char* const name : {"C.UTF-8", "en_US.UTF-8", "UTF-8"}) {
     if (std::setlocale(LC_CTYPE, name) != nullptr) {
@@ -36,7 +22,7 @@ bool AskForUtf8Locale() {
   return false;
 }
 
-std::size_t Width(const Character& character) {
+std::size_t Width(const Utf8Character& character) {
   static const bool has_table = AskForUtf8Locale();
   if (character.code < 0x80 || !has_table) {
     return 1;
@@ -47,39 +33,16 @@ std::size_t Width(const Character& character) {
 
 }  // namespace
 
-Character FirstCharacter(std::string_view text) {
-  const Character invalid{Byte(text[0]), 1, false};
-  const std::size_t bytes = ExpectedBytes(Byte(text[0]));
-  if (bytes == 0 || bytes > text.size()) {
-    return invalid;
-  }
-  char32_t code = Byte(text[0]);
-  if (bytes > 1) {
-    code &= 0x7FU >> bytes;
-  }
-  for (const char c : text.substr(1, bytes - 1)) {
-    if ((Byte(c) & 0xC0U) != 0x80U) {
-      return invalid;
-    }
-    code = (code << 6U) | (Byte(c) & 0x3FU);
-  }
-  const bool surrogate = code >= 0xD800 && code < 0xE000;
-  if (code < kLeast[bytes] || code > 0x10FFFF || surrogate) {
-    return invalid;
-  }
-  return {code, bytes, true};
-}
-
-bool IsPrintable(const Character& character) {
+bool IsPrintable(const Utf8Character& character) {
   const char32_t code = character.code;
-  return character.is_utf8 && code >= 0x20 && (code < 0x7F || code >= 0xA0);
+  return character.is_valid && code >= 0x20 && (code < 0x7F || code >= 0xA0);
 }
 
 std::string Printable(std::string_view text) {
   constexpr char kDigits[] = "0123456789abcdef";
   std::string result;
   while (!text.empty()) {
-    const Character character = FirstCharacter(text);
+    const Utf8Character character = DecodeUtf8(text);
     for (const char c : text.substr(0, character.bytes)) {
       if (IsPrintable(character)) {
         result += c;
@@ -97,9 +60,9 @@ std::string Printable(std::string_view text) {
 std::string ValidUtf8(std::string_view text) {
   std::string result;
   while (!text.empty()) {
-    const Character character = FirstCharacter(text);
+    const Utf8Character character = DecodeUtf8(text);
     result +=
-        character.is_utf8 ? text.substr(0, character.bytes) : kReplacement;
+        character.is_valid ? text.substr(0, character.bytes) : kReplacement;
     text.remove_prefix(character.bytes);
   }
   return result;
@@ -108,7 +71,7 @@ std::string ValidUtf8(std::string_view text) {
 std::size_t DisplayWidth(std::string_view text) {
   std::size_t width = 0;
   while (!text.empty()) {
-    const Character character = FirstCharacter(text);
+    const Utf8Character character = DecodeUtf8(text);
     width += Width(character);
     text.remove_prefix(character.bytes);
   }
@@ -122,7 +85,7 @@ std::string Cut(std::string_view text, std::size_t width) {
   std::string result;
   std::size_t used = 1;  // by the ellipsis
   for (;;) {
-    const Character character = FirstCharacter(text);
+    const Utf8Character character = DecodeUtf8(text);
     used += Width(character);
     if (used > width) {
       return result.append(kEllipsis);

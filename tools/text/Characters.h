@@ -1,7 +1,7 @@
-// Text of unknown origin, character by character, and ways to show it.
+// Ways to show text of unknown origin.
 //
-// Names, paths and keys may hold any bytes. What is shown on a terminal must
-// not act on it, and what is written as JSON must be UTF-8.
+// Names, paths and keys may contain any bytes. A terminal must not act on the
+// text that it shows, and JSON must be UTF-8.
 
 #pragma once
 
@@ -9,18 +9,11 @@
 #include <string>
 #include <string_view>
 
-struct Character {
-  char32_t code;      // the byte's value when it is not UTF-8
-  std::size_t bytes;  // 1 when it is not UTF-8
-  bool is_utf8;
-};
+#include "common/util/Utf8.h"
 
-// The character at the start of `text`, which is not empty.
-Character FirstCharacter(std::string_view text);
-
-// Whether a terminal shows the character instead of acting on it: not for
-// U+0000 to U+001F, U+007F to U+009F, and what is not UTF-8.
-bool IsPrintable(const Character& character);
+// Whether a terminal shows the character instead of acting on it: false for
+// U+0000 to U+001F, U+007F to U+009F, and bytes that are not UTF-8.
+bool IsPrintable(const Utf8Character& character);
 
 // `text` with "\xNN" in place of each byte that is not printable.
 //
@@ -30,13 +23,12 @@ std::string Printable(std::string_view text);
 // `text` with U+FFFD in place of each byte that is not UTF-8.
 std::string ValidUtf8(std::string_view text);
 
-// The columns that printable `text` takes on a terminal: two for a wide
-// character, none for a combining one.
+// The number of columns that printable `text` takes on a terminal: two for a
+// wide character, none for a combining one.
 std::size_t DisplayWidth(std::string_view text);
 
-// `text`, cut where it is wider than `width` columns, with the last one showing
-// "…" then.
+// `text`, or as much of it as fits `width` columns with "…" in the last one.
 std::string Cut(std::string_view text, std::size_t width);
 
-// The same, filled up with blanks to `width` columns.
+// The same, padded with blanks to `width` columns.
 std::string Fitted(std::string_view text, std::size_t width);

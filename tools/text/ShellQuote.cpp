@@ -33,7 +33,7 @@ std::string Octal(char c) {
 std::string DollarQuoted(std::string_view text) {
   std::string result = "$'";
   while (!text.empty()) {
-    const Character character = FirstCharacter(text);
+    const Utf8Character character = DecodeUtf8(text);
     for (const char c : text.substr(0, character.bytes)) {
       if (!IsPrintable(character)) {
         result += Octal(c);

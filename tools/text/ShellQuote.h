@@ -1,4 +1,4 @@
-// Arguments as one would type them to a shell.
+// Arguments as one would type them in a shell.
 
 #pragma once
 
@@ -6,9 +6,9 @@
 #include <string_view>
 #include <vector>
 
-// A word that a shell reads as `text`, and that a terminal shows as it stands:
-// bare where nothing needs quoting, in single quotes, or, with bytes that are
-// not printable, in the form $'...' that bash, zsh and ksh know.
+// A printable word that a shell reads as `text`: bare if nothing needs quoting,
+// else in single quotes, or in the form $'...' of bash, zsh and ksh if some
+// bytes are not printable.
 //
 //   a b              gives  'a b'
 //   it's             gives  'it'\''s'
@@ -16,5 +16,5 @@
 //   (nothing)        gives  ''
 std::string ShellQuoted(std::string_view text);
 
-// The words of `vector`, one blank between them.
+// The words of `vector`, with one blank between them.
 std::string ShellQuoted(const std::vector<std::string>& vector);

@@ -43,8 +43,7 @@ TerminalSize SizeOf(int descriptor) {
   return {size.ws_row, size.ws_col};
 }
 
-// Each line overwrites the one that stood there; nothing is wiped first, which
-// would flicker.
+// Each line overwrites the previous one. Wiping the screen first would flicker.
 std::string Screenful(std::string_view text, TerminalSize size) {
   constexpr const char* kHome = "\x1b[H";
   constexpr const char* kWipeBelow = "\x1b[J";

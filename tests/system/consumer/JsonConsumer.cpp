@@ -2,7 +2,6 @@
 
 #include "Expect.h"
 #include "common/AError.h"
-#include "common/json/JsonErrors.h"
 #include "common/json/JsonObject.h"
 
 int main() {
@@ -16,5 +15,4 @@ int main() {
   } catch (AERROR error) {
     Expect(error == AERROR_NOT_FOUND, "AERROR_NOT_FOUND");
   }
-  Expect(FindJsonErrors("{\"a\" 1}").at(0).offset == 5, "FindJsonErrors");
 }

@@ -8,11 +8,11 @@ TEST(Characters, ShowsControlCharactersAsBytes) {
   EXPECT_EQ(Printable("\xC2\x9B"), "\\xc2\\x9b");
 }
 
-TEST(Characters, ShowsOtherAlphabetsAsTheyStand) {
+TEST(Characters, LeavesOtherAlphabetsUnchanged) {
   EXPECT_EQ(Printable("näh 数 😀"), "näh 数 😀");
 }
 
-TEST(Characters, ShowsWhatIsNotUtf8AsBytes) {
+TEST(Characters, ShowsInvalidUtf8AsBytes) {
   EXPECT_EQ(Printable("a\xFFz"), "a\\xffz");
   EXPECT_EQ(Printable("\xC0\x80"), "\\xc0\\x80");           // overlong
   EXPECT_EQ(Printable("\xED\xA0\x80"), "\\xed\\xa0\\x80");  // a surrogate
@@ -20,7 +20,7 @@ TEST(Characters, ShowsWhatIsNotUtf8AsBytes) {
   EXPECT_EQ(Printable("\xE2\x82"), "\\xe2\\x82");  // cut
 }
 
-TEST(Characters, ReplacesWhatIsNotUtf8ByteByByte) {
+TEST(Characters, ReplacesInvalidUtf8ByteByByte) {
   EXPECT_EQ(ValidUtf8("a\xFF\xC3("), "a\uFFFD\uFFFD(");
   EXPECT_EQ(ValidUtf8("é\n"), "é\n");
 }
@@ -40,7 +40,7 @@ TEST(Characters, CutsToAWidth) {
   EXPECT_EQ(Cut("abc", 1), "…");
 }
 
-TEST(Characters, FillsUpAndCutsToAWidth) {
+TEST(Characters, PadsAndCutsToAWidth) {
   EXPECT_EQ(Fitted("ab", 4), "ab  ");
   EXPECT_EQ(Fitted("abcd", 4), "abcd");
   EXPECT_EQ(Fitted("abcde", 4), "abc…");

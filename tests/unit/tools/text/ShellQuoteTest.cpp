@@ -8,7 +8,7 @@ TEST(ShellQuote, LeavesHarmlessWordsBare) {
             "/usr/bin/a-b_c.d,e=f:g@h%i+");
 }
 
-TEST(ShellQuote, QuotesWhatAShellWouldTakeApart) {
+TEST(ShellQuote, QuotesWordsThatAShellWouldSplit) {
   EXPECT_EQ(ShellQuoted(""), "''");
   EXPECT_EQ(ShellQuoted("a b"), "'a b'");
   EXPECT_EQ(ShellQuoted("it's"), "'it'\\''s'");

@@ -1,0 +1,88 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tools/check/JsonText.h"
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+Names NamesAt(const JsonText& json, std::size_t offset) {
+  Names names;
+  for (const JsonKey& key : json.KeysAt(offset)) {
+    names.push_back(key.name);
+  }
+  return names;
+}
+
+TEST(JsonText, FindsTheKeysOfEachObject) {
+  const std::string text =
+      "{\"a\": 1,\n  \"b\" : {\"c\":[{}, \"]\", {\"d\":0}]}}";
+  const JsonText json = ScanJson(text);
+  EXPECT_EQ(NamesAt(json, 0), (Names{"a", "b"}));
+  EXPECT_EQ(json.KeysAt(0)[1].offset, text.find("\"b\""));
+  EXPECT_EQ(NamesAt(json, text.find("{\"c\"")), Names{"c"});
+  EXPECT_EQ(NamesAt(json, text.find("{\"d\"")), Names{"d"});
+  EXPECT_EQ(NamesAt(json, 1), Names{});
+}
+
+TEST(JsonText, DecodesKeys) {
+  EXPECT_EQ(NamesAt(ScanJson(R"({"\u0061\n\"}": 1, "k\u0000z": 2})"), 0),
+            (Names{"a\n\"}", std::string("k\0z", 3)}));
+}
+
+TEST(JsonText, KeepsKeysThatALaterOneReplaces) {
+  EXPECT_EQ(NamesAt(ScanJson(R"({"a":1,"a":"x"})"), 0), (Names{"a", "a"}));
+}
+
+TEST(JsonText, SkipsCommentsAndFindsTheFirst) {
+  const std::string text = "{ /* } */ \"a\" : /*:*/ 1 // \"\n, \"b\": 2}";
+  const JsonText json = ScanJson(text);
+  EXPECT_EQ(NamesAt(json, 0), (Names{"a", "b"}));
+  EXPECT_EQ(json.comment, 2U);
+  EXPECT_EQ(ScanJson("{\"a\": \"// no comment\"}").comment, std::nullopt);
+  EXPECT_EQ(ScanJson("{} // x").comment, 3U);
+}
+
+TEST(JsonText, SkipsJunkAfterAComment) {
+  for (const char* const text :
+       {R"({"a":1/**/:"b":2})", R"({"a":1/**/5 "b":2})"}) {
+    EXPECT_EQ(NamesAt(ScanJson(text), 0), (Names{"a", "b"})) << text;
+  }
+}
+
+TEST(JsonText, FindsStringsWithRawControlCharacters) {
+  const JsonText json =
+      ScanJson("{\"a\tb\":\"c\", \"d\":\"\\t\n\", \"e\":\" \"}");
+  EXPECT_EQ(json.raw_controls, (std::vector<std::size_t>{1, 16}));
+}
+
+TEST(JsonText, EndsOnAnyText) {
+  const std::string text = R"({"0": {"a\"": [1, {"b": tru}, "c"]}}, /* x)";
+  for (std::size_t length = 0; length <= text.size(); ++length) {
+    ScanJson(text.substr(0, length));
+    ScanJson(text.substr(length));
+  }
+  ScanJson("\"\\");
+}
+
+TEST(JsonText, ScansAnyDepth) {
+  constexpr std::size_t kLevels = 1'000'000;
+  ScanJson(std::string(kLevels, '['));
+  ScanJson(std::string(kLevels, '{'));
+  ScanJson(std::string(kLevels, ']'));
+}
+
+TEST(JsonText, FindsTheNextToken) {
+  EXPECT_EQ(NextToken(" \t\r\n x", 0), 5U);
+  EXPECT_EQ(NextToken("/* x */ // y\n z", 0), 14U);
+  EXPECT_EQ(NextToken("ab", 1), 1U);
+  EXPECT_EQ(NextToken("/ x", 0), 0U);
+  for (const std::string text : {"", "  ", "// x", "/* x", "/*/"}) {
+    EXPECT_EQ(NextToken(text, 0), text.size()) << text;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,213 @@
+#include "tools/check/Fix.h"
+
+#include <json/json.h>
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <string_view>
+#include <tuple>
+#include <utility>
+
+#include "tools/check/Check.h"
+#include "tools/check/JsonText.h"
+#include "tools/check/KeyNames.h"
+#include "tools/text/Characters.h"
+
+namespace {
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+std::string Quoted(const std::string& text) {
+  return "\"" + Printable(text) + "\"";
+}
+
+// The members "0", "1", ... of an object made from an array.
+Json::Value Numbered(const Json::Value& array) {
+  Json::Value object = Json::objectValue;
+  for (Json::ArrayIndex i = 0; i < array.size(); ++i) {
+    object[std::to_string(i)] = array[i];
+  }
+  return object;
+}
+
+class Fixer {
+ public:
+  explicit Fixer(const std::string& text) : text_(text) {}
+
+  std::optional<FixedItems> Run() {
+    if (!Parse() || !(root_.isObject() || root_.isArray())) {
+      return std::nullopt;
+    }
+    if (root_.isArray()) {
+      root_ = Numbered(root_);
+      Note("the list of items is an object with the keys \"0\", \"1\", ...");
+    }
+    Renumber();
+    for (const std::string& key : root_.getMemberNames()) {
+      if (IsIndex(key) && root_[key].isObject()) {
+        FixItem("item " + key + ": ", root_[key]);
+      }
+    }
+    return FixedItems{changes_.empty() ? text_ : Written(), changes_};
+  }
+
+ private:
+  void Note(std::string change) { changes_.push_back(std::move(change)); }
+
+  bool Parse() {
+    if (text_.starts_with(kByteOrderMark)) {
+      text_.erase(0, kByteOrderMark.size());
+      Note("the byte order mark is gone");
+    }
+    if (ScanJson(text_).comment) {
+      Note("the comments are gone");
+    }
+    try {
+      return Json::Reader().parse(text_, root_, false) || ParseLeniently();
+    } catch (const Json::Exception&) {
+      return false;
+    }
+  }
+
+  bool ParseLeniently() {
+    Json::CharReaderBuilder builder;
+    builder["allowTrailingCommas"] = true;
+    builder["allowSingleQuotes"] = true;
+    builder["collectComments"] = false;
+    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    std::string errors;
+    Note("texts are in double quotes, and no comma follows the last member");
+    return reader->parse(text_.data(), text_.data() + text_.size(), &root_,
+                         &errors);
+  }
+
+  // Closes the gaps. Keys that are not numbers stay.
+  void Renumber() {
+    std::vector<std::string> keys = root_.getMemberNames();
+    std::erase_if(keys, [](const std::string& key) { return !IsIndex(key); });
+    std::ranges::sort(keys, {}, [](const std::string& key) {
+      return std::pair(key.size(), key);
+    });
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+      const std::string key = std::to_string(i);
+      if (key != keys[i]) {
+        root_[key] = Json::Value(root_[keys[i]]);
+        root_.removeMember(keys[i]);
+        Note("item " + Quoted(keys[i]) + " is now " + Quoted(key));
+      }
+    }
+  }
+
+  void FixItem(const std::string& where, Json::Value& item) {
+    for (const std::string& key : item.getMemberNames()) {
+      const std::string meant = KeyMeantBy(key);
+      if (!meant.empty() && !item.isMember(meant)) {
+        item[meant] = Json::Value(item[key]);
+        item.removeMember(key);
+        Note(where + Quoted(key) + " is now " + Quoted(meant));
+      }
+    }
+    for (const char* const key : {"name", "program"}) {
+      if (item.isMember(key)) {
+        FixText(where + Quoted(key), item[key]);
+      }
+    }
+    if (item.isMember("args")) {
+      FixArgs(where, item);
+    }
+  }
+
+  // Numbers and booleans as they are written.
+  void FixText(const std::string& where, Json::Value& value) {
+    if (value.isNumeric() || value.isBool()) {
+      const auto start = static_cast<std::size_t>(value.getOffsetStart());
+      const auto limit = static_cast<std::size_t>(value.getOffsetLimit());
+      value = text_.substr(start, limit - start);
+      Note(where + " is the text " + Quoted(value.asString()));
+    }
+  }
+
+  void FixArgs(const std::string& where, Json::Value& item) {
+    Json::Value& args = item["args"];
+    const bool was_array = args.isArray();
+    if (was_array) {
+      args = Numbered(args);
+      Note(where + "\"args\" is an object with the keys \"0\", \"1\", ...");
+    }
+    if (!args.isObject()) {
+      return;
+    }
+    for (const std::string& key : args.getMemberNames()) {
+      FixText(where + Quoted("args/" + key), args[key]);
+    }
+    const auto count = static_cast<int>(args.size());
+    for (int i = 0; i < count; ++i) {
+      if (!args.isMember(std::to_string(i))) {
+        return;  // How many arguments are meant is not certain.
+      }
+    }
+    const Json::Value& argc = std::as_const(item)["argc"];
+    const bool is_meant = argc.isInt() ? !was_array || argc.asInt() == count
+                                       : argc.isNull() && count == 0;
+    if (!is_meant) {
+      item["argc"] = count;
+      Note(where + "\"argc\" is " + std::to_string(count));
+    }
+  }
+
+  static std::string Text(const Json::Value& value) {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["emitUTF8"] = true;
+    return Json::writeString(builder, value);
+  }
+
+  // The members in a natural order: known keys first, numbers by value.
+  static std::vector<std::string> OrderedKeys(const Json::Value& object) {
+    constexpr std::array<std::string_view, 5> kFirst{"$schema", "name",
+                                                     "program", "argc", "args"};
+    std::vector<std::string> keys = object.getMemberNames();
+    std::ranges::sort(keys, {}, [&](const std::string& key) {
+      const auto known = std::ranges::find(kFirst, key);
+      const std::size_t length = IsIndex(key) ? key.size() : key.npos;
+      return std::tuple(known - kFirst.begin(), length, key);
+    });
+    return keys;
+  }
+
+  // Objects down to the items on lines of their own.
+  static void Write(const Json::Value& value, const std::string& indent,
+                    std::string& text) {
+    constexpr std::size_t kItemIndent = 2;
+    if (!value.isObject()) {
+      text += Text(value);
+      return;
+    }
+    const bool breaks = indent.size() <= kItemIndent;
+    const std::string inner = indent + "  ";
+    std::string separator = "{";
+    for (const std::string& key : OrderedKeys(value)) {
+      text += separator + (breaks ? "\n" + inner : " ") + Text(key) + ": ";
+      Write(value[key], inner, text);
+      separator = ",";
+    }
+    text += value.empty() ? "{}" : breaks ? "\n" + indent + "}" : " }";
+  }
+
+  std::string Written() const {
+    std::string text;
+    Write(root_, "", text);
+    return text + "\n";
+  }
+
+  std::string text_;
+  Json::Value root_;
+  std::vector<std::string> changes_;
+};
+
+}  // namespace
+
+std::optional<FixedItems> FixItems(const std::string& text) {
+  return Fixer(text).Run();
+}

@@ -1,0 +1,18 @@
+// Correcting an items file where only one correction can be meant.
+
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+struct FixedItems {
+  std::string text;
+  std::vector<std::string> changes;  // a sentence each; empty for a good file
+};
+
+// The items file `text` without the faults that can be corrected for certain:
+// lists written as arrays, gaps in the numbering, a missing "argc", misspelt
+// keys, numbers in place of texts, and small slips of syntax. Nothing when
+// `text` cannot be read as a list of items.
+std::optional<FixedItems> FixItems(const std::string& text);

@@ -1,0 +1,37 @@
+// What the JSON library does not keep of a text: where its keys are, the keys
+// that a later one of the same name replaces, comments, and control characters
+// that are not escaped. Where a value is, the library knows.
+
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct JsonKey {
+  std::string name;
+  std::size_t offset;  // of its quotation mark
+};
+
+struct JsonText {
+  // The keys of each object in the text's order, by the offset of the object's
+  // opening brace.
+  std::map<std::size_t, std::vector<JsonKey>> keys;
+  std::optional<std::size_t> comment;  // the first
+  // One for each string or key with a character below U+0020.
+  std::vector<std::size_t> raw_controls;
+
+  // The keys of the object whose opening brace is at `offset`.
+  const std::vector<JsonKey>& KeysAt(std::size_t offset) const;
+};
+
+// For texts that the library accepts, including the errors that it overlooks;
+// gives something for any other. Takes time in proportion to the text, however
+// deep it is nested.
+JsonText ScanJson(const std::string& text);
+
+// The first byte of `text` at or after `offset` that is neither white space nor
+// in a comment; the text's size when there is none.
+std::size_t NextToken(const std::string& text, std::size_t offset);

@@ -57,9 +57,11 @@ Contents/Frameworks/liblogger.1.dylib
 Contents/MacOS/launcher
 Contents/MacOS/launcher-check
 Contents/MacOS/launcher-log
+Contents/MacOS/launcher-status
 Contents/Resources/items.schema.json
 Contents/Resources/man/man1/launcher-check.1
 Contents/Resources/man/man1/launcher-log.1
+Contents/Resources/man/man1/launcher-status.1
 Contents/Resources/man/man5/launcher-items.5
 Contents/Resources/man/man8/launcher.8
 END

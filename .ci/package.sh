@@ -50,17 +50,20 @@ check_contents() {
     << END || fail "the package holds something else"
 ./usr/bin/launcher-check
 ./usr/bin/launcher-log
+./usr/bin/launcher-status
 ./usr/lib/systemd/user/tamrel-launcher@.service
 .$tree/Contents/Frameworks/liblogger.so.1
 .$tree/Contents/MacOS/launcher
 .$tree/Contents/MacOS/launcher-check
 .$tree/Contents/MacOS/launcher-log
+.$tree/Contents/MacOS/launcher-status
 .$tree/Contents/Resources/items.schema.json
 ./usr/share/doc/tamrel-launcher/examples/items.json
 ./usr/share/doc/tamrel-launcher/examples/log.ini
 ./usr/share/doc/tamrel-launcher/examples/qvxapi.ini
 ./usr/share/man/man1/launcher-check.1
 ./usr/share/man/man1/launcher-log.1
+./usr/share/man/man1/launcher-status.1
 ./usr/share/man/man5/launcher-items.5
 ./usr/share/man/man8/launcher.8
 END

@@ -1,4 +1,5 @@
-// How fast the common library is, each function beside the obvious alternative.
+// The speed of the common library, each function beside the obvious
+// alternative.
 
 #include <benchmark/benchmark.h>
 #include <fnmatch.h>
@@ -27,7 +28,7 @@ struct Pair {
   const char* name;
 };
 
-// A hit and a miss, as a folder's files give them.
+// Matches and a mismatch, with names as in a typical folder.
 constexpr std::array<Pair, 4> kTypical{{
     {"*.txt", "quarterly-report-2026.txt"},
     {"*.txt", "quarterly-report-2026.docx"},
@@ -73,8 +74,8 @@ void BM_Fnmatch(benchmark::State& state) {
 }
 BENCHMARK(BM_Fnmatch)->DenseRange(0, 3);
 
-// `stars` times "*a", then "b": no name of letters "a" matches, and every way
-// to try is tried.
+// `stars` times "*a", then "b". On a name of letters "a" the matcher tries
+// every combination and finds no match.
 std::string StarExpression(std::int64_t stars) {
   std::string expression;
   for (std::int64_t i = 0; i < stars; ++i) {
@@ -148,7 +149,7 @@ void BM_PlainJsoncppPath(benchmark::State& state) {
 }
 BENCHMARK(BM_PlainJsoncppPath);
 
-// The pieces by a regular expression that is compiled for each look-up.
+// Splits the path with a regular expression that is compiled for each look-up.
 void BM_RegexPath(benchmark::State& state) {
   Json::Value items = ItemsDocument();
   for (auto _ : state) {
@@ -199,7 +200,7 @@ BENCHMARK(BM_PlainJsoncppToInteger);
 
 // --- INI look-up
 
-// A file of 10,000 lines whose last one is looked up.
+// A file of 10,000 lines; the benchmarks look up the last one.
 class IniFile {
  public:
   IniFile()
@@ -237,7 +238,7 @@ void BM_GetPrivateProfileString(benchmark::State& state) {
 }
 BENCHMARK(BM_GetPrivateProfileString)->Unit(benchmark::kMicrosecond);
 
-// The lines alone, without looking at them.
+// Reads the lines and ignores them.
 void BM_IniGetline(benchmark::State& state) {
   const IniFile file;
   for (auto _ : state) {
@@ -249,7 +250,7 @@ void BM_IniGetline(benchmark::State& state) {
 }
 BENCHMARK(BM_IniGetline)->Unit(benchmark::kMicrosecond);
 
-// The entries cut by a regular expression that is compiled for each.
+// Splits each entry with a regular expression that is compiled for it.
 void BM_IniRegex(benchmark::State& state) {
   const IniFile file;
   for (auto _ : state) {
@@ -314,7 +315,8 @@ BENCHMARK(BM_SplitByHand);
 using Converter =
     std::wstring_convert<std::codecvt_utf8<wchar_t, 0x10FFFF>, wchar_t>;
 
-// 0: ASCII alone, 1: half of the characters take two to four bytes.
+// Kind 0 is ASCII only; in kind 1, half of the characters take two to four
+// bytes.
 std::wstring WideText(std::int64_t kind) {
   const std::wstring unit = kind == 0 ? L"abcdefgh"
                                       : L"a\u00E9b\u20ACc\u4E2D"

@@ -1,5 +1,5 @@
-// The system's error codes. They are thrown by value; no exception class
-// stands behind them.
+// The system's error codes. They are thrown by value and are not exception
+// classes.
 
 #pragma once
 

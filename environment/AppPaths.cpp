@@ -11,20 +11,19 @@
 
 namespace {
 
-// What a path or an INI value may take, terminator included.
+// The longest path or INI value, with its terminator.
 constexpr std::size_t kBufferBytes = 1024;
 using Buffer = std::array<char, kBufferBytes>;
 
-// The executable's path; empty when it cannot be had.
+// Empty when the path is unknown or does not fit.
 std::string ExecutablePath() {
   Buffer path{};
   std::uint32_t size = path.size();
   return GetExecutablePath(path.data(), &size) < 0 ? "" : path.data();
 }
 
-// `path` with its symbolic links resolved, or as it stands where that fails.
-// The library allocates the result, which may be longer than a path may be
-// here.
+// `path` with its symbolic links resolved, or unchanged when that fails or
+// gives a longer path than fits here.
 std::string Resolved(const std::string& path) {
   const std::unique_ptr<char, decltype(&std::free)> resolved(
       realpath(path.c_str(), nullptr), &std::free);
@@ -53,8 +52,8 @@ std::string GetAppPath() {
   return Resolved(path);
 }
 
-// A test of the whole path's text, not of its last component: a longer name
-// with this ending is an extension, too.
+// Deliberate: a test of the text, not of the last path component. Extensions
+// with a prefix before this name would use the ordinary layout otherwise.
 bool IsFinderSync() {
   return ends_with(ExecutablePath(), "QuillmapFinderSync");
 }
@@ -75,8 +74,8 @@ std::string GetAppDataPath() {
   return path + "/Library/Application Support";
 }
 
-// The extension logs beside the others, so its layout does not count here,
-// unlike in GetAppDataPath.
+// Deliberate: takes HOME as it is in both layouts, unlike GetAppDataPath. The
+// extension's log would leave its home directory, where users look for it.
 std::string GetLogPath() {
   const std::string name = GetSDKName();
   return Home() + "/Library/Logs/" + name + "/qvxlog";

@@ -27,15 +27,15 @@ constexpr std::size_t kLevelBytes = 1024;
 
 }  // namespace
 
-// At start-up this runs before there is a logger, so its message is dropped
-// there. Keep it so: the level has to be known to make the logger.
+// Deliberate: at start-up this runs before there is a logger, which drops its
+// message. The logger cannot be made before its level is known.
 LOGLEVEL GetLogLevel() {
   const std::string name = GetSDKName();
   const std::string file = GetAppDataPath() + "/" + name + "/log.ini";
   std::array<char, kLevelBytes> level{};
   if (!GetPrivateProfileString("LOG", "LEVEL", "ERROR", level.data(),
                                static_cast<int>(level.size()), file)) {
-    __LOG__A(logger, LOGLEVEL_ERROR, "[SERVICE   ] Failed to get log level");
+    __LOG__A(logger, LOGLEVEL_ERROR, kNoLevelMessage);
   }
   return StringToLogLevel(level.data());
 }
@@ -53,12 +53,12 @@ void InitLog(std::string name) {
   const LOGLEVEL level = GetLogLevel();
   const std::string directory = GetLogPath();
   if (InitLogger(directory.c_str()) != 0) {
-    WriteEvent("Tamrel Launcher for " + name, kEventPriority,
-               "Failed to initialize logger");
+    WriteEvent(kOwnerEventSource + name, kEventPriority, kNoLoggerEvent);
     return;
   }
   ILog* log = nullptr;
-  // A logger that the library refuses to make stays null: nothing is logged.
+  // Deliberate: ignores the result. A library that stores a logger and reports
+  // an error still logs; one that stores none leaves `logger` null.
   GetLogger(kLoggerInterfaceVersion, "launcher", level, &log);
   logger = log;
 }

@@ -1,7 +1,7 @@
 // The log level, and the start of logging.
 //
-// All of it runs once, on the main thread, before any supervision thread
-// exists. Nothing throws but std::bad_alloc.
+// These functions run once, on the main thread, before any supervision thread
+// exists. They throw only std::bad_alloc.
 
 #pragma once
 
@@ -9,13 +9,20 @@
 
 #include "environment/LoggerLibrary.h"
 
-// The level that "LEVEL" in section "LOG" of the file
-// `GetAppDataPath()` + "/" + `GetSDKName()` + "/log.ini" names. When there is
-// no such entry, logs "[SERVICE   ] Failed to get log level" and returns
-// LOGLEVEL_ERROR.
+// The message of `GetLogLevel`, logged at LOGLEVEL_ERROR.
+inline constexpr char kNoLevelMessage[] =
+    "[SERVICE   ] Failed to get log level";
+
+// The event of `InitLog`. The owner's name follows its source.
+inline constexpr char kOwnerEventSource[] = "Tamrel Launcher for ";
+inline constexpr char kNoLoggerEvent[] = "Failed to initialize logger";
+
+// The level that is named by "LEVEL" in section "LOG" of `GetAppDataPath()` +
+// "/" + `GetSDKName()` + "/log.ini". If there is no such entry, logs
+// `kNoLevelMessage` and returns LOGLEVEL_ERROR.
 LOGLEVEL GetLogLevel();
 
-// The level of exactly this name: "DEBUG", "MESSAGE", "WARNING", "ERROR",
+// The level with exactly this name: "DEBUG", "MESSAGE", "WARNING", "ERROR",
 // "CRITICAL" or "VERBOSE". Any other text gives LOGLEVEL_ERROR.
 //
 //   StringToLogLevel("VERBOSE")  gives  LOGLEVEL_VERBOSE (17)
@@ -23,9 +30,8 @@ LOGLEVEL GetLogLevel();
 //   StringToLogLevel("")         gives  LOGLEVEL_ERROR
 LOGLEVEL StringToLogLevel(std::string text);
 
-// Prepares `GetLogPath()` for the logger library and stores the logger
-// "launcher" with the configured level in `logger`. When the library cannot be
-// initialised, writes the event "Failed to initialize logger" for "Tamrel
-// Launcher for " + `name`, the owner's name, and leaves `logger` null: nothing
-// is logged then.
+// Initialises the logger library with `GetLogPath()` and stores its logger
+// "launcher", at the configured level, in `logger`. If the library cannot be
+// initialised, writes the event `kNoLoggerEvent` from `kOwnerEventSource` +
+// `name`, the owner's name, and leaves `logger` null: nothing is logged.
 void InitLog(std::string name);

@@ -1,7 +1,7 @@
-// The launcher's own InitLogger and GetLogger: they load the logger library at
-// run time and forward to it, so that the launcher starts, reports wrong
-// arguments and supervises without the library. It is never unloaded: the
-// logger lives until the process ends.
+// The launcher's own InitLogger and GetLogger load the logger library at run
+// time and forward to it, so that the launcher starts, reports wrong arguments
+// and supervises without the library. It is never unloaded, because its logger
+// lives until the process ends.
 
 #include "environment/LoggerLibrary.h"
 
@@ -18,11 +18,11 @@ struct Library {
   decltype(&GetLogger) get_logger;
 };
 
-// Null until the library has been loaded whole.
+// Null until the library is loaded and has both entry points.
 Library g_library;
 
-// Loads the library, once. False when it is missing, cannot be loaded or lacks
-// an entry point.
+// Loads the library, once. False if it is missing, cannot be loaded or lacks an
+// entry point.
 bool Load() {
   if (g_library.init_logger != nullptr) {
     return true;
@@ -45,8 +45,8 @@ bool Load() {
 
 }  // namespace
 
-// The library is foreign code behind a C interface. An exception out of it
-// counts as a failure: logging is not worth the launcher's life.
+// The library is foreign code with a C interface. An exception from it counts
+// as a failure: the launcher must not end because it cannot log.
 
 int InitLogger(const char* directory) {
   if (!Load()) {

@@ -1,17 +1,18 @@
 // The interface of the logger library, liblogger.
 //
-// The library implements these declarations and includes nothing else of this
-// system. The launcher has an `InitLogger` and a `GetLogger` of its own
-// (LoggerLibrary.cpp) that load the library from `GetAppPath()` at the first
-// call of `InitLogger` and forward to it.
+// The library implements these declarations. The launcher's own `InitLogger`
+// and `GetLogger` (LoggerLibrary.cpp) load the library from `GetAppPath()` when
+// `InitLogger` is first called, and forward to it.
 
 #pragma once
 
 #include <cstdarg>
 
-// A message's severity, and a logger's threshold. The values are fixed;
-// LOGLEVEL_VERBOSE is 17, not a bit of its own. By severity:
+// A message's severity, and a logger's threshold. By severity:
 // VERBOSE < DEBUG < MESSAGE < WARNING < ERROR < CRITICAL.
+//
+// Deliberate: LOGLEVEL_VERBOSE is 17, not a bit of its own. Logger libraries
+// are built with these values and would take another one for another level.
 enum LOGLEVEL : int {
   LOGLEVEL_DEBUG = 1,
   LOGLEVEL_MESSAGE = 2,
@@ -22,17 +23,17 @@ enum LOGLEVEL : int {
 };
 
 // A logger. It belongs to the library, lives until the process ends and is
-// never deleted: a virtual destructor would take slots of the table, and `LogV`
-// has to be the third. The two operations before it come down to `LogV`.
+// never deleted. Deliberate: `LogV` is the third virtual operation and there is
+// no virtual destructor, which would take slots. Callers and libraries that are
+// built apart would call the wrong operation.
 class ILog {
  public:
-  // Writes `message` as it stands, at `level`.
+  // Writes `message` unchanged, '%' included, through `LogV`.
   virtual void LogText(LOGLEVEL level, const char* message) {
     Log(level, "%s", message);
   }
 
-  // Writes the printf-style `format` with the arguments that follow it, at
-  // `level`.
+  // Writes the printf-style `format` with its arguments through `LogV`.
   [[gnu::format(printf, 3, 4)]] virtual void Log(LOGLEVEL level,
                                                  const char* format, ...) {
     va_list arguments;
@@ -41,10 +42,10 @@ class ILog {
     va_end(arguments);
   }
 
-  // Writes the printf-style `format` with `arguments`, at `level`, as one line,
-  // if `level` is at least as severe as the logger's threshold. `arguments` is
-  // consumed. Safe from any thread at any time and in a forked copy of a
-  // threaded process; keeps `errno`; never throws.
+  // Writes the printf-style `format` with `arguments`, which it consumes, as
+  // one line if `level` is at least as severe as the threshold. Safe from any
+  // thread and in a forked child of a threaded process; keeps `errno`; never
+  // throws.
   virtual void LogV(LOGLEVEL level, const char* format, va_list arguments) = 0;
 
  protected:
@@ -59,16 +60,17 @@ inline constexpr int kLoggerInterfaceVersion = 2;
 
 extern "C" {
 
-// Prepares `directory` (a path, made with its parents when missing) to hold the
-// logs. Returns 0, else the errno that tells why logs cannot be written there.
-// In the launcher also non-zero when the library cannot be loaded. To be called
-// once, before any other thread exists.
+// Prepares the directory at the path `directory`, made with its parents if
+// missing, to hold the logs. Returns 0, or the errno value for which logs
+// cannot be written there; in the launcher also ENOENT if the library cannot be
+// loaded and ECANCELED if it throws. Must be called once, before other threads
+// exist.
 int InitLogger(const char* directory);
 
-// Makes the logger `name` with the threshold `threshold` and stores it in
-// `*logger`. `version` is the version of this interface that the caller was
-// built against, `kLoggerInterfaceVersion`. Returns 0, else an errno with
-// `*logger` left alone. To be called after `InitLogger` has returned 0.
+// Makes the logger `name` and stores it in `*logger`. `version` is the
+// `kLoggerInterfaceVersion` that the caller was built with. Returns 0, or an
+// errno value with `*logger` left alone. Must be called after `InitLogger` has
+// returned 0.
 int GetLogger(int version, const char* name, LOGLEVEL threshold, ILog** logger);
 
 }  // extern "C"

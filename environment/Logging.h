@@ -7,21 +7,20 @@
 
 #include "environment/LoggerLibrary.h"
 
-// Where all messages go. Null until `InitLog` has succeeded, then unchanged
-// until the process ends; while it is null, nothing is logged. Written once, on
-// the main thread, before any supervision thread exists.
+// The logger of this process. Null until `InitLog` has succeeded, then
+// unchanged until the process ends. Written once, on the main thread, before
+// any supervision thread exists.
 extern ILog* logger;
 
-// Hands `level`, the printf-style `format` and the arguments that follow it to
-// `log`; does nothing while `log` is null. Nothing is formatted, cut or
-// filtered here. `format` begins with the speaker's tag, ten characters in
-// square brackets, and one blank:
+// Passes `level`, the printf-style `format` and its arguments to `log`
+// unchanged; does nothing if `log` is null. `format` begins with a tag, ten
+// characters in square brackets that name the speaker, and one blank:
 //
-//   __LOG__A(logger, LOGLEVEL_DEBUG, "[LAUNCHER  ] Start to fork %s", name);
+//   __LOG__A(logger, LOGLEVEL_DEBUG, "[SERVICE   ] %s has %d items", file, 5);
 //
-// Safe from any thread, and in a forked copy of a threaded process, because
-// `ILog::LogV` is. `static inline`, so that every source file that logs has a
-// copy of its own.
+// Safe from any thread, and in a forked child of a threaded process, because
+// `ILog::LogV` is. `static inline`: every source file that logs has its own
+// copy.
 [[gnu::format(printf, 3, 4)]] static inline void __LOG__A(ILog* log,
                                                           LOGLEVEL level,
                                                           const char* format,
@@ -38,9 +37,10 @@ extern ILog* logger;
 // The syslog priority of all events: LOG_ERR.
 inline constexpr unsigned long kEventPriority = 3;
 
-// Writes the line `source` + " : " + `text` to the system log with the syslog
-// priority `level` (3 is LOG_ERR) and the default facility. A '%' in either is
-// an ordinary character. Reports nothing. Called on the main thread only.
+// Writes the line `source` + " : " + `text` to the system log. `level` is
+// passed to syslog unchanged: a priority, with the default facility unless it
+// contains one. '%' is an ordinary character. Failures are not reported. Called
+// on the main thread only.
 //
 //   WriteEvent("Tamrel Launcher", 3, "wrong parameters.")
 //     writes  Tamrel Launcher : wrong parameters.

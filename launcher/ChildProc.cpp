@@ -1,48 +1,70 @@
 #include "launcher/ChildProc.h"
 
 #include <alloca.h>
+#include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 #include <system_error>
+#include <type_traits>
 #include <utility>
 
 #include "environment/Logging.h"
+#include "launcher/Forks.h"
 #include "launcher/Items.h"
 #include "launcher/Messages.h"
 #include "launcher/ThreadStacks.h"
 
 namespace {
 
-// The process that the supervision threads belong to. In its forked copies they
-// do not exist.
-std::atomic<pid_t> g_supervisor = 0;
+// The process that the supervision threads belong to, by its depth. Its forked
+// children do not have them.
+std::atomic<int> g_supervisor = 0;
+
+bool IsForkedChild() { return ForkDepth() != g_supervisor; }
+
+// The handle that `thread` is made of. A std::thread takes no attributes, so
+// ours get their handle from `CreateThread`.
+pthread_t& HandleOf(std::thread& thread) {
+  static_assert(std::is_standard_layout_v<std::thread> &&
+                    sizeof(std::thread) == sizeof(pthread_t),
+                "a std::thread is a handle and nothing else");
+  return reinterpret_cast<pthread_t&>(thread);
+}
 
 }  // namespace
 
 ChildProc::ChildProc(std::string owner_name, JsonObject item_node)
     : pid(0), running(true), item(nullptr) {
+  // Not as an initialiser: the copy of a view is a view, and the document that
+  // it points into is gone once the items are loaded. Assignment copies the
+  // value.
   item = item_node;
   owner = std::move(owner_name);
   name = static_cast<std::string>(item["name"]);
-  g_supervisor = getpid();
-  try {
-    thread = std::make_shared<std::thread>([this] { Supervise(); });
-  } catch (const std::system_error& error) {
-    // Standard libraries word this differently; the text is fixed.
-    throw std::system_error(error.code(), "thread constructor failed");
+  g_supervisor = ForkDepth();
+  // Starting.
+  thread = std::make_shared<std::thread>();
+  pthread_t handle;
+  if (const int error = CreateThread(&handle, Run, this); error != 0) {
+    // The standard libraries word this differently; users see this text.
+    throw std::system_error(error, std::generic_category(),
+                            "thread constructor failed");
   }
+  HandleOf(*thread) = handle;
 }
 
 ChildProc::~ChildProc() {
   Stop();
-  if (getpid() != g_supervisor) {
+  if (thread == nullptr) {
+    return;
+  }
+  if (IsForkedChild()) {
     // Neither joined nor detached: both read a stack that may be unmapped by
     // now. Made anew in place, the handle lets go without either.
     ::new (thread.get()) std::thread;
@@ -51,52 +73,73 @@ ChildProc::~ChildProc() {
   }
 }
 
-// The target is unguarded, as required: stopping an item that has not forked,
-// or could not, ends what was started together with it.
+// Deliberate: the target is `pid` as it is, also 0 and -1
+// (docs/sharp-edges.md). Otherwise an item that has not forked yet, or could
+// not, would leave alive what was started together with it.
 void ChildProc::Stop() {
   running = false;
   kill(pid, SIGKILL);
 }
 
-// Runs in the launcher and, from the moment that fork returns 0, in the copy.
-void ChildProc::Supervise() {
+// No exception passes here: one that nothing catches ends the process.
+void* ChildProc::Run(void* self) noexcept {
   GuardThreadStack();
+  static_cast<ChildProc*>(self)->Supervise();
+  return nullptr;
+}
+
+// Runs in the launcher and, from the moment that fork returns 0, in the forked
+// child.
+void ChildProc::Supervise() {
   while (running) {
+    // Forking.
     const std::string program = ItemProgram(item);
     __LOG__A(logger, LOGLEVEL_DEBUG, kStartMessage, name.c_str());
     const pid_t child = fork();
     pid = child;
     if (child < 0) {
-      // Not tried again, as required: this item's supervision is over.
+      // Deliberate: a failed fork is final (docs/sharp-edges.md). Otherwise
+      // every item would go on forking on a machine that is out of processes.
       __LOG__A(logger, LOGLEVEL_ERROR, kForkFailedMessage, name.c_str());
       break;
     }
     if (child > 0) {
-      Reap(child);
+      Wait(child);
     } else if (program.empty()) {
-      // Tested only in the copy, as required: the launcher forks every cycle.
+      // Deliberate: the path is tested here, in the forked child, and the
+      // launcher forks every cycle (docs/sharp-edges.md). Otherwise an item
+      // without a program would have no end in the log.
       __LOG__A(logger, LOGLEVEL_ERROR, kNoProgramMessage, name.c_str());
       break;
     } else {
       Execute(program);
-      // Still here, so execv failed. The copy does not exit: it goes on as a
-      // supervisor of the same item, as required.
+      // Deliberate: after a failed execv the forked child goes on as a
+      // supervisor of the item (docs/sharp-edges.md). Otherwise a program that
+      // appears later would not be started by the chain that waits for it.
     }
+    // Pausing.
     std::this_thread::sleep_for(kRestartPause);
   }
+  // Ended.
   running = false;
+  if (IsForkedChild() && IsExiting()) {
+    // The launcher was inside `exit` at the fork. The C library may hold a lock
+    // there, which this process would wait for.
+    _exit(0);
+  }
 }
 
-void ChildProc::Reap(pid_t child) {
+// Waiting.
+void ChildProc::Wait(pid_t child) {
   int status = 0;
   const pid_t ret = waitpid(child, &status, 0);
   __LOG__A(logger, LOGLEVEL_ERROR, kEndMessage, name.c_str(), child, ret,
            status);
 }
 
-// The copy's side of the fork: everything between fork and execv happens here.
-// The launcher has other threads, and the copy has none of them, so this calls
-// only what works without them:
+// Child: everything between fork and execv happens here. The launcher has other
+// threads, and the forked child has none of them, so this calls only what works
+// without them:
 //
 //   ItemVectorLength, ItemArgument     memory alone
 //   operator new and delete            fork keeps them usable
@@ -106,7 +149,7 @@ void ChildProc::Reap(pid_t child) {
 // Returns when execv has failed.
 void ChildProc::Execute(const std::string& program) {
   const std::int64_t n = ItemVectorLength(item);
-  // On the stack, and gone with it: what execv does not replace leaks nothing.
+  // On the stack, which execv replaces; a failed execv leaks nothing.
   auto* const vector = static_cast<char**>(
       alloca((static_cast<std::size_t>(n) + 1) * sizeof(char*)));
   vector[0] = const_cast<char*>(program.c_str());

@@ -20,8 +20,9 @@ std::string ItemProgram(JsonObject& item) { return item["program"]; }
 std::int64_t ItemVectorLength(JsonObject& item) {
   int arguments = 0;
   if (item.HasObject("argc")) {
-    // Not range-checked, as required: a vector too large for its stack ends the
-    // child, again and again.
+    // Deliberate: no upper limit (docs/sharp-edges.md). A vector too large for
+    // its stack ends the child; with a limit, the program would start with
+    // fewer arguments than the item says.
     arguments = std::max(static_cast<int>(item["argc"]), -1);
   }
   return std::int64_t{arguments} + 1;

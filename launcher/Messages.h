@@ -1,9 +1,9 @@
-// Everything the launcher says: the formats of its log messages and the texts
-// of its events. The launcher writes them, launcher-log reads them back, and
-// the tests compare with them, all from here.
+// The formats of the launcher's log messages and the texts of its events. The
+// launcher writes them, launcher-log reads them back, and the tests compare
+// with them, all from here.
 //
-// Users and other programs search logs for these texts, so they are fixed,
-// wording included: "is killed" is said of every end.
+// Users and other programs search logs for these texts, so the wording is
+// fixed: "is killed" means any end.
 
 #pragma once
 

@@ -14,7 +14,7 @@ namespace {
 
 constexpr int kNone = -1;
 
-// The write end also serves as the sign that there is a thread.
+// There is a thread while this is not `kNone`.
 std::atomic<int> g_write_end = kNone;
 int g_read_end = kNone;
 std::atomic<bool> g_ending = false;
@@ -36,9 +36,9 @@ void* Run(void*) {
   return nullptr;
 }
 
-// Moves `end` above the standard descriptors, which belong to whatever the
-// process opens next, and closes it on exec. `kNone` when that fails. The old
-// number is closed in any case.
+// Moves `end` above the standard descriptors, which are for the files that the
+// process opens next, and closes it on exec. Returns the new number, or `kNone`
+// when there is none. The old number is closed in any case.
 int MoveUp(int end) {
   constexpr int kFirstOwn = 3;
   const int moved = fcntl(end, F_DUPFD_CLOEXEC, kFirstOwn);
@@ -46,7 +46,7 @@ int MoveUp(int end) {
   return moved;
 }
 
-// No other thread exists yet, so there is nobody to fork between the calls.
+// No other thread exists yet that could fork between the calls.
 bool OpenPipe() {
   std::array<int, 2> ends;
   if (pipe(ends.data()) != 0) {
@@ -54,7 +54,7 @@ bool OpenPipe() {
   }
   const int read_end = MoveUp(ends[0]);
   const int write_end = MoveUp(ends[1]);
-  // The handler must never wait: a full pipe holds wake-ups enough.
+  // The handler must never wait. A full pipe holds enough wake-ups.
   if (read_end != kNone && write_end != kNone &&
       fcntl(write_end, F_SETFL, O_NONBLOCK) == 0) {
     g_read_end = read_end;
@@ -76,21 +76,24 @@ void ClosePipe() {
 bool StartStopThread(void (*stop)()) {
   g_stop = stop;
   g_ending = false;
+  g_write_end = kNone;
   if (!OpenPipe()) {
     return false;
   }
-  if (pthread_create(&g_thread, nullptr, Run, nullptr) != 0) {
+  if (CreateThread(&g_thread, Run, nullptr) != 0) {
     ClosePipe();
     return false;
   }
   return true;
 }
 
-void WakeStopThread() {
+bool WakeStopThread() {
   const int end = g_write_end;
-  if (end != kNone) {
-    [[maybe_unused]] const ssize_t count = write(end, "", 1);
+  if (end == kNone) {
+    return false;
   }
+  [[maybe_unused]] const ssize_t count = write(end, "", 1);
+  return true;
 }
 
 void EndStopThread() {

@@ -1,27 +1,27 @@
 // The thread that carries out a SIGTERM.
 //
-// A signal handler may do next to nothing: stopping the children inside it
+// A signal handler may do next to nothing. Stopping the children inside it
 // would deadlock when the signal interrupts an allocation, and would join a
 // supervision thread to itself when the kernel picks that thread. So the
 // handler only writes a byte into a pipe (the self-pipe trick), and this
 // thread, which waits at the other end, does the work at once. Each byte is one
 // SIGTERM.
 //
-// There are functions and no object on purpose: a forked copy of the launcher
-// may run exit-time destruction, and there must be nothing to join.
+// These are functions and not an object, because a forked child of the launcher
+// may run exit-time destruction and has no such thread to join.
 
 #pragma once
 
-// Starts the thread; it calls `stop` once for each wake-up. False, with nothing
-// left behind, when the system refuses a pipe or a thread. Not for use while
-// the thread runs.
+// Starts the thread, which calls `stop` once for each wake-up. Returns false,
+// with nothing left open, when the system refuses a pipe or a thread. Must not
+// be called while the thread runs.
 bool StartStopThread(void (*stop)());
 
-// Makes the thread call its function once more. Async-signal-safe, never
-// blocks; does nothing while there is no thread. May change `errno`.
-void WakeStopThread();
+// Makes the thread call its function once more. Returns false when no thread
+// has been started. Async-signal-safe; never blocks; may change `errno`.
+bool WakeStopThread();
 
-// Lets a call in progress end, drops further wake-ups and ends the thread. The
-// pipe stays, since a handler may be writing to it. Does nothing when no thread
-// has been started. To be called once.
+// Waits for a call in progress, drops further wake-ups and ends the thread. The
+// pipe stays open, since a handler may be writing to it. Does nothing when no
+// thread has been started. Must be called at most once.
 void EndStopThread();

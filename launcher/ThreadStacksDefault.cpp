@@ -1,5 +1,7 @@
 #include "launcher/ThreadStacks.h"
 
-void LimitThreadStacks() {}
+int CreateThread(pthread_t* thread, void* (*body)(void*), void* argument) {
+  return pthread_create(thread, nullptr, body, argument);
+}
 
 void GuardThreadStack() {}

@@ -12,7 +12,7 @@ namespace {
 // MADV_GUARD_INSTALL, which the C library's headers may be too old to know.
 constexpr int kGuardInstall = 102;
 
-// Kernels before 6.13 refuse the mark. There, a mapping of its own has to do.
+// Kernels before 6.13 refuse the mark. There a mapping of its own is the guard.
 void GuardPage(void* page, std::size_t bytes) {
   if (madvise(page, bytes, kGuardInstall) != 0) {
     mprotect(page, bytes, PROT_NONE);
@@ -21,16 +21,16 @@ void GuardPage(void* page, std::size_t bytes) {
 
 }  // namespace
 
-void LimitThreadStacks() {
+int CreateThread(pthread_t* thread, void* (*body)(void*), void* argument) {
   pthread_attr_t attributes;
-  if (pthread_attr_init(&attributes) != 0) {
-    return;
+  if (const int error = pthread_attr_init(&attributes); error != 0) {
+    return error;
   }
-  if (pthread_attr_setstacksize(&attributes, kSupervisionStackBytes) == 0 &&
-      pthread_attr_setguardsize(&attributes, 0) == 0) {
-    pthread_setattr_default_np(&attributes);
-  }
+  pthread_attr_setstacksize(&attributes, kSupervisionStackBytes);
+  pthread_attr_setguardsize(&attributes, 0);
+  const int error = pthread_create(thread, &attributes, body, argument);
   pthread_attr_destroy(&attributes);
+  return error;
 }
 
 void GuardThreadStack() {

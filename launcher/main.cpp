@@ -1,11 +1,10 @@
 // The launcher: launcher <owner-name> <items-file>
 //
 // Threads: `main` loads the items and waits; each `ChildProc` has a supervision
-// thread; the stop thread carries out a SIGTERM. `g_child_map_mutex` makes the
-// race between a SIGTERM and `main`'s insertions one over order only. No
-// `ChildProc` is destroyed under it, since that takes as long as its child
-// needs to end, and every fork takes it, so that no forked copy inherits a map
-// in the middle of a change.
+// thread; the stop thread carries out a SIGTERM. Because of `g_child_map_mutex`
+// a SIGTERM and `main`'s insertions race over their order only. No `ChildProc`
+// is destroyed under it, since that takes until the child has ended. Every fork
+// takes it, so that no forked child inherits a map in the middle of a change.
 
 #include "launcher/main.h"
 
@@ -17,31 +16,36 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <new>
 
 #include "common/json/JsonObject.h"
 #include "environment/LogConfig.h"
 #include "environment/Logging.h"
+#include "launcher/Forks.h"
 #include "launcher/Heap.h"
 #include "launcher/Items.h"
 #include "launcher/Messages.h"
 #include "launcher/StopThread.h"
-#include "launcher/ThreadStacks.h"
 
 namespace {
 
 constexpr std::size_t kReadChunkBytes = 128;
 
-// A stop by SIGTERM ends with 1, every failure at start-up with 0. Whoever
-// starts launchers tells the two apart by it.
+// Deliberate: a stop by SIGTERM ends with 1, a failed start with 0
+// (docs/sharp-edges.md). Programs that start launchers tell them apart by it.
 enum ExitStatus : int { kNotStarted = 0, kStopped = 1 };
 
 std::mutex g_child_map_mutex;
 
-// The process that `InitDaemon` was called in; its forked copies differ.
-std::atomic<pid_t> g_launcher = 0;
+// The process that `InitDaemon` was called in, by its depth, and the thread.
+constexpr int kNone = -1;
+std::atomic<int> g_launcher = kNone;
+pthread_t g_main_thread;
 
-bool g_can_stop = false;
+bool IsForkedChild() {
+  return g_launcher != kNone && g_launcher != ForkDepth();
+}
 
 }  // namespace
 
@@ -53,20 +57,28 @@ namespace {
 
 void LockForFork() { g_child_map_mutex.lock(); }
 
-void UnlockInLauncher() { g_child_map_mutex.unlock(); }
+void UnlockInParent() { g_child_map_mutex.unlock(); }
 
-// The copy's condition variable remembers `main`, which waits in the launcher
-// and not here. Destroying it at the copy's exit would wait for `main` for
+// The child's condition variable remembers `main`, which waits in the launcher
+// and not here. Destroying it at the child's exit would wait for `main` for
 // ever, so it is made anew.
-void UnlockInCopy() {
+void UnlockInChild() {
   g_child_map_mutex.unlock();
   ::new (&g_process_condition) std::condition_variable;
 }
 
-// The work of a SIGTERM, on the stop thread.
+[[maybe_unused]] const bool g_handles_forks = [] {
+  if (pthread_atfork(LockForFork, UnlockInParent, UnlockInChild) != 0) {
+    std::abort();  // Out of memory.
+  }
+  return true;
+}();
+
+// The work of a SIGTERM.
 void StopAll() {
   for (;;) {
-    decltype(g_child_map)::node_type stopping;  // Destroyed behind the lock.
+    // Destroyed after the lock is released.
+    decltype(g_child_map)::node_type stopping;
     const std::lock_guard lock(g_child_map_mutex);
     if (g_child_map.empty()) {
       break;
@@ -76,38 +88,35 @@ void StopAll() {
   g_process_condition.notify_all();
 }
 
+// For the handler, where there is no stop thread. Only `main` can do the work:
+// a supervision thread would join itself. This may deadlock when the signal
+// interrupts an allocation, which is why there is a stop thread if the system
+// lets us have one.
+void StopAllInHandler() {
+  if (IsExiting()) {
+    return;
+  }
+  if (g_launcher != kNone &&
+      pthread_equal(pthread_self(), g_main_thread) == 0) {
+    // NOLINTNEXTLINE(bugprone-bad-signal-to-kill-thread): there is a handler.
+    pthread_kill(g_main_thread, SIGTERM);
+    return;
+  }
+  StopAll();
+}
+
 void StartItem(const std::string& owner, JsonObject item) {
   const std::string name = item.GetObject("name");
   auto child = std::make_shared<ChildProc>(owner, item);
   const std::lock_guard lock(g_child_map_mutex);
-  // `child` now holds the earlier item of that name, if any; it is destroyed
-  // behind the lock.
+  // `child` now holds the earlier item of that name, if any. It is destroyed
+  // after the lock is released.
   g_child_map[name].swap(child);
 }
 
-int Launch(int argc, char** argv) {
-  if (argc <= 2) {
-    WriteEvent(kEventSource, kEventPriority, kWrongParametersEvent);
-    return kNotStarted;
-  }
-  // A launcher that could not be stopped in order does not start.
-  if (!g_can_stop) {
-    WriteEvent(kEventSource, kEventPriority, "no pipe or thread for SIGTERM.");
-    return kNotStarted;
-  }
-  const std::string owner = argv[1];
-  const std::string path = argv[2];
-
-  // There is no logger before InitLog, so this line and those about a failed
-  // reading are always dropped. The order is fixed: the log is not touched for
-  // an items file that cannot be read.
-  __LOG__A(logger, LOGLEVEL_ERROR, kReadDataMessage, path.c_str());
-  std::string data;
-  if (!ReadData(path, data)) {
-    __LOG__A(logger, LOGLEVEL_ERROR, kReadFailedMessage, path.c_str());
-    return kNotStarted;
-  }
-  InitLog(owner);
+// Starts the items in `data`. Returns false when it cannot be parsed or an item
+// cannot be started; the items before that one run on.
+bool StartItems(const std::string& owner, const std::string& data) {
   try {
     JsonObject items(data.data(), static_cast<unsigned int>(data.length()));
     WalkItems(
@@ -115,17 +124,45 @@ int Launch(int argc, char** argv) {
         [](int, JsonObject) {
           __LOG__A(logger, LOGLEVEL_ERROR, kNamelessMessage);
         });
+    return true;
   } catch (...) {
     __LOG__A(logger, LOGLEVEL_ERROR, kParseFailedMessage);
-    return kNotStarted;
+    return false;
   }
-  std::string().swap(data);
-  TrimHeap();  // The document is gone, too.
+}
 
-  // Once and without a predicate, as required: any wake-up ends the launcher,
-  // and a SIGTERM handled before this wait is not remembered.
+bool LoadItems(const std::string& owner, const std::string& path) {
+  // Deliberate: `logger` is set only by InitLog, so this message and those
+  // about a failed reading are dropped (docs/sharp-edges.md). Otherwise a
+  // launcher without a readable items file would make a log.
+  __LOG__A(logger, LOGLEVEL_ERROR, kReadDataMessage, path.c_str());
+  std::string data;
+  if (!ReadData(path, data)) {
+    __LOG__A(logger, LOGLEVEL_ERROR, kReadFailedMessage, path.c_str());
+    return false;
+  }
+  InitLog(owner);
+  return StartItems(owner, data);
+}
+
+// Deliberate: one wait without a predicate (docs/sharp-edges.md). Any wake-up
+// ends the launcher, and it does not remember a SIGTERM handled before the
+// wait; otherwise one that comes while it loads would end it.
+void AwaitStop() {
   std::unique_lock lock(g_process_mutex);
   g_process_condition.wait(lock);
+}
+
+int Launch(int argc, char** argv) {
+  if (argc <= 2) {
+    WriteEvent(kEventSource, kEventPriority, kWrongParametersEvent);
+    return kNotStarted;
+  }
+  if (!LoadItems(argv[1], argv[2])) {
+    return kNotStarted;
+  }
+  TrimHeap();  // The file's text and document are gone.
+  AwaitStop();
   return kStopped;
 }
 
@@ -137,9 +174,10 @@ bool ReadData(std::string path, std::string& data) {
     __LOG__A(logger, LOGLEVEL_ERROR, kOpenFailedMessage, path.c_str());
     return false;
   }
-  // Only the end of the file ends the loop, as required; an error does not. So
-  // a directory, which opens and cannot be read, keeps the launcher here for
-  // ever.
+  // Deliberate: only the end of the file ends the loop; an error does not. So a
+  // directory, which opens and cannot be read, keeps the launcher here for ever
+  // (docs/sharp-edges.md). Otherwise it would end with status 0, as for a file
+  // that is missing.
   std::string content;
   while (std::feof(file) == 0) {
     std::array<char, kReadChunkBytes> chunk{};
@@ -160,12 +198,12 @@ void sigterm_handler(int sig) {
     return;
   }
   const int saved_errno = errno;
-  if (getpid() == g_launcher) {
-    WakeStopThread();
-  } else {
+  if (IsForkedChild()) {
     // The pipe leads to the launcher, which this signal was not meant for.
     std::signal(SIGTERM, SIG_DFL);
     std::raise(SIGTERM);
+  } else if (!WakeStopThread()) {
+    StopAllInHandler();
   }
   errno = saved_errno;
 }
@@ -174,12 +212,10 @@ void InitDaemon() {
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     close(descriptor);
   }
-  g_launcher = getpid();
-  LimitThreadStacks();
+  g_launcher = ForkDepth();
+  g_main_thread = pthread_self();
   ShareHeap();
-  g_can_stop =
-      pthread_atfork(LockForFork, UnlockInLauncher, UnlockInCopy) == 0 &&
-      StartStopThread(StopAll);
+  StartStopThread(StopAll);  // The handler can do without.
   // Not by sigaction: signal() restarts interrupted calls, and an interrupted
   // waitpid would log an end that did not happen.
   std::signal(SIGTERM, sigterm_handler);
@@ -188,7 +224,8 @@ void InitDaemon() {
 int main(int argc, char** argv) {
   InitDaemon();
   const int status = Launch(argc, argv);
-  // Exit-time destruction is to be alone with the map.
+  // Exit-time destruction must be alone with the map.
   EndStopThread();
+  AnnounceExit();
   return status;
 }

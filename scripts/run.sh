@@ -43,7 +43,7 @@ build() {
     cd "$root"
     cmake --preset release -DBUILD_TESTING=OFF
     cmake --build --preset release --target launcher logger launcher-check \
-      launcher-log
+      launcher-log launcher-status
     for component in daemon tools; do
       cmake --install build/release --prefix "$stage" --component "$component"
     done

@@ -1,6 +1,6 @@
-// The physical limit: what fork, execv, waitpid and a pause of 50 ms take when
-// there is nothing else. bare_loop <program>... runs a loop for each program,
-// in a process for each.
+// The physical limit: a loop of fork, execv, waitpid and a pause of 50 ms, with
+// nothing else. bare_loop <program>... runs a loop for each program, in a
+// process of its own.
 
 #include <sys/wait.h>
 #include <unistd.h>

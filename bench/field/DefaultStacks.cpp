@@ -1,5 +1,5 @@
-// Preloaded, this gives every thread the attributes that it would have if the
-// launcher did nothing about them.
+// When preloaded, this gives every thread the C library's default attributes,
+// as if the launcher set none.
 
 #include <pthread.h>
 

@@ -1,7 +1,7 @@
-// What a fork costs in a process with many threads, by the number of threads
-// and by what their stacks look like. fork_cost <threads> <stack> prints the
-// median time of the call in microseconds, then the median processor time that
-// the copy had used when it came to itself.
+// The cost of a fork in a process with many threads, by the number of threads
+// and the kind of their stacks. fork_cost <threads> <stack> prints two medians
+// in microseconds: the time of the call, and the processor time that the forked
+// child has used when its own code begins.
 
 #include <pthread.h>
 #include <sys/mman.h>
@@ -65,22 +65,22 @@ void StartThreads(int count, std::string_view stack) {
 
 int main(int, char** argv) {
   StartThreads(std::atoi(argv[1]), argv[2]);
-  // Shared, so that the copies can report.
-  auto* const copy =
+  // Shared, so that the children can report.
+  auto* const child_time =
       static_cast<double*>(mmap(nullptr, sizeof(double), PROT_READ | PROT_WRITE,
                                 MAP_SHARED | MAP_ANONYMOUS, -1, 0));
   std::vector<double> calls;
-  std::vector<double> copies;
+  std::vector<double> child_times;
   for (int i = 0; i < kForks; ++i) {
     const double begin = Microseconds(CLOCK_MONOTONIC);
     const pid_t child = fork();
     if (child == 0) {
-      *copy = Microseconds(CLOCK_PROCESS_CPUTIME_ID);
+      *child_time = Microseconds(CLOCK_PROCESS_CPUTIME_ID);
       _exit(0);
     }
     calls.push_back(Microseconds(CLOCK_MONOTONIC) - begin);
     waitpid(child, nullptr, 0);
-    copies.push_back(*copy);
+    child_times.push_back(*child_time);
   }
-  std::cout << Median(calls) << ' ' << Median(copies) << '\n';
+  std::cout << Median(calls) << ' ' << Median(child_times) << '\n';
 }

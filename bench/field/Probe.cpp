@@ -1,9 +1,8 @@
-// The supervised program: notes when it runs its first instruction, lives for
-// as long as its record says, notes its end and ends.
+// The supervised program: it records the time of its first instruction, runs
+// for the time that its record gives, records its end, and ends.
 //
-// There is no C library in it. What a supervisor needs to start a program
-// should not drown in what the program needs to start itself, and the clocks
-// are to be read before anything else.
+// It has no C library. The start-up of a C library would hide the supervisor's
+// own cost, and the clocks have to be read before anything else.
 
 #include <asm/unistd.h>
 #include <fcntl.h>
@@ -40,7 +39,7 @@ std::int64_t Now(std::int64_t clock) {
   return time.tv_sec * kNanoseconds + time.tv_nsec;
 }
 
-// The record beside the program, whatever path that was started by.
+// The file "record" in the program's folder; `program` may be a relative path.
 Record* Map(const char* program) {
   constexpr char kName[] = "record";
   char path[4096];
@@ -86,7 +85,7 @@ extern "C" [[noreturn]] void Live(const char* const* stack) {
   }
 }
 
-// The stack begins with the number of arguments, and then they follow.
+// The stack begins with the number of arguments; the arguments follow.
 asm(".globl _start\n"
     "_start: mov %rsp, %rdi\n"
     "call Live\n");

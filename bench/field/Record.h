@@ -1,7 +1,7 @@
-// What a probe leaves behind, in the file "record" of its item's folder. The
-// file is mapped by the probe and by whoever measures, and is one page long.
-// Times are nanoseconds of CLOCK_MONOTONIC, which every process of the machine
-// shares.
+// The results of a probe, in the file "record" of its item's folder. The probe
+// and the measuring program both map the file, which is one page long. Times
+// are in nanoseconds of CLOCK_MONOTONIC, which all processes of the machine
+// share.
 
 #pragma once
 
@@ -18,8 +18,9 @@ struct Life {
 constexpr int kLives = 127;
 
 struct Record {
-  std::int64_t lifetime;  // In ns; written by whoever measures. Below 0: none.
-  std::int64_t count;     // Lives begun. Life i is lives[i % kLives].
+  std::int64_t
+      lifetime;        // In ns, set by the measuring program. Below 0: no end.
+  std::int64_t count;  // Lives begun. Life i is lives[i % kLives].
   std::int64_t unused[2];
   Life lives[kLives];
 };

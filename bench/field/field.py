@@ -1,9 +1,10 @@
 #!/usr/bin/python3
 """Measures the launcher against the field: field.py [rounds]
 
-Builds what it needs, measures every supervisor, each in a PID namespace of its
-own, round after round so that they share the machine's moods, keeps the results
-in build/bench/field.json, and rewrites the tables and the plots in docs/.
+Builds the programs and measures every supervisor, each in a PID namespace of
+its own. The supervisors take turns in each round, so that changes in the
+machine's load affect all of them. Keeps the results in build/bench/field.json,
+and rewrites the tables and the plots in docs/.
 
 Needs runit, s6, daemontools, supervisor and matplotlib.
 """
@@ -31,8 +32,8 @@ DEFAULT_STACKS = supervisors.LauncherDefaultStacks.name
 BARE_LOOP = supervisors.BareLoop.name
 PEERS = [peer.name for peer in supervisors.PEERS]
 
-# What is measured of whom: figure, supervisors, numbers of items; what takes a
-# moment, more than once.
+# Each measurement: figure, supervisors, numbers of items. A short one is
+# repeated in each round.
 PLAN = [
     ("restart", [BARE_LOOP, LAUNCHER, DEBUG, *PEERS], [1, 100]),
     ("kill", [BARE_LOOP, LAUNCHER, *PEERS], [1]),
@@ -45,7 +46,7 @@ THREADS = [1, 10, 100, 1000]
 
 NAMESPACE = ["unshare", "--mount", "--pid", "--fork", "--mount-proc"]
 ALONE = ["--kill-child", "setsid"]
-# In memory, so that nobody waits for a disk.
+# The files are in memory, so no process waits for a disk.
 IN_TMPFS = 'mount -t tmpfs tmpfs "$0" && cd "$0" && exec "$@"'
 
 
@@ -59,7 +60,7 @@ def build():
 
 
 def run_alone(command):
-    """The output of `command`, run where nothing outlives it."""
+    """Runs `command` in a PID namespace of its own and returns its output."""
     user = [] if os.getuid() == 0 else ["--user", "--map-root-user"]
     with tempfile.TemporaryDirectory(prefix="field") as folder:
         shell = ["sh", "-c", IN_TMPFS, folder, *command]
@@ -79,8 +80,8 @@ def measure(figure, name, items):
 
 def fork_cost(stack, threads):
     program = str(supervisors.BUILD / "bench/field/fork_cost")
-    call, copy = run_alone([program, str(threads), stack]).split()
-    return {"call": float(call), "copy": float(copy)}
+    call, child = run_alone([program, str(threads), stack]).split()
+    return {"call": float(call), "child": float(child)}
 
 
 def add(results, key, values):

@@ -3,9 +3,9 @@
 
 measure.py <figure> <supervisor> <items>
 
-To be run as the first process of a PID namespace, in an empty folder: every
-other process is then the supervisor's or a probe's, and nothing outlives it.
-`field.py` does that.
+Must run as the first process of a PID namespace, in an empty folder: then every
+other process belongs to the supervisor or is a probe, and none outlives it.
+`field.py` arranges that.
 """
 
 import json
@@ -71,7 +71,7 @@ class Item:
 
 
 class Run:
-    """A supervisor and its items, from the start to the last process's end."""
+    """A supervisor and its items, from the start to the end of the last process."""
 
     def __init__(self, name, count, lifetime):
         self.supervisor = supervisors.EVERY[name]()
@@ -83,7 +83,7 @@ class Run:
         for item in self.items:
             item.set_lifetime(lifetime)
         self.supervisor.prepare(paths)
-        # runsvdir waits for a folder younger than a second.
+        # runsvdir waits until a folder is a second old.
         os.utime("items", (0, 0))
         self.pid = self.start()
         wait_until(lambda: all(item.count() > 0 for item in self.items))
@@ -108,19 +108,19 @@ class Run:
 
     def processes(self):
         """The supervisor's own processes."""
-        # A copy on its way to becoming a probe is gone from the second look.
+        # A forked child that becomes a probe is missing from the second look.
         first = self.look()
         time.sleep(TIME_ENOUGH_TO_SETTLE)
         return sorted(first & self.look())
 
     def look(self):
-        """What runs, except this process and the probes."""
+        """All running processes, except this one and the probes."""
         pids = set()
         for entry in filter(str.isdigit, os.listdir("/proc")):
             try:
                 program = os.readlink(f"/proc/{entry}/exe")
             except FileNotFoundError:
-                continue  # Just ended.
+                continue  # It has just ended.
             if int(entry) != os.getpid() and program != self.probe:
                 pids.add(int(entry))
         return pids
@@ -130,14 +130,14 @@ class Run:
         times = {}
         for pid in self.look():
             try:
-                # How the kernel numbers the processor clock of a process.
+                # The kernel's number for the processor clock of a process.
                 times[pid] = time.clock_gettime_ns(~pid << 3 | 2)
             except OSError:
-                pass  # Just ended.
+                pass  # It has just ended.
         return times
 
     def stop(self):
-        """Stops everything; the time in ns until the last process has ended."""
+        """Stops everything. Returns the time in ns until the last process ends."""
         begin = now()
         self.supervisor.stop(self.pid, self.paths)
         try:
@@ -148,13 +148,13 @@ class Run:
 
 
 def used_between(before, after):
-    """Of the processes that were there all the time: no copy of any lives
-    as long before it becomes a probe."""
+    """The time used by the processes that are in both. A forked child becomes
+    a probe too soon to be in both."""
     return sum(after[pid] - before[pid] for pid in before.keys() & after.keys())
 
 
 def restart(name, count):
-    """Probes that end at once, for a few restarts of each."""
+    """Restarts each of the probes, which end at once, a few times."""
     run = Run(name, count, lifetime=0)
     wanted = 4 if name in map(lambda peer: peer.name, supervisors.PEERS) else 40
     wait_until(lambda: all(item.count() > 2 for item in run.items))
@@ -183,7 +183,7 @@ def restart(name, count):
 
 
 def kill(name, count):
-    """Probes killed from outside: soon after their start, then late."""
+    """Kills a probe from outside, soon after its start and then later."""
     run = Run(name, count, lifetime=FOREVER)
     item = run.items[0]
 
@@ -236,7 +236,7 @@ def switches(pids):
 
 
 def idle(name, count):
-    """What happens while nothing happens."""
+    """The supervisor's activity while its items just run."""
     run = Run(name, count, lifetime=FOREVER)
     time.sleep(2)
     pids = run.processes()

@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""Writes what field.py has measured into docs/: tables and plots.
+"""Writes the results of field.py into docs/, as tables and plots.
 
-Each table stands in docs/performance.md between two comments that name it; the
-text around them is left alone.
+Each table is in docs/performance.md, between two comments that name it. The
+text around them does not change.
 """
 
 import json
@@ -28,9 +28,9 @@ DEFAULT_STACKS = supervisors.LauncherDefaultStacks.name
 BARE_LOOP = supervisors.BareLoop.name
 PEERS = [peer.name for peer in supervisors.PEERS]
 
-MILLISECOND = 1e6  # In ns, as all times of the results.
+MILLISECOND = 1e6  # In ns, like all times in the results.
 MICROSECOND = 1e3
-KIBIBYTE = 1  # As all sizes of the results.
+KIBIBYTE = 1  # All sizes in the results are in KiB.
 
 BINARIES = {
     LAUNCHER: [
@@ -59,7 +59,7 @@ class Results:
         return statistics.median(self.values[key])
 
     def cell(self, unit, *key, form=None):
-        """Median, and the spread where it was measured more than once."""
+        """The median, with the spread if it was measured more than once."""
         if key not in self.values:
             return "–"
         form = form or number
@@ -188,7 +188,7 @@ def fork_table(results):
         [text]
         + [
             f"{number(results.median('fork', stack, threads, 'call'))} + "
-            f"{number(results.median('fork', stack, threads, 'copy'))}"
+            f"{number(results.median('fork', stack, threads, 'child'))}"
             for threads in (1, 10, 100, 1000)
         ]
         for stack, text in stacks.items()
@@ -256,7 +256,7 @@ def colour(name):
 
 
 def bars(file, title, names, values):
-    """Horizontal bars, each with its value."""
+    """Draws horizontal bars, each with its value."""
     figure, axes = pyplot.subplots(figsize=(7, 0.5 * len(names) + 1.2))
     drawn = axes.barh(names, values, color=[colour(name) for name in names])
     axes.bar_label(drawn, [number(value) for value in values], padding=4)

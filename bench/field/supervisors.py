@@ -1,9 +1,9 @@
-"""How each supervisor is told to keep a folder of items running.
+"""How to make each supervisor keep a folder of items running.
 
-An item is a folder items/0, items/1, ... with the program "run" in it. That is
-what a service is to runit, s6 and daemontools; the others get a configuration
-that names these programs. Every class prepares its configuration below the
-current folder and then says which command starts it, and how it is stopped.
+An item is a folder items/0, items/1, ... with the program "run" in it. runit,
+s6 and daemontools use such folders as they are; the others get a configuration
+that names these programs. Every class prepares its configuration in the current
+folder, gives the command that starts the supervisor, and stops it.
 """
 
 import json
@@ -54,7 +54,7 @@ class LauncherDefaultStacks(Launcher):
     environment = {"LD_PRELOAD": str(BUILD / "bench/field/libdefault_stacks.so")}
 
     def stop(self, pid, items):
-        os.kill(-1, signal.SIGKILL)  # Only its start is of interest.
+        os.kill(-1, signal.SIGKILL)  # Only its start is measured.
 
 
 class BareLoop:
@@ -114,7 +114,7 @@ class Daemontools:
 class Supervisor:
     name = "supervisor"
 
-    # Without "startsecs=0" three quick ends would make it give an item up.
+    # Without "startsecs=0" it would give up an item after three quick ends.
     PROGRAM = """
 [program:item-{}]
 command={}/run

@@ -9,15 +9,19 @@
 
 namespace {
 
-// Adding a missing member makes the library copy its null singleton, a
-// function-local static. It is made here, before any thread exists, so that a
-// forked copy never waits for a thread that it does not have.
+// jsoncpp copies its null singleton, a function-local static, into each member
+// that it adds. This makes the singleton before any thread exists: a forked
+// child could wait forever for a thread that was just making it.
 [[maybe_unused]] const Json::Value& g_null = Json::Value::nullSingleton();
 
 std::string Trimmed(std::string text) { return trim(text); }
 
 }  // namespace
 
+// Deliberate: this constructor drops comments and the next one keeps them. The
+// launcher reads its items file with this one and never writes it back. A
+// program that edits a file needs the next one: `ToStyledText` would lose the
+// comments.
 JsonObject::JsonObject(const char* text, unsigned int length)
     : m_target(&m_owned) {
   constexpr bool kCollectComments = false;
@@ -36,9 +40,9 @@ JsonObject::JsonObject(const char* text) : m_target(&m_owned) {
 
 JsonObject::JsonObject(Json::Value& node) : m_target(&node) {}
 
-// Whether `other` is a document is told by its value, not by what it points at.
-// A document that holds null is therefore copied and assigned as a view; the
-// supervisor's private copy of its item begins as such a document.
+// Deliberate: looks at the value of `other`, not at where it points, and so
+// takes a document that holds null for a view. Callers rely on that to fill an
+// empty document through a copy of it. `operator=` decides alike.
 JsonObject::JsonObject(const JsonObject& other)
     : m_target(other.m_owned.isNull() ? other.m_target : &m_owned),
       m_owned(other.m_owned) {}
@@ -55,7 +59,8 @@ JsonObject::operator long long() { return m_target->asInt64(); }
 
 JsonObject::operator long() { return m_target->asInt64(); }
 
-// No range check: callers read 64-bit values as 32-bit ones on purpose.
+// Deliberate: no range check. Callers read 64-bit values as 32-bit ones, which
+// `asInt` would refuse.
 JsonObject::operator int() { return static_cast<int>(m_target->asInt64()); }
 
 JsonObject::operator AERROR() { return static_cast<AERROR>(operator int()); }
@@ -84,8 +89,8 @@ JsonObject JsonObject::GetObject(const char* path) {
 
 bool JsonObject::HasObject(const char* path) { return Find(path) != nullptr; }
 
-// The pieces are those of `split` at "/", without a regular expression: this
-// runs in forked copies, and for every item and argument.
+// Cuts the path as `split` at "/" would, but without a regular expression: this
+// runs in forked children, and for every item and argument.
 Json::Value* JsonObject::Find(const char* path) {
   Json::Value* node = m_target;
   std::string_view rest = path;
@@ -103,10 +108,15 @@ Json::Value* JsonObject::Find(const char* path) {
   return node;
 }
 
+// Deliberate: reading a missing member adds it. Callers write new members
+// through the result; those that must not change the document ask `HasObject`
+// first.
 JsonObject JsonObject::operator[](const char* key) { return (*m_target)[key]; }
 
 JsonObject JsonObject::operator[](int index) { return (*m_target)[index]; }
 
+// Deliberate: shares the node, despite its name. Callers change the original
+// through the result.
 JsonObject JsonObject::Copy() { return *m_target; }
 
 JsonObject& JsonObject::operator=(std::string text) {

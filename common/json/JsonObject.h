@@ -1,18 +1,16 @@
 // JsonObject: a handle on a JSON node, on top of jsoncpp.
 //
-// An object is a document, which owns the value it stands for, or a view, which
-// stands for a node inside another object's document and owns nothing. Most
-// operations return views, so that a document is walked without copying it. A
-// view is valid while its document lives and its node has not been removed or
-// moved; nothing tracks this.
+// An object is a document, which owns its value, or a view of a node in another
+// object's document. Most operations return views, so walking a document copies
+// nothing. A view is valid while its document lives and its node is not removed
+// or moved; nothing checks this.
 //
-// Nothing here checks a node's type or translates the library's errors: what
-// jsoncpp refuses leaves as a Json::LogicError or Json::RuntimeError. They
-// derive from Json::Exception and std::exception alone.
+// jsoncpp's type errors propagate: Json::LogicError and Json::RuntimeError,
+// which derive from Json::Exception and std::exception only.
 //
-// Threads: a document and all views of it belong to one thread at a time, since
-// reading through `operator[]` may add to the document. Forks: a forked copy of
-// a threaded process may use the objects that it has inherited.
+// Threads: one thread at a time may use a document and its views; even reading
+// by `operator[]` may add to it. Forks: a forked child of a threaded process
+// may use the objects that it inherits.
 
 #pragma once
 
@@ -25,22 +23,21 @@
 
 class JsonObject {
  public:
-  // A document parsed from the `length` bytes at `text`, without its comments;
-  // no terminator is needed. Throws AERROR_PARSE_JSON when the text is not
-  // JSON. Nesting beyond the library's limit (256 or 1,000 levels, by its
-  // version) leaves as Json::RuntimeError. What follows a complete value is
-  // ignored.
+  // A document parsed from the `length` bytes at `text`, which needs no
+  // terminator. Drops comments, and ignores text after a complete value. Throws
+  // AERROR_PARSE_JSON when the text is not JSON, and Json::RuntimeError for
+  // nesting beyond the library's limit (256 or 1,000 levels, by its version).
   JsonObject(const char* text, unsigned int length);
 
-  // The same up to the terminating zero, comments kept for `ToStyledText`. A
-  // null pointer gives a document that holds null.
+  // The same for a C string, but keeps comments for `ToStyledText`. A null
+  // pointer gives a document that holds null.
   JsonObject(const char* text);  // NOLINT(google-explicit-constructor)
 
   // A view of `node`.
   JsonObject(Json::Value& node);  // NOLINT(google-explicit-constructor)
 
-  // A deep copy of a document; a view of the same node for a view. A document
-  // that holds null is taken for a view: the copy is valid only as long as it.
+  // A deep copy of a document, or a second view of a view's node. A document
+  // that holds null counts as a view: the copy is valid while `other` lives.
   JsonObject(const JsonObject& other);
 
   virtual ~JsonObject() = default;
@@ -48,19 +45,17 @@ class JsonObject {
   // A document that holds {}.
   static JsonObject GetEmptyObject();
 
-  // The node as a value, by the library's rules: null is "", 0, false; strings
-  // never convert to numbers; arrays and objects convert to nothing and throw.
+  // The node's value by jsoncpp's rules: null gives "", 0 or false, a string
+  // never converts to a number, and arrays and objects throw.
 
-  // As text, up to its first zero byte.
+  // The text up to its first zero byte; as a wide string, decoded by `s2ws`.
   operator std::string();
-  // The same, decoded as by `s2ws`, with its error.
   operator std::wstring();
   operator unsigned long long();
   operator long long();
   operator long();
   // The low 32 bits of the 64-bit value: 4294967297 gives 1.
   operator int();
-  // As `operator int`.
   operator AERROR();
   operator double();
   operator bool();
@@ -68,62 +63,56 @@ class JsonObject {
   // Whether the node is not null.
   bool IsValid();
   bool IsArray();
-  // Elements of an array, members of an object, 0 for anything else.
+  // The number of array elements or object members; 0 for all other types.
   Json::ArrayIndex GetArraySize();
   // The names of an object's members, in ascending order of their bytes.
   std::vector<std::string> GetKeys();
 
-  // A view of the node at `path` below this one. Each piece between slashes
-  // names a member; empty pieces are skipped, so "/a//b/" is "a/b", and "" is
-  // this node. Array elements have no path: a piece that meets an array or a
-  // scalar throws Json::LogicError. Throws AERROR_NOT_FOUND when a member is
-  // missing; nothing is added to the document.
+  // A view of the node below this one that `path` leads to by member names with
+  // slashes between them. Empty names are skipped: "/a//b/" is "a/b", and "" is
+  // this node. Throws AERROR_NOT_FOUND for a missing member, which is not
+  // added, and Json::LogicError for a name in an array or scalar: paths do not
+  // index arrays.
   JsonObject GetObject(const char* path);
 
-  // Whether `GetObject(path)` finds a node. Throws what it throws, but for
-  // AERROR_NOT_FOUND.
+  // Whether `GetObject` finds a node. Throws only the Json::LogicError.
   bool HasObject(const char* path);
 
-  // A view of the member `key`, or of the element `index`. One that is missing
-  // is added, as null; a null node turns into an object or array for it.
+  // A view of a member or an array element. A missing one is added as null, and
+  // a null node becomes an object or an array for it.
   JsonObject operator[](const char* key);
   JsonObject operator[](int index);
 
-  // A view of this node; the value is shared, not copied.
+  // A view of this node: the two share the value.
   JsonObject Copy();
 
-  // Overwrites the node with the string `text`, also through a view.
+  // Overwrites the node with a string, also through a view.
   JsonObject& operator=(std::string text);
 
-  // From a document: becomes an independent document with a deep copy, whatever
-  // this object was; a node that it viewed stays as it is. From a view, or from
-  // a document that holds null: overwrites this node with a deep copy of the
-  // value, also through a view.
+  // From a document: becomes a document with a deep copy; a node that this
+  // object viewed stays unchanged. From a view, or a document that holds null:
+  // overwrites this object's node with a deep copy, also through a view.
   JsonObject& operator=(const JsonObject& other);
 
-  // Stores a deep copy of `item` under `key`. The copy is made first, so `item`
-  // may be this node or contain it. Always true.
+  // Stores a deep copy of `item`, or `text` as encoded by `ws2s`, under `key`.
+  // The copy is made first: `item` may be or contain this node, and when `ws2s`
+  // throws, nothing is added. Always true.
   bool Insert(const char* key, const JsonObject& item);
-
-  // Stores `text`, encoded as by `ws2s`, under `key`. When that throws, nothing
-  // is added. Always true.
   bool Insert(const char* key, const std::wstring& text);
 
   // Appends a string, or a deep copy of `item`, to an array. Always true.
   bool InsertArrayItem(std::string text);
   bool InsertArrayItem(JsonObject& item);
 
-  // Removes the element at the low 32 bits of `index`. False when there is
-  // none.
+  // Removes the element at the low 32 bits of `index`, or the member `key`.
+  // False when there is none.
   bool RemoveArrayItem(unsigned long index);
-
-  // Removes the member `key`. False when there is none.
   bool Remove(const char* key);
 
-  // The node as JSON text: on one line, or indented by three spaces with the
-  // comments that were kept. No line feed at the end. jsoncpp 1.9.5 and newer
-  // write non-ASCII characters as \u escapes; bytes that are not UTF-8 do not
-  // survive.
+  // The node as JSON text without a line feed at the end: on one line, or
+  // indented by three spaces with the comments that were kept. jsoncpp 1.9.5
+  // and newer escape non-ASCII characters (\u) and lose bytes that are not
+  // UTF-8.
   std::string ToText();
   std::string ToStyledText();
 
@@ -131,7 +120,7 @@ class JsonObject {
   // The node at `path` below this one, or null.
   Json::Value* Find(const char* path);
 
-  // What everything acts on: this object's own `m_owned`, or a foreign node.
+  // The node that all operations act on: `m_owned`, or one elsewhere.
   Json::Value* m_target;
   // A document's value; null in a view.
   Json::Value m_owned;

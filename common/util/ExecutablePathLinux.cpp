@@ -1,8 +1,8 @@
-// The kernel hands a program the path that it was started with in the auxiliary
-// vector (AT_EXECFN). /proc/self/exe would not do: it names the file behind all
-// symbolic links, and the launcher's bundle may be made of links. A relative
-// path is relative to the working directory at process start, so it is made
-// absolute before main runs.
+// The kernel passes a program the path that it was started with in the
+// auxiliary vector (AT_EXECFN). /proc/self/exe would not do, because it has all
+// symbolic links resolved, and the launcher's bundle may be made of links. A
+// relative path is relative to the working directory at process start, so it is
+// made absolute before main runs.
 
 #include <sys/auxv.h>
 #include <unistd.h>
@@ -15,8 +15,7 @@
 
 namespace {
 
-// A fixed array: there is nothing to allocate, and so nothing to fail, before
-// main runs.
+// A fixed array, so that no allocation can fail before main runs.
 struct StartPath {
   char text[2 * PATH_MAX];
 

@@ -13,7 +13,7 @@
 
 namespace {
 
-// A line of up to 2,047 bytes and its terminator. A longer one is read as
+// A line of up to 2,047 bytes and its terminator; fgets reads a longer one as
 // several.
 constexpr std::size_t kLineBytes = 2048;
 
@@ -22,8 +22,8 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-// Only "A" to "Z": the C library's locale is never changed, and names compare
-// alike in a program that does change it.
+// Only "A" to "Z", so that names compare alike in a program that has changed
+// the C library's locale.
 char Lower(char character) {
   const bool is_upper = character >= 'A' && character <= 'Z';
   return is_upper ? static_cast<char>(character - 'A' + 'a') : character;
@@ -34,8 +34,8 @@ bool IsSameName(std::string_view left, std::string_view right) {
 }
 
 // Reads the next line, up to its first NUL and trimmed, into `line`. False at
-// the end of the file, and when the file cannot be read (a directory, say): a
-// reader that tried again would never end.
+// the end of the file, and when the file cannot be read (a directory): trying
+// again would never end.
 bool ReadLine(std::FILE* file, std::string& line) {
   std::array<char, kLineBytes> buffer;
   if (std::fgets(buffer.data(), static_cast<int>(buffer.size()), file) ==
@@ -71,6 +71,8 @@ bool FindSection(std::FILE* file, const std::string& section) {
 // The value of `key` in the section whose header has just been read.
 std::optional<std::string> FindValue(std::FILE* file, const std::string& key) {
   std::string line;
+  // Deliberate: a later section of the same name is never searched. Files that
+  // repeat a section would give other values.
   while (ReadLine(file, line) && !line.starts_with('[')) {
     const std::size_t equals = line.find('=');
     if (equals == std::string::npos || equals + 1 == line.size()) {
@@ -94,9 +96,10 @@ std::optional<std::string> Find(const std::string& section,
   return FindValue(file.get(), key);
 }
 
-// Copies `text` with its terminator if it fits. A negative `size` turns into a
-// huge one here and admits every text. That is required: callers that pass it
-// vouch for their buffers, and rejecting it would change what they read.
+// Copies `text` with its terminator if it fits.
+//
+// Deliberate: a negative `size` becomes a huge one and admits every text.
+// Callers that pass it vouch for their buffers and would read nothing at all.
 bool CopyWhole(const std::string& text, char* buffer, int size) {
   const auto capacity =
       static_cast<std::uint64_t>(static_cast<std::int64_t>(size));
@@ -109,8 +112,8 @@ bool CopyWhole(const std::string& text, char* buffer, int size) {
 
 }  // namespace
 
-// The section name is trimmed and the key is not: an entry's key is what stands
-// before the "=", blanks included, and has to be asked for as it stands.
+// Deliberate: the section name is trimmed and the key is not. A key is all the
+// text before the "=", and callers reach "LEVEL =" by asking for "LEVEL ".
 bool GetPrivateProfileString(std::string section, std::string key,
                              std::string defaultValue, char* buffer, int size,
                              std::string fileName) {

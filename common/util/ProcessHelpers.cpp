@@ -23,8 +23,9 @@ struct CommandCloser {
 
 }  // namespace
 
-// Only the end of the output ends the loop, not a failed read, which an
-// interrupting signal may cause.
+// Deliberate: a failed read does not end the loop, only the end of the output
+// does. A signal may interrupt a read, and the rest of the output would be
+// lost.
 std::string pexec(std::string command) {
   const std::unique_ptr<FILE, CommandCloser> output(
       popen(command.c_str(), "r"));
@@ -42,6 +43,8 @@ std::string pexec(std::string command) {
   return text;
 }
 
+// Deliberate: a live process that the caller may not signal counts as not
+// running. Callers would try to signal it and fail.
 bool IsRunningPID(long long pid) {
   return kill(static_cast<pid_t>(pid), 0) == 0;
 }

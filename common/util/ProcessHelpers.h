@@ -1,33 +1,29 @@
-// Process helpers: a shell command's output, whether a process is there, and
-// where the running executable lies. They share no state.
+// Process helpers. They share no state and are safe from any thread.
 
 #pragma once
 
 #include <string>
 
 // Runs `command` in the system shell, with the caller's environment and working
-// directory, and returns what it wrote to its standard output, once it has
-// ended. Its exit status is dropped. The output is read in pieces that end
-// behind a line feed or after 127 bytes; of each, what follows a NUL is lost.
-// Throws std::runtime_error("popen() failed!") when the shell cannot be
-// started, and what the string library throws, once the command has ended. Safe
-// from any thread.
+// directory, waits for it to end and returns its standard output. The exit
+// status is discarded. Output is read in pieces that end after a line feed or
+// 127 bytes; a NUL ends a piece's text. Throws
+// std::runtime_error("popen() failed!") when the shell cannot be started, and
+// exceptions of the string library, after the command has ended.
 //
 //   pexec("echo a; echo b")      gives  "a\nb\n"
 //   pexec("true")                gives  ""
 //   pexec("printf 'a\\0b\\nc'")  gives  "ac"
 std::string pexec(std::string command);
 
-// Whether a signal could be sent to the process whose identifier is in the low
-// 32 bits of `pid`. False also for a live process that the caller may not
-// signal; true for an ended one that its parent has not waited for. What `kill`
-// takes 0 and negative identifiers for holds here. Safe from any thread.
+// Whether the caller may signal the process whose id is in the low 32 bits of
+// `pid`. True also for an ended process that its parent has not waited for. 0
+// and negative ids mean what they mean to `kill`.
 bool IsRunningPID(long long pid);
 
-// The folder of the running executable, without a slash at the end, symbolic
-// links, "." and ".." left as they are. Empty for an executable in the root
-// folder, and when its path is unknown or has more than 1,024 bytes. Safe from
-// any thread.
+// The running executable's folder, without a final slash; symbolic links, "."
+// and ".." are not resolved. Empty when the executable is in the root folder,
+// and when its path is unknown or longer than 1,024 bytes.
 //
 //   /usr/local/bin/tool  gives  "/usr/local/bin"
 //   /tool                gives  ""

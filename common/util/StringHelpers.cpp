@@ -1,7 +1,6 @@
 #include "common/util/StringHelpers.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
@@ -11,6 +10,9 @@
 #include <memory>
 #include <new>
 #include <stdexcept>
+#include <string_view>
+
+#include "common/util/Utf8.h"
 
 namespace {
 
@@ -18,15 +20,16 @@ template <class String, class Regex>
 std::vector<String> SplitAny(const String& text, const Regex& separator) {
   using Iterator = std::regex_token_iterator<typename String::const_iterator>;
   constexpr int kBetweenMatches = -1;
-  // One by one: given both ends, the vector would search twice, for its size.
+  // One by one: from two iterators a vector would search twice, once to count.
   std::vector<String> pieces;
   std::copy(Iterator(text.begin(), text.end(), separator, kBetweenMatches),
             Iterator(), std::back_inserter(pieces));
   return pieces;
 }
 
-// Going on at `search.size()` behind the occurrence, not at
-// `replacement.size()`, is required: callers see it in the result.
+// Deliberate: continues `search.size()` after the start of the occurrence, not
+// `replacement.size()`. Callers rely on what this skips and finds again:
+// another step would change their results.
 template <class String>
 void ReplaceAll(String& text, const String& search, const String& replacement) {
   std::size_t position = 0;
@@ -36,33 +39,7 @@ void ReplaceAll(String& text, const String& search, const String& replacement) {
   }
 }
 
-// The forms of UTF-8: how many bytes a code point takes, the bits that mark the
-// first byte, and the smallest code point for which the form is the shortest.
-struct Utf8Form {
-  std::size_t length;
-  std::uint32_t lead_mask;
-  std::uint32_t lead_mark;
-  std::uint32_t first_code_point;
-};
-
-constexpr std::array<Utf8Form, 4> kUtf8Forms{{
-    {1, 0x80, 0x00, 0},
-    {2, 0xE0, 0xC0, 0x80},
-    {3, 0xF0, 0xE0, 0x800},
-    {4, 0xF8, 0xF0, 0x10000},
-}};
-
-constexpr std::uint32_t kTrailMask = 0xC0;
-constexpr std::uint32_t kTrailMark = 0x80;
-constexpr int kTrailBits = 6;
-
-constexpr bool IsEncodable(std::uint32_t code_point) {
-  constexpr std::uint32_t kLastCodePoint = 0x10FFFF;
-  const bool is_surrogate = code_point >= 0xD800 && code_point <= 0xDFFF;
-  return code_point <= kLastCodePoint && !is_surrogate;
-}
-
-// The texts are those of the macOS standard library; they hold everywhere.
+// The texts of the macOS standard library, on every platform.
 [[noreturn]] void ThrowNotUtf8() {
   throw std::range_error("wstring_convert: from_bytes error");
 }
@@ -71,49 +48,33 @@ constexpr bool IsEncodable(std::uint32_t code_point) {
   throw std::range_error("wstring_convert: to_bytes error");
 }
 
-// Decodes the code point that begins at `position` and moves `position` behind
-// it.
-std::uint32_t DecodeOne(const std::string& text, std::size_t& position) {
-  const std::uint32_t lead = static_cast<unsigned char>(text[position]);
-  const auto* const form =
-      std::ranges::find_if(kUtf8Forms, [lead](const Utf8Form& candidate) {
-        return (lead & candidate.lead_mask) == candidate.lead_mark;
-      });
-  if (form == kUtf8Forms.end() || text.size() - position < form->length) {
-    ThrowNotUtf8();
-  }
-  std::uint32_t code_point = lead & ~form->lead_mask;
-  for (std::size_t i = 1; i < form->length; ++i) {
-    const std::uint32_t trail = static_cast<unsigned char>(text[position + i]);
-    if ((trail & kTrailMask) != kTrailMark) {
-      ThrowNotUtf8();
-    }
-    code_point = (code_point << kTrailBits) | (trail & ~kTrailMask);
-  }
-  if (code_point < form->first_code_point || !IsEncodable(code_point)) {
-    ThrowNotUtf8();
-  }
-  position += form->length;
-  return code_point;
+constexpr bool IsEncodable(std::uint32_t code) {
+  constexpr std::uint32_t kLastCodePoint = 0x10FFFF;
+  const bool is_surrogate = code >= 0xD800 && code <= 0xDFFF;
+  return code <= kLastCodePoint && !is_surrogate;
 }
 
-void AppendEncoded(std::string& text, std::uint32_t code_point) {
-  if (code_point < kUtf8Forms[1].first_code_point) {
-    text += static_cast<char>(code_point);
+void AppendEncoded(std::string& text, std::uint32_t code) {
+  const auto append = [&text](std::uint32_t byte) {
+    text += static_cast<char>(byte);
+  };
+  const auto append_trail = [&append](std::uint32_t bits) {
+    append(0x80U | (bits & 0x3FU));
+  };
+  if (code < 0x80) {
+    append(code);
     return;
   }
-  std::size_t length = 2;
-  while (length < kUtf8Forms.size() &&
-         code_point >= kUtf8Forms[length].first_code_point) {
-    ++length;
+  append(code < 0x800     ? 0xC0U | code >> 6U
+         : code < 0x10000 ? 0xE0U | code >> 12U
+                          : 0xF0U | code >> 18U);
+  if (code >= 0x10000) {
+    append_trail(code >> 12U);
   }
-  std::array<char, kUtf8Forms.size()> bytes;
-  for (std::size_t i = length - 1; i > 0; --i) {
-    bytes[i] = static_cast<char>(kTrailMark | (code_point & ~kTrailMask));
-    code_point >>= kTrailBits;
+  if (code >= 0x800) {
+    append_trail(code >> 6U);
   }
-  bytes[0] = static_cast<char>(kUtf8Forms[length - 1].lead_mark | code_point);
-  text.append(bytes.data(), length);
+  append_trail(code);
 }
 
 }  // namespace
@@ -165,12 +126,22 @@ bool ends_with(const std::string& text, const std::string& suffix) {
   return text.ends_with(suffix);
 }
 
+// ASCII characters, the most frequent, are not handed to the decoder: that
+// would double their time.
 std::wstring s2ws(const std::string& text) {
-  // A character has one byte at least.
+  // A character takes at least one byte.
   std::wstring result(text.size(), L'\0');
   std::size_t length = 0;
-  for (std::size_t position = 0; position < text.size(); ++length) {
-    result[length] = static_cast<wchar_t>(DecodeOne(text, position));
+  std::string_view rest = text;
+  while (!rest.empty()) {
+    const auto first = static_cast<unsigned char>(rest.front());
+    const Utf8Character character =
+        first < 0x80 ? Utf8Character{first, 1, true} : DecodeUtf8(rest);
+    if (!character.is_valid) {
+      ThrowNotUtf8();
+    }
+    result[length++] = static_cast<wchar_t>(character.code);
+    rest.remove_prefix(character.bytes);
   }
   result.resize(length);
   return result;

@@ -1,11 +1,11 @@
-// String helpers: splitting, formatting, replacing, a suffix test and the
-// conversion between UTF-8 and wide strings.
-//
-// All functions are reentrant: they share no state and may be called from any
-// thread at once, on distinct strings. Beside what is said below they throw
-// what the string library throws: std::bad_alloc, and std::length_error for a
-// length beyond all strings. A wide string holds one code point in each
+// String helpers: splitting, formatting, replacing, a suffix test, and
+// conversion between UTF-8 and wide strings, which hold one code point in each
 // (32-bit) character.
+//
+// The functions share no state: any thread may call them at any time, on
+// distinct strings. Besides the exceptions named below they throw those of the
+// string library: std::bad_alloc, and std::length_error beyond the longest
+// string.
 
 #pragma once
 
@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
-// Returns the stretches of `text` between the matches of `separator`. Empty
-// stretches are kept, apart from one behind the last match. Throws
-// std::regex_error when the standard library finds the matching too complex.
+// The pieces of `text` between the matches of `separator`. Empty pieces are
+// kept, except one after the last match. Throws std::regex_error when the
+// standard library finds the matching too complex.
 //
 //   split("a/b/", "/")  gives  "a", "b"
 //   split("/a", "/")    gives  "", "a"
@@ -26,21 +26,20 @@ std::vector<std::string> split(const std::string& text,
 std::vector<std::wstring> split(const std::wstring& text,
                                 const std::wregex& separator);
 
-// Returns the printf-style `format`, filled with the arguments that follow it,
-// up to its first NUL. An argument that cannot be formatted (a wide character
-// without a multibyte form, say) gives the empty string. Throws std::bad_alloc
-// when the result, its terminator included, has more bytes than an int counts.
+// The printf-style `format` with its arguments, up to the first NUL; empty when
+// an argument cannot be formatted (a wide character without a multibyte form).
+// Throws std::bad_alloc when the result and its terminator have more bytes than
+// an int counts.
 //
 //   string_format("%d-%s", 7, "x")  gives  "7-x"
 std::string string_format(std::string format, ...);
 
-// Replaces occurrences of `search` in `text`, from left to right, in place.
-// After each, the search goes on at the occurrence's position plus
-// `search.size()`, whatever the size of `replacement`. So characters that move
-// up behind a shorter replacement are passed over, and the call does not return
-// when `replacement` holds `search` at an offset of `search.size()` or more,
-// nor when `search` is empty. What it throws when `text` outgrows the memory
-// leaves the replacements so far in `text`.
+// Replaces `search` in `text` from left to right. After each replacement the
+// search continues `search.size()` characters after the start of the
+// occurrence, however long `replacement` is. It therefore skips characters that
+// follow a shorter replacement, and never returns when `replacement` contains
+// `search` at an offset of `search.size()` or more, or when `search` is empty.
+// If `text` outgrows the memory, it keeps the replacements made so far.
 //
 //   aa by b in aaaa    gives  baa
 //   x by yy in axbx    gives  ayybyy
@@ -51,25 +50,24 @@ void replace_all(std::string& text, const std::string& search,
 void replace_all(std::wstring& text, const std::wstring& search,
                  const std::wstring& replacement);
 
-// Whether `text` ends with `suffix`, byte for byte.
+// Byte for byte, without regard to the locale.
 //
 //   ends_with("abc", "")    gives  true
 //   ends_with("bc", "abc")  gives  false
 //   ends_with("abc", "BC")  gives  false
 bool ends_with(const std::string& text, const std::string& suffix);
 
-// Decodes the whole of `text`, zero bytes included, from UTF-8. A byte-order
-// mark is a character like any other. Throws std::range_error("wstring_convert:
-// from_bytes error") on anything but the shortest form of a code point up to
-// U+10FFFF outside the surrogates.
+// Decodes all of `text` from UTF-8, zero bytes and a byte-order mark included.
+// Throws std::range_error("wstring_convert: from_bytes error") unless each code
+// point is at most U+10FFFF, no surrogate, and in its shortest form.
 //
 //   s2ws("\xC3\xA9")  gives   L"\u00E9"
 //   s2ws("\xFF")      throws  std::range_error
 std::wstring s2ws(const std::string& text);
 
-// Encodes the whole of `text`, zero characters included, as UTF-8, without a
+// Encodes all of `text` as UTF-8, zero characters included, without adding a
 // byte-order mark. Throws std::range_error("wstring_convert: to_bytes error")
-// on a surrogate and on a value above U+10FFFF.
+// for a surrogate or a value above U+10FFFF.
 //
 //   ws2s(L"\U0001F600")  gives  "\xF0\x9F\x98\x80"
 std::string ws2s(const std::wstring& text);

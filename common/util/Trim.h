@@ -1,18 +1,17 @@
-// Trimming of white space at both ends of a string.
+// Trimming white space from both ends of a string.
 //
-// `static inline`, so that every source file that includes this header has a
-// copy of its own, all of them identical. Reentrant, no locale, safe in a
-// forked copy of a threaded process.
+// `static inline`: every source file that includes this header has its own copy
+// of the function. Safe from any thread and in a forked child of a threaded
+// process.
 
 #pragma once
 
 #include <string>
 #include <string_view>
 
-// Removes white space from the end of `text`, then from its start, in place,
-// and returns `text`. White space is what the "C" locale says: space, \t, \n,
-// \v, \f and \r. A byte of 0x80 or above is never white space, whatever the
-// current locale, and ends the trim on its side.
+// Trims `text` in place and returns it. White space is that of the "C" locale,
+// whatever the current one: space, \t, \n, \v, \f and \r. Bytes of 0x80 and
+// above are not white space.
 //
 //   " \t a b\r\n"   becomes  "a b"
 //   "   "           becomes  ""

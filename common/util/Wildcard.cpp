@@ -4,17 +4,16 @@
 
 namespace {
 
-// Only "a" to "z", as the C library does in the "C" locale, which is never
-// changed. It is not called for this: its functions accept neither a negative
-// byte nor every 32-bit value.
+// Changes only "a" to "z", as the C library does in the "C" locale. The C
+// library's own functions accept neither negative bytes nor all 32-bit values.
 template <class Unit>
 Unit Upper(Unit unit) {
   const bool is_lower = unit >= 'a' && unit <= 'z';
   return is_lower ? static_cast<Unit>(unit - 'a' + 'A') : unit;
 }
 
-// The search for a way to match a name. A star and a "<" leave the rest of the
-// expression and of the name to searches of their own.
+// The search for a way to match a name. "*" and "<" start a search of its own
+// for the rest of the expression and the name.
 template <class Unit>
 class Search {
  public:
@@ -56,7 +55,7 @@ class Search {
   }
 
  private:
-  // The unit at the position, which may lie behind the end of the name.
+  // The unit at the position, which may be past the end of the name.
   Unit Current() const {
     return position_ < name_.size() ? name_[position_] : Unit{};
   }
@@ -70,8 +69,11 @@ class Search {
     return Current() == '.' && name_.find('.', position_ + 1) == Name::npos;
   }
 
-  // Where "<" ends. Without a further dot that is the end of the name, but the
-  // position itself at the start: required, so "<" does not match "abc".
+  // Where a "<" ends: at the last dot, or at the end of a name without one.
+  //
+  // Deliberate: at the start of a name without a dot it ends at once, so "<"
+  // does not match "abc". Expressions in use would select other files
+  // otherwise.
   std::size_t LastDotOrEnd() const {
     const std::size_t dot = name_.rfind('.');
     if (dot != Name::npos && dot >= position_) {
@@ -81,8 +83,8 @@ class Search {
   }
 
   // Whether the rest of the expression matches the rest of the name from the
-  // position or a later one before `end`. When it does not, the position is
-  // `end`, unless it has already been there or behind.
+  // position or a later one before `end`. If not, moves the position up to
+  // `end`.
   bool MatchesRestUpTo(std::size_t end) {
     for (; position_ < end; ++position_) {
       Search rest(expression_ + 1, name_.substr(position_), ignore_case_);

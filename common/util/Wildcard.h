@@ -1,33 +1,32 @@
 // Matching of file names against DOS-style wildcard expressions.
 //
-//   *   any run of characters, dots included, empty runs too
+//   *   any run of characters, dots included; may be empty
 //   ?   exactly one character, dots included
-//   <   any run of characters that ends at the last dot of the name at the
-//       latest; the dot itself is left to the rest of the expression
-//   >   one character that is not a dot, or a dot that another one follows;
+//   <   any run of characters that stops at the last dot of the name or before
+//       it; the dot itself is left to the rest of the expression
+//   >   one character other than a dot, or a dot that another one follows;
 //       nothing at the last dot
 //   "   a dot, if there is one; nothing otherwise
 //
 // Any other character stands for itself, the dot included. There is no escape:
 // a wildcard in an expression is always one, and one in a name never is.
 //
-// Two rules are less plain:
+// Two rules are less obvious:
 //
-// - "?" and ">" go on behind the end of the name. Nothing but a "*" that ends
-//   the expression matches from there: "ab?" does not match "ab", "ab?*" does.
+// - "?" and ">" may move past the end of the name. From there only a "*" at the
+//   end of the expression matches: "ab?" does not match "ab", "ab?*" does.
 // - "<" at the start of a name without a dot matches nothing: "<" does not
-//   match "abc". Further on in such a name it is like "*": "a<" matches "abc".
+//   match "abc". Later in such a name it is like "*": "a<" matches "abc".
 //
-// Each "*" and "<" tries its runs from the shortest on. Nothing is remembered,
-// so the time grows exponentially with their number when a long name does not
-// match; the depth of the recursion is their number at most. Nothing is
-// allocated. Safe from any thread, and in a forked copy of a threaded process.
+// "*" and "<" try their runs from the shortest up. Nothing is remembered, so a
+// long name that does not match takes time exponential in their number. The
+// recursion is at most that number deep. Nothing is allocated. Safe from any
+// thread and in a forked child of a threaded process.
 
 #pragma once
 
-// Whether the whole of `name` matches the whole of `expression`. Both end with
-// a NUL and are not null. With `ignoreCase`, "a" to "z" match "A" to "Z" in
-// characters that stand for themselves; no other characters are alike.
+// Whether all of `name` matches all of `expression`; neither may be null. With
+// `ignoreCase`, literals match without regard to the case of ASCII letters.
 //
 //   expression   name        result
 //   *.txt        a.txt       true
@@ -44,6 +43,6 @@
 bool IsNameInExpression(const wchar_t* expression, const wchar_t* name,
                         bool ignoreCase);
 
-// The same for bytes; those of 0x80 and above match only themselves.
+// The same for bytes.
 bool IsNameInExpressionA(const char* expression, const char* name,
                          bool ignoreCase);

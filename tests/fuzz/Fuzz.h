@@ -1,6 +1,6 @@
-// What the fuzz targets share. A target is one source file that defines
-// LLVMFuzzerTestOneInput; linked with libFuzzer it is fed generated inputs, and
-// with ReplayMain.cpp the files of its corpus.
+// Helpers of the fuzz targets. A target is one source file that defines
+// LLVMFuzzerTestOneInput. libFuzzer calls it with generated inputs,
+// ReplayMain.cpp with the files of its corpus.
 
 #pragma once
 
@@ -13,7 +13,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data,
                                       std::size_t size);
 
-// Ends the process, for the fuzzer to see, unless `holds`.
+// Aborts, which the fuzzer notices, unless `holds`.
 inline void Require(bool holds) {
   if (!holds) {
     std::abort();
@@ -24,9 +24,8 @@ inline std::string_view Text(const std::uint8_t* data, std::size_t size) {
   return {reinterpret_cast<const char*>(data), size};
 }
 
-// Cuts the first line off `text` and returns it; all of it when there is but
-// one.
-inline std::string TakeLine(std::string_view& text) {
+// Removes the first line from `text` and returns it without its line feed.
+inline std::string RemoveFirstLine(std::string_view& text) {
   const std::string line(text.substr(0, text.find('\n')));
   text.remove_prefix(line.size() < text.size() ? line.size() + 1 : text.size());
   return line;

@@ -1,12 +1,12 @@
-// An INI file, against the oracle of the reader's tests. The first two lines of
-// the input are the section and the key; the rest is the file.
+// Checks the INI profile reader against its oracle. The first two lines of the
+// input are the section and the key; the rest is the file.
 
 #include <optional>
 #include <vector>
 
 #include "common/util/IniProfile.h"
-#include "tests/support/IniProfileOracle.h"
 #include "tests/fuzz/Fuzz.h"
+#include "tests/support/IniProfileOracle.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -16,7 +16,7 @@ constexpr char kUntouched = '#';
 std::optional<std::string> Read(const std::string& section,
                                 const std::string& key, std::size_t room,
                                 int size, const std::string& file) {
-  // Exactly the room that is needed, so that a byte more is noticed.
+  // No more room than needed, so that one byte too many is noticed.
   std::vector<char> buffer(room, kUntouched);
   const bool found =
       GetPrivateProfileString(section, key, "", buffer.data(), size, file);
@@ -33,10 +33,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data,
                                       std::size_t size) {
   static const TempDir folder;
   std::string_view content = Text(data, size);
-  const std::string section = TakeLine(content);
-  const std::string key = TakeLine(content);
-  // Anew each time: some file systems write a file out that is cut short and
-  // filled again.
+  const std::string section = RemoveFirstLine(content);
+  const std::string key = RemoveFirstLine(content);
+  // Removed first: some file systems flush a file that is truncated and written
+  // again.
   std::filesystem::remove(folder.Path() / "fuzz.ini");
   const std::string file = folder.Write("fuzz.ini", content);
 

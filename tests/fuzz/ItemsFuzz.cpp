@@ -1,5 +1,5 @@
-// An items file, read as the launcher does: parsed, walked, each named item
-// copied and its argument vector read from the copy.
+// Reads an items file as the launcher does: parses and walks it, copies each
+// named item and reads the argument vector from the copy.
 
 #include <stdexcept>
 
@@ -8,8 +8,8 @@
 
 namespace {
 
-// What a supervisor does with its item. It is asked for no more arguments than
-// a text of this size can name.
+// Does what a supervisor does with its item, for as many arguments as an input
+// can have.
 void ReadItem(JsonObject item) {
   constexpr std::int64_t kMostArguments = 64;
   const std::string name = item.GetObject("name");
@@ -43,7 +43,7 @@ void ReadOtherwise(JsonObject document) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data,
                                       std::size_t size) {
-  // The launcher reads a file up to its first zero.
+  // The launcher reads a file up to its first NUL.
   const std::string_view text = Text(data, size);
   const std::string_view read = text.substr(0, text.find('\0'));
   try {
@@ -61,7 +61,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data,
   } catch (AERROR error) {
     Require(error == AERROR_PARSE_JSON);
   } catch (const Json::Exception&) {
-    // A node has another type than it is read as, or the nest is too deep.
+    // A node does not have the type it is read as, or is nested too deeply.
   }
   return 0;
 }

@@ -1,5 +1,5 @@
-// Feeds every file of the folder that is named on the command line to the fuzz
-// target that this is linked with.
+// Runs the fuzz target that this is linked with on every file in the folder
+// named on the command line.
 
 #include <cstdio>
 #include <filesystem>

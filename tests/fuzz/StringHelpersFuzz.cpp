@@ -1,6 +1,6 @@
-// The string helpers, each against a property that every result has. The first
-// two lines of the input are what is searched and what replaces it; the rest is
-// the text.
+// Checks that the results of the string helpers have their properties. The
+// first two lines of the input are a search string and its replacement; the
+// rest is the text.
 
 #include <stdexcept>
 
@@ -10,8 +10,8 @@
 
 namespace {
 
-// The pieces, joined, are the text; a last separator alone leaves no piece.
-void SplitAndJoin(const std::string& text) {
+// The joined pieces are the text; a separator at its end leaves no piece.
+void CheckSplit(const std::string& text) {
   static const std::regex kSlash("/");
   const std::vector<std::string> pieces = split(text, kSlash);
   Require(!pieces.empty());
@@ -26,7 +26,7 @@ void SplitAndJoin(const std::string& text) {
   Require(joined == text);
 }
 
-void Trim(const std::string& text) {
+void CheckTrim(const std::string& text) {
   std::string trimmed = text;
   Require(&trim(trimmed) == &trimmed);
   constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
@@ -43,9 +43,9 @@ void Trim(const std::string& text) {
       (first == std::string::npos ? "" : text.substr(first, last - first + 1)));
 }
 
-void Replace(const std::string& text, const std::string& search,
-             const std::string& replacement) {
-  // With these it does not return.
+void CheckReplaceAll(const std::string& text, const std::string& search,
+                     const std::string& replacement) {
+  // The call would not return.
   if (search.empty() ||
       replacement.find(search, search.size()) != std::string::npos) {
     return;
@@ -65,7 +65,7 @@ void Replace(const std::string& text, const std::string& search,
   Require(replaced == expected);
 }
 
-void Convert(const std::string& text) {
+void CheckUtf8(const std::string& text) {
   try {
     const std::wstring wide = s2ws(text);
     Require(wide.size() <= text.size());
@@ -76,7 +76,7 @@ void Convert(const std::string& text) {
 }
 
 // Every four bytes are one wide character.
-void ConvertWide(const std::string& text) {
+void CheckWide(const std::string& text) {
   std::wstring wide;
   for (std::size_t i = 0; i + 3 < text.size(); i += 4) {
     std::uint32_t character = 0;
@@ -97,14 +97,14 @@ void ConvertWide(const std::string& text) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data,
                                       std::size_t size) {
   std::string_view rest = Text(data, size);
-  const std::string search = TakeLine(rest);
-  const std::string replacement = TakeLine(rest);
+  const std::string search = RemoveFirstLine(rest);
+  const std::string replacement = RemoveFirstLine(rest);
   const std::string text(rest);
-  SplitAndJoin(text);
-  Trim(text);
-  Replace(text, search, replacement);
-  Convert(text);
-  ConvertWide(text);
+  CheckSplit(text);
+  CheckTrim(text);
+  CheckReplaceAll(text, search, replacement);
+  CheckUtf8(text);
+  CheckWide(text);
   Require(ends_with(text, search) ==
           (text.size() >= search.size() &&
            text.substr(text.size() - search.size()) == search));

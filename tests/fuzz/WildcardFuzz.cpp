@@ -1,19 +1,19 @@
-// An expression and a name, the first two lines of the input, in both widths
-// and cases, against the oracle of the matcher's tests.
+// Checks the wildcard matcher against its oracle, in both widths, with and
+// without `ignoreCase`. The input is an expression, a line feed and a name.
 
 #include <algorithm>
 
 #include "common/util/Wildcard.h"
-#include "tests/support/WildcardOracle.h"
 #include "tests/fuzz/Fuzz.h"
+#include "tests/support/WildcardOracle.h"
 
 namespace {
 
-// The search takes exponential time in the number of stars.
+// The time is exponential in the number of stars.
 constexpr std::ptrdiff_t kMostStars = 5;
 constexpr std::size_t kLongestText = 40;
 
-// The bytes as the units of a string of another width.
+// One character of the result for each byte of `text`.
 template <class String>
 String Widened(const std::string& text) {
   String result;
@@ -36,7 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data,
                                       std::size_t size) {
   std::string_view text = Text(data, size);
   text = text.substr(0, text.find('\0'));
-  const std::string expression = TakeLine(text);
+  const std::string expression = RemoveFirstLine(text);
   const std::string name(text);
   if (!IsBounded(expression, name)) {
     return 0;

@@ -1,10 +1,10 @@
-// Shows a test the allocations of its own program, which links Allocations.cpp.
+// Lets a test see and refuse the allocations of its own program.
 
 #pragma once
 
 #include <atomic>
 #include <cstddef>
 
-// Called before every `operator new`; one that throws std::bad_alloc refuses
-// the memory. Null, as at first: allocations are not shown.
+// Called before every `operator new`, unless null, as it is at first. It
+// refuses the memory by throwing std::bad_alloc.
 extern std::atomic<void (*)(std::size_t bytes)> g_on_allocation;

@@ -1,4 +1,4 @@
-// Running what may never return: in a forked child, with limits.
+// Running code that may never return, in a forked child with limits.
 
 #pragma once
 
@@ -13,11 +13,10 @@
 
 enum class Outcome { kReturned, kDidNotReturn, kDied };
 
-// Runs `body` in a forked child and tells how that ended. A child that has run
-// for 100 ms of processor time, or that still waits after `Eventually`'s
-// patience, is ended and counts as one that does not return. In more time, what
-// grows for ever would come up to the machine's memory. Nothing that `body`
-// changes is seen outside the child.
+// Runs `body` in a forked child and returns how that ended. A child that uses
+// 100 ms of processor time, or outlasts `Eventually`, is killed and counts as
+// not returning. With more time, a string that grows forever could fill the
+// machine's memory.
 template <class Body>
 Outcome RunBounded(Body body) {
   const pid_t child = fork();

@@ -34,7 +34,8 @@ using Environment = std::map<std::string, std::string>;
   _exit(127);
 }
 
-// Appends what comes; false at the end. A terminal's end is an error.
+// Appends what can be read; false at the end, which a terminal reports as an
+// error.
 bool ReadSome(int descriptor, std::string* text) {
   std::array<char, 4096> chunk{};
   const ssize_t count = read(descriptor, chunk.data(), chunk.size());

@@ -1,4 +1,4 @@
-// Running a command to its end, and what it wrote.
+// Running commands and reading their output.
 
 #pragma once
 
@@ -15,28 +15,28 @@ struct CommandResult {
   std::string errors;
 };
 
-// Runs `vector`, whose first element is a path, with standard input empty and
-// `environment` set besides this process's own.
+// Runs the argument vector `vector`, whose first element is a path, with an
+// empty standard input and `environment` added to this process's own.
 CommandResult RunCommand(
     const std::vector<std::string>& vector,
     const std::map<std::string, std::string>& environment = {});
 
-// A command with standard output and error on a terminal of its own.
+// A command whose standard output and error are a terminal of its own.
 class TerminalCommand {
  public:
   TerminalCommand(const std::vector<std::string>& vector,
                   const std::map<std::string, std::string>& environment,
                   winsize size);
-  // Kills it, if it still runs.
+  // Kills the command if it still runs.
   ~TerminalCommand();
   TerminalCommand(const TerminalCommand&) = delete;
   TerminalCommand& operator=(const TerminalCommand&) = delete;
 
   void Resize(winsize size) const;
   void Signal(int number) const;
-  // What has come out so far, with the terminal's "\r\n" as it stands.
+  // The output so far, with "\r\n" at the end of lines.
   const std::string& Output();
-  // Waits for its end; the exit status, or 128 + the signal's number.
+  // Waits for the command to end. Returns what `CommandResult::status` holds.
   int Wait();
 
  private:
@@ -45,8 +45,8 @@ class TerminalCommand {
   std::string output_;
 };
 
-// The same as `RunCommand` on such a terminal, of 80 columns; what comes out
-// there is in `output`, with the terminal's "\r\n" as "\n".
+// Like `RunCommand`, but on a terminal of 80 columns, whose output is all in
+// `output`, with "\n" at the end of lines.
 CommandResult RunOnTerminal(
     const std::vector<std::string>& vector,
     const std::map<std::string, std::string>& environment = {});

@@ -1,5 +1,5 @@
-// Keeps what coverage has been counted so far where a process is about to end
-// without running its exit handlers, or to be replaced.
+// Saves the coverage counted so far in a process that is about to call `_exit`
+// or `exec`.
 
 #pragma once
 

@@ -1,7 +1,6 @@
-// Prints what GetExecutablePath answers, the result, the size and the buffer,
-// and on a second line what GetCurrentPath does.
-// Arguments: the buffer's size and, where given, a working directory to change
-// to before it asks.
+// Prints the result, size and buffer of GetExecutablePath, and on a second line
+// the result of GetCurrentPath. Arguments: the buffer's size and, optionally, a
+// directory to change to first.
 
 #include <unistd.h>
 

@@ -1,18 +1,20 @@
 // A library to preload: makes calls of the launcher fail, as FAILING asks, and
-// keeps SIGKILL away from what is not the launcher's.
+// keeps SIGKILL away from processes outside the launcher's group.
 //
 //   FAILING=fork:3     the third fork of the process fails
 //   FAILING=fork:3+    so do all that follow
 //   FAILING=fork:hold  every fork waits for ever
-//   FAILING=execv:hold so does every execv
-//   FAILING=kill:1+    no kill reaches what is not a process
-//   FAILING=execv:term execv is met by a SIGTERM to the copy, the first time
+//   FAILING=fork:late  the first fork waits until another thread waits for a
+//                      child or kills one; no kill reaches a process group
+//   FAILING=execv:hold every execv waits for ever
+//   FAILING=kill:1+    no kill reaches a process group
+//   FAILING=execv:term the first execv is preceded by a SIGTERM to its process
 //   CLOCK=4102444800   the time of day is this
 //
-// The file that FAILED names is written to when a call fails, and that which
-// KILLS names receives the target of each kill that is not a process: 0 goes
+// A call that fails writes to the file that FAILED names. A kill whose target
+// is not a process writes the target to the file that KILLS names: 0 goes
 // through, -1 does not. The variables are taken out of the environment, so that
-// the items are not concerned.
+// the items do not see them.
 
 #include <dlfcn.h>
 #include <errno.h>
@@ -31,7 +33,7 @@
 #include <array>
 #include <atomic>
 
-// The C library's own, which asks nobody for memory.
+// The C library's own, which needs no other call.
 extern "C" void* __libc_malloc(size_t size);
 
 namespace {
@@ -44,6 +46,8 @@ Text g_kills;
 int g_nth = 0;
 bool g_onwards = false;
 bool g_hold = false;
+bool g_late = false;
+std::atomic<bool> g_first_fork_may_go_on = false;
 bool g_term = false;
 time_t g_clock = 0;
 std::atomic<int> g_count = 0;
@@ -67,6 +71,7 @@ __attribute__((constructor)) void Initialize() {
   if (char* const number = strchr(failing.data(), ':'); number != nullptr) {
     *number = '\0';
     g_hold = strcmp(number + 1, "hold") == 0;
+    g_late = strcmp(number + 1, "late") == 0;
     g_term = strcmp(number + 1, "term") == 0;
     g_nth = atoi(number + 1);
     g_onwards = strchr(number + 1, '+') != nullptr;
@@ -82,7 +87,7 @@ void Append(const Text& path, const char* line) {
   syscall(SYS_close, file);
 }
 
-// Whether this call of `call` is one that fails; `errno` says why then.
+// Whether this call of `call` fails; sets `errno` then.
 bool Fails(const char* call, int error) {
   if (strcmp(call, g_call.data()) != 0) {
     return false;
@@ -118,10 +123,16 @@ bool IsPipe(int descriptor) {
 #define EXPORTED extern "C" __attribute__((visibility("default")))
 
 EXPORTED pid_t fork() {
+  if (g_late && g_count++ == 0) {
+    while (!g_first_fork_may_go_on) {
+      usleep(1000);
+    }
+  }
   return Fails("fork", EAGAIN) ? -1 : Next(&fork, "fork")();
 }
 
 EXPORTED pid_t waitpid(pid_t process, int* status, int options) {
+  g_first_fork_may_go_on = true;
   return Fails("waitpid", ECHILD)
              ? -1
              : Next(&waitpid, "waitpid")(process, status, options);
@@ -183,9 +194,10 @@ EXPORTED int execv(const char* path, char* const* vector) {
 }
 
 EXPORTED int kill(pid_t process, int number) {
+  g_first_fork_may_go_on = true;
   if (process <= 0 && g_kills[0] != '\0') {
     Append(g_kills, process == 0 ? "0\n" : "-1\n");
-    if (process < 0) {
+    if (process < 0 || g_late) {
       return 0;
     }
   }

@@ -1,4 +1,4 @@
-// Running in a forked child what changes or ends the whole process.
+// Running code in a forked child, because it changes or ends its process.
 
 #pragma once
 
@@ -11,9 +11,9 @@
 #include "tests/support/Coverage.h"
 #include "tests/support/Poll.h"
 
-// Runs `body` in a forked child. Returns the exit status, which is what `body`
-// returns, or minus the number of the signal that ended the child. A child that
-// does not end is killed and fails the test.
+// Runs `body` in a forked child. Returns the child's exit status, which is the
+// result of `body`, or minus the number of the signal that ended the child. A
+// child that does not end is killed and fails the test.
 template <class Body>
 int InForkedChild(Body body) {
   const pid_t child = fork();

@@ -34,8 +34,7 @@ std::string Lowered(std::string_view text) {
   return result;
 }
 
-// Line ends stay with their lines; a line has 2,047 bytes at most and what is
-// behind its first NUL is lost.
+// A line, with its line end, has at most 2,047 bytes and ends at its first NUL.
 std::vector<std::string> Lines(std::string_view content) {
   std::vector<std::string> lines;
   std::string line;
@@ -49,7 +48,7 @@ std::vector<std::string> Lines(std::string_view content) {
   return lines;
 }
 
-// As a stream cuts: no empty piece behind a final "=".
+// A stream gives no empty piece after a final "=".
 std::vector<std::string> Pieces(const std::string& line) {
   std::vector<std::string> pieces;
   std::istringstream stream(line);

@@ -1,6 +1,5 @@
-// What GetPrivateProfileString has to find, worked out from a file's whole
-// content in another way than the reader's: the content is cut into lines
-// first, the lines into pieces by a stream.
+// Finds what GetPrivateProfileString should, in another way: from a file's
+// whole content, cut first into lines, then into pieces by a stream.
 
 #pragma once
 
@@ -15,7 +14,7 @@ namespace ini_oracle {
 std::optional<std::string> Find(std::string_view content,
                                 std::string_view section, std::string_view key);
 
-// Whether a text of `length` bytes is copied into a buffer said to hold `size`.
+// Whether a text of `length` bytes is copied into a buffer of `size` bytes.
 bool Fits(std::size_t length, int size);
 
 }  // namespace ini_oracle

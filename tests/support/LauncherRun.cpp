@@ -162,8 +162,8 @@ void LauncherRun::AwaitReady(int children) {
   });
 }
 
-// Seen twice: threads are not looked at all at once, and one may wait for a
-// lock for a moment. The launcher may end instead.
+// Seen twice: the threads are looked at one after another, and one may wait for
+// a lock for a moment. The launcher may end instead.
 void LauncherRun::AwaitState(const std::function<bool()>& holds) {
   int seen = 0;
   EXPECT_TRUE(Eventually([&] {
@@ -184,6 +184,21 @@ int LauncherRun::Stop() {
   return *status_;
 }
 
+std::vector<pid_t> LauncherRun::AwaitChildren(int count) {
+  std::vector<pid_t> children;
+  EXPECT_TRUE(Eventually([&] {
+    children = ChildrenOf(process_);
+    return std::ssize(children) == count && ThreadsInWait(process_) == count;
+  }));
+  return children;
+}
+
+void LauncherRun::ExpectStops() {
+  const int status = Stop();
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status;
+  EXPECT_TRUE(SessionOf(process_).empty());
+}
+
 std::vector<LogRecord> LauncherRun::Records() const {
   return RecordingLog::Read(directory_.Path() / "recording");
 }
@@ -194,6 +209,11 @@ std::vector<std::string> LauncherRun::Messages() const {
     messages.push_back(record.message);
   }
   return messages;
+}
+
+bool LauncherRun::HasLogged(const std::string& message) const {
+  const std::vector<std::string> messages = Messages();
+  return std::ranges::find(messages, message) != messages.end();
 }
 
 std::vector<LogRecord> LauncherRun::Await(const std::string& part,
@@ -208,4 +228,26 @@ std::vector<LogRecord> LauncherRun::Await(const std::string& part,
   })) << "only "
       << records.size() << " of " << part;
   return records;
+}
+
+std::vector<LoggedEnd> LauncherRun::Ends() const {
+  std::vector<LoggedEnd> ends;
+  for (const LogRecord& record : Records()) {
+    if (const auto end = EndIn(record)) {
+      ends.push_back(*end);
+    }
+  }
+  return ends;
+}
+
+std::vector<LoggedEnd> LauncherRun::Ends(const std::string& name) const {
+  std::vector<LoggedEnd> ends = Ends();
+  std::erase_if(ends, [&](const LoggedEnd& end) { return end.name != name; });
+  return ends;
+}
+
+std::vector<LoggedEnd> LauncherRun::AwaitEnds(const std::string& name,
+                                              std::size_t count) {
+  EXPECT_TRUE(Eventually([&] { return Ends(name).size() >= count; })) << name;
+  return Ends(name);
 }

@@ -42,14 +42,13 @@ class LauncherRun {
   std::filesystem::path Home() const;
   const TempDir& Directory() const { return directory_; }
 
-  // Puts `library` (a path) in the place of the logger library; none when
+  // Puts `library` (a path) in the place of the logger library, or none when
   // empty.
   void UseLibrary(const std::string& library);
   void SetEnvironment(const std::string& name, const std::string& value);
 
-  // Starts the launcher with `arguments` behind its own path, in a session of
-  // its own. `prepare` runs in the new process before the launcher takes it
-  // over.
+  // Starts the launcher with `arguments` after its own path, in a session of
+  // its own. `prepare` runs in the new process before the launcher does.
   void Start(const std::vector<std::string>& arguments,
              const std::function<void()>& prepare = {});
 
@@ -61,7 +60,7 @@ class LauncherRun {
   void Signal(int number) const;
   // Whether the launcher has not ended yet.
   bool IsRunning();
-  // Waits for the launcher's end and gives its wait status.
+  // Waits for the launcher's end and returns its wait status.
   int Wait();
   // Waits until `main` and the stop thread read, the items file and the pipe:
   // no SIGTERM is on its way.
@@ -70,15 +69,28 @@ class LauncherRun {
   void AwaitWaiting();
   // Waits until, in addition, `children` run and are known to the launcher.
   void AwaitReady(int children);
+  // Waits until exactly `count` children run and are known to the launcher, and
+  // returns them.
+  std::vector<pid_t> AwaitChildren(int count);
   // Sends SIGTERM until the launcher ends (one that comes too early is not
-  // remembered, by design) and gives the wait status.
+  // remembered, by design) and returns its wait status.
   int Stop();
+  // The same; expects the status 1 and that no process is left.
+  void ExpectStops();
 
-  // What the recording library has been given.
+  // What the recording library has received.
   std::vector<LogRecord> Records() const;
   std::vector<std::string> Messages() const;
-  // Waits until `count` messages hold `part`; gives those that do.
+  // Whether one of these messages is `message`.
+  bool HasLogged(const std::string& message) const;
+  // Waits until `count` messages contain `part`, and returns those that do.
   std::vector<LogRecord> Await(const std::string& part, std::size_t count = 1);
+  // The logged ends, and those of the item `name`.
+  std::vector<LoggedEnd> Ends() const;
+  std::vector<LoggedEnd> Ends(const std::string& name) const;
+  // Waits until `count` ends of the item `name` are logged, and returns them.
+  std::vector<LoggedEnd> AwaitEnds(const std::string& name,
+                                   std::size_t count = 1);
 
  private:
   void AwaitState(const std::function<bool()>& holds);

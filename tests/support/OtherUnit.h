@@ -1,4 +1,4 @@
-// The file-local functions as another source file sees them.
+// The addresses of another source file's copies of the file-local functions.
 
 #pragma once
 

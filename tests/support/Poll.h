@@ -1,12 +1,12 @@
-// Waiting for a condition instead of for a time.
+// Waiting for a condition instead of a fixed time.
 
 #pragma once
 
 #include <chrono>
 #include <thread>
 
-// Polls `condition` until it holds. False when it still does not after a time
-// that is far more than a loaded machine needs.
+// Polls `condition` until it holds. False after 60 seconds, far more than a
+// loaded machine needs.
 template <class Condition>
 bool Eventually(Condition condition) {
   constexpr std::chrono::seconds kPatience{60};

@@ -94,6 +94,16 @@ std::set<int> StatusSignals(pid_t process, const std::string& field) {
   return signals;
 }
 
+std::string CommandLine(pid_t process) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/cmdline",
+                     std::ios::binary);
+  std::string line;
+  for (std::string one; std::getline(file, one, '\0');) {
+    line += (line.empty() ? "" : " ") + one;
+  }
+  return line;
+}
+
 std::vector<pid_t> ChildrenOf(pid_t process) {
   std::vector<pid_t> children;
   for (const ProcessEntry& entry : Processes()) {

@@ -1,5 +1,5 @@
-// What /proc says of processes and their threads. Linux only: elsewhere, where
-// there is no sandbox, the tests that ask are skipped.
+// Processes and their threads, as /proc shows them. Linux only: the tests that
+// use this are skipped elsewhere, where there is no sandbox.
 
 #pragma once
 
@@ -17,6 +17,9 @@ std::string StatusField(pid_t process, const std::string& field);
 // The signals in the set `field` ("SigCgt", "SigBlk", ...) of `process`.
 std::set<int> StatusSignals(pid_t process, const std::string& field);
 
+// The arguments of `process`, a blank between two.
+std::string CommandLine(pid_t process);
+
 // The processes whose parent is `process`, in ascending order.
 std::vector<pid_t> ChildrenOf(pid_t process);
 
@@ -25,7 +28,7 @@ std::vector<pid_t> ThreadsOf(pid_t process);
 
 // How many threads of `process` wait for a child: each of them has forked and
 // knows its child's id. A SIGTERM before that kills the launcher's own process
-// group, as required.
+// group, by design.
 int ThreadsInWait(pid_t process);
 
 // Whether `thread` of `process` is blocked in the system call `call`.
@@ -37,10 +40,10 @@ void SignalThread(pid_t process, pid_t thread, int number);
 // The processes of the session that `leader` leads or has led.
 std::vector<pid_t> SessionOf(pid_t leader);
 
-// Kills what the session that `leader` leads or has led still holds, but for
-// the caller, until there is nothing left: a chain grows meanwhile.
+// Kills the processes of the session that `leader` leads or has led, except the
+// caller, until none is left: a chain grows meanwhile.
 void EndSession(pid_t leader);
 
-// The descriptors that `process` has open, with what they refer to; none when
+// The open descriptors of `process` and the files that they refer to; none when
 // it is gone.
 std::map<int, std::string> DescriptorsOf(pid_t process);

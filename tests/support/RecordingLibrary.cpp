@@ -1,14 +1,17 @@
 // A logger library for tests: liblogger's interface in front of a RecordingLog.
 //
 // It records in the file that the environment variable RECORDING names, or in
-// none and fails when there is no such variable. Its first records are its own
-// calls. What it does besides is told by RECORDER:
+// none when there is no such variable. Its first records are its own calls.
+// RECORDER makes it misbehave:
 //
+//   leak      InitLogger opens a file that children inherit
 //   refuse    InitLogger returns 1
 //   throw     InitLogger throws
 //   fail      GetLogger throws
 //   silent    GetLogger stores no logger
 //   complain  GetLogger returns 1, with a logger stored
+
+#include <fcntl.h>
 
 #include <cstdlib>
 #include <stdexcept>
@@ -34,6 +37,9 @@ ILog& Log() {
 
 EXPORTED int InitLogger(const char* directory) {
   Log().Log(LOGLEVEL_MESSAGE, "InitLogger %s", directory);
+  if (Variable("RECORDER") == "leak") {
+    open("/dev/zero", O_RDONLY);
+  }
   if (Variable("RECORDER") == "throw") {
     throw std::runtime_error("asked to");
   }

@@ -4,9 +4,12 @@
 #include <unistd.h>
 
 #include <array>
+#include <cstdarg>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
+
+#include "launcher/Messages.h"
 
 namespace {
 
@@ -62,4 +65,36 @@ std::vector<LogRecord> RecordingLog::Read(const std::string& path) {
     next.message = Field(record);
   }
   return records;
+}
+
+std::string Message(const char* format, ...) {
+  std::array<char, 8192> text;
+  va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(text.data(), text.size(), format, arguments);
+  va_end(arguments);
+  return text.data();
+}
+
+std::optional<LoggedEnd> EndIn(const LogRecord& record) {
+  std::array<char, 256> name{};
+  LoggedEnd end;
+  // The format is that of a reader, too, for short names without blanks.
+  if (record.format != kEndMessage ||
+      std::sscanf(record.message.c_str(), kEndMessage, name.data(), &end.child,
+                  &end.ret, &end.status) != 4) {
+    return std::nullopt;
+  }
+  end.name = name.data();
+  end.time = record.time;
+  return end;
+}
+
+std::optional<std::string> StartIn(const LogRecord& record) {
+  std::array<char, 256> name{};
+  if (record.format != kStartMessage ||
+      std::sscanf(record.message.c_str(), kStartMessage, name.data()) != 1) {
+    return std::nullopt;
+  }
+  return name.data();
 }

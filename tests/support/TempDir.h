@@ -1,5 +1,5 @@
-// A directory that goes with everything in it when the object does, but not
-// when a forked copy of the process destroys its own.
+// A temporary directory, removed with its content by the destructor, but not in
+// a forked child.
 
 #pragma once
 
@@ -30,8 +30,8 @@ class TempDir {
 
   const std::filesystem::path& Path() const { return path_; }
 
-  // Writes `content` to the file `name`, its directories made when missing, and
-  // returns the file's path.
+  // Writes `content` to the file `name`, makes missing directories, and returns
+  // the file's path.
   std::string Write(const std::filesystem::path& name,
                     std::string_view content) const {
     const std::filesystem::path file = path_ / name;

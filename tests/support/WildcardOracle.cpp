@@ -6,8 +6,9 @@
 
 namespace {
 
-// A place in the name, and where the part of the name begins that a star or a
-// "<" has left to the rest of the expression. A place may lie behind the end.
+// A position in the name, which may be past its end, and the origin: where the
+// part of the name begins that the last "*" or "<" left to the rest of the
+// expression.
 struct Place {
   std::size_t origin;
   std::size_t position;
@@ -21,8 +22,8 @@ class Step {
   Step(const std::u32string& name, bool ignore_case)
       : name_(name), ignore_case_(ignore_case) {}
 
-  // Adds to `next` where `character` leads from `place`.
-  void Take(char32_t character, Place place, Places& next) const {
+  // Adds to `next` the places that `character` leads to from `place`.
+  void Follow(char32_t character, Place place, Places& next) const {
     switch (character) {
       case U'?':
         next.insert(Moved(place));
@@ -34,10 +35,10 @@ class Step {
         next.insert(IsLastDot(place.position) ? place : Moved(place));
         break;
       case U'*':
-        TakeStar(place, next);
+        FollowStar(place, next);
         break;
       case U'<':
-        TakeUpToLastDot(place, next);
+        FollowLessThan(place, next);
         break;
       default:
         if (IsEqual(character, place.position)) {
@@ -71,7 +72,7 @@ class Step {
                         : character == name_[position];
   }
 
-  void TakeStar(Place place, Places& next) const {
+  void FollowStar(Place place, Places& next) const {
     if (IsAtEnd(place.position)) {
       next.insert(place);
       return;
@@ -82,11 +83,10 @@ class Step {
     next.insert({place.origin, name_.size()});
   }
 
-  void TakeUpToLastDot(Place place, Places& next) const {
+  void FollowLessThan(Place place, Places& next) const {
     const std::size_t dot = name_.rfind(U'.');
     const bool has_dot = dot != std::u32string::npos && dot >= place.position;
-    // Without a dot the limit is the origin, which lies behind every place that
-    // is not the origin itself.
+    // Without a dot the limit is the origin, which no later position reaches.
     const std::size_t limit = has_dot ? dot : place.origin;
     if (IsAtEnd(place.position) || place.position == limit) {
       next.insert(place);
@@ -115,7 +115,7 @@ bool OracleMatches(const std::u32string& expression, const std::u32string& name,
     }
     Places next;
     for (const Place place : places) {
-      step.Take(expression[i], place, next);
+      step.Follow(expression[i], place, next);
     }
     places = next;
   }

@@ -1,4 +1,4 @@
-// What a child is born with, and how its end is reported.
+// The state that a child starts with, and how its end is logged.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -22,8 +22,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A shell that stands still as it was born.
-constexpr const char* kStandStill = "kill -STOP $$";
+// Stops a shell in the state that it started with.
+constexpr const char* kStopItself = "kill -STOP $$";
 
 std::string Escaped(const std::string& text) {
   std::string escaped;
@@ -33,7 +33,7 @@ std::string Escaped(const std::string& text) {
   return "\"" + escaped + "\"";
 }
 
-// The item `name` that runs `script` in a shell, with `arguments` behind it.
+// The item `name` that runs `script` in a shell, followed by `arguments`.
 std::string Shell(const std::string& name, const std::string& script,
                   const std::vector<std::string>& arguments = {}) {
   std::string item = R"({"name": ")" + name +
@@ -46,14 +46,14 @@ std::string Shell(const std::string& name, const std::string& script,
   return item + "}}";
 }
 
-class BirthTest : public testing::Test {
+class ChildrenTest : public testing::Test {
  protected:
   void SetUp() override { REQUIRE_SANDBOX(); }
 
-  // Starts the launcher on one item that stands still; gives its process.
-  pid_t Bear(const std::vector<std::string>& arguments,
-             const std::function<void()>& prepare = {}) {
-    run_.StartItems(ItemsFile({Shell("a", kStandStill, arguments)}), prepare);
+  // Starts the launcher on one item that stops itself, and returns its process.
+  pid_t StartStopped(const std::vector<std::string>& arguments,
+                     const std::function<void()>& prepare = {}) {
+    run_.StartItems(ItemsFile({Shell("a", kStopItself, arguments)}), prepare);
     pid_t child = 0;
     EXPECT_TRUE(Eventually([&] {
       const std::vector<pid_t> children = ChildrenOf(run_.Process());
@@ -73,19 +73,19 @@ class BirthTest : public testing::Test {
     std::string expected = "/bin/sh";
     expected += '\0';
     for (const std::string& text :
-         {std::string("-c"), std::string(kStandStill)}) {
+         {std::string("-c"), std::string(kStopItself)}) {
       expected.append(text) += '\0';
     }
     for (const std::string& text : arguments) {
       expected.append(text) += '\0';
     }
-    EXPECT_EQ(ReadFile(File(Bear(arguments), "cmdline")), expected);
+    EXPECT_EQ(ReadFile(File(StartStopped(arguments), "cmdline")), expected);
   }
 
   // Starts the launcher with two descriptors above the standard ones, and
   // expects the item to have those and no others.
   void ExpectDescriptorsAsGiven() {
-    const pid_t child = Bear({}, [] {
+    const pid_t child = StartStopped({}, [] {
       for (int i = 3; i < 1024; ++i) {
         close(i);
       }
@@ -99,20 +99,9 @@ class BirthTest : public testing::Test {
     EXPECT_EQ(numbers, (std::set<int>{5, 900}));
   }
 
-  // The statuses of the ends of the item `name`, in order.
-  std::vector<int> Statuses(const std::string& name) const {
-    std::vector<int> statuses;
-    for (const std::string& message : run_.Messages()) {
-      if (message.starts_with("[LAUNCHER  ] " + name + " ")) {
-        statuses.push_back(std::stoi(message.substr(message.rfind(' '))));
-      }
-    }
-    return statuses;
-  }
-
-  // Several items go through the numbers from 0 to `numbers` - 1, a multiple
-  // of eight, each its own part of them. `action` uses $n. Gives the status
-  // that was logged for each number.
+  // Lets several items take the numbers from 0 to `numbers` - 1, a multiple of
+  // eight, each its own part of them. `action` uses $n. Returns the status
+  // logged for each number.
   std::vector<int> StatusesOf(int numbers, const std::string& action) {
     constexpr int kItems = 8;
     const int part = numbers / kItems;
@@ -131,10 +120,10 @@ class BirthTest : public testing::Test {
     std::vector<int> statuses;
     for (int i = 0; i < kItems; ++i) {
       const std::string name = "item" + std::to_string(i);
-      EXPECT_TRUE(Eventually([&] {
-        return std::ssize(Statuses(name)) >= part;
-      })) << name;
-      std::ranges::copy(Statuses(name), std::back_inserter(statuses));
+      for (const LoggedEnd& end :
+           run_.AwaitEnds(name, static_cast<std::size_t>(part))) {
+        statuses.push_back(end.status);
+      }
     }
     run_.AwaitReady(kItems);
     return statuses;
@@ -143,16 +132,16 @@ class BirthTest : public testing::Test {
   LauncherRun run_;
 };
 
-TEST_F(BirthTest, ArgumentsArriveByteForByte) {
+TEST_F(ChildrenTest, GetTheirArgumentsByteForByte) {
   ExpectArguments({"a b", " ", "'", "\"", "\\", "%s %n %", "",
                    "\xc3\xa9\xe2\x82\xac", "$HOME `id` *", "--", ""});
 }
 
-TEST_F(BirthTest, AnArgumentOfAHundredKilobytesArrives) {
+TEST_F(ChildrenTest, GetAnArgumentOfAHundredKilobytes) {
   ExpectArguments({std::string(100 * 1024, 'x')});
 }
 
-TEST_F(BirthTest, AThousandArgumentsArrive) {
+TEST_F(ChildrenTest, GetAThousandArguments) {
   std::vector<std::string> arguments;
   for (int i = 0; i < 1000; ++i) {
     arguments.push_back("argument " + std::to_string(i));
@@ -160,7 +149,7 @@ TEST_F(BirthTest, AThousandArgumentsArrive) {
   ExpectArguments(arguments);
 }
 
-TEST_F(BirthTest, TheEnvironmentArrivesByteForByte) {
+TEST_F(ChildrenTest, GetTheEnvironmentByteForByte) {
   constexpr std::array<const char*, 6> kVariables{
       "QUOTED=a \"b\" '%s' \\ \xc3\xa9",
       "EMPTY=",
@@ -173,21 +162,22 @@ TEST_F(BirthTest, TheEnvironmentArrivesByteForByte) {
        ++variable) {
     expected.append(*variable) += '\0';
   }
-  const pid_t child =
-      Bear({}, [&] { environ = const_cast<char**>(kVariables.data()); });
+  const pid_t child = StartStopped(
+      {}, [&] { environ = const_cast<char**>(kVariables.data()); });
   EXPECT_EQ(ReadFile(File(run_.Process(), "environ")), expected);
   EXPECT_EQ(ReadFile(File(child, "environ")), expected);
 }
 
-TEST_F(BirthTest, TheWorkingDirectoryIsTheLaunchers) {
+TEST_F(ChildrenTest, StartInTheLaunchersWorkingDirectory) {
   const fs::path directory = run_.Root() / "work";
   fs::create_directory(directory);
-  const pid_t child = Bear({}, [&] { fs::current_path(directory); });
+  const pid_t child = StartStopped({}, [&] { fs::current_path(directory); });
   EXPECT_EQ(fs::read_symlink(File(child, "cwd")), directory);
 }
 
-TEST_F(BirthTest, MaskAndDispositionsAreThoseTheLauncherWasStartedWith) {
-  const pid_t child = Bear({}, [] {
+TEST_F(ChildrenTest,
+       HaveTheSignalMaskAndDispositionsThatTheLauncherStartedWith) {
+  const pid_t child = StartStopped({}, [] {
     sigset_t blocked;
     sigemptyset(&blocked);
     for (const int number : {SIGUSR1, SIGCHLD, SIGWINCH}) {
@@ -212,11 +202,11 @@ TEST_F(BirthTest, MaskAndDispositionsAreThoseTheLauncherWasStartedWith) {
   EXPECT_EQ(caught, std::set<int>{SIGTERM}) << "the launcher's handlers";
 }
 
-TEST_F(BirthTest, DescriptorsAreThoseTheLauncherLeft) {
+TEST_F(ChildrenTest, HaveTheDescriptorsThatTheLauncherLeft) {
   ExpectDescriptorsAsGiven();
 }
 
-TEST_F(BirthTest, TheLogIsNotAmongTheDescriptors) {
+TEST_F(ChildrenTest, DoNotInheritTheLog) {
   run_.UseLibrary(LOGGER_LIBRARY);
   ExpectDescriptorsAsGiven();
   EXPECT_TRUE(std::ranges::any_of(
@@ -224,7 +214,18 @@ TEST_F(BirthTest, TheLogIsNotAmongTheDescriptors) {
       [](const auto& entry) { return entry.second.ends_with(".log"); }));
 }
 
-TEST_F(BirthTest, EveryExitCodeIsLoggedRaw) {
+TEST_F(ChildrenTest, InheritWhateverIsOpenedAsDescriptorZero) {
+  run_.SetEnvironment("RECORDER", "leak");
+  EXPECT_EQ(DescriptorsOf(StartStopped({})).at(0), "/dev/zero");
+}
+
+TEST_F(ChildrenTest, AreStartedAgainAfterEachEnd) {
+  run_.StartItems(ItemsFile({Shell("tick", "exit 3")}));
+  EXPECT_EQ(run_.AwaitEnds("tick", 3).at(2).status, 3 * 256);
+  run_.ExpectStops();
+}
+
+TEST_F(ChildrenTest, HaveEveryExitCodeLoggedRaw) {
   std::vector<int> expected;
   for (int code = 0; code < 256; ++code) {
     expected.push_back(code * 256);
@@ -233,8 +234,8 @@ TEST_F(BirthTest, EveryExitCodeIsLoggedRaw) {
   EXPECT_EQ(WEXITSTATUS(run_.Stop()), 1);
 }
 
-// What does not terminate exits with 77.
-TEST_F(BirthTest, EveryTerminatingSignalIsLoggedRaw) {
+// For a signal that does not terminate the shell exits with 77.
+TEST_F(ChildrenTest, HaveEveryTerminatingSignalLoggedRaw) {
   constexpr int kSignals = 64;
   constexpr int kCoreFlag = 0x80;
   const std::set<int> harmless{SIGCHLD, SIGCONT, SIGSTOP, SIGTSTP,

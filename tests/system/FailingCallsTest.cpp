@@ -1,5 +1,5 @@
 // The launcher while its system calls fail: the first, the second, and so on
-// until its life completes without one failing.
+// until it stops without a failure.
 
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -15,6 +15,7 @@
 #include <iterator>
 #include <thread>
 
+#include "launcher/Messages.h"
 #include "tests/support/Files.h"
 #include "tests/support/LauncherRun.h"
 #include "tests/support/Poll.h"
@@ -28,23 +29,21 @@ using namespace std::chrono_literals;
 constexpr int kNotStarted = 0;
 constexpr int kStopped = 1 << 8;
 
-constexpr const char* kParseError =
-    "[LAUNCHER  ] Error while parsing saved json string.";
-
 // A kill as it is noted.
 constexpr std::string_view kEveryProcess = "-1\n";
 
 class FaultRun {
  public:
-  explicit FaultRun(const std::string& failing) {
+  explicit FaultRun(const std::string& failing)
+      : fails_onwards_(failing.ends_with('+')) {
     run_.SetEnvironment("LD_PRELOAD", FAILING_CALLS);
     run_.SetEnvironment("FAILING", failing);
     run_.SetEnvironment("FAILED", run_.Root() / "failed");
     run_.SetEnvironment("KILLS", run_.Root() / "kills");
   }
 
-  // Runs two items for a while and stops the launcher; gives its wait status.
-  // Expects nothing to be left of a failure, neither open nor running.
+  // Runs two items for a while, stops the launcher and returns its wait status.
+  // Expects a failure to leave nothing open or running.
   int RunItems() {
     run_.StartItems(ItemsFile({Short("a"), Tick("b")}), [] {
       for (int i = 3; i < 1024; ++i) {
@@ -55,7 +54,8 @@ class FaultRun {
     Eventually([&] {
       return !run_.IsRunning() || IsBlockedIn(process, process, SYS_futex);
     });
-    // For what does not begin with a wait: a failed fork, a restart.
+    // Leaves time for a failed fork and a restart, which do not begin with a
+    // wait.
     std::this_thread::sleep_for(70ms);
     EXPECT_TRUE(Eventually([&] { return HoldsLittle(); }));
     stop_ = std::chrono::steady_clock::now().time_since_epoch();
@@ -73,9 +73,11 @@ class FaultRun {
   std::string Kills() const { return ReadFile(run_.Root() / "kills"); }
   LauncherRun& Launcher() { return run_; }
   const LauncherRun& Launcher() const { return run_; }
+  // Whether all calls after the first that fails do so, too.
+  bool FailsOnwards() const { return fails_onwards_; }
 
  private:
-  // A child that is missed, as one forked during the stop is, ends by itself.
+  // A child that is forked during the stop is missed. It ends by itself.
   static std::string Short(const std::string& name) {
     return R"({"name": ")" + name +
            R"(", "program": "/bin/sleep", "argc": 1, "args": {"0": "2"}})";
@@ -93,6 +95,7 @@ class FaultRun {
   }
 
   LauncherRun run_;
+  bool fails_onwards_;
   std::chrono::nanoseconds stop_{0};
 };
 
@@ -101,8 +104,8 @@ class FaultTest : public testing::Test {
   void SetUp() override { REQUIRE_SANDBOX(); }
 
   // Runs the launcher with each `call` failing, from the first to the last that
-  // it makes, once and from there on; every `stride`th only. `expect` looks at
-  // the run and its wait status. Gives how many could fail once.
+  // it makes, once and from there on; every `stride`th only. `expect` checks
+  // the run and its wait status. Returns how many could fail once.
   template <class Expect>
   int FailEach(const std::string& call, int stride, Expect expect) {
     int failed_once = 0;
@@ -127,7 +130,7 @@ class FaultTest : public testing::Test {
             } else {
               completed = true;
             }
-            // A child that had not forked: the launcher's group goes with it.
+            // An item that had not forked: the launcher's group was killed.
             if (run.Kills().find("0") != std::string::npos) {
               EXPECT_EQ(status, SIGKILL);
               continue;
@@ -166,7 +169,7 @@ TEST_F(FaultTest, AFailedForkEndsTheItemAndItsStopSignalsEveryProcess) {
   FailEach("fork", 1, [](FaultRun& run, int, int status) {
     EXPECT_EQ(status, kStopped);
     const auto failures = run.Launcher().Await("] Failed to fork ", 0);
-    // One that failed during the stop may have been stopped just before.
+    // An item whose fork failed during the stop may have been stopped before.
     const auto early =
         std::ranges::count_if(failures, [&](const LogRecord& failure) {
           return failure.time < run.StopTime();
@@ -185,35 +188,36 @@ TEST_F(FaultTest, AFailedForkEndsTheItemAndItsStopSignalsEveryProcess) {
 TEST_F(FaultTest, AFailedWaitIsLoggedAndTheItemGoesOn) {
   FailEach("waitpid", 1, [](FaultRun& run, int, int status) {
     EXPECT_EQ(status, kStopped);
-    EXPECT_EQ(run.HasFailed(), HasLogged(run, "ret = -1, status = 0"));
+    EXPECT_EQ(run.HasFailed(),
+              std::ranges::any_of(run.Launcher().Ends(), [](const auto& end) {
+                return end.ret == -1 && end.status == 0;
+              }));
   });
 }
 
-TEST_F(FaultTest, ARefusedThreadEndsTheStart) {
+TEST_F(FaultTest, ARefusedThreadForAnItemEndsTheStart) {
   FailEach("pthread_create", 1, [](FaultRun& run, int nth, int status) {
-    EXPECT_EQ(status, run.HasFailed() ? kNotStarted : kStopped);
-    // The first is the stop thread: the launcher ends before there is a log.
-    EXPECT_EQ(HasLogged(run, kParseError), run.HasFailed() && nth > 1);
+    // The first is the stop thread, which the launcher can do without.
+    const bool ends = run.HasFailed() && (nth > 1 || run.FailsOnwards());
+    EXPECT_EQ(status, ends ? kNotStarted : kStopped);
+    EXPECT_EQ(HasLogged(run, kParseFailedMessage), ends);
   });
 }
 
-TEST_F(FaultTest, ARefusedPipeEndsTheStart) {
-  FailEach("pipe", 1, [](FaultRun& run, int, int status) {
-    EXPECT_EQ(status, run.HasFailed() ? kNotStarted : kStopped);
-    EXPECT_EQ(run.Launcher().Records().empty(), run.HasFailed());
-  });
+TEST_F(FaultTest, TheLauncherDoesWithoutARefusedPipe) {
+  FailEach("pipe", 1, ExpectStopped);
 }
 
-TEST_F(FaultTest, ALibraryThatCannotBeLoadedIsDoneWithout) {
+TEST_F(FaultTest, TheLauncherDoesWithoutALibraryThatCannotBeLoaded) {
   FailEach("dlopen", 1, [](FaultRun& run, int, int status) {
     EXPECT_EQ(status, kStopped);
     EXPECT_EQ(run.Launcher().Records().empty(), run.HasFailed());
   });
 }
 
-// The items file, qvxapi.ini, log.ini, and qvxapi.ini once more: nothing of it
-// is kept. All but the first have defaults.
-TEST_F(FaultTest, AFileThatCannotBeOpenedIsMissing) {
+// The items file, qvxapi.ini, log.ini, and qvxapi.ini once more. All but the
+// first have defaults.
+TEST_F(FaultTest, AFileThatCannotBeOpenedCountsAsMissing) {
   const auto expect = [](FaultRun& run, int nth, int status) {
     EXPECT_EQ(status, run.HasFailed() && nth == 1 ? kNotStarted : kStopped);
   };
@@ -227,29 +231,28 @@ TEST_F(FaultTest, APathThatCannotBeResolvedIsUsedAsItIs) {
   });
 }
 
-TEST_F(FaultTest, ALogThatCannotBeOpenedOrWrittenIsDoneWithout) {
+TEST_F(FaultTest, TheLauncherDoesWithoutALogThatCannotBeOpenedOrWritten) {
   library_ = LOGGER_LIBRARY;
   FailEach("open", 1, ExpectStopped);
   FailEach("write", 1, ExpectStopped);
 }
 
-// Where memory is refused decides what ends: nothing, the start or, outside the
-// reading of the items, the process. A start that ends says so, once there is a
-// log.
+// Refused memory ends nothing, the start or, outside the reading of the items,
+// the process. A start that ends logs it, once there is a log.
 TEST_F(FaultTest, RefusedMemoryEndsTheLauncherInOrderOrByAbort) {
   FailEach("malloc", SoakOr(1, 12), [](FaultRun& run, int, int status) {
     EXPECT_TRUE(status == kNotStarted || status == kStopped ||
                 WTERMSIG(status) == SIGABRT)
         << status;
     if (WIFEXITED(status) && HasLogged(run, "GetLogger ")) {
-      EXPECT_EQ(HasLogged(run, kParseError), status == kNotStarted);
+      EXPECT_EQ(HasLogged(run, kParseFailedMessage), status == kNotStarted);
     }
   });
 }
 
-// The real thing. In a PID namespace below the test's, -1 reaches the items and
-// a bystander, and neither the launcher, which sends it, nor the namespace's
-// first process.
+// The signals are really sent. In a PID namespace below the test's, -1 reaches
+// the items and a bystander, but not the launcher, which sends it, nor the
+// namespace's first process.
 TEST_F(FaultTest, StoppingAfterAFailedForkKillsEveryProcessForReal) {
   FaultRun run("fork:2+");
   run.Launcher().SetEnvironment("KILLS", "");
@@ -270,7 +273,7 @@ TEST_F(FaultTest, StoppingAfterAFailedForkKillsEveryProcessForReal) {
     if (launcher == 0) {
       return;
     }
-    run.Launcher().Await("[LAUNCHER  ] Failed to fork a");
+    run.Launcher().Await(Message(kForkFailedMessage, "a"));
     int status[2] = {-1, -1};
     Eventually([&] {
       kill(launcher, SIGTERM);
@@ -283,6 +286,18 @@ TEST_F(FaultTest, StoppingAfterAFailedForkKillsEveryProcessForReal) {
   });
   run.Launcher().Wait();
   EXPECT_EQ(ReadFile(report), std::to_string(kStopped) + " 9");
+}
+
+// Its exit-time destruction signals every process: its own item has the id -1.
+TEST_F(FaultTest, ALinkOfAChainWhoseForkFailsEndsWithStatusZero) {
+  FaultRun run("fork:2");
+  run.Launcher().StartItems(
+      ItemsFile({R"({"name": "chain", "program": "/nonexistent"})"}));
+  EXPECT_EQ(run.Launcher().AwaitEnds("chain").at(0).status, 0);
+  const LogRecord failure =
+      run.Launcher().Await(Message(kForkFailedMessage, "chain")).at(0);
+  EXPECT_EQ(failure.process, run.Launcher().AwaitEnds("chain").at(0).child);
+  EXPECT_TRUE(run.Kills().starts_with(kEveryProcess));
 }
 
 TEST_F(FaultTest, StoppingBeforeTheFirstForkKillsTheGroupForReal) {
@@ -301,11 +316,11 @@ TEST_F(FaultTest, StoppingBeforeTheFirstForkKillsTheGroupForReal) {
   EXPECT_EQ(run.Kills(), "0\n");
 }
 
-// The signal ends the copy alone: the launcher sees a child that died of it.
-TEST_F(FaultTest, ASigtermToACopyBeforeExecvSparesTheLauncher) {
+// The signal ends the forked child alone; the launcher logs its end.
+TEST_F(FaultTest, ASigtermToAForkedChildBeforeExecvSparesTheLauncher) {
   FaultRun run("execv:term");
   run.Launcher().StartItems(ItemsFile({Sleeper("a")}));
-  run.Launcher().Await("status = 15");
+  EXPECT_EQ(run.Launcher().AwaitEnds("a").at(0).status, SIGTERM);
   run.Launcher().AwaitReady(1);
   EXPECT_TRUE(run.Launcher().IsRunning());
   EXPECT_EQ(run.Launcher().Stop(), kStopped);

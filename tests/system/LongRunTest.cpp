@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "launcher/Items.h"
 #include "tests/support/LauncherRun.h"
 #include "tests/support/Poll.h"
 #include "tests/support/Sandbox.h"
@@ -37,8 +38,8 @@ std::vector<pid_t> ZombiesOf(pid_t process) {
   return zombies;
 }
 
-// What a pause of 50 ms takes on this machine, as loaded as it is, for a thread
-// that starts a process after each.
+// Measures how long a pause really takes on this machine, under its present
+// load, for a thread that starts a process after each.
 class MeasuredPause {
  public:
   MeasuredPause() : thread_([this] { Measure(); }) {}
@@ -56,7 +57,7 @@ class MeasuredPause {
       posix_spawn(&child, vector[0], nullptr, nullptr, vector.data(), nullptr);
       waitpid(child, nullptr, 0);
       const auto start = steady_clock::now();
-      std::this_thread::sleep_for(50ms);
+      std::this_thread::sleep_for(kRestartPause);
       sum_ = sum_ + Seconds(steady_clock::now() - start).count();
       count_ = count_ + 1;
     }
@@ -75,23 +76,20 @@ struct Cycles {
   std::chrono::nanoseconds last{0};
 };
 
-// What each item that ends has done.
+// The cycles of each item in `records`.
 std::map<std::string, Cycles> CyclesOf(const std::vector<LogRecord>& records) {
   std::map<std::string, Cycles> items;
   std::map<std::string, std::chrono::nanoseconds> started;
   for (const LogRecord& record : records) {
-    std::array<char, 64> name;
-    if (std::sscanf(record.message.c_str(), "[LAUNCHER  ] Start to fork %63s",
-                    name.data()) == 1) {
-      Cycles& item = items[name.data()];
+    if (const auto name = StartIn(record)) {
+      Cycles& item = items[*name];
       item.first = item.starts == 0 ? record.time : item.first;
       item.last = record.time;
       ++item.starts;
-      started[name.data()] = record.time;
-    } else if (std::sscanf(record.message.c_str(), "[LAUNCHER  ] %63s",
-                           name.data()) == 1 &&
-               started.contains(name.data())) {
-      items[name.data()].spawning += record.time - started[name.data()];
+      started[*name] = record.time;
+    } else if (const auto end = EndIn(record);
+               end && started.contains(end->name)) {
+      items[end->name].spawning += record.time - started[end->name];
     }
   }
   return items;
@@ -101,8 +99,8 @@ class LongRunTest : public testing::Test {
  protected:
   void SetUp() override { REQUIRE_SANDBOX(); }
 
-  // Runs `count` items that end at once, and a healthy one, for `settling` at
-  // least and then `watched`; gives what a pause took meanwhile.
+  // Runs `count` items that end at once, and a healthy one, for at least
+  // `settling` and then `watched`. Returns the mean pause meanwhile.
   Seconds RunItems(int count, std::chrono::seconds settling,
                    std::chrono::seconds watched) {
     std::vector<std::string> items{Sleeper("healthy")};
@@ -151,7 +149,7 @@ class LongRunTest : public testing::Test {
   }
 
   // Expects each item to have restarted as often as `pause` and the time that
-  // its own children took allow, but for `tolerance`.
+  // its own children took allow, within `tolerance`.
   void ExpectRestarts(int count, Seconds pause, double tolerance) {
     auto items = CyclesOf(run_.Records());
     EXPECT_EQ(items["healthy"].starts, 1) << "its process never changes";

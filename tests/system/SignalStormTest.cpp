@@ -29,8 +29,8 @@ int Pick(Random& random, int below) {
   return static_cast<int>(random() % static_cast<unsigned>(below));
 }
 
-// Sends one, two or a thousand SIGTERMs to `process` or to its single threads,
-// with other signals between them. It runs afterwards.
+// Sends one, two or a thousand SIGTERMs to `process` or to single threads of
+// it, with other signals between them, and lets it run on.
 void Storm(pid_t process, Random& random) {
   const int count = std::array{1, 2, 1000}[random() % 3];
   const bool mixed = random() % 2 == 0;
@@ -53,29 +53,21 @@ void ExpectStopped(int status) {
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status;
 }
 
-// Every child that was started has ended once, with one of `statuses`, and its
-// supervisor has seen it. The item's record alternates, so that no item had two
-// at a time.
+// Expects each child to have ended once, with one of `statuses`, and its
+// supervisor to have logged it. The starts and ends of an item alternate, so it
+// never had two children at a time.
 void ExpectNoChildLostOrDouble(const LauncherRun& run,
                                const std::set<int>& statuses = {0, SIGKILL}) {
   std::map<std::string, int> alive;
   std::set<int> ended;
   for (const LogRecord& record : run.Records()) {
-    std::array<char, 64> name;
-    int child = 0;
-    int ret = 0;
-    int status = 0;
-    if (std::sscanf(record.message.c_str(), "[LAUNCHER  ] Start to fork %63s",
-                    name.data()) == 1) {
-      EXPECT_EQ(++alive[name.data()], 1) << record.message;
-    } else if (std::sscanf(record.message.c_str(),
-                           "[LAUNCHER  ] %63s %d is killed. ret = %d, status "
-                           "= %d",
-                           name.data(), &child, &ret, &status) == 4) {
-      EXPECT_EQ(--alive[name.data()], 0) << record.message;
-      EXPECT_TRUE(ended.insert(child).second) << record.message;
-      EXPECT_EQ(ret, child) << record.message;
-      EXPECT_TRUE(statuses.contains(status)) << record.message;
+    if (const auto name = StartIn(record)) {
+      EXPECT_EQ(++alive[*name], 1) << record.message;
+    } else if (const auto end = EndIn(record)) {
+      EXPECT_EQ(--alive[end->name], 0) << record.message;
+      EXPECT_TRUE(ended.insert(end->child).second) << record.message;
+      EXPECT_EQ(end->ret, end->child) << record.message;
+      EXPECT_TRUE(statuses.contains(end->status)) << record.message;
     }
   }
   for (const auto& [name, count] : alive) {
@@ -112,8 +104,8 @@ class SignalStormTest : public testing::Test {
  protected:
   void SetUp() override { REQUIRE_SANDBOX(); }
 
-  // Starts a launcher that reads its items from a FIFO. Gives the FIFO's other
-  // end; the launcher has its handler by then.
+  // Starts a launcher that reads its items from a FIFO. Returns the FIFO's
+  // other end; by then the launcher has its handler.
   static int StartOnFifo(LauncherRun& run) {
     const std::string fifo = run.Root() / "fifo";
     EXPECT_EQ(mkfifo(fifo.c_str(), 0600), 0);
@@ -139,7 +131,7 @@ class SignalStormTest : public testing::Test {
     return ItemsFile(items);
   }
 
-  // Gives the launcher's wait status.
+  // Returns the launcher's wait status.
   static int StormWhileLoading(LauncherRun& run, Random& random,
                                const std::string& items) {
     Feed(StartOnFifo(run), items);
@@ -236,8 +228,8 @@ TEST_F(SignalStormTest, DuringExit) {
 
 #ifdef FAILING_CALLS
 
-// With the SIGKILL to its process group held back, the launcher comes to its
-// end through any storm. A child that misses its SIGKILL ends by itself.
+// With the SIGKILL to its process group held back, the launcher stops in order
+// in any storm. A child that misses its SIGKILL ends by itself.
 TEST_F(SignalStormTest, DuringLoadingWithoutTheSigkillToTheGroup) {
   const std::string file = TwoHundred("3");
   Rounds(SoakOr(80, 8), [&](LauncherRun& run, Random& random) {
@@ -248,20 +240,23 @@ TEST_F(SignalStormTest, DuringLoadingWithoutTheSigkillToTheGroup) {
   });
 }
 
-// Every copy is held before its execv. What reaches it ends it alone, and its
+// Every forked child is held before its execv. A SIGTERM ends it alone, and its
 // item goes on.
-TEST_F(SignalStormTest, OnCopiesBeforeExecv) {
+TEST_F(SignalStormTest, OnForkedChildrenBeforeExecv) {
   Rounds(SoakOr(1000, 24), [](LauncherRun& run, Random& random) {
     run.SetEnvironment("LD_PRELOAD", FAILING_CALLS);
     run.SetEnvironment("FAILING", "execv:hold");
     run.StartItems(ItemsFile({Sleeper("a"), Sleeper("b")}));
     run.AwaitReady(2);
-    const std::vector<pid_t> copies = ChildrenOf(run.Process());
-    EXPECT_EQ(copies.size(), 2U);
-    for (const pid_t copy : copies) {
-      Storm(copy, random);
+    const std::vector<pid_t> children = ChildrenOf(run.Process());
+    EXPECT_EQ(children.size(), 2U);
+    for (const pid_t child : children) {
+      Storm(child, random);
     }
-    run.Await("status = 15", copies.size());
+    EXPECT_TRUE(Eventually([&] {
+      return std::ranges::count(run.Ends(), SIGTERM, &LoggedEnd::status) ==
+             std::ssize(children);
+    }));
     run.AwaitReady(2);
     EXPECT_TRUE(run.IsRunning());
     Storm(run.Process(), random);

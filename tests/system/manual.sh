@@ -1,9 +1,9 @@
 #!/bin/sh
-# Usage: test-man.sh MAN-DIRECTORY BUILD-DIRECTORY PROGRAM...
+# Usage: manual.sh MAN-DIRECTORY BUILD-DIRECTORY PROGRAM...
 #
-# Checks the manual pages, renders them, and holds each PROGRAM's --help against
-# its page: both name the same options. Exits with 77, which CTest counts as
-# skipped, where mandoc is not installed.
+# Checks the manual pages and renders them. Each PROGRAM's --help has to list
+# the options and the exit statuses of its page. Where mandoc is not installed,
+# this exits with 77, which CTest counts as skipped.
 
 set -eu
 pages=$1
@@ -22,7 +22,7 @@ fail() {
   exit 1
 }
 
-# Laid out as installed, so that references between pages are found.
+# mandoc finds the pages that others refer to in the installed layout only.
 rm -rf "$build"
 for page in "$pages"/*.[158]; do
   section=$build/man${page##*.}
@@ -56,14 +56,14 @@ for program; do
   for heading in SYNOPSIS 'EXIT STATUS' EXAMPLES; do
     grep -q "^$heading\$" "$page" || fail "$page: no heading $heading"
   done
-  # What the page explains, against what it shows in its synopsis.
+  # Its synopsis, its list of options and --help have the same options.
   sed -n '/^SYNOPSIS/,/^DESCRIPTION/p' "$page" | options >synopsis
   sed -n '/^DESCRIPTION/,/^EXIT STATUS/p' "$page" |
     grep -E '^ +(-h, )?--' | options >explained
   "$program" --help | options >help
   cmp synopsis explained || fail "$page: the synopsis differs"
   cmp help explained || fail "$page: --help differs"
-  # The statuses that --help lists are those of the page.
+  # --help lists the exit statuses of the page.
   sed -n '/^EXIT STATUS/,/^EXAMPLES/p' "$page" |
     grep -oE '^ +[0-9]+ ' | tr -d ' ' >statuses
   "$program" --help | sed -n '/^Exit status:/,$p' |

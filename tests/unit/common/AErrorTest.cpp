@@ -17,7 +17,7 @@ TEST(AError, IsAFourByteEnumeration) {
   EXPECT_EQ(sizeof(AERROR), 4U);
 }
 
-TEST(AError, IsCaughtByItsTypeAndNotAsAnException) {
+TEST(AError, IsCaughtByItsTypeButNotAsAnException) {
   const auto catcher = [] {
     try {
       throw AERROR_PARSE_JSON;

@@ -1,12 +1,15 @@
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <array>
+#include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "environment/AppPaths.h"
+#include "tests/support/Command.h"
+#include "tests/support/FakeExecutablePath.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -23,38 +26,17 @@ struct Answers {
   std::string log_path;
 };
 
-// What the functions give for the executable at `path` with `home` as HOME; an
-// empty optional leaves HOME unset.
+// The results for the executable at `path`, with `home` as HOME if there is
+// one.
 Answers AnswersOf(const std::string& path,
                   const std::optional<std::string>& home = "/Users/ann") {
-  std::array<int, 2> ends;
-  EXPECT_EQ(pipe(ends.data()), 0);
-  const pid_t probe = fork();
-  if (probe == 0) {
-    dup2(ends[1], STDOUT_FILENO);
-    close(ends[0]);
-    close(ends[1]);
-    if (home) {
-      setenv("HOME", home->c_str(), 1);
-    } else {
-      unsetenv("HOME");
-    }
-    execl(path.c_str(), path.c_str(), nullptr);
-    _exit(127);
+  std::vector<std::string> command = {"/usr/bin/env", "-u", "HOME", path};
+  if (home) {
+    command.insert(command.end() - 1, "HOME=" + *home);
   }
-  close(ends[1]);
-  std::string output;
-  std::array<char, 4096> chunk;
-  ssize_t count;
-  while ((count = read(ends[0], chunk.data(), chunk.size())) > 0) {
-    output.append(chunk.data(), static_cast<std::size_t>(count));
-  }
-  close(ends[0]);
-  int status = -1;
-  waitpid(probe, &status, 0);
-  EXPECT_EQ(status, 0) << path;
-
-  std::istringstream lines(output);
+  const CommandResult result = RunCommand(command);
+  EXPECT_EQ(result.status, 0) << path;
+  std::istringstream lines(result.output);
   Answers answers;
   std::getline(lines, answers.app_path);
   std::getline(lines, answers.layout);
@@ -70,7 +52,7 @@ class AppPathsTest : public testing::Test {
   std::string Install(const fs::path& path) {
     const fs::path file = directory_.Path() / path;
     fs::create_directories(file.parent_path());
-    fs::create_symlink(APP_PATHS_PROBE, file);
+    fs::create_symlink(ENVIRONMENT_PROBE, file);
     return file;
   }
 
@@ -96,7 +78,7 @@ class AppPathsTest : public testing::Test {
   TempDir directory_;
 };
 
-TEST_F(AppPathsTest, FindsTheFrameworksBesideTheExecutablesDirectory) {
+TEST_F(AppPathsTest, FindsTheFrameworksNextToTheExecutablesDirectory) {
   fs::create_directories(Below("Contents/Frameworks"));
   const std::string path = Install("Contents/MacOS/launcher");
   EXPECT_EQ(AnswersOf(path).app_path, Below("Contents/Frameworks"));
@@ -127,7 +109,7 @@ TEST_F(AppPathsTest, KeepsAPathWhoseResolvedFormIsTooLong) {
   EXPECT_EQ(AnswersOf(path).app_path, Below("Contents/MacOS/../Frameworks"));
 }
 
-TEST_F(AppPathsTest, ResolvesIntoExactlyWhatTheBufferHolds) {
+TEST_F(AppPathsTest, ResolvesUpToTheLongestPathThatFits) {
   std::string deep = directory_.Path();
   while (deep.size() + 210 < kBufferBytes) {
     deep += "/" + std::string(200, 'f');
@@ -145,10 +127,10 @@ TEST_F(AppPathsTest, DoesNotResolveTheExecutableItself) {
   fs::create_directories(Below("a/Frameworks"));
   const std::string path = Install("a/bin/launcher");
   EXPECT_EQ(AnswersOf(path).app_path, Below("a/Frameworks"))
-      << "the probe behind the link lies elsewhere";
+      << "the link's target is elsewhere";
 }
 
-TEST_F(AppPathsTest, TheExtensionsFrameworksLieFourLevelsUp) {
+TEST_F(AppPathsTest, FinderSyncFrameworksAreFourLevelsUp) {
   fs::create_directories(Below("Frameworks"));
   const std::string path = Install("1/2/3/4/QuillmapFinderSync");
   const Answers answers = AnswersOf(path);
@@ -156,7 +138,7 @@ TEST_F(AppPathsTest, TheExtensionsFrameworksLieFourLevelsUp) {
   EXPECT_EQ(answers.app_path, Below("Frameworks"));
 }
 
-TEST_F(AppPathsTest, TheExtensionIsToldByThePathsEnd) {
+TEST_F(AppPathsTest, FinderSyncIsRecognisedByTheEndOfThePath) {
   EXPECT_EQ(AnswersOf(Install("a/QuillmapFinderSync")).layout, "finder sync");
   EXPECT_EQ(AnswersOf(Install("a/MyQuillmapFinderSync")).layout, "finder sync");
   EXPECT_EQ(AnswersOf(Install("a/quillmapfindersync")).layout, "ordinary");
@@ -166,7 +148,7 @@ TEST_F(AppPathsTest, TheExtensionIsToldByThePathsEnd) {
             "ordinary");
 }
 
-TEST_F(AppPathsTest, PathsOf1023BytesFit) {
+TEST_F(AppPathsTest, ExecutablePathsOf1023BytesFit) {
   const Answers answers =
       AnswersOf(InstallAtLength(kBufferBytes - 1, "QuillmapFinderSync"));
   EXPECT_EQ(answers.layout, "finder sync");
@@ -175,14 +157,14 @@ TEST_F(AppPathsTest, PathsOf1023BytesFit) {
       << "a joined path that does not fit is returned whole";
 }
 
-TEST_F(AppPathsTest, PathsOf1024BytesDoNotFit) {
+TEST_F(AppPathsTest, ExecutablePathsOf1024BytesDoNotFit) {
   const Answers answers =
       AnswersOf(InstallAtLength(kBufferBytes, "QuillmapFinderSync"));
   EXPECT_EQ(answers.app_path, "");
   EXPECT_EQ(answers.layout, "ordinary");
 }
 
-TEST_F(AppPathsTest, ReadsTheNameFromTheFrameworks) {
+TEST_F(AppPathsTest, ReadsTheSdkNameFromTheFrameworks) {
   directory_.Write("Contents/Frameworks/qvxapi.ini", "[SDK]\nNAME=Demo\n");
   const Answers answers = AnswersOf(Install("Contents/MacOS/launcher"));
   EXPECT_EQ(answers.name, "Demo");
@@ -190,7 +172,7 @@ TEST_F(AppPathsTest, ReadsTheNameFromTheFrameworks) {
   EXPECT_EQ(answers.data_path, "/Users/ann/Library/Application Support");
 }
 
-TEST_F(AppPathsTest, TheNameIsEmptyWithoutAnEntry) {
+TEST_F(AppPathsTest, TheSdkNameIsEmptyWithoutAnEntry) {
   const std::string path = Install("Contents/MacOS/launcher");
   const auto expect_empty = [&] {
     const Answers answers = AnswersOf(path);
@@ -206,7 +188,7 @@ TEST_F(AppPathsTest, TheNameIsEmptyWithoutAnEntry) {
   }
 }
 
-TEST_F(AppPathsTest, NamesOfUpTo1023BytesFit) {
+TEST_F(AppPathsTest, SdkNamesOfUpTo1023BytesFit) {
   const std::string path = Install("Contents/MacOS/launcher");
   const std::string longest(kBufferBytes - 1, 'n');
   directory_.Write("Contents/Frameworks/qvxapi.ini",
@@ -217,7 +199,7 @@ TEST_F(AppPathsTest, NamesOfUpTo1023BytesFit) {
   EXPECT_EQ(AnswersOf(path).name, "");
 }
 
-TEST_F(AppPathsTest, TheExtensionsDataLiesFourLevelsAboveHomeAndItsLogDoesNot) {
+TEST_F(AppPathsTest, FinderSyncDataIsFourLevelsAboveHomeAndItsLogIsNot) {
   directory_.Write("Frameworks/qvxapi.ini", "[SDK]\nNAME=Demo\n");
   const Answers answers = AnswersOf(Install("1/2/3/4/QuillmapFinderSync"));
   EXPECT_EQ(answers.data_path,
@@ -242,11 +224,47 @@ TEST_F(AppPathsTest, NothingIsNormalised) {
 }
 
 TEST_F(AppPathsTest, NothingIsCached) {
-  fs::create_directories(Below("Frameworks"));
-  setenv("HOME", "/first", 1);
-  EXPECT_EQ(GetAppDataPath(), "/first/Library/Application Support");
-  setenv("HOME", "/second", 1);
-  EXPECT_EQ(GetAppDataPath(), "/second/Library/Application Support");
+  for (const std::string name : {"First", "Second"}) {
+    g_executable_path = Below(name + "/MacOS/launcher");
+    directory_.Write(name + "/Frameworks/qvxapi.ini", "[SDK]\nNAME=" + name);
+    fs::create_directories(Below(name + "/MacOS"));
+    setenv("HOME", ("/" + name).c_str(), 1);
+    EXPECT_FALSE(IsFinderSync());
+    EXPECT_EQ(GetAppPath(), Below(name + "/Frameworks"));
+    EXPECT_EQ(GetSDKName(), name);
+    EXPECT_EQ(GetAppDataPath(), "/" + name + "/Library/Application Support");
+    EXPECT_EQ(GetLogPath(), "/" + name + "/Library/Logs/" + name + "/qvxlog");
+  }
+  directory_.Write("Second/Frameworks/qvxapi.ini", "[SDK]\nNAME=Third");
+  EXPECT_EQ(GetSDKName(), "Third");
+  g_executable_path = "/QuillmapFinderSync";
+  EXPECT_TRUE(IsFinderSync());
+}
+
+TEST_F(AppPathsTest, AnUnknownExecutablePathGivesNoFrameworks) {
+  g_executable_path.reset();
+  EXPECT_EQ(GetAppPath(), "");
+  EXPECT_FALSE(IsFinderSync());
+}
+
+TEST_F(AppPathsTest, AnExecutablePathWithoutASlashIsKeptWhole) {
+  g_executable_path = "no-such-launcher";
+  EXPECT_EQ(GetAppPath(), "no-such-launcher/../Frameworks");
+}
+
+TEST_F(AppPathsTest, OnlyTheExecutablesNameIsCutOff) {
+  g_executable_path = "/no/such/folder/launcher";
+  EXPECT_EQ(GetAppPath(), "/no/such/folder/../Frameworks");
+  g_executable_path = "/no/such/folder/QuillmapFinderSync";
+  EXPECT_EQ(GetAppPath(), "/no/such/folder/../../../../Frameworks");
+  g_executable_path = "/launcher";
+  EXPECT_EQ(GetAppPath(), "/../Frameworks");
+}
+
+TEST_F(AppPathsTest, ExecutablePathsAreReadInto1024Bytes) {
+  g_executable_path = "/launcher";
+  GetAppPath();
+  EXPECT_EQ(g_offered_size, kBufferBytes);
 }
 
 }  // namespace

@@ -1,9 +1,16 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
-#include "environment/AppPaths.h"
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
 #include "environment/LogConfig.h"
 #include "environment/Logging.h"
+#include "launcher/Messages.h"
+#include "tests/support/Command.h"
+#include "tests/support/FakeExecutablePath.h"
 #include "tests/support/LauncherRun.h"
 #include "tests/support/RecordingLog.h"
 #include "tests/support/Sandbox.h"
@@ -20,7 +27,7 @@ TEST(StringToLogLevel, KnowsSixNames) {
   EXPECT_EQ(StringToLogLevel("VERBOSE"), 17);
 }
 
-TEST(StringToLogLevel, TakesAnythingElseForAnError) {
+TEST(StringToLogLevel, GivesErrorForAnyOtherText) {
   for (const char* const text : {"", "debug", "Debug", " DEBUG", "DEBUG ",
                                  "DEBU", "DEBUGS", "1", "17", "INFO"}) {
     EXPECT_EQ(StringToLogLevel(text), 8) << text;
@@ -28,28 +35,28 @@ TEST(StringToLogLevel, TakesAnythingElseForAnError) {
   EXPECT_EQ(StringToLogLevel(std::string("DEBUG\0", 6)), 8);
 }
 
-// The test program has no "qvxapi.ini", so its SDK name is empty and "log.ini"
-// lies directly in the application-support directory.
 class GetLogLevelTest : public testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(GetSDKName(), "");
+    g_executable_path = directory_.Path() / "Contents/MacOS/launcher";
+    std::filesystem::create_directories(directory_.Path() / "Contents/MacOS");
+    directory_.Write("Contents/Frameworks/qvxapi.ini", "[SDK]\nNAME=Demo\n");
     setenv("HOME", directory_.Path().c_str(), 1);
     logger = &log_;
   }
   void TearDown() override { logger = nullptr; }
 
   void WriteIni(const std::string& content) {
-    directory_.Write("Library/Application Support/log.ini", content);
+    directory_.Write("Library/Application Support/Demo/log.ini", content);
   }
 
-  // Expects that the failure has been logged `count` times, and nothing else.
+  // Expects the failure to have been logged `count` times, and nothing else.
   void ExpectFailuresLogged(std::size_t count) {
     const auto records = RecordingLog::Read(log_file_);
     ASSERT_EQ(records.size(), count);
     for (const LogRecord& record : records) {
       EXPECT_EQ(record.level, 8);
-      EXPECT_EQ(record.message, "[SERVICE   ] Failed to get log level");
+      EXPECT_EQ(record.message, kNoLevelMessage);
     }
   }
 
@@ -58,7 +65,7 @@ class GetLogLevelTest : public testing::Test {
   RecordingLog log_{log_file_};
 };
 
-TEST_F(GetLogLevelTest, GivesTheConfiguredLevel) {
+TEST_F(GetLogLevelTest, ReturnsTheConfiguredLevel) {
   WriteIni("[LOG]\nLEVEL=DEBUG\n");
   EXPECT_EQ(GetLogLevel(), 1);
   WriteIni("[log]\nlevel=VERBOSE\n");
@@ -66,24 +73,24 @@ TEST_F(GetLogLevelTest, GivesTheConfiguredLevel) {
   ExpectFailuresLogged(0);
 }
 
-TEST_F(GetLogLevelTest, DoesNotFoldTheValuesCase) {
+TEST_F(GetLogLevelTest, IsCaseSensitiveForTheValue) {
   WriteIni("[LOG]\nLEVEL=debug\n");
   EXPECT_EQ(GetLogLevel(), 8);
   ExpectFailuresLogged(0);
 }
 
-TEST_F(GetLogLevelTest, GivesErrorAndLogsWithoutAFile) {
+TEST_F(GetLogLevelTest, ReturnsErrorAndLogsWithoutAFile) {
   EXPECT_EQ(GetLogLevel(), 8);
   ExpectFailuresLogged(1);
 }
 
-TEST_F(GetLogLevelTest, GivesErrorAndLogsWithoutTheKey) {
+TEST_F(GetLogLevelTest, ReturnsErrorAndLogsWithoutTheKey) {
   WriteIni("[LOG]\nLEVELS=DEBUG\n[SDK]\nLEVEL=DEBUG\n");
   EXPECT_EQ(GetLogLevel(), 8);
   ExpectFailuresLogged(1);
 }
 
-TEST_F(GetLogLevelTest, GivesErrorAndLogsOnAValueTooLongForTheBuffer) {
+TEST_F(GetLogLevelTest, ReturnsErrorAndLogsWhenTheValueIsTooLong) {
   WriteIni("[LOG]\nLEVEL=" + std::string(1024, 'D') + "\n");
   EXPECT_EQ(GetLogLevel(), 8);
   ExpectFailuresLogged(1);
@@ -92,18 +99,85 @@ TEST_F(GetLogLevelTest, GivesErrorAndLogsOnAValueTooLongForTheBuffer) {
   ExpectFailuresLogged(1);
 }
 
+TEST_F(GetLogLevelTest, ReadsTheFileWithoutAnSdkNameToo) {
+  directory_.Write("Contents/Frameworks/qvxapi.ini", "");
+  directory_.Write("Library/Application Support/log.ini",
+                   "[LOG]\nLEVEL=WARNING\n");
+  EXPECT_EQ(GetLogLevel(), 4);
+}
+
+TEST_F(GetLogLevelTest, ReadsTheFileFourLevelsAboveHomeForFinderSync) {
+  g_executable_path = directory_.Path() / "1/2/3/4/QuillmapFinderSync";
+  std::filesystem::create_directories(directory_.Path() / "1/2/3/4");
+  directory_.Write("Frameworks/qvxapi.ini", "[SDK]\nNAME=Demo\n");
+  const std::string home = directory_.Path() / "a/b/c/d";
+  setenv("HOME", home.c_str(), 1);
+  directory_.Write("a/b/c/d/Library/Application Support/Demo/log.ini",
+                   "[LOG]\nLEVEL=WARNING\n");
+  WriteIni("[LOG]\nLEVEL=DEBUG\n");
+  EXPECT_EQ(GetLogLevel(), 1);
+}
+
 TEST_F(GetLogLevelTest, DropsTheMessageWithoutALogger) {
   logger = nullptr;
   EXPECT_EQ(GetLogLevel(), 8);
   ExpectFailuresLogged(0);
 }
 
-TEST(InitLog, KeepsALoggerThatTheLibraryGivesWithAnError) {
+// Puts the probe at `probe` below a directory of its own, the recording library
+// and an SDK name into the framework directory at `frameworks`, and a level of
+// DEBUG into "log.ini" below `data`; then initialises the log in the probe.
+// Returns what the library was told and has logged.
+std::vector<std::string> MessagesOfInitLog(const std::string& probe,
+                                           const std::string& frameworks,
+                                           const std::string& data) {
+  namespace fs = std::filesystem;
+  const TempDir directory;
+  const fs::path& root = directory.Path();
+  const std::string file = directory.Write(probe, "");
+  fs::remove(file);
+  fs::create_symlink(ENVIRONMENT_PROBE, file);
+  directory.Write(frameworks + "/qvxapi.ini", "[SDK]\nNAME=Demo\n");
+  fs::create_symlink(RECORDING_LIBRARY,
+                     root / frameworks / LAUNCHER_LOGGER_FILE);
+  directory.Write(data + "/Library/Application Support/Demo/log.ini",
+                  "[LOG]\nLEVEL=DEBUG\n");
+  fs::create_directories(root / "a/b/c/home");
+  const std::string recording = root / "recording";
+  const CommandResult result =
+      RunCommand({file, "alpha"},
+                 {{"HOME", root / "a/b/c/home"}, {"RECORDING", recording}});
+  EXPECT_EQ(result.status, 0);
+  std::vector<std::string> messages;
+  for (const LogRecord& record : RecordingLog::Read(recording)) {
+    messages.push_back(record.message);
+  }
+  EXPECT_EQ(messages.at(0), "InitLogger " + (root / "a/b/c/home").string() +
+                                "/Library/Logs/Demo/qvxlog");
+  messages.erase(messages.begin());
+  return messages;
+}
+
+const std::vector<std::string> kLoggerMadeAndUsed = {"GetLogger 2 launcher 1",
+                                                     "alpha logs"};
+
+TEST(InitLog, LoadsTheLibraryFromTheFrameworks) {
+  EXPECT_EQ(MessagesOfInitLog("Contents/MacOS/launcher", "Contents/Frameworks",
+                              "a/b/c/home"),
+            kLoggerMadeAndUsed);
+}
+
+TEST(InitLog, LoadsTheLibraryFromTheFrameworksOfFinderSync) {
+  EXPECT_EQ(MessagesOfInitLog("1/2/3/4/QuillmapFinderSync", "Frameworks", "."),
+            kLoggerMadeAndUsed);
+}
+
+TEST(InitLog, KeepsALoggerThatTheLibraryReturnsWithAnError) {
   REQUIRE_SANDBOX();
   LauncherRun run;
   run.SetEnvironment("RECORDER", "complain");
   run.StartItems(R"({"0": {}})");
-  run.Await("[LAUNCHER  ] There is an item has no name.");
+  run.Await(kNamelessMessage);
   run.AwaitWaiting();
   const int status = run.Stop();
   EXPECT_EQ(WEXITSTATUS(status), 1);

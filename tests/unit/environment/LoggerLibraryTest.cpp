@@ -12,7 +12,7 @@ TEST(LoggerLibrary, HasNoLoggerBeforeItIsLoaded) {
   EXPECT_EQ(log, nullptr);
 }
 
-TEST(LoggerLibrary, IsNotThereWithoutItsFile) {
+TEST(LoggerLibrary, CannotBeLoadedWithoutItsFile) {
   EXPECT_EQ(InitLogger("/"), ENOENT);
 }
 

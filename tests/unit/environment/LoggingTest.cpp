@@ -1,9 +1,14 @@
 #include <gtest/gtest.h>
+#include <syslog.h>
 
+#include <optional>
+#include <string>
 #include <type_traits>
+#include <vector>
 
 #include "common/util/Trim.h"
 #include "environment/Logging.h"
+#include "launcher/Messages.h"
 #include "tests/support/OtherUnit.h"
 #include "tests/support/Poll.h"
 #include "tests/support/RecordingLog.h"
@@ -13,7 +18,7 @@
 
 namespace {
 
-TEST(LogLevel, HasTheLibrarysValues) {
+TEST(LogLevel, HasTheValuesOfTheLoggerLibrary) {
   EXPECT_EQ(sizeof(LOGLEVEL), 4U);
   EXPECT_EQ(LOGLEVEL_DEBUG, 1);
   EXPECT_EQ(LOGLEVEL_MESSAGE, 2);
@@ -54,7 +59,7 @@ TEST_F(LoggingTest, TheThirdOperationIsLogV) {
   EXPECT_EQ(records[0].message, "5 third");
 }
 
-TEST_F(LoggingTest, TheOtherOperationsComeDownToLogV) {
+TEST_F(LoggingTest, TheOtherOperationsCallLogV) {
   log_.LogText(LOGLEVEL_DEBUG, "100%");
   log_.Log(LOGLEVEL_ERROR, "%d%%", 5);
   const auto records = Records();
@@ -67,7 +72,7 @@ TEST_F(LoggingTest, ACallWithoutALoggerDoesNothing) {
   __LOG__A(nullptr, LOGLEVEL_ERROR, "%s", "dropped");
 }
 
-TEST_F(LoggingTest, ACallReachesLogVAsItIs) {
+TEST_F(LoggingTest, ACallReachesLogVUnchanged) {
   __LOG__A(&log_, LOGLEVEL_DEBUG, "[LAUNCHER  ] Start to fork %s", "a%d");
   __LOG__A(&log_, LOGLEVEL_ERROR, "[LAUNCHER  ] %s %d %d", "x", -1, 768);
   const auto records = Records();
@@ -85,37 +90,58 @@ TEST(FileLocalFunctions, EverySourceFileHasItsOwnCopy) {
   EXPECT_NE(reinterpret_cast<void*>(&trim), OtherUnitsTrim());
 }
 
-TEST(WriteEvent, WritesOneLineWithThePriorityAsItIs) {
-  REQUIRE_SANDBOX();
-  SystemLog system_log;
-  std::vector<std::string> lines;
-  const auto written = [&](const std::string& source, unsigned long level,
-                           const std::string& text) {
+// Writes events in the sandbox and reads the lines that the system log
+// receives.
+class WriteEventTest : public testing::Test {
+ protected:
+  // The line of the event, from which the time of day is removed.
+  std::string LineOf(const std::string& source, unsigned long level,
+                     const std::string& text) {
     WriteEvent(source, level, text);
+    std::vector<std::string> lines;
     EXPECT_TRUE(Eventually([&] {
-      lines = system_log.Lines();
+      lines = system_log_->Lines();
       return !lines.empty();
     }));
     EXPECT_EQ(lines.size(), 1U);
-    return lines.at(0);
-  };
-  const std::string event = written("Tamrel Launcher", 3, "wrong parameters.");
-  EXPECT_TRUE(event.starts_with("<11>")) << event;
-  EXPECT_TRUE(event.ends_with(": Tamrel Launcher : wrong parameters."))
-      << event;
-  EXPECT_TRUE(written("a", 6, "b").starts_with("<14>"));
+    std::string line = lines.at(0);
+    const std::size_t time = line.find('>') + 1;
+    return line.erase(time, std::string("Nov 21 09:41:00 ").size());
+  }
+
+  void SetUp() override {
+    REQUIRE_SANDBOX();
+    system_log_.emplace();
+  }
+
+ private:
+  std::optional<SystemLog> system_log_;
+};
+
+constexpr char kProgram[] = "environment_test: ";
+
+TEST_F(WriteEventTest, WritesOneLineWithTheProgramsName) {
+  EXPECT_EQ(
+      LineOf(kEventSource, kEventPriority, kWrongParametersEvent),
+      std::string("<11>") + kProgram + "Tamrel Launcher : wrong parameters.");
 }
 
-TEST(WriteEvent, TakesPercentSignsAsTheyAre) {
-  REQUIRE_SANDBOX();
-  SystemLog system_log;
-  WriteEvent("100%s", 3, "%n%d%%");
-  std::vector<std::string> lines;
-  EXPECT_TRUE(Eventually([&] {
-    lines = system_log.Lines();
-    return !lines.empty();
-  }));
-  EXPECT_TRUE(lines.at(0).ends_with(": 100%s : %n%d%%")) << lines.at(0);
+// 11 and 14: the default facility is 1 (user), and counts eight times.
+TEST_F(WriteEventTest, PassesThePriorityOnUnchanged) {
+  const std::string line = std::string(kProgram) + "a : b";
+  EXPECT_EQ(LineOf("a", 3, "b"), "<11>" + line);
+  EXPECT_EQ(LineOf("a", 6, "b"), "<14>" + line);
+  EXPECT_EQ(LineOf("a", LOG_LOCAL0 | 3, "b"), "<131>" + line);
+  EXPECT_EQ(LineOf("a", LOG_DAEMON | 3, "b"), "<27>" + line);
+}
+
+TEST_F(WriteEventTest, WritesPercentSignsUnchanged) {
+  EXPECT_EQ(LineOf("100%s", 3, "%n%d%%"),
+            std::string("<11>") + kProgram + "100%s : %n%d%%");
+}
+
+TEST_F(WriteEventTest, WritesEmptyTexts) {
+  EXPECT_EQ(LineOf("", 3, ""), std::string("<11>") + kProgram + " : ");
 }
 
 }  // namespace

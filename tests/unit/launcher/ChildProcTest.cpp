@@ -4,18 +4,25 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <system_error>
 #include <thread>
+#include <tuple>
 #include <type_traits>
 
 #include "environment/Logging.h"
 #include "launcher/ChildProc.h"
+#include "launcher/Forks.h"
+#include "launcher/Items.h"
+#include "launcher/Messages.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/LauncherRun.h"
 #include "tests/support/Poll.h"
@@ -33,13 +40,8 @@ extern "C" char** environ;
 
 namespace {
 
-using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr milliseconds kPause{50};
-constexpr const char* kStartFormat = "[LAUNCHER  ] Start to fork %s";
-constexpr const char* kEndFormat =
-    "[LAUNCHER  ] %s %d is killed. ret = %d, status = %d";
 constexpr const char* kPauseFormat = "a pause of %lld ns";
 constexpr const char* kSleeper =
     R"("program": "/bin/sleep", "argc": 1, "args": {"0": "1000"})";
@@ -55,6 +57,17 @@ std::string Shell(const std::string& script) {
   return Item(R"("program": "/bin/sh", "argc": 2, "args": {"0": "-c", "1": ")" +
               script + R"("})");
 }
+
+// The fields, which an explicit instantiation may name.
+template <auto... kFields>
+struct Fields {
+  friend auto FieldsOf(ChildProc& object) {
+    return std::tie(object.*kFields...);
+  }
+};
+auto FieldsOf(ChildProc& object);
+template struct Fields<&ChildProc::pid, &ChildProc::running, &ChildProc::owner,
+                       &ChildProc::name, &ChildProc::item, &ChildProc::thread>;
 
 class ChildProcTest : public testing::Test {
  protected:
@@ -88,22 +101,21 @@ class ChildProcTest : public testing::Test {
     return records;
   }
 
-  // Waits until `count` messages of `format` have been logged, and gives them.
+  // Waits until `count` messages of `format` are logged, and returns them.
   std::vector<LogRecord> Await(const std::string& format, std::size_t count) {
     EXPECT_TRUE(Eventually([&] { return Records(format).size() >= count; }));
     return Records(format);
   }
 
-  // Waits for the first program to be started, and gives what execv was given.
+  // Waits for the first program to be started, and returns execv's arguments.
   std::vector<std::string> FirstExec() {
     EXPECT_TRUE(Eventually([] { return !system_calls::Execs().empty(); }));
     return system_calls::Execs().at(0);
   }
 
-  // Waits for the first end of a child, and gives its wait status.
+  // Waits for the first end of a child, and returns its wait status.
   int FirstStatus() {
-    const std::string message = Await(kEndFormat, 1).at(0).message;
-    return std::stoi(message.substr(message.rfind(' ')));
+    return EndIn(Await(kEndMessage, 1).at(0)).value().status;
   }
 
   // Waits until the supervision thread waits for its child.
@@ -111,14 +123,14 @@ class ChildProcTest : public testing::Test {
     EXPECT_TRUE(Eventually([] { return ThreadsInWait(getpid()) == 1; }));
   }
 
-  // Destroys the object; gives the time that took.
+  // Destroys the object, and returns how long that took.
   steady_clock::duration Destroy() {
     const auto start = steady_clock::now();
     child_.reset();
     return steady_clock::now() - start;
   }
 
-  // Logs the pauses of the supervision thread and of its copies.
+  // Logs the pauses of the supervision thread and of forked children.
   static void LogPauses() {
     system_calls::OnNanosleep(
         [test = std::this_thread::get_id()](const timespec& time) {
@@ -131,12 +143,12 @@ class ChildProcTest : public testing::Test {
         });
   }
 
-  // Waits on the supervision thread until the test lets it go on.
+  // Waits on the supervision thread until the test lets it continue.
   void AwaitGoingOn() const {
     EXPECT_TRUE(Eventually([this] { return may_go_on_.load(); }));
   }
 
-  // Lets the supervision thread come up to its fork and no further.
+  // Lets the supervision thread reach its fork and no further.
   void HoldFork() {
     system_calls::OnFork([this] {
       at_fork_ = true;
@@ -157,11 +169,64 @@ class ChildProcTest : public testing::Test {
   std::unique_ptr<ChildProc> child_;
 };
 
-TEST(ChildProc, IsPlainAndNotCopied) {
+TEST(ChildProc, IsAPlainClassThatCannotBeCopied) {
   EXPECT_FALSE(std::is_polymorphic_v<ChildProc>);
   EXPECT_FALSE(std::is_copy_constructible_v<ChildProc>);
   EXPECT_FALSE(std::is_copy_assignable_v<ChildProc>);
   EXPECT_FALSE(std::is_move_constructible_v<ChildProc>);
+}
+
+// They are destroyed in the reverse order, so the thread's handle goes first.
+TEST_F(ChildProcTest, DeclaresTheThreadLast) {
+  HoldFork();
+  Start(Item(kSleeper));
+  std::apply(
+      [](const auto&... fields) {
+        const std::array<const void*, sizeof...(fields)> addresses{&fields...};
+        EXPECT_TRUE(std::ranges::is_sorted(addresses, std::less<>()));
+      },
+      FieldsOf(*child_));
+  may_go_on_ = true;
+  AwaitChild();
+}
+
+TEST_F(ChildProcTest, KeepsTheOwnerAndAThreadThatCanBeJoined) {
+  Start(Item(kSleeper));
+  AwaitChild();
+  EXPECT_EQ(std::get<2>(FieldsOf(*child_)), "owner");
+  EXPECT_TRUE(std::get<5>(FieldsOf(*child_))->joinable());
+  EXPECT_EQ(std::get<5>(FieldsOf(*child_)).use_count(), 1);
+}
+
+TEST_F(ChildProcTest, CanBeDestroyedWithoutItsThread) {
+  Start(Item(kSleeper));
+  AwaitChild();
+  const auto thread = std::move(std::get<5>(FieldsOf(*child_)));
+  child_->Stop();
+  thread->join();
+  child_.reset();
+  EXPECT_EQ(system_calls::Kills().size(), 2U);
+}
+
+TEST_F(ChildProcTest, RunsItsThreadOnAStackOfItsOwnKind) {
+#ifdef __SANITIZE_THREAD__
+  GTEST_SKIP() << "ThreadSanitizer needs the default stacks";
+#endif
+#ifdef __linux__
+  static std::atomic<std::size_t> size = 0;
+  system_calls::OnFork([] {
+    pthread_attr_t attributes;
+    pthread_getattr_np(pthread_self(), &attributes);
+    std::size_t bytes = 0;
+    pthread_attr_getstacksize(&attributes, &bytes);
+    pthread_attr_destroy(&attributes);
+    size = bytes;
+    return system_calls::RealFork();
+  });
+  Start(Item(kSleeper));
+  AwaitChild();
+  EXPECT_EQ(size, kSupervisionStackBytes);
+#endif
 }
 
 // Messages.
@@ -169,30 +234,34 @@ TEST(ChildProc, IsPlainAndNotCopied) {
 TEST_F(ChildProcTest, LogsTheStartAtDebugLevel) {
   Start(Item(kSleeper));
   AwaitChild();
-  const LogRecord start = Await(kStartFormat, 1).at(0);
+  const LogRecord start = Await(kStartMessage, 1).at(0);
   EXPECT_EQ(start.level, 1);
-  EXPECT_EQ(start.message, "[LAUNCHER  ] Start to fork tick");
+  EXPECT_EQ(start.message, Message(kStartMessage, "tick"));
   EXPECT_EQ(start.process, getpid());
+}
+
+TEST_F(ChildProcTest, LogsTheStartBeforeTheFork) {
+  std::atomic<std::size_t> before = 0;
+  system_calls::OnFork([&] {
+    before = Records(kStartMessage).size();
+    return system_calls::RealFork();
+  });
+  Start(Item(kSleeper));
+  AwaitChild();
+  EXPECT_EQ(before, 1U);
 }
 
 TEST_F(ChildProcTest, LogsAnyEndAsKilledWithTheRawStatus) {
   Start(Shell("exit 3"));
-  const LogRecord end = Await(kEndFormat, 1).at(0);
+  const LogRecord end = Await(kEndMessage, 1).at(0);
   EXPECT_EQ(end.level, 8);
   EXPECT_EQ(end.process, getpid());
-  int named = 0;
-  int returned = 0;
-  int status = 0;
-  ASSERT_EQ(std::sscanf(end.message.c_str(),
-                        "[LAUNCHER  ] tick %d is killed. ret = %d, status = %d",
-                        &named, &returned, &status),
-            3);
-  EXPECT_GT(named, 0);
-  EXPECT_EQ(named, returned);
-  EXPECT_EQ(status, 768);
+  EXPECT_EQ(end.message, Message(kEndMessage, "tick", EndIn(end).value().child,
+                                 EndIn(end).value().child, 768));
+  EXPECT_GT(EndIn(end).value().child, 0);
 }
 
-TEST_F(ChildProcTest, LogsARegularEndAlike) {
+TEST_F(ChildProcTest, LogsARegularEndInTheSameWay) {
   Start(Shell("exit 0"));
   EXPECT_EQ(FirstStatus(), 0);
 }
@@ -216,29 +285,47 @@ TEST_F(ChildProcTest, DropsItsMessagesWithoutALogger) {
 
 TEST_F(ChildProcTest, TakesTheNameAsText) {
   Start(R"({"name": 42, "program": "/bin/true"})");
-  EXPECT_EQ(Await(kStartFormat, 1).at(0).message,
-            "[LAUNCHER  ] Start to fork 42");
+  EXPECT_EQ(Await(kStartMessage, 1).at(0).message,
+            Message(kStartMessage, "42"));
 }
 
 TEST_F(ChildProcTest, TakesANullNameAsEmpty) {
   Start(R"({"name": null, "program": "/bin/true"})");
-  EXPECT_EQ(Await(kStartFormat, 1).at(0).message,
-            "[LAUNCHER  ] Start to fork ");
+  EXPECT_EQ(Await(kStartMessage, 1).at(0).message, Message(kStartMessage, ""));
+}
+
+TEST_F(ChildProcTest, TakesAMissingNameAsEmpty) {
+  Start(R"({"program": "/bin/true"})");
+  EXPECT_EQ(Await(kStartMessage, 1).at(0).message, Message(kStartMessage, ""));
 }
 
 // The cycle.
 
+TEST_F(ChildProcTest, DoesNotStartWhenItIsStoppedBeforeItsThreadRuns) {
+  system_calls::OnThreadStart([this] { AwaitGoingOn(); });
+  system_calls::OnFork([this] {
+    ++forks_;
+    return -1;
+  });
+  Start(Item(kSleeper));
+  child_->Stop();
+  may_go_on_ = true;
+  child_.reset();
+  EXPECT_EQ(forks_, 0);
+  EXPECT_TRUE(Records().empty());
+}
+
 TEST_F(ChildProcTest, StartsAgainNoSoonerThanFiftyMillisecondsAfterAnEnd) {
   Start(Shell("exit 0"));
-  Await(kStartFormat, 6);
+  Await(kStartMessage, 6);
   child_.reset();
   std::optional<std::chrono::nanoseconds> end;
   int pauses = 0;
   for (const LogRecord& record : Records()) {
-    if (record.format == kEndFormat) {
+    if (record.format == kEndMessage) {
       end = record.time;
     } else if (end) {
-      EXPECT_GE(record.time - *end, kPause);
+      EXPECT_GE(record.time - *end, kRestartPause);
       ++pauses;
     }
   }
@@ -252,8 +339,8 @@ TEST_F(ChildProcTest, StartsAgainWithoutLimitOrGrowingDelay) {
   Await(kPauseFormat, kCycles);
   const auto records = Records();
   for (std::size_t i = 0; i < 3 * kCycles; i += 3) {
-    EXPECT_EQ(records.at(i).format, kStartFormat);
-    EXPECT_EQ(records.at(i + 1).format, kEndFormat);
+    EXPECT_EQ(records.at(i).format, kStartMessage);
+    EXPECT_EQ(records.at(i + 1).format, kEndMessage);
     EXPECT_EQ(records.at(i + 2).message, "a pause of 50000000 ns");
   }
 }
@@ -265,10 +352,7 @@ TEST_F(ChildProcTest, WaitsForItsOwnChildWithoutOptions) {
     return system_calls::RealWaitpid(process, status, options);
   });
   Start(Shell("exit 0"));
-  const std::string end = Await(kEndFormat, 1).at(0).message;
-  int child = 0;
-  ASSERT_EQ(std::sscanf(end.c_str(), "[LAUNCHER  ] tick %d is killed", &child),
-            1);
+  const pid_t child = EndIn(Await(kEndMessage, 1).at(0)).value().child;
   EXPECT_EQ(Records(kWaitFormat).at(0).message,
             "waitpid(" + std::to_string(child) + ", 0)");
 }
@@ -280,8 +364,9 @@ TEST_F(ChildProcTest, LogsAFailedWaitAndGoesOn) {
     return -1;
   });
   Start(Shell("exit 1"));
-  const std::string message = Await(kEndFormat, 2).at(0).message;
-  EXPECT_NE(message.find("ret = -1, status = 0"), std::string::npos) << message;
+  const LoggedEnd end = EndIn(Await(kEndMessage, 2).at(0)).value();
+  EXPECT_EQ(end.ret, -1);
+  EXPECT_EQ(end.status, 0);
 }
 
 TEST_F(ChildProcTest, KeepsItsOwnCopyOfTheItem) {
@@ -290,7 +375,7 @@ TEST_F(ChildProcTest, KeepsItsOwnCopyOfTheItem) {
   child_ = std::make_unique<ChildProc>("owner", (*document)["0"]);
   (*document)["0"]["program"] = std::string("/bin/false");
   document.reset();
-  Await(kEndFormat, 2);
+  Await(kEndMessage, 2);
   for (const auto& exec : system_calls::Execs()) {
     EXPECT_EQ(exec.at(0), "/bin/true");
   }
@@ -315,6 +400,12 @@ TEST_F(ChildProcTest, PassesAsManyArgumentsAsArgcSays) {
   Start(Item(R"("program": "/bin/true", "argc": 2,
                 "args": {"0": "a b", "1": "\"%s\" é", "2": "unused"})"));
   EXPECT_EQ(FirstExec(), (Vector{"/bin/true", "/bin/true", "a b", "\"%s\" é"}));
+}
+
+TEST_F(ChildProcTest, ReadsNoArgumentBeyondArgc) {
+  Start(Item(R"("program": "/bin/true", "argc": 1,
+                "args": {"0": "a", "1": {}})"));
+  EXPECT_EQ(FirstExec(), (Vector{"/bin/true", "/bin/true", "a"}));
 }
 
 TEST_F(ChildProcTest, PassesAnEmptyArgumentForAMissingOne) {
@@ -367,7 +458,7 @@ TEST_F(ChildProcTest, CutsArgcToThirtyTwoBits) {
 TEST_F(ChildProcTest, EndsTheChildAloneWhenTheVectorExceedsTheStack) {
   Start(Item(R"("program": "/bin/true", "argc": 2147483647)"));
   EXPECT_EQ(FirstStatus() & 0x7f, SIGSEGV);
-  Await(kStartFormat, 2);
+  Await(kStartMessage, 2);
   EXPECT_TRUE(system_calls::Execs().empty());
 }
 
@@ -382,11 +473,11 @@ TEST_F(ChildProcTest, ResolvesARelativePathAgainstTheWorkingDirectory) {
 TEST_F(ChildProcTest, DoesNotSearchForTheProgram) {
   Start(Item(R"("program": "true")"));
   AwaitChild();
-  Await(kStartFormat, 2);
-  EXPECT_TRUE(Records(kEndFormat).empty());
+  Await(kStartMessage, 2);
+  EXPECT_TRUE(Records(kEndMessage).empty());
 }
 
-TEST_F(ChildProcTest, HandsDownTheEnvironmentUnchanged) {
+TEST_F(ChildProcTest, PassesTheEnvironmentOnUnchanged) {
   setenv("LAUNCHER_TEST_VARIABLE", "as it is = %s", 1);
   std::string expected;
   for (char** variable = environ; *variable != nullptr; ++variable) {
@@ -413,7 +504,7 @@ class ChildProcFaultTest : public ChildProcTest,
 TEST_P(ChildProcFaultTest, AbortsTheChildAndStartsItAgain) {
   Start(Item(GetParam()));
   EXPECT_EQ(FirstStatus() & 0x7f, SIGABRT);
-  Await(kEndFormat, 2);
+  Await(kEndMessage, 2);
   EXPECT_TRUE(system_calls::Execs().empty());
 }
 
@@ -427,22 +518,22 @@ INSTANTIATE_TEST_SUITE_P(
                     R"("program": "/bin/true", "argc": 1, "args": {"0": {}})",
                     R"("program": "/bin/true", "argc": 1, "args": {"0": []})"));
 
-TEST_F(ChildProcTest, AProgramThatIsNoTextEndsTheWholeProcess) {
+TEST_F(ChildProcTest, AProgramThatIsNotAStringEndsTheWholeProcess) {
   for (const char* const program : {"{}", "[1]"}) {
-    const pid_t copy = system_calls::RealFork();
-    if (copy == 0) {
+    const pid_t forked = system_calls::RealFork();
+    if (forked == 0) {
       const ChildProc fatal(
           "owner",
           JsonObject(Item(std::string("\"program\": ") + program).c_str()));
       pause();
     }
     int status = 0;
-    ASSERT_EQ(waitpid(copy, &status, 0), copy);
+    ASSERT_EQ(waitpid(forked, &status, 0), forked);
     EXPECT_EQ(WTERMSIG(status), SIGABRT);
   }
 }
 
-TEST_F(ChildProcTest, ANameThatIsNoTextThrowsBeforeAnythingStarts) {
+TEST_F(ChildProcTest, ANameThatIsNotAStringThrowsBeforeAnythingStarts) {
   EXPECT_THROW(Start(R"({"name": {}, "program": "/bin/true"})"),
                Json::LogicError);
   EXPECT_THROW(Start(R"({"name": [], "program": "/bin/true"})"),
@@ -450,7 +541,7 @@ TEST_F(ChildProcTest, ANameThatIsNoTextThrowsBeforeAnythingStarts) {
   EXPECT_TRUE(Records().empty());
 }
 
-TEST_F(ChildProcTest, AnItemThatIsNoObjectThrows) {
+TEST_F(ChildProcTest, AnItemOfTheWrongTypeThrows) {
   EXPECT_THROW(Start("5"), Json::LogicError);
 }
 
@@ -461,17 +552,13 @@ class ChildProcEmptyPathTest : public ChildProcTest,
 };
 
 TEST_P(ChildProcEmptyPathTest, TheChildLogsItAndEndsWithStatusZero) {
-  constexpr const char* kEmptyFormat =
-      "[LAUNCHER  ] program path of %s is empty";
   Start(GetParam());
-  const LogRecord empty = Await(kEmptyFormat, 3).at(0);
+  const LogRecord empty = Await(kNoProgramMessage, 3).at(0);
   EXPECT_EQ(empty.level, 8);
-  EXPECT_EQ(empty.message, "[LAUNCHER  ] program path of tick is empty");
+  EXPECT_EQ(empty.message, Message(kNoProgramMessage, "tick"));
   EXPECT_NE(empty.process, getpid());
-  EXPECT_EQ(Await(kEndFormat, 1).at(0).message,
-            "[LAUNCHER  ] tick " + std::to_string(empty.process) +
-                " is killed. ret = " + std::to_string(empty.process) +
-                ", status = 0");
+  EXPECT_EQ(Await(kEndMessage, 1).at(0).message,
+            Message(kEndMessage, "tick", empty.process, empty.process, 0));
   EXPECT_TRUE(system_calls::Execs().empty());
 }
 
@@ -487,16 +574,48 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(ChildProcTest, AFailedExecGrowsAChainByOneEveryFiftyMilliseconds) {
   Start(Item(R"("program": "/nonexistent")"));
   AwaitChild();
-  Await(kStartFormat, 5);
+  Await(kStartMessage, 5);
   const auto records = Records();
   for (std::size_t i = 1; i < records.size(); ++i) {
     EXPECT_NE(records[i].process, records[i - 1].process);
-    EXPECT_GE(records[i].time - records[i - 1].time, kPause);
+    EXPECT_GE(records[i].time - records[i - 1].time, kRestartPause);
   }
   EXPECT_EQ(records.at(0).process, getpid());
   EXPECT_TRUE(std::ranges::all_of(records, [](const LogRecord& record) {
-    return record.format == kStartFormat;
+    return record.format == kStartMessage;
   }));
+}
+
+TEST_F(ChildProcTest, GrowsAChainHoweverTheExecFails) {
+  const std::string forbidden = directory_.Write("forbidden", "#!/bin/sh\n");
+  const std::string no_program = directory_.Write("text", "text");
+  std::filesystem::permissions(forbidden, std::filesystem::perms::owner_read);
+  std::filesystem::permissions(no_program, std::filesystem::perms::owner_all);
+  const std::string directory = directory_.Path();
+  for (const std::string& program : {forbidden, no_program, directory}) {
+    const std::size_t before = Records(kStartMessage).size();
+    Start(Item("\"program\": \"" + program + "\""));
+    AwaitChild();
+    const auto starts = Await(kStartMessage, before + 3);
+    EXPECT_NE(starts.at(before + 1).process, starts.at(before).process);
+    EXPECT_NE(starts.at(before + 2).process, starts.at(before + 1).process);
+    child_.reset();
+    EndSession(getsid(0));
+  }
+}
+
+// A link is one of the launcher's children, which starts another when it ends.
+TEST_F(ChildProcTest, ALinkOfTheChainWhoseForkFailsEndsWithStatusZero) {
+  system_calls::OnExecv([] { return -1; });
+  system_calls::OnFork([launcher = getpid()] {
+    return getpid() == launcher ? system_calls::RealFork() : -1;
+  });
+  Start(Item(R"("program": "/bin/true")"));
+  const pid_t link = Await(kForkFailedMessage, 1).at(0).process;
+  EXPECT_NE(link, getpid());
+  const LogRecord end = Await(kEndMessage, 1).at(0);
+  EXPECT_EQ(end.message, Message(kEndMessage, "tick", link, link, 0));
+  Await(kForkFailedMessage, 2);
 }
 
 TEST_F(ChildProcTest, EachLinkOfTheChainPausesBeforeItsStart) {
@@ -504,11 +623,11 @@ TEST_F(ChildProcTest, EachLinkOfTheChainPausesBeforeItsStart) {
   LogPauses();
   Start(Item(R"("program": "/nonexistent")"));
   AwaitChild();
-  Await(kStartFormat, 1 + kLinks);
+  Await(kStartMessage, 1 + kLinks);
   const auto records = Records();
   for (std::size_t i = 1; i < 2 * kLinks; i += 2) {
     EXPECT_EQ(records.at(i).message, "a pause of 50000000 ns");
-    EXPECT_EQ(records.at(i + 1).format, kStartFormat);
+    EXPECT_EQ(records.at(i + 1).format, kStartMessage);
     EXPECT_EQ(records.at(i).process, records.at(i + 1).process);
   }
 }
@@ -516,23 +635,22 @@ TEST_F(ChildProcTest, EachLinkOfTheChainPausesBeforeItsStart) {
 TEST_F(ChildProcTest, EachLinkOfTheChainWaitsForTheNext) {
   Start(Item(R"("program": "/nonexistent")"));
   AwaitChild();
-  const auto starts = Await(kStartFormat, 4);
+  const auto starts = Await(kStartMessage, 4);
   // The third link is the second one's child: killing it is logged by the
   // second, which starts another in its place.
   kill(starts.at(2).process, SIGKILL);
-  const LogRecord end = Await(kEndFormat, 1).at(0);
+  const LogRecord end = Await(kEndMessage, 1).at(0);
   EXPECT_EQ(end.process, starts.at(1).process);
-  EXPECT_NE(end.message.find(std::to_string(starts.at(2).process)),
-            std::string::npos);
+  EXPECT_EQ(EndIn(end).value().child, starts.at(2).process);
 }
 
-TEST_F(ChildProcTest, TheChainsTailSurvivesItsHead) {
+TEST_F(ChildProcTest, TheTailOfTheChainSurvivesItsHead) {
   Start(Item(R"("program": "/nonexistent")"));
   AwaitChild();
-  const auto starts = Await(kStartFormat, 4);
+  const auto starts = Await(kStartMessage, 4);
   child_.reset();
-  const std::size_t now = Records(kStartFormat).size();
-  EXPECT_GE(Await(kStartFormat, now + 2).size(), now + 2);
+  const std::size_t now = Records(kStartMessage).size();
+  EXPECT_GE(Await(kStartMessage, now + 2).size(), now + 2);
   EXPECT_EQ(::kill(starts.at(3).process, 0), 0);
 }
 
@@ -579,24 +697,24 @@ TEST_F(ChildProcTest, ThrowsWhenTheSystemRefusesAThread) {
   EXPECT_TRUE(system_calls::Kills().empty());
 }
 
-TEST_F(ChildProcTest, AFailedForkEndsSupervisionForGood) {
+TEST_F(ChildProcTest, GivesUpAfterAFailedFork) {
   system_calls::OnFork([this] {
     ++forks_;
     errno = EAGAIN;
     return -1;
   });
   Start(Item(kSleeper));
-  const LogRecord failure = Await("[LAUNCHER  ] Failed to fork %s", 1).at(0);
+  const LogRecord failure = Await(kForkFailedMessage, 1).at(0);
   EXPECT_EQ(failure.level, 8);
-  EXPECT_EQ(failure.message, "[LAUNCHER  ] Failed to fork tick");
-  std::this_thread::sleep_for(4 * kPause);
+  EXPECT_EQ(failure.message, Message(kForkFailedMessage, "tick"));
+  std::this_thread::sleep_for(4 * kRestartPause);
   EXPECT_EQ(forks_, 1);
 }
 
 TEST_F(ChildProcTest, DestroyingAfterAFailedForkSignalsEveryProcess) {
   system_calls::OnFork([] { return -1; });
   Start(Item(kSleeper));
-  Await("[LAUNCHER  ] Failed to fork %s", 1);
+  Await(kForkFailedMessage, 1);
   child_.reset();
   EXPECT_EQ(system_calls::Kills(), (Kills{{-1, SIGKILL}}));
 }
@@ -617,13 +735,10 @@ TEST_F(ChildProcTest, DestroyingBeforeTheFirstForkSignalsTheProcessGroup) {
 TEST_F(ChildProcTest, DestroyingKillsTheChildAndWaitsForThePause) {
   Start(Item(kSleeper));
   AwaitChild();
-  EXPECT_GE(Destroy(), kPause);
+  EXPECT_GE(Destroy(), kRestartPause);
   EXPECT_EQ(FirstStatus(), SIGKILL);
-  EXPECT_EQ(Records(kStartFormat).size(), 1U);
-  const std::string message = Records(kEndFormat).at(0).message;
-  const pid_t child = system_calls::Kills().at(0).first;
-  EXPECT_NE(message.find("tick " + std::to_string(child) + " "),
-            std::string::npos);
+  EXPECT_EQ(Records(kStartMessage).size(), 1U);
+  const pid_t child = EndIn(Records(kEndMessage).at(0)).value().child;
   EXPECT_EQ(system_calls::Kills(), (Kills{{child, SIGKILL}}));
 }
 
@@ -637,7 +752,7 @@ TEST_F(ChildProcTest, DestroyingMissesAChildThatIsForkedAtThatMoment) {
   may_go_on_ = true;
   destroyer.join();
   EXPECT_TRUE(std::filesystem::exists(mark)) << "the child ended by itself";
-  EXPECT_EQ(Records(kStartFormat).size(), 1U);
+  EXPECT_EQ(Records(kStartMessage).size(), 1U);
   EXPECT_EQ(FirstStatus(), 0);
 }
 
@@ -650,26 +765,41 @@ TEST_F(ChildProcTest, StopKillsTheChildWithoutWaiting) {
   Start(Item(kSleeper));
   AwaitChild();
   child_->Stop();
-  EXPECT_TRUE(Records(kEndFormat).empty());
+  EXPECT_TRUE(Records(kEndMessage).empty());
   may_go_on_ = true;
   EXPECT_EQ(FirstStatus(), SIGKILL);
-  std::this_thread::sleep_for(2 * kPause);
-  EXPECT_EQ(Records(kStartFormat).size(), 1U);
+  std::this_thread::sleep_for(2 * kRestartPause);
+  EXPECT_EQ(Records(kStartMessage).size(), 1U);
+}
+
+// The thread sees a child that ends at once. It must not start another.
+TEST_F(ChildProcTest, ClearsTheFlagBeforeItKills) {
+  for (const bool destroys : {false, true}) {
+    Start(Item(kSleeper));
+    AwaitChild();
+    const std::size_t starts = Records(kStartMessage).size();
+    system_calls::OnKill(
+        [] { std::this_thread::sleep_for(4 * kRestartPause); });
+    destroys ? child_.reset() : child_->Stop();
+    system_calls::OnKill({});
+    EXPECT_EQ(Records(kStartMessage).size(), starts);
+    child_.reset();
+  }
 }
 
 TEST_F(ChildProcTest, DestroyingSignalsTheLastChildEvenWhenItIsGone) {
   Start(Item(kSleeper));
   AwaitChild();
   child_->Stop();
-  Await(kEndFormat, 1);
+  Await(kEndMessage, 1);
   const pid_t child = system_calls::Kills().at(0).first;
   child_.reset();
   EXPECT_EQ(system_calls::Kills(), (Kills{{child, SIGKILL}, {child, SIGKILL}}));
 }
 
-// A forked copy has none of the threads, and has unmapped the stacks of most:
-// there are more than the C library keeps for later.
-TEST_F(ChildProcTest, DestroyingInAForkedCopySignalsWithoutWaiting) {
+// A forked child has none of the threads, and the stacks of most are unmapped
+// there: there are more than the C library keeps for reuse.
+TEST_F(ChildProcTest, DestroyingInAForkedChildSignalsWithoutWaiting) {
   constexpr int kMore = 20;
   Start(Item(kSleeper));
   std::vector<std::unique_ptr<ChildProc>> more;
@@ -678,8 +808,8 @@ TEST_F(ChildProcTest, DestroyingInAForkedCopySignalsWithoutWaiting) {
         "owner", JsonObject(Item(kSleeper).c_str())));
   }
   EXPECT_TRUE(Eventually([] { return ThreadsInWait(getpid()) == 1 + kMore; }));
-  const pid_t copy = system_calls::RealFork();
-  if (copy == 0) {
+  const pid_t forked = system_calls::RealFork();
+  if (forked == 0) {
     child_.reset();
     const bool killed = system_calls::Kills().size() == 1 &&
                         system_calls::Kills()[0].second == SIGKILL &&
@@ -689,18 +819,35 @@ TEST_F(ChildProcTest, DestroyingInAForkedCopySignalsWithoutWaiting) {
   }
   int status = 0;
   EXPECT_TRUE(Eventually([&] {
-    return system_calls::RealWaitpid(copy, &status, WNOHANG) == copy;
+    return system_calls::RealWaitpid(forked, &status, WNOHANG) == forked;
   }));
   EXPECT_EQ(WEXITSTATUS(status), 7);
-  EXPECT_EQ(FirstStatus(), SIGKILL) << "the copy's signal is sent for real";
+  EXPECT_EQ(FirstStatus(), SIGKILL)
+      << "the forked child's signal is sent for real";
   // Stopped between its start and its fork, an item would outlive the test.
-  Await(kStartFormat, 2 * (1 + kMore));
+  Await(kStartMessage, 2 * (1 + kMore));
   EXPECT_TRUE(Eventually([] { return ThreadsInWait(getpid()) == 1 + kMore; }));
 }
 
-// What the copy sends then goes to its process group, also when an earlier
-// child of the launcher had an id.
-TEST_F(ChildProcTest, TheCopyKnowsZeroForItsChild) {
+// Process ids are reused: a chain's tail may get the id of the launcher, which
+// has ended, and has no thread to join all the same.
+TEST_F(ChildProcTest, JoinsNothingInAForkedChildThatHasTheLaunchersProcessId) {
+  Start(Item(kSleeper));
+  AwaitChild();
+  EXPECT_EQ(InForkedChild([this, id = getpid()] {
+              system_calls::OnGetpid([id] { return id; });
+              system_calls::OnJoin([] { _exit(1); });
+              child_.reset();
+              return 0;
+            }),
+            0);
+  Await(kStartMessage, 2);
+  AwaitChild();
+}
+
+// Its signals go to its process group, also when an earlier child of the
+// launcher had an id.
+TEST_F(ChildProcTest, TheForkedChildHasTheProcessIdZeroForItsItem) {
   system_calls::OnFork([this] {
     if (++forks_ == 2) {
       AwaitGoingOn();
@@ -716,10 +863,30 @@ TEST_F(ChildProcTest, TheCopyKnowsZeroForItsChild) {
     _exit(0);
   });
   Start(Item(R"("program": "/bin/true")"));
-  may_go_on_ = true;  // Only now `child_` is what the second copy stops.
-  const auto ends = Await(kEndFormat, 2);
-  EXPECT_TRUE(ends.at(1).message.ends_with("status = 768"))
-      << ends.at(1).message;
+  may_go_on_ = true;  // Only now the second forked child can stop `child_`.
+  const auto ends = Await(kEndMessage, 2);
+  EXPECT_EQ(EndIn(ends.at(1)).value().status, 768);
+}
+
+// An `exit` that a C library guards with a lock would wait for it for ever.
+TEST_F(ChildProcTest, TheForkedChildOfAnExitingLauncherEndsWithoutAnExit) {
+  const std::string file = directory_.Path() / "buffered";
+  EXPECT_EQ(InForkedChild([&] {
+              HoldFork();
+              Start(R"({"name": "tick"})");
+              AwaitHeldFork();
+              // An exit would write this, here and in the forked child.
+              std::fputs("text", std::fopen(file.c_str(), "w"));
+              AnnounceExit();
+              std::thread destroyer([&] { child_.reset(); });
+              Eventually([] { return !system_calls::Kills().empty(); });
+              may_go_on_ = true;
+              destroyer.join();
+              return 0;
+            }),
+            0);
+  EXPECT_EQ(FirstStatus(), 0);
+  EXPECT_EQ(std::filesystem::file_size(file), 0U);
 }
 
 TEST_F(ChildProcTest, DestroyingOnItsOwnThreadEndsTheProcess) {
@@ -742,9 +909,9 @@ TEST_F(ChildProcTest, ObjectsSuperviseIndependently) {
   AwaitChild();
   ChildProc other("owner",
                   JsonObject(R"({"name": "other", "program": "/bin/true"})"));
-  Await(kEndFormat, 3);
-  for (const LogRecord& end : Records(kEndFormat)) {
-    EXPECT_EQ(end.message.find("[LAUNCHER  ] other "), 0U) << end.message;
+  Await(kEndMessage, 3);
+  for (const LogRecord& end : Records(kEndMessage)) {
+    EXPECT_EQ(EndIn(end).value().name, "other");
   }
 }
 

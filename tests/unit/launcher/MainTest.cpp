@@ -16,8 +16,12 @@
 #include <future>
 #include <memory>
 #include <thread>
+#include <vector>
 
 #include "environment/Logging.h"
+#include "launcher/Forks.h"
+#include "launcher/Items.h"
+#include "launcher/Messages.h"
 #include "launcher/StopThread.h"
 #include "launcher/main.h"
 #include "tests/support/Allocations.h"
@@ -30,11 +34,13 @@
 #include "tests/support/SystemLog.h"
 #include "tests/support/TempDir.h"
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 int launcher_main(int argc, char** argv);
 
 namespace {
-
-constexpr std::chrono::milliseconds kPause{50};
 
 class LoggedTest : public testing::Test {
  protected:
@@ -96,9 +102,8 @@ TEST_F(ReadDataTest, FailsOnAMissingFileAndLeavesTheDataAlone) {
   std::string data = "old";
   EXPECT_FALSE(ReadData("/nonexistent/items", data));
   EXPECT_EQ(data, "old");
-  EXPECT_EQ(
-      Logged(),
-      (Lines{{8, "[LAUNCHER  ] Failed to open file /nonexistent/items"}}));
+  EXPECT_EQ(Logged(),
+            (Lines{{8, Message(kOpenFailedMessage, "/nonexistent/items")}}));
 }
 
 TEST_F(ReadDataTest, FailsOnAnEmptyFileAndLeavesTheDataAlone) {
@@ -106,8 +111,7 @@ TEST_F(ReadDataTest, FailsOnAnEmptyFileAndLeavesTheDataAlone) {
   std::string data = "old";
   EXPECT_FALSE(ReadData(file, data));
   EXPECT_EQ(data, "old");
-  EXPECT_EQ(Logged(),
-            (Lines{{8, "[LAUNCHER  ] Size of read " + file + " is 0"}}));
+  EXPECT_EQ(Logged(), (Lines{{8, Message(kFileEmptyMessage, file.c_str())}}));
 }
 
 TEST_F(ReadDataTest, ClosesTheFile) {
@@ -121,6 +125,18 @@ TEST_F(ReadDataTest, ClosesTheFile) {
   const int after = dup(STDERR_FILENO);
   close(after);
   EXPECT_EQ(after, before);
+}
+
+TEST_F(ReadDataTest, ReadsInStepsOf128Bytes) {
+  static std::vector<std::size_t> steps;
+  steps.clear();
+  system_calls::OnFread([](std::size_t size, std::size_t count) {
+    steps.push_back(size * count);
+  });
+  std::string data;
+  ReadData(directory_.Write("items", std::string(1000, 'x')), data);
+  system_calls::Reset();
+  EXPECT_EQ(steps, std::vector<std::size_t>(8, 128));
 }
 
 TEST_F(ReadDataTest, SpinsOnADirectory) {
@@ -166,21 +182,17 @@ TEST(InitDaemon, OwnsNoDescriptorThatAChildWouldInherit) {
             0);
 }
 
-#ifdef __linux__
-
-TEST(InitDaemon, LimitsTheStacksOfTheThreadsToCome) {
+TEST(InitDaemon, ClosesTheStandardDescriptorsInAscendingOrder) {
   EXPECT_EQ(InForkedChild([] {
+              static std::vector<int> closed;
+              system_calls::OnClose(
+                  [](int descriptor) { closed.push_back(descriptor); });
               InitDaemon();
-              pthread_attr_t attributes;
-              pthread_getattr_default_np(&attributes);
-              std::size_t size = 0;
-              pthread_attr_getstacksize(&attributes, &size);
-              return size == std::size_t{512} * 1024 ? 0 : 1;
+              closed.resize(3);
+              return closed == std::vector<int>{0, 1, 2} ? 0 : 1;
             }),
             0);
 }
-
-#endif
 
 TEST(InitDaemon, InstallsTheHandlerForSigtermOnly) {
   EXPECT_EQ(InForkedChild([] {
@@ -200,7 +212,8 @@ TEST(InitDaemon, InstallsTheHandlerForSigtermOnly) {
             0);
 }
 
-// Runs `trigger` while a thread waits as `main` does; gives that thread's end.
+// Runs `trigger` while a thread waits as `main` does. Returns the end of the
+// wait.
 template <class Trigger>
 std::future<void> TriggerInAWait(Trigger trigger) {
   std::atomic<bool> waiting = false;
@@ -244,10 +257,10 @@ TEST_F(SigtermTest, EmptiesTheMapAndThenWakesTheWaitEveryTime) {
               Eventually([] { return ThreadsInWait(getpid()) == 1; });
               if (!IsWokenBy([] { raise(SIGTERM); })) return 1;
               if (!g_child_map.empty()) return 2;
-              // The child has ended, and so has the pause behind that.
+              // The child has ended, and so has the pause after that.
               const auto now = std::chrono::steady_clock::now();
               const LogRecord end = RecordingLog::Read(log_file_).back();
-              if (now.time_since_epoch() - end.time < kPause) return 3;
+              if (now.time_since_epoch() - end.time < kRestartPause) return 3;
               if (!IsWokenBy([] { raise(SIGTERM); })) return 4;
               return 0;
             }),
@@ -303,25 +316,128 @@ TEST(SigtermHandler, KeepsErrno) {
             0);
 }
 
-TEST(SigtermHandler, EndsAForkedCopyAsByDefaultAndSparesTheLauncher) {
+TEST(SigtermHandler, WakesAllThatWait) {
   EXPECT_EQ(InForkedChild([] {
               InitDaemon();
-              bool copy_ended = false;
+              bool woken = false;
+              const bool other_woken =
+                  IsWokenBy([&] { woken = IsWokenBy([] { raise(SIGTERM); }); });
+              return woken && other_woken ? 0 : 1;
+            }),
+            0);
+}
+
+using NoStopThreadTest = LoggedTest;
+
+// Puts a running item into the map; expects the handler, called by `trigger`,
+// to stop it and to wake the wait at once.
+template <class Trigger>
+int StopsAnItem(Trigger trigger) {
+  g_child_map["sleeper"] = std::make_shared<ChildProc>(
+      "owner", JsonObject(R"({"name": "sleeper", "argc": 1,
+                    "program": "/bin/sleep", "args": {"0": "1000"}})"));
+  Eventually([] { return ThreadsInWait(getpid()) == 1; });
+  bool stopped = false;
+  const bool woken = IsWokenBy([&] {
+    trigger();
+    stopped = g_child_map.empty() && system_calls::Kills().size() == 1;
+  });
+  return !stopped ? 1 : woken ? 0 : 2;
+}
+
+TEST_F(NoStopThreadTest, TheHandlerStopsTheItemsItselfBeforeInitDaemon) {
+  REQUIRE_SANDBOX();
+  EXPECT_EQ(InForkedChild(
+                [] { return StopsAnItem([] { sigterm_handler(SIGTERM); }); }),
+            0);
+}
+
+TEST_F(NoStopThreadTest, TheHandlerStopsTheItemsItselfWithoutAPipe) {
+  REQUIRE_SANDBOX();
+  EXPECT_EQ(InForkedChild([] {
+              system_calls::OnPipe([] { return EMFILE; });
+              InitDaemon();
+              return StopsAnItem([] { raise(SIGTERM); });
+            }),
+            0);
+}
+
+TEST_F(NoStopThreadTest, TheHandlerWakesTheWaitWithoutAThread) {
+  EXPECT_EQ(InForkedChild([] {
+              system_calls::OnCreateThread([] { return EAGAIN; });
+              InitDaemon();
+              system_calls::Reset();
+              return IsWokenBy([] { raise(SIGTERM); }) ? 0 : 1;
+            }),
+            0);
+}
+
+// A supervision thread that did the work would join itself.
+TEST_F(NoStopThreadTest,
+       TheMainThreadDoesTheWorkWhicheverThreadTheKernelPicks) {
+  REQUIRE_SANDBOX();
+  EXPECT_EQ(InForkedChild([] {
+              system_calls::OnPipe([] { return EMFILE; });
+              InitDaemon();
+              g_child_map["sleeper"] = std::make_shared<ChildProc>(
+                  "owner", JsonObject(R"({"name": "sleeper", "argc": 1,
+                      "program": "/bin/sleep", "args": {"0": "1000"}})"));
+              Eventually([] { return ThreadsInWait(getpid()) == 1; });
+              for (const pid_t thread : ThreadsOf(getpid())) {
+                if (thread != getpid()) {
+                  SignalThread(getpid(), thread, SIGTERM);
+                }
+              }
+              return Eventually([] { return g_child_map.empty(); }) ? 0 : 1;
+            }),
+            0);
+}
+
+TEST_F(NoStopThreadTest, TheHandlerLeavesTheMapToAnExit) {
+  EXPECT_EQ(InForkedChild([] {
+              system_calls::OnPipe([] { return EMFILE; });
+              InitDaemon();
+              g_child_map["nothing"] = nullptr;
+              AnnounceExit();
+              raise(SIGTERM);
+              return g_child_map.size() == 1 ? 0 : 1;
+            }),
+            0);
+}
+
+TEST(SigtermHandler, EndsAForkedChildAsByDefaultAndSparesTheLauncher) {
+  EXPECT_EQ(InForkedChild([] {
+              InitDaemon();
+              bool child_ended = false;
               const bool spared = StaysAsleepAfter([&] {
-                copy_ended = InForkedChild([] {
-                               raise(SIGTERM);
-                               return 0;
-                             }) == -SIGTERM;
+                child_ended = InForkedChild([] {
+                                raise(SIGTERM);
+                                return 0;
+                              }) == -SIGTERM;
               });
-              if (!copy_ended) return 1;
+              if (!child_ended) return 1;
               return spared ? 0 : 2;
             }),
             0);
 }
 
+// Process ids are reused: a chain's tail may get the id of the launcher, which
+// has ended.
+TEST(SigtermHandler, EndsAForkedChildThatHasTheLaunchersProcessId) {
+  EXPECT_EQ(InForkedChild([] {
+              InitDaemon();
+              return -InForkedChild([] {
+                system_calls::OnGetpid([id = getppid()] { return id; });
+                raise(SIGTERM);
+                return 0;
+              });
+            }),
+            SIGTERM);
+}
+
 // A condition variable that remembers a waiter is not destroyed before that
-// waiter has gone, and the copy has no such thread.
-TEST(Globals, AreDestroyedInAForkedCopyThoughMainWaits) {
+// waiter has gone, and the forked child has no such thread.
+TEST(Globals, AreDestroyedInAForkedChildThoughMainWaits) {
   EXPECT_EQ(InForkedChild([] {
               InitDaemon();
               int status = -1;
@@ -332,6 +448,30 @@ TEST(Globals, AreDestroyedInAForkedCopyThoughMainWaits) {
             }),
             0);
 }
+
+#ifdef __GLIBC__
+
+// The C library holds up the destruction of a condition variable that has a
+// waiter; the map must not be destroyed by then.
+TEST(Globals, AreDestroyedInTheOrderConditionMutexMap) {
+  REQUIRE_SANDBOX();
+  EXPECT_EQ(InForkedChild([]() -> int {
+              g_child_map["sleeper"] = std::make_shared<ChildProc>(
+                  "owner", JsonObject(R"({"name": "sleeper", "argc": 1,
+                      "program": "/bin/sleep", "args": {"0": "1000"}})"));
+              Eventually([] { return ThreadsInWait(getpid()) == 1; });
+              const auto waiter = TriggerInAWait([] {});
+              std::thread([] {
+                std::this_thread::sleep_for(std::chrono::milliseconds(300));
+                if (!system_calls::Kills().empty()) _exit(1);
+                g_process_condition.notify_all();
+              }).detach();
+              std::exit(0);
+            }),
+            0);
+}
+
+#endif
 
 TEST(Globals, AreWhatTheirUsersRelyOn) {
   EXPECT_TRUE(g_child_map.empty());
@@ -366,35 +506,90 @@ class MainTest : public LoggedTest {
 
 TEST_F(MainTest, LogsWhatItReadsBeforeItReads) {
   EXPECT_EQ(InForkedChild([] { return Main("/nonexistent/items"); }), 0);
-  EXPECT_EQ(
-      Logged(),
-      (Lines{{8, "[LAUNCHER  ] Read data from /nonexistent/items"},
-             {8, "[LAUNCHER  ] Failed to open file /nonexistent/items"},
-             {8, "[LAUNCHER  ] Failed to read data from /nonexistent/items"}}));
+  EXPECT_EQ(Logged(),
+            (Lines{{8, Message(kReadDataMessage, "/nonexistent/items")},
+                   {8, Message(kOpenFailedMessage, "/nonexistent/items")},
+                   {8, Message(kReadFailedMessage, "/nonexistent/items")}}));
 }
 
 TEST_F(MainTest, LogsThatAnEmptyFileCannotBeRead) {
   const std::string file = WriteItems("");
   EXPECT_EQ(InForkedChild([&] { return Main(file); }), 0);
-  EXPECT_EQ(Logged(),
-            (Lines{{8, "[LAUNCHER  ] Read data from " + file},
-                   {8, "[LAUNCHER  ] Size of read " + file + " is 0"},
-                   {8, "[LAUNCHER  ] Failed to read data from " + file}}));
+  EXPECT_EQ(Logged(), (Lines{{8, Message(kReadDataMessage, file.c_str())},
+                             {8, Message(kFileEmptyMessage, file.c_str())},
+                             {8, Message(kReadFailedMessage, file.c_str())}}));
 }
 
-TEST_F(MainTest, AnyWakeUpEndsItsWait) {
-  const std::string file = WriteItems("{}");
+TEST_F(MainTest, TakesNoArgumentsAtAllForTooFew) {
+  EXPECT_EQ(InForkedChild([] {
+              std::array<char*, 1> arguments{nullptr};
+              return launcher_main(0, arguments.data());
+            }),
+            0);
+  EXPECT_TRUE(Logged().empty());
+  const std::vector<std::string> events = system_log_->Lines();
+  ASSERT_EQ(events.size(), 1U);
+  EXPECT_TRUE(events[0].ends_with(kWrongParametersEvent)) << events[0];
+}
+
+// The items that still run are stopped by exit-time destruction.
+TEST_F(MainTest, AnyWakeUpEndsItsWaitThoughItemsRun) {
+  const std::string file = WriteItems(ItemsFile({Sleeper("a"), Sleeper("b")}));
+  EXPECT_EQ(InForkedChild([&]() -> int {
+              std::thread([] {
+                Eventually([] { return ThreadsInWait(getpid()) == 2; });
+                for (;;) {
+                  g_process_condition.notify_all();
+                  std::this_thread::sleep_for(std::chrono::milliseconds(2));
+                }
+              }).detach();
+              const int status = Main(file);
+              if (g_child_map.size() != 2) return 2;
+              if (!system_calls::Kills().empty()) return 3;
+              std::exit(status);
+            }),
+            1);
+  int ends = 0;
+  for (const LogRecord& record : RecordingLog::Read(log_file_)) {
+    if (const auto end = EndIn(record)) {
+      EXPECT_EQ(end->status, SIGKILL);
+      ++ends;
+    }
+  }
+  EXPECT_EQ(ends, 2);
+}
+
+#if defined(__GLIBC__) && !defined(__SANITIZE_THREAD__)
+
+// By then the file's text and document are gone.
+TEST_F(MainTest, GivesMemoryBackOnceTheItemsAreLoaded) {
+  constexpr std::size_t kBytes = 10'000'000;
+  const std::string file =
+      WriteItems(R"({"ignored": ")" + std::string(kBytes, 'x') + "\"}");
   EXPECT_EQ(InForkedChild([&] {
+              static std::size_t before =
+                  mallinfo2().uordblks + mallinfo2().hblkhd;
+              static int trims = 0;
+              static bool early = false;
+              system_calls::OnTrim([] {
+                ++trims;
+                early = mallinfo2().uordblks + mallinfo2().hblkhd >
+                        before + kBytes / 2;
+              });
               std::thread([] {
                 for (;;) {
                   g_process_condition.notify_all();
                   std::this_thread::sleep_for(std::chrono::milliseconds(2));
                 }
               }).detach();
-              return Main(file);
+              if (Main(file) != 1) return 1;
+              if (trims != 1) return 2;
+              return early ? 3 : 0;
             }),
-            1);
+            0);
 }
+
+#endif
 
 TEST_F(MainTest, EndsWhenTheSystemRefusesASupervisionThread) {
   const std::string file =
@@ -406,24 +601,25 @@ TEST_F(MainTest, EndsWhenTheSystemRefusesASupervisionThread) {
               return Main(file);
             }),
             0);
-  EXPECT_EQ(Logged().back(),
-            std::pair(8, std::string("[LAUNCHER  ] Error while parsing saved "
-                                     "json string.")));
+  EXPECT_EQ(Logged().back(), std::pair(8, std::string(kParseFailedMessage)));
 }
 
-TEST_F(MainTest, DoesNotStartWithoutAThreadForSigterm) {
+TEST_F(MainTest, StartsWithoutAThreadForSigterm) {
   const std::string file = WriteItems("{}");
   EXPECT_EQ(InForkedChild([&] {
               system_calls::OnCreateThread([] { return EAGAIN; });
+              system_calls::OnTrim([] {
+                system_calls::Reset();
+                std::thread([] {
+                  for (;;) {
+                    kill(getpid(), SIGTERM);
+                    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+                  }
+                }).detach();
+              });
               return Main(file);
             }),
-            0);
-  EXPECT_TRUE(Logged().empty());
-  const std::vector<std::string> events = system_log_->Lines();
-  ASSERT_EQ(events.size(), 1U);
-  EXPECT_TRUE(
-      events[0].ends_with(": Tamrel Launcher : no pipe or thread for SIGTERM."))
-      << events[0];
+            1);
 }
 
 // The earlier of the two is stopped while it is about to fork: its process
@@ -508,7 +704,7 @@ TEST_F(MainTest, SigtermsWhileItLoadsRaceOverOrderOnly) {
             1);
 }
 
-// A copy that was made then would inherit a map in the middle of a change.
+// A child forked then would inherit a map in the middle of a change.
 TEST_F(MainTest, NoItemForksWhileAnotherIsInserted) {
   static constexpr std::size_t kNameBytes = 5000;
   const std::string file =
@@ -535,7 +731,7 @@ TEST_F(MainTest, NoItemForksWhileAnotherIsInserted) {
                 if (bytes > kNameBytes && has_thread &&
                     std::this_thread::get_id() == main_thread) {
                   inserts = true;
-                  std::this_thread::sleep_for(2 * kPause);
+                  std::this_thread::sleep_for(2 * kRestartPause);
                   _exit(has_forked ? 1 : 0);
                 }
               };

@@ -1,21 +1,25 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <thread>
+#include <vector>
 
 #include "launcher/StopThread.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Poll.h"
+#include "tests/support/ProcFs.h"
 #include "tests/support/SystemCalls.h"
 
 namespace {
 
-// Every test runs in a forked copy: the thread is the process's own.
+// Every test runs in a forked child: the thread is the process's own.
 
 std::atomic<int> g_calls = 0;
 void Count() { ++g_calls; }
@@ -96,16 +100,61 @@ TEST(StopThread, NeverMakesTheWakerWait) {
             0);
 }
 
-TEST(StopThread, EndsAndIsWokenInVainWhenItWasNeverStarted) {
+// A handler that does not restart calls, such as a logger library may have.
+TEST(StopThread, GoesOnAfterAnInterruptedRead) {
   EXPECT_EQ(InForkedChild([] {
+              static std::atomic<int> interruptions = 0;
+              struct sigaction action {};
+              action.sa_handler = [](int) { ++interruptions; };
+              sigaction(SIGUSR1, &action, nullptr);
+              StartStopThread(Count);
+              std::vector<pid_t> threads = ThreadsOf(getpid());
+              std::erase(threads, getpid());
+              for (int i = 1; i <= 3; ++i) {
+                Eventually([&] {
+                  return IsBlockedIn(getpid(), threads[0], SYS_read);
+                });
+                SignalThread(getpid(), threads[0], SIGUSR1);
+                if (!Eventually([&] { return interruptions == i; })) return 1;
+              }
               WakeStopThread();
-              EndStopThread();
-              return 0;
+              return Eventually([] { return g_calls == 1; }) ? 0 : 2;
             }),
             0);
 }
 
-TEST(StopThread, LeavesNothingBehindWithoutAThread) {
+TEST(StopThread, SaysWhetherItCanBeWoken) {
+  EXPECT_EQ(InForkedChild([] {
+              if (WakeStopThread()) return 1;
+              EndStopThread();
+              StartStopThread(Count);
+              return WakeStopThread() ? 0 : 2;
+            }),
+            0);
+}
+
+TEST(StopThread, CannotBeWokenAfterAStartThatIsRefused) {
+  EXPECT_EQ(InForkedChild([] {
+              StartStopThread(Count);
+              EndStopThread();
+              system_calls::OnPipe([] { return EMFILE; });
+              if (StartStopThread(Count)) return 1;
+              return WakeStopThread() ? 2 : 0;
+            }),
+            0);
+}
+
+TEST(StopThread, ClosesNothingWhenThePipeIsRefused) {
+  EXPECT_EQ(InForkedChild([] {
+              static int closed = 0;
+              system_calls::OnPipe([] { return EMFILE; });
+              system_calls::OnClose([](int) { ++closed; });
+              return !StartStopThread(Count) && closed == 0 ? 0 : 1;
+            }),
+            0);
+}
+
+TEST(StopThread, LeavesNothingOpenWithoutAThread) {
   EXPECT_EQ(InForkedChild([] {
               system_calls::OnCreateThread([] { return EAGAIN; });
               const int before = OpenDescriptors();
@@ -118,7 +167,7 @@ TEST(StopThread, LeavesNothingBehindWithoutAThread) {
             0);
 }
 
-TEST(StopThread, LeavesNothingBehindWithoutAPipe) {
+TEST(StopThread, LeavesNothingOpenWithoutAPipe) {
   EXPECT_EQ(InForkedChild([] {
               close(3);
               constexpr rlimit kStandardDescriptorsOnly{3, 4};

@@ -5,16 +5,21 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstddef>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <latch>
 #include <thread>
 #include <vector>
 
+#include "launcher/Items.h"
 #include "launcher/ThreadStacks.h"
 #include "tests/support/ForkedChild.h"
+#include "tests/support/SystemCalls.h"
 
 namespace {
 
@@ -36,16 +41,36 @@ Stack OwnStack() {
   return stack;
 }
 
+std::size_t GuardBytes() {
+  pthread_attr_t attributes;
+  pthread_getattr_np(pthread_self(), &attributes);
+  std::size_t bytes = 0;
+  pthread_attr_getguardsize(&attributes, &bytes);
+  pthread_attr_destroy(&attributes);
+  return bytes;
+}
+
 void Write(char* address) { *static_cast<volatile char*>(address) = 1; }
 
-// Runs `body` on a thread with the launcher's stack.
-template <class Body>
-void OnGuardedThread(Body body) {
-  LimitThreadStacks();
-  std::thread([&] {
-    GuardThreadStack();
-    body();
-  }).join();
+using Body = std::function<void()>;
+
+// Starts a thread of the launcher's kind that runs `body`.
+pthread_t StartGuarded(const Body& body) {
+  pthread_t thread;
+  EXPECT_EQ(CreateThread(
+                &thread,
+                [](void* argument) -> void* {
+                  GuardThreadStack();
+                  (*static_cast<const Body*>(argument))();
+                  return nullptr;
+                },
+                const_cast<Body*>(&body)),
+            0);
+  return thread;
+}
+
+void OnGuardedThread(const Body& body) {
+  pthread_join(StartGuarded(body), nullptr);
 }
 
 std::ptrdiff_t Mappings() {
@@ -65,14 +90,41 @@ bool HasGuardMarks() {
   return has;
 }
 
-TEST(ThreadStacks, AreOf512KibibytesFromThenOn) {
-  EXPECT_EQ(InForkedChild([] {
-              LimitThreadStacks();
-              std::size_t size = 0;
-              std::thread([&] { size = OwnStack().bytes; }).join();
-              return size == std::size_t{512} * 1024 ? 0 : 1;
-            }),
-            0);
+TEST(ThreadStacks, HaveTheSizeThatTheHeaderSays) {
+  std::size_t size = 0;
+  OnGuardedThread([&] { size = OwnStack().bytes; });
+  EXPECT_EQ(size, kSupervisionStackBytes);
+}
+
+// A logger library's, for example.
+TEST(ThreadStacks, LeaveTheThreadsOfOthersAsTheyAre) {
+  std::size_t size = 0;
+  std::size_t before = 0;
+  std::thread([&] { before = OwnStack().bytes; }).join();
+  std::atomic<bool> ended = false;
+  std::thread creator([&] {
+    while (!ended) {
+      OnGuardedThread([] {});
+    }
+  });
+  for (int i = 0; i < 1000; ++i) {
+    std::thread([&] {
+      size = OwnStack().bytes;
+      EXPECT_GT(GuardBytes(), 0U);
+    }).join();
+    EXPECT_EQ(size, before);
+  }
+  ended = true;
+  creator.join();
+}
+
+TEST(ThreadStacks, PassTheSystemsErrorOn) {
+  system_calls::OnCreateThread([] { return EAGAIN; });
+  pthread_t thread;
+  EXPECT_EQ(CreateThread(
+                &thread, [](void*) -> void* { return nullptr; }, nullptr),
+            EAGAIN);
+  system_calls::Reset();
 }
 
 TEST(ThreadStacks, FaultAtTheirLowestByte) {
@@ -100,46 +152,60 @@ TEST(ThreadStacks, CanBeUsedDownToTheGuard) {
             0);
 }
 
-TEST(ThreadStacks, KeepTheirGuardInAForkedCopy) {
+TEST(ThreadStacks, KeepTheirGuardInAForkedChild) {
   EXPECT_EQ(InForkedChild([] {
               int status = 0;
               OnGuardedThread([&] {
-                const pid_t copy = fork();
-                if (copy == 0) {
+                const pid_t child = fork();
+                if (child == 0) {
                   Write(OwnStack().lowest);
                   _exit(0);
                 }
-                waitpid(copy, &status, 0);
+                waitpid(child, &status, 0);
               });
               return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
             }),
             SIGSEGV);
 }
 
-// What a fork costs depends on this.
+TEST(ThreadStacks, FaultWhereTheKernelRefusesTheMark) {
+  for (const std::ptrdiff_t beyond : {0, 1}) {
+    const int status = InForkedChild([&] {
+      system_calls::OnMadvise([] {
+        errno = EINVAL;
+        return -1;
+      });
+      OnGuardedThread(
+          [&] { Write(OwnStack().lowest + beyond * getpagesize()); });
+      return 0;
+    });
+    EXPECT_EQ(status, beyond == 0 ? -SIGSEGV : 0);
+  }
+}
+
+// The cost of a fork depends on this.
 TEST(ThreadStacks, NeedNoMappingEach) {
   if (!HasGuardMarks()) {
     GTEST_SKIP() << "needs Linux 6.13";
   }
   EXPECT_EQ(InForkedChild([] {
               constexpr int kThreads = 64;
-              LimitThreadStacks();
               const std::ptrdiff_t before = Mappings();
               std::latch guarded(kThreads);
               std::latch counted(1);
-              std::vector<std::thread> threads;
+              const Body body = [&] {
+                guarded.count_down();
+                counted.wait();
+              };
+              std::vector<pthread_t> threads;
               for (int i = 0; i < kThreads; ++i) {
-                threads.emplace_back([&] {
-                  GuardThreadStack();
-                  guarded.count_down();
-                  counted.wait();
-                });
+                threads.push_back(StartGuarded(body));
               }
               guarded.wait();
               const std::ptrdiff_t more = Mappings() - before;
               counted.count_down();
-              for (std::thread& thread : threads) {
-                thread.join();
+              for (const pthread_t thread : threads) {
+                pthread_join(thread, nullptr);
               }
               return more < kThreads ? 0 : 1;
             }),

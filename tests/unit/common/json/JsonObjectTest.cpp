@@ -15,7 +15,7 @@ namespace {
 
 using namespace std::string_literals;
 
-// What `action` throws of the system's own; nothing when it throws nothing.
+// The AERROR that `action` throws, if any.
 template <class Action>
 std::optional<AERROR> Thrown(Action action) {
   try {
@@ -52,7 +52,7 @@ TEST(JsonObjectClass, IsDeletedThroughAPointerToIt) {
   EXPECT_TRUE(destroyed);
 }
 
-// Both text constructors, by the same texts.
+// The tests of this fixture run with both text constructors.
 struct Constructor {
   const char* name;
   JsonObject (*parse)(const std::string&);
@@ -89,7 +89,7 @@ TEST_P(JsonObjectFromText, HoldsTheParsedValue) {
   EXPECT_FALSE(Parse("null").IsValid());
 }
 
-TEST_P(JsonObjectFromText, ThrowsParseErrorWhenTheTextIsNotJson) {
+TEST_P(JsonObjectFromText, ThrowsAParseErrorWhenTheTextIsNotJson) {
   for (const char* const text : {"",         " ",          "\n",
                                  "// only",  "{",          "[",
                                  "}",        "{\"a\":1,}", "[1,]",
@@ -108,7 +108,7 @@ TEST_P(JsonObjectFromText, IgnoresWhatFollowsACompleteValue) {
   EXPECT_EQ(Parse("{}}").ToText(), "{}");
 }
 
-TEST_P(JsonObjectFromText, TakesTheLastOfEqualKeys) {
+TEST_P(JsonObjectFromText, KeepsTheLastOfEqualKeys) {
   EXPECT_EQ(Parse(R"({"a":{"x":1},"a":{"y":2}})").ToText(), R"({"a":{"y":2}})");
 }
 
@@ -116,7 +116,7 @@ TEST_P(JsonObjectFromText, AcceptsComments) {
   EXPECT_EQ(Parse("// c\n{\"a\":1 /* d */}").ToText(), R"({"a":1})");
 }
 
-TEST_P(JsonObjectFromText, AcceptsDeepNestsUpToTheLibrarysLimit) {
+TEST_P(JsonObjectFromText, AcceptsNestingUpToTheLibrarysLimit) {
   EXPECT_EQ(Parse(std::string(255, '[') + std::string(255, ']')).GetArraySize(),
             1U);
   const std::string deep(1001, '[');
@@ -144,7 +144,7 @@ TEST(JsonObjectFromRange, NeedsNoTerminator) {
       "[1,2]");
 }
 
-TEST(JsonObjectFromRange, ReadsBehindAZero) {
+TEST(JsonObjectFromRange, ReadsPastAZero) {
   const std::string text = "[\"a\\u0000b\", 1]";
   EXPECT_EQ(FromRange(text).GetArraySize(), 2U);
   EXPECT_EQ(Thrown([] { FromRange("[1,\0 2]"s); }), AERROR_PARSE_JSON);
@@ -189,13 +189,13 @@ TEST(JsonObjectGetEmptyObject, HoldsAnObjectWithoutMembers) {
   EXPECT_FALSE(object.IsArray());
 }
 
-TEST(JsonObjectGetEmptyObject, IsADocumentOfItsOwnEachTime) {
+TEST(JsonObjectGetEmptyObject, ReturnsANewDocumentEachTime) {
   JsonObject first = JsonObject::GetEmptyObject();
   first["a"];
   EXPECT_EQ(JsonObject::GetEmptyObject().ToText(), "{}");
 }
 
-// What jsoncpp's own conversion of `node` gives, as JsonObject passes it on.
+// Expects the result or the exception of jsoncpp's own `conversion`.
 template <class Expected, class Conversion>
 void ExpectConversion(Json::Value node, Conversion conversion) {
   JsonObject view = node;
@@ -237,7 +237,7 @@ std::vector<Json::Value> ValuesOfAllTypes() {
   return values;
 }
 
-TEST(JsonObjectConversion, IsThatOfTheLibrary) {
+TEST(JsonObjectConversion, FollowsTheLibrary) {
   for (const Json::Value& value : ValuesOfAllTypes()) {
     const auto as_int64 = [](const Json::Value& v) { return v.asInt64(); };
     ExpectConversion<unsigned long long>(
@@ -269,7 +269,7 @@ TEST(JsonObjectConversion, ReadsNumbersAndFlags) {
   EXPECT_EQ(As<int>("-2.9"), -2);
 }
 
-TEST(JsonObjectConversion, CutsIntegersToTheirLow32Bits) {
+TEST(JsonObjectConversion, KeepsTheLow32BitsOfAnInteger) {
   EXPECT_EQ(As<int>("4294967297"), 1);
   EXPECT_EQ(As<int>("4294967295"), -1);
   EXPECT_EQ(As<int>("2147483648"), std::numeric_limits<int>::min());
@@ -278,7 +278,7 @@ TEST(JsonObjectConversion, CutsIntegersToTheirLow32Bits) {
   EXPECT_EQ(As<AERROR>("6001"), AERROR_PARSE_JSON);
 }
 
-TEST(JsonObjectConversion, NeverReadsANumberFromAString) {
+TEST(JsonObjectConversion, NeverConvertsAStringToANumber) {
   EXPECT_THROW(As<int>("\"5\""), Json::LogicError);
   EXPECT_THROW(As<long>("\"5\""), Json::LogicError);
   EXPECT_THROW(As<long long>("\"5\""), Json::LogicError);
@@ -288,14 +288,14 @@ TEST(JsonObjectConversion, NeverReadsANumberFromAString) {
   EXPECT_THROW(As<AERROR>("\"4\""), Json::LogicError);
 }
 
-TEST(JsonObjectConversion, RefusesWhatIsOutOfRange) {
+TEST(JsonObjectConversion, ThrowsWhenANumberIsOutOfRange) {
   EXPECT_THROW(As<long long>("9223372036854775808"), Json::LogicError);
   EXPECT_THROW(As<long>("9223372036854775808"), Json::LogicError);
   EXPECT_THROW(As<int>("18446744073709551615"), Json::LogicError);
   EXPECT_THROW(As<unsigned long long>("-1"), Json::LogicError);
 }
 
-TEST(JsonObjectConversion, ReadsScalarsAsText) {
+TEST(JsonObjectConversion, ConvertsScalarsToText) {
   EXPECT_EQ(As<std::string>("\"text\""), "text");
   EXPECT_EQ(As<std::string>("null"), "");
   EXPECT_EQ(As<std::string>("true"), "true");
@@ -321,7 +321,7 @@ TEST(JsonObjectConversion, DecodesWideText) {
   EXPECT_THROW(As<std::wstring>("[]"), Json::LogicError);
 }
 
-TEST(JsonObjectConversion, RefusesWideTextThatIsNotUtf8) {
+TEST(JsonObjectConversion, ThrowsWhenWideTextIsNotUtf8) {
   for (const char* const text :
        {"\"\xFF\"", "\"\xC3\"", "\"\xED\xA0\x80\"", "\"\xF4\x90\x80\x80\""}) {
     try {
@@ -333,11 +333,11 @@ TEST(JsonObjectConversion, RefusesWideTextThatIsNotUtf8) {
   }
 }
 
-TEST(JsonObjectConversion, DecodesNothingBehindAZero) {
+TEST(JsonObjectConversion, DecodesNothingAfterAZero) {
   EXPECT_EQ(As<std::wstring>("\"a\\u0000\xFF\""), L"a");
 }
 
-TEST(JsonObjectReading, TellsNullFromEverythingElse) {
+TEST(JsonObjectReading, OnlyNullIsInvalid) {
   EXPECT_FALSE(JsonObject("null").IsValid());
   for (const char* const text :
        {"0", "false", "\"\"", "[]", "{}", "\"null\""}) {
@@ -345,7 +345,7 @@ TEST(JsonObjectReading, TellsNullFromEverythingElse) {
   }
 }
 
-TEST(JsonObjectReading, TellsArraysFromEverythingElse) {
+TEST(JsonObjectReading, OnlyArraysAreArrays) {
   EXPECT_TRUE(JsonObject("[]").IsArray());
   EXPECT_TRUE(JsonObject("[1]").IsArray());
   for (const char* const text : {"null", "0", "\"[]\"", "{}"}) {
@@ -395,7 +395,7 @@ TEST_F(JsonObjectPath, SkipsEmptyPieces) {
   }
 }
 
-TEST_F(JsonObjectPath, OfNoNameIsTheNodeItself) {
+TEST_F(JsonObjectPath, WithoutNamesLeadsToTheNodeItself) {
   for (const char* const path : {"", "/", "///"}) {
     EXPECT_EQ(document_.GetObject(path).ToText(), document_.ToText());
     EXPECT_TRUE(document_.HasObject(path));
@@ -411,7 +411,7 @@ TEST_F(JsonObjectPath, StartsAtTheNode) {
   EXPECT_FALSE(inner.HasObject("a"));
 }
 
-TEST_F(JsonObjectPath, ThrowsNotFoundAtAMissingMember) {
+TEST_F(JsonObjectPath, ThrowsNotFoundForAMissingMember) {
   const std::string before = document_.ToText();
   for (const char* const path :
        {"a/c", "x", "x/y/z", "a/bb", "A", "a/B", "null/x", "a/b c ", " a"}) {
@@ -431,26 +431,25 @@ TEST_F(JsonObjectPath, NeverIndexesArrays) {
   EXPECT_THROW(document_.GetObject("list/0"), Json::LogicError);
 }
 
-TEST_F(JsonObjectPath, EndsInTheLibrarysErrorAtAScalar) {
+TEST_F(JsonObjectPath, LetsTheLibrarysErrorPropagateAtAScalar) {
   for (const char* const path : {"text/x", "a/b/x"}) {
     EXPECT_THROW(document_.HasObject(path), Json::LogicError) << path;
     EXPECT_THROW(document_.GetObject(path), Json::LogicError) << path;
   }
 }
 
-TEST_F(JsonObjectPath, GivesAView) {
+TEST_F(JsonObjectPath, LeadsToAView) {
   document_.GetObject("a/b") = "new"s;
   EXPECT_EQ(As<std::string>(document_.GetObject("a/b")), "new");
   document_.GetObject("") = "all"s;
   EXPECT_EQ(document_.ToText(), "\"all\"");
 }
 
-TEST_F(JsonObjectPath, MissesMembersOfTheEmptyName) {
+TEST_F(JsonObjectPath, SkipsMembersWithAnEmptyName) {
   EXPECT_EQ(TextOf(document_.GetObject("a/")), TextOf(document_["a"]));
 }
 
-// Plain access by the library: one member after the other, the pieces cut by
-// hand. Null when one is missing.
+// Finds the node at `path` with the library alone; null if a member is missing.
 Json::Value* Walk(Json::Value& root, const std::string& path) {
   Json::Value* node = &root;
   std::string piece;
@@ -470,7 +469,7 @@ Json::Value* Walk(Json::Value& root, const std::string& path) {
   return node;
 }
 
-// A tree of objects over few names, with arrays, scalars and nulls as leaves.
+// Generates trees of objects with few names; leaves are of all other types.
 class TreeGenerator {
  public:
   Json::Value Tree(int depth) {
@@ -562,13 +561,13 @@ TEST(JsonObjectMember, TurnsANullNodeIntoAnObject) {
   EXPECT_EQ(document.ToText(), R"({"x":{"y":"z"}})");
 }
 
-TEST(JsonObjectMember, IsNamedWithoutRegardToSlashes) {
+TEST(JsonObjectMember, MayHaveSlashesInItsName) {
   JsonObject document(R"({"a/b":1,"":2})");
   EXPECT_EQ(As<int>(document["a/b"]), 1);
   EXPECT_EQ(As<int>(document[""]), 2);
 }
 
-TEST(JsonObjectMember, OfAnArrayOrAScalarIsRefused) {
+TEST(JsonObjectMember, OfAnArrayOrAScalarThrows) {
   JsonObject array("[1]");
   JsonObject scalar("5");
   EXPECT_THROW(array["a"], Json::LogicError);
@@ -594,7 +593,7 @@ TEST(JsonObjectElement, TurnsANullNodeIntoAnArray) {
   EXPECT_EQ(document.ToText(), R"(["x"])");
 }
 
-TEST(JsonObjectElement, OfANegativeIndexOrAnObjectIsRefused) {
+TEST(JsonObjectElement, WithANegativeIndexOrOfAnObjectThrows) {
   JsonObject array("[1]");
   JsonObject object(R"({"0":1})");
   EXPECT_THROW(array[-1], Json::LogicError);
@@ -628,14 +627,14 @@ TEST(JsonObjectCopyConstructor, ViewsTheSameNodeForAView) {
   EXPECT_EQ(document.ToText(), R"({"a":"x"})");
 }
 
-TEST(JsonObjectCopyConstructor, TakesADocumentThatHoldsNullForAView) {
+TEST(JsonObjectCopyConstructor, TreatsADocumentThatHoldsNullAsAView) {
   JsonObject document("null");
   JsonObject copy = document;  // NOLINT(performance-unnecessary-copy-*)
   copy = "x"s;
   EXPECT_EQ(document.ToText(), "\"x\"");
 }
 
-TEST(JsonObjectCopyConstructor, DecidesByWhatTheDocumentHoldsNow) {
+TEST(JsonObjectCopyConstructor, DependsOnTheDocumentsCurrentValue) {
   JsonObject document("5");
   const char* const none = nullptr;
   document = JsonObject(none);
@@ -644,7 +643,7 @@ TEST(JsonObjectCopyConstructor, DecidesByWhatTheDocumentHoldsNow) {
   EXPECT_EQ(document.ToText(), "\"x\"");
 }
 
-TEST(JsonObjectAssignText, ReplacesTheNodeByAString) {
+TEST(JsonObjectAssignText, ReplacesTheNodeWithAString) {
   JsonObject document(R"({"a":{"b":1}})");
   document["a"] = "t"s;
   EXPECT_EQ(document.ToText(), R"({"a":"t"})");
@@ -745,7 +744,7 @@ TEST(JsonObjectAssign, ToItselfChangesNothing) {
   EXPECT_EQ(document.ToText(), R"({"a":{"b":1}})");
 }
 
-TEST(JsonObjectAssign, AcceptsAPartOfItself) {
+TEST(JsonObjectAssign, AcceptsItsOwnMember) {
   JsonObject document(R"({"a":{"b":1}})");
   document = document["a"];
   EXPECT_EQ(document.ToText(), R"({"b":1})");
@@ -783,13 +782,13 @@ TEST(JsonObjectInsert, AcceptsTheNodeItself) {
   EXPECT_EQ(null.ToText(), R"({"self":null})");
 }
 
-TEST(JsonObjectInsert, AcceptsWhatContainsTheNode) {
+TEST(JsonObjectInsert, AcceptsAParentOfTheNode) {
   JsonObject document(R"({"a":{"b":1}})");
   document["a"].Insert("parent", document.Copy());
   EXPECT_EQ(document.ToText(), R"({"a":{"b":1,"parent":{"a":{"b":1}}}})");
 }
 
-TEST(JsonObjectInsert, IntoAnArrayOrScalarIsRefused) {
+TEST(JsonObjectInsert, IntoAnArrayOrScalarThrows) {
   JsonObject array("[1]");
   EXPECT_THROW(array.Insert("a", JsonObject("1")), Json::LogicError);
   EXPECT_THROW(array.Insert("a", L"w"), Json::LogicError);
@@ -846,7 +845,7 @@ TEST(JsonObjectInsertArrayItem, AcceptsTheArrayItself) {
   EXPECT_EQ(document.ToText(), "[1,[1]]");
 }
 
-TEST(JsonObjectInsertArrayItem, IntoAnObjectOrScalarIsRefused) {
+TEST(JsonObjectInsertArrayItem, IntoAnObjectOrScalarThrows) {
   JsonObject object("{}");
   JsonObject scalar("\"s\"");
   EXPECT_THROW(object.InsertArrayItem("t"s), Json::LogicError);
@@ -863,7 +862,7 @@ TEST(JsonObjectRemoveArrayItem, RemovesTheElement) {
   EXPECT_EQ(document.ToText(), "[]");
 }
 
-TEST(JsonObjectRemoveArrayItem, CutsTheIndexTo32Bits) {
+TEST(JsonObjectRemoveArrayItem, UsesTheLow32BitsOfTheIndex) {
   JsonObject document("[0,1,2]");
   EXPECT_TRUE(document.RemoveArrayItem(0x1'0000'0001UL));
   EXPECT_EQ(document.ToText(), "[0,2]");
@@ -906,7 +905,7 @@ TEST(JsonObjectRemove, IsFalseWhenThereIsNone) {
   }
 }
 
-TEST(JsonObjectText, IsOneLineWithoutLineFeed) {
+TEST(JsonObjectText, IsOneLineWithoutALineFeed) {
   EXPECT_EQ(JsonObject("{ \"b\" : [ 1 , 2 ],\n\"a\" : { } }").ToText(),
             R"({"a":{},"b":[1,2]})");
   EXPECT_EQ(JsonObject("5").ToText(), "5");
@@ -918,14 +917,14 @@ TEST(JsonObjectText, KeepsWhiteSpaceInsideStrings) {
   EXPECT_EQ(JsonObject("\" a \"").ToStyledText(), "\" a \"");
 }
 
-TEST(JsonObjectText, IsStyledWithThreeSpaces) {
+TEST(JsonObjectText, IsIndentedByThreeSpacesWhenStyled) {
   EXPECT_EQ(JsonObject(R"({"b":[1,2],"a":{},"c":{"d":"e"}})").ToStyledText(),
             "{\n   \"a\" : {},\n   \"b\" : [ 1, 2 ],\n   \"c\" : {\n"
             "      \"d\" : \"e\"\n   }\n}");
   EXPECT_EQ(JsonObject("[]").ToStyledText(), "[]");
 }
 
-TEST(JsonObjectText, IsThatOfTheNodeForAView) {
+TEST(JsonObjectText, IsTheViewedNodesForAView) {
   JsonObject document(R"({"a":{"b":1}})");
   EXPECT_EQ(document["a"].ToText(), R"({"b":1})");
   EXPECT_EQ(document["a"].ToStyledText(), "{\n   \"b\" : 1\n}");

@@ -9,7 +9,12 @@
 #include <vector>
 
 #include "common/util/ExecutablePath.h"
+#include "tests/support/Sandbox.h"
 #include "tests/support/TempDir.h"
+
+#ifdef __linux__
+#include <sys/mount.h>
+#endif
 
 namespace {
 
@@ -24,7 +29,7 @@ struct Answer {
   std::string current_path;
 };
 
-// Copies of the probe are started, so that each test has the path it needs.
+// Each test starts a copy of the probe from the path that it needs.
 class ExecutablePath : public testing::Test {
  protected:
   void SetUp() override { InstallProbe("probe"); }
@@ -66,14 +71,13 @@ class ExecutablePath : public testing::Test {
     return answer.path;
   }
 
-  // A folder below the test's own whose path, with "/probe", has `length`
-  // bytes.
+  // Installs the probe at a path of `length` bytes.
   std::string DeepProbe(std::size_t length) const {
     constexpr std::size_t kLongestName = 200;
     std::string folder = folder_.Path();
     std::size_t left = length - folder.size() - std::string("/probe").size();
     while (left > 0) {
-      // A name has at least one byte beside its slash.
+      // A name has at least one byte besides its slash.
       const std::size_t taken = left <= kLongestName ? left : kLongestName - 2;
       folder += "/" + std::string(taken - 1, 'd');
       left -= taken;
@@ -94,7 +98,7 @@ class ExecutablePath : public testing::Test {
     }
     vector.push_back(nullptr);
     if (chdir(directory.c_str()) == 0) {
-      // A directory that asks for it is deleted below the program.
+      // A directory with this name is deleted while the program is in it.
       if (fs::path(directory).filename() == "deleted") {
         fs::remove(directory);
       }
@@ -130,7 +134,7 @@ class ExecutablePath : public testing::Test {
   TempDir folder_;
 };
 
-TEST_F(ExecutablePath, IsTheAbsolutePathItWasStartedWith) {
+TEST_F(ExecutablePath, IsTheAbsolutePathThatTheProgramWasStartedWith) {
   EXPECT_EQ(PathOf("/", Folder() + "/probe"), Folder() + "/probe");
 }
 
@@ -142,7 +146,7 @@ TEST_F(ExecutablePath, BecomesAbsoluteWithTheWorkingDirectory) {
             Folder() + "/probe");
 }
 
-TEST_F(ExecutablePath, HasOneSlashBehindTheRootDirectory) {
+TEST_F(ExecutablePath, HasOneSlashAfterTheRootDirectory) {
   EXPECT_EQ(PathOf("/", Folder().substr(1) + "/probe"), Folder() + "/probe");
 }
 
@@ -170,7 +174,7 @@ TEST_F(ExecutablePath, IsRelativeToTheDirectoryAtProcessStart) {
   EXPECT_EQ(answer.path, Folder() + "/./probe");
 }
 
-TEST_F(ExecutablePath, FitsWithItsTerminatorOrNotAtAll) {
+TEST_F(ExecutablePath, IsCopiedWithItsTerminatorOrNotAtAll) {
   const std::string path = Folder() + "/probe";
   const std::size_t needed = path.size() + 1;
   const Answer exact = Start("/", path, {std::to_string(needed)});
@@ -185,7 +189,7 @@ TEST_F(ExecutablePath, FitsWithItsTerminatorOrNotAtAll) {
   }
 }
 
-TEST_F(ExecutablePath, FillsABufferOf1025BytesUpTo1024) {
+TEST_F(ExecutablePath, IsCopiedUpTo1024BytesIntoABufferOf1025) {
   for (const std::size_t length : {1023U, 1024U, 1025U}) {
     const std::string path = DeepProbe(length);
     ASSERT_EQ(path.size(), length);
@@ -203,7 +207,7 @@ TEST_F(ExecutablePath, MayBeAsLongAsTheSystemAllows) {
   EXPECT_EQ(PathOf("/", path), path);
 }
 
-TEST_F(ExecutablePath, IsThatOfTheProgramThatAsks) {
+TEST_F(ExecutablePath, IsTheCallersOwn) {
   std::array<char, 5000> buffer{};
   auto size = static_cast<std::uint32_t>(buffer.size());
   ASSERT_EQ(GetExecutablePath(buffer.data(), &size), 0);
@@ -211,7 +215,7 @@ TEST_F(ExecutablePath, IsThatOfTheProgramThatAsks) {
   EXPECT_EQ(fs::path(buffer.data()).filename(), "util_test");
 }
 
-TEST_F(ExecutablePath, GivesTheCurrentPath) {
+TEST_F(ExecutablePath, DeterminesTheCurrentPath) {
   fs::create_directory(Folder() + "/sub");
   EXPECT_EQ(Start(Folder(), "probe").current_path, Folder());
   EXPECT_EQ(Start(Folder() + "/sub", "../probe").current_path,
@@ -220,18 +224,28 @@ TEST_F(ExecutablePath, GivesTheCurrentPath) {
 
 #ifdef __linux__
 
-// The start path cannot be made absolute there; the file behind it can be
-// named.
-TEST_F(ExecutablePath, IsTheFilesOwnFromADeletedDirectory) {
+// The start path cannot be made absolute there, so it is that of the file.
+TEST_F(ExecutablePath, IsResolvedWhenStartedInADeletedDirectory) {
   fs::create_directory(Folder() + "/deleted");
   EXPECT_EQ(PathOf(Folder() + "/deleted", "../probe"), Folder() + "/probe");
 }
 
-TEST_F(ExecutablePath, IsKeptFromADeletedDirectoryWhenAbsolute) {
+TEST_F(ExecutablePath, IsNotResolvedInADeletedDirectoryWhenAbsolute) {
   fs::create_directory(Folder() + "/deleted");
   fs::create_symlink("probe", Folder() + "/link");
   EXPECT_EQ(PathOf(Folder() + "/deleted", Folder() + "/link"),
             Folder() + "/link");
+}
+
+TEST_F(ExecutablePath, IsUnknownInADeletedDirectoryWithoutProc) {
+  REQUIRE_SANDBOX();
+  fs::create_directory(Folder() + "/deleted");
+  ASSERT_EQ(mount("none", "/proc", "tmpfs", 0, nullptr), 0);
+  const Answer answer = Start(Folder() + "/deleted", "../probe");
+  umount("/proc");
+  EXPECT_EQ(answer.result, -1);
+  EXPECT_EQ(answer.path, std::string(kRoomy, '#'));
+  EXPECT_EQ(answer.current_path, "");
 }
 
 #endif

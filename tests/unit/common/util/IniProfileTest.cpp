@@ -7,6 +7,7 @@
 #include <climits>
 #include <filesystem>
 #include <fstream>
+#include <new>
 #include <random>
 #include <string>
 #include <string_view>
@@ -14,8 +15,9 @@
 #include <vector>
 
 #include "common/util/IniProfile.h"
-#include "tests/support/IniProfileOracle.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/Bounded.h"
+#include "tests/support/IniProfileOracle.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -25,7 +27,7 @@ using namespace std::string_view_literals;
 constexpr char kUntouched = '#';
 constexpr std::size_t kBufferBytes = 4096;
 
-// The result and the whole buffer, which was full of `kUntouched` before.
+// A result and the whole buffer, which was filled with `kUntouched`.
 struct Reading {
   bool found = false;
   std::array<char, kBufferBytes> buffer;
@@ -39,7 +41,7 @@ struct Reading {
   }
 };
 
-// `text` with its terminator, and nothing touched behind it.
+// `text` with its terminator, and nothing changed after it.
 Reading Expected(bool found, std::string_view text) {
   Reading reading;
   reading.found = found;
@@ -59,9 +61,9 @@ Reading Untouched() {
   return reading;
 }
 
-Reading ReadFile(const std::string& file, const std::string& section,
-                 const std::string& key, const std::string& default_value,
-                 int size) {
+Reading LookUp(const std::string& file, const std::string& section,
+               const std::string& key, const std::string& default_value,
+               int size) {
   Reading reading = Untouched();
   reading.found = GetPrivateProfileString(section, key, default_value,
                                           reading.buffer.data(), size, file);
@@ -81,7 +83,7 @@ class IniProfile : public testing::Test {
                const std::string& key,
                const std::string& default_value = "ERROR",
                int size = 1024) const {
-    return ReadFile(WriteFile(content), section, key, default_value, size);
+    return LookUp(WriteFile(content), section, key, default_value, size);
   }
 
   std::string WriteFile(std::string_view content) const {
@@ -98,12 +100,12 @@ TEST_F(IniProfile, FindsTheKeyInItsSection) {
             Found("3"));
 }
 
-TEST_F(IniProfile, ReadsALastLineWithoutLineEnd) {
+TEST_F(IniProfile, ReadsALastLineWithoutALineEnd) {
   EXPECT_EQ(Level("[LOG]\nLEVEL=DEBUG"), Found("DEBUG"));
   EXPECT_EQ(Level("[LOG]"), Default("ERROR"));
 }
 
-TEST_F(IniProfile, IgnoresTheCaseOfNamesAndKeepsThatOfValues) {
+TEST_F(IniProfile, IgnoresTheCaseOfNamesAndKeepsTheCaseOfValues) {
   EXPECT_EQ(Level("[log]\nlevel=Debug\n"), Found("Debug"));
   EXPECT_EQ(Read("[LoG]\nLeVeL=DEBUG\n", "lOg", "lEvEl"), Found("DEBUG"));
   EXPECT_EQ(Read("[AZ]\nAZ=1\n", "az", "az"), Found("1"));
@@ -125,12 +127,12 @@ TEST_F(IniProfile, ComparesNamesWhole) {
   EXPECT_EQ(Level("[LOG]\nLEVELS=1\nLEVE=2\nXLEVEL=3\n"), Default("ERROR"));
 }
 
-TEST_F(IniProfile, TakesNoWhiteSpaceBeforeTheEqualsSign) {
+TEST_F(IniProfile, CountsASpaceBeforeTheEqualsSignAsPartOfTheKey) {
   EXPECT_EQ(Level("[LOG]\nLEVEL = DEBUG\n"), Default("ERROR"));
   EXPECT_EQ(Level("[LOG]\nLEVEL\t=DEBUG\n"), Default("ERROR"));
 }
 
-TEST_F(IniProfile, AsksForTheKeyAsItStands) {
+TEST_F(IniProfile, DoesNotTrimTheKeyArgument) {
   const std::string_view content = "[LOG]\nLEVEL = DEBUG\n";
   EXPECT_EQ(Read(content, "LOG", "LEVEL "), Found(" DEBUG"));
   EXPECT_EQ(Read("[LOG]\nLEVEL=1\n", "LOG", " LEVEL"), Default("ERROR"));
@@ -142,7 +144,7 @@ TEST_F(IniProfile, TrimsTheLine) {
   EXPECT_EQ(Level("[LOG]\n \t\v\f\rLEVEL=DEBUG \t\v\f\r\n"), Found("DEBUG"));
 }
 
-TEST_F(IniProfile, KeepsWhiteSpaceBehindTheEqualsSign) {
+TEST_F(IniProfile, KeepsWhiteSpaceAfterTheEqualsSign) {
   EXPECT_EQ(Level("[LOG]\nLEVEL= 3\n"), Found(" 3"));
   EXPECT_EQ(Level("[LOG]\nLEVEL= 3 =4\n"), Found(" 3 "));
   EXPECT_EQ(Level("[LOG]\nLEVEL=\t3\n"), Found("\t3"));
@@ -159,7 +161,7 @@ TEST_F(IniProfile, FindsAnEmptyValueBetweenEqualsSigns) {
   EXPECT_EQ(Level("[LOG]\nLEVEL==\n"), Found(""));
 }
 
-TEST_F(IniProfile, PassesOverAnEntryWithoutValue) {
+TEST_F(IniProfile, SkipsAnEntryWithoutAValue) {
   EXPECT_EQ(Level("[LOG]\nLEVEL=\nLEVEL=3\n"), Found("3"));
   EXPECT_EQ(Level("[LOG]\nLEVEL=  \nLEVEL=3\n"), Found("3"));
   EXPECT_EQ(Level("[LOG]\nLEVEL\nLEVEL=3\n"), Found("3"));
@@ -171,11 +173,11 @@ TEST_F(IniProfile, FindsAnEmptyKey) {
   EXPECT_EQ(Read("[LOG]\n==\n", "LOG", ""), Found(""));
 }
 
-TEST_F(IniProfile, TakesTheFirstEntryOfAKey) {
+TEST_F(IniProfile, ReturnsTheFirstEntryOfAKey) {
   EXPECT_EQ(Level("[LOG]\nLEVEL=1\nLEVEL=2\n"), Found("1"));
 }
 
-TEST_F(IniProfile, PassesOverEmptyLinesAndTextWithoutEqualsSign) {
+TEST_F(IniProfile, SkipsEmptyLinesAndLinesWithoutAnEqualsSign) {
   EXPECT_EQ(Level("\n \n[LOG]\n\n \t\nwords\nLEVEL=1\n"), Found("1"));
 }
 
@@ -185,7 +187,7 @@ TEST_F(IniProfile, HasNoComments) {
   EXPECT_EQ(Level("; x\n# y\n[LOG]\n;LEVEL=1\nLEVEL=2\n"), Found("2"));
 }
 
-TEST_F(IniProfile, NeverLooksBeforeTheFirstHeader) {
+TEST_F(IniProfile, IgnoresEntriesBeforeTheFirstHeader) {
   EXPECT_EQ(Level("LEVEL=1\n[LOG]\nLEVEL=2\n"), Found("2"));
   EXPECT_EQ(Read("LEVEL=1\n", "", "LEVEL"), Default("ERROR"));
 }
@@ -204,7 +206,7 @@ TEST_F(IniProfile, FindsASectionWithABlankName) {
   EXPECT_EQ(Read("[\t ]\nLEVEL=1\n", "  ", "LEVEL"), Found("1"));
 }
 
-TEST_F(IniProfile, TakesALineOfTwoCharactersForNoHeader) {
+TEST_F(IniProfile, DoesNotMistakeALineOfTwoCharactersForAHeader) {
   EXPECT_EQ(Read("[]\nLEVEL=1\n", "", "LEVEL"), Default("ERROR"));
   EXPECT_EQ(Read("[]\nLEVEL=1\n[ ]\nLEVEL=2\n", "", "LEVEL"), Found("2"));
   EXPECT_EQ(Read("[x]\nLEVEL=1\n", "x", "LEVEL"), Found("1"));
@@ -217,7 +219,7 @@ TEST_F(IniProfile, NeedsBothBrackets) {
   EXPECT_EQ(Level("x[LOG]\nLEVEL=1\n"), Default("ERROR"));
 }
 
-TEST_F(IniProfile, NamesASectionByAllBetweenTheOuterBrackets) {
+TEST_F(IniProfile, UsesAllTextBetweenTheOuterBracketsAsTheName) {
   EXPECT_EQ(Read("[a]b[c]\nk=1\n", "a]b[c", "k"), Found("1"));
   EXPECT_EQ(Read("[[a]]\nk=1\n", "[a]", "k"), Found("1"));
   EXPECT_EQ(Read("[a=b]\nk=1\n", "a=b", "k"), Found("1"));
@@ -232,13 +234,13 @@ TEST_F(IniProfile, EndsTheSectionAtAnyLineThatBeginsWithABracket) {
   EXPECT_EQ(Level("[LOG]\nx[\n]\nLEVEL=1\n"), Found("1"));
 }
 
-TEST_F(IniProfile, ConsultsTheFirstSectionOfANameOnly) {
+TEST_F(IniProfile, SearchesOnlyTheFirstSectionOfAName) {
   EXPECT_EQ(Level("[LOG]\nX=1\n[LOG]\nLEVEL=2\n"), Default("ERROR"));
   EXPECT_EQ(Level("[LOG]\n[LOG]\nLEVEL=2\n"), Default("ERROR"));
   EXPECT_EQ(Level("[LOG]\nX=1\n[A]\n[log]\nLEVEL=2\n"), Default("ERROR"));
 }
 
-TEST_F(IniProfile, TakesAByteOrderMarkForText) {
+TEST_F(IniProfile, TreatsAByteOrderMarkAsText) {
   EXPECT_EQ(Level("\xEF\xBB\xBF[LOG]\nLEVEL=1\n"), Default("ERROR"));
   EXPECT_EQ(Level("\xEF\xBB\xBF\n[LOG]\nLEVEL=1\n"), Found("1"));
 }
@@ -249,7 +251,7 @@ TEST_F(IniProfile, DropsTheCarriageReturn) {
   EXPECT_EQ(Level("[LOG]\rLEVEL=1\r"), Default("ERROR"));
 }
 
-TEST_F(IniProfile, TakesHighBytesForText) {
+TEST_F(IniProfile, TreatsHighBytesAsText) {
   EXPECT_EQ(Level("[LOG]\nLEVEL=\xA0\n"), Found("\xA0"));
   EXPECT_EQ(Level("[LOG]\nLEVEL=1 \x85\n"), Found("1 \x85"));
   EXPECT_EQ(Level("\xA0[LOG]\nLEVEL=1\n"), Default("ERROR"));
@@ -273,19 +275,19 @@ TEST_F(IniProfile, NeverMatchesANameWithAZeroInside) {
             Default("ERROR"));
 }
 
-// A line of `length` bytes: `start`, then filling.
+// A line of `length` bytes that begins with `start`.
 std::string LineOf(std::size_t length, const std::string& start) {
   return start + std::string(length - start.size(), 'x');
 }
 
-TEST_F(IniProfile, CutsALongLineInto2047Bytes) {
+TEST_F(IniProfile, SplitsALongLineIntoPiecesOf2047Bytes) {
   const std::string first = LineOf(2047, "A=");
   const std::string content = "[LOG]\n" + first + LineOf(953, "LEVEL=1") + "\n";
   EXPECT_EQ(Level(content), Found(LineOf(953, "LEVEL=1").substr(6)));
   EXPECT_EQ(Read(content, "LOG", "A", "", 4000), Found(first.substr(2)));
 }
 
-TEST_F(IniProfile, CutsALongLineAfter2047BytesExactly) {
+TEST_F(IniProfile, SplitsALongLineAfterExactly2047Bytes) {
   for (const std::size_t length : {2046U, 2047U, 2048U}) {
     const std::string content = "[LOG]\n" + LineOf(length, "A=") + "LEVEL=1\n";
     EXPECT_EQ(Level(content), length == 2047 ? Found("1") : Default("ERROR"))
@@ -293,7 +295,7 @@ TEST_F(IniProfile, CutsALongLineAfter2047BytesExactly) {
   }
 }
 
-TEST_F(IniProfile, ReadsALineThatFillsThePieceWithItsLineEnd) {
+TEST_F(IniProfile, ReadsALineThatFillsAPieceWithItsLineEnd) {
   for (const std::size_t length : {2045U, 2046U, 2047U, 2048U, 4094U}) {
     const std::string content =
         "[LOG]\n" + LineOf(length, "A=") + "\nLEVEL=1\n";
@@ -325,17 +327,16 @@ TEST_F(IniProfile, CopiesTheDefaultWhenAnythingIsMissing) {
 }
 
 TEST_F(IniProfile, CopiesTheDefaultForAMissingFile) {
-  EXPECT_EQ(ReadFile(Path("none.ini"), "LOG", "LEVEL", "ERROR", 1024),
+  EXPECT_EQ(LookUp(Path("none.ini"), "LOG", "LEVEL", "ERROR", 1024),
             Default("ERROR"));
-  EXPECT_EQ(ReadFile("", "LOG", "LEVEL", "ERROR", 6), Default("ERROR"));
-  EXPECT_EQ(ReadFile(Path("none.ini"), "LOG", "LEVEL", "ERROR", 5),
-            Untouched());
+  EXPECT_EQ(LookUp("", "LOG", "LEVEL", "ERROR", 6), Default("ERROR"));
+  EXPECT_EQ(LookUp(Path("none.ini"), "LOG", "LEVEL", "ERROR", 5), Untouched());
 }
 
 TEST_F(IniProfile, CopiesTheDefaultForADirectory) {
   EXPECT_EQ(RunBounded([&] {
               const Reading reading =
-                  ReadFile(Path("."), "LOG", "LEVEL", "ERROR", 1024);
+                  LookUp(Path("."), "LOG", "LEVEL", "ERROR", 1024);
               if (reading != Default("ERROR")) {
                 _exit(EXIT_FAILURE);
               }
@@ -358,7 +359,7 @@ TEST_F(IniProfile, CopiesADefaultThatFitsWithItsTerminator) {
   EXPECT_EQ(Read("", "LOG", "LEVEL", "", 1), Default(""));
 }
 
-TEST_F(IniProfile, LeavesTheBufferAloneWhenNothingFits) {
+TEST_F(IniProfile, LeavesTheBufferUnchangedWhenNothingFits) {
   EXPECT_EQ(Read("[LOG]\nLEVEL=12345\n", "LOG", "LEVEL", "abcdef", 5),
             Untouched());
 }
@@ -386,7 +387,7 @@ TEST_F(IniProfile, AdmitsEveryTextIntoTheLargestBuffer) {
   EXPECT_EQ(Level("[LOG]\nLEVEL=1\n", INT_MAX), Found("1"));
 }
 
-TEST_F(IniProfile, LeavesABufferOfSizeZeroAlone) {
+TEST_F(IniProfile, LeavesABufferOfSizeZeroUnchanged) {
   EXPECT_EQ(Level("[LOG]\nLEVEL=1\n", 0), Untouched());
   EXPECT_EQ(Read("[LOG]\nLEVEL==\n", "LOG", "LEVEL", "", 0), Untouched());
 }
@@ -398,7 +399,7 @@ TEST_F(IniProfile, CopiesNothingWithoutABuffer) {
   }
 }
 
-// Opening a pipe that nobody writes to would wait.
+// Opening a pipe without a writer would wait.
 TEST_F(IniProfile, OpensNoFileWithoutRoomForAResult) {
   const std::string pipe = Path("pipe");
   ASSERT_EQ(mkfifo(pipe.c_str(), S_IRUSR | S_IWUSR), 0);
@@ -416,25 +417,41 @@ TEST_F(IniProfile, OpensNoFileWithoutRoomForAResult) {
       << "with room it does wait";
 }
 
+// The descriptor that the next open file gets.
+int NextDescriptor() {
+  const int descriptor = open("/dev/null", O_RDONLY);
+  close(descriptor);
+  return descriptor;
+}
+
 TEST_F(IniProfile, LeavesNoDescriptorOpen) {
-  const auto next_descriptor = [] {
-    const int descriptor = open("/dev/null", O_RDONLY);
-    close(descriptor);
-    return descriptor;
-  };
-  const int before = next_descriptor();
+  const int before = NextDescriptor();
   Level("[LOG]\nLEVEL=1\n");
   Level("[LOG]\n[X]\n");
   Level("");
-  EXPECT_EQ(next_descriptor(), before);
+  EXPECT_EQ(NextDescriptor(), before);
 }
 
-TEST_F(IniProfile, ReadsTheFileAnewAtEachCall) {
+TEST_F(IniProfile, ClosesTheFileWhenMemoryRunsOut) {
+  const std::string file =
+      WriteFile("[LOG]\nLEVEL=" + std::string(2000, 'v') + "\n");
+  const int before = NextDescriptor();
+  g_on_allocation = [](std::size_t bytes) {
+    if (bytes > 1500) {
+      throw std::bad_alloc();
+    }
+  };
+  EXPECT_THROW(LookUp(file, "LOG", "LEVEL", "ERROR", 4000), std::bad_alloc);
+  g_on_allocation = nullptr;
+  EXPECT_EQ(NextDescriptor(), before);
+}
+
+TEST_F(IniProfile, ReadsTheFileAtEachCall) {
   EXPECT_EQ(Level("[LOG]\nLEVEL=1\n"), Found("1"));
   EXPECT_EQ(Level("[LOG]\nLEVEL=2\n"), Found("2"));
 }
 
-TEST_F(IniProfile, ServesThreadsAtOnce) {
+TEST_F(IniProfile, ServesSeveralThreadsAtOnce) {
   constexpr int kThreads = 4;
   constexpr int kLookUps = 500;
   std::array<int, kThreads> right{};
@@ -447,7 +464,7 @@ TEST_F(IniProfile, ServesThreadsAtOnce) {
       std::ofstream(file) << "[" + name + "]\n" + name + "=" + value + "\n";
       for (int j = 0; j < kLookUps; ++j) {
         right[static_cast<std::size_t>(i)] +=
-            ReadFile(file, name, name, "", 1024) == Found(value) ? 1 : 0;
+            LookUp(file, name, name, "", 1024) == Found(value) ? 1 : 0;
       }
     });
   }
@@ -459,7 +476,7 @@ TEST_F(IniProfile, ServesThreadsAtOnce) {
   }
 }
 
-// Files put together from what the reader tells apart.
+// Generates files from the pieces of text that matter to the reader.
 class FileGenerator {
  public:
   std::string Content() {
@@ -541,8 +558,8 @@ TEST_F(IniProfile, AgreesWithTheOracleOnGeneratedFiles) {
   int found = 0;
   for (int i = 0; i < kFiles; ++i) {
     const std::string content = generate.Content();
-    // A file anew each time: some file systems write one out that is cut short
-    // and filled again.
+    // Removed first: some file systems flush a file that is truncated and
+    // written again.
     std::filesystem::remove(Path("test.ini"));
     const std::string file = WriteFile(content);
     for (int j = 0; j < kLookUpsPerFile; ++j) {
@@ -558,13 +575,13 @@ TEST_F(IniProfile, AgreesWithTheOracleOnGeneratedFiles) {
       } else if (size != 0 && ini_oracle::Fits(text.size(), size)) {
         expected = Default(text);
       }
-      ASSERT_EQ(ReadFile(file, section, key, text, size), expected)
+      ASSERT_EQ(LookUp(file, section, key, text, size), expected)
           << testing::PrintToString(content) << " [" << section << "] " << key
           << ' ' << size;
       found += expected.found ? 1 : 0;
     }
   }
-  // The files are of use only when many of the look-ups succeed.
+  // Many look-ups must succeed for this to test anything.
   EXPECT_GT(found, kFiles * kLookUpsPerFile / 50);
 }
 

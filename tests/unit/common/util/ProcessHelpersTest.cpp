@@ -8,7 +8,6 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -19,17 +18,13 @@
 #include <thread>
 #include <vector>
 
-#include "common/util/ExecutablePath.h"
 #include "common/util/ProcessHelpers.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/FakeExecutablePath.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/TempDir.h"
 
 namespace {
-
-// What the platform answers about the executable's path; nothing when the path
-// does not fit or is unknown.
-std::optional<std::string> g_executable_path;
-std::uint32_t g_offered_size = 0;
 
 // The descriptor that the next file to be opened gets.
 int NextDescriptor() {
@@ -37,21 +32,6 @@ int NextDescriptor() {
   close(descriptor);
   return descriptor;
 }
-
-}  // namespace
-
-// This program is linked without the platform's own, so that it can stand in
-// any folder.
-int GetExecutablePath(char* buffer, std::uint32_t* size) {
-  g_offered_size = *size;
-  if (!g_executable_path || g_executable_path->size() + 1 > *size) {
-    return -1;
-  }
-  buffer[g_executable_path->copy(buffer, *size)] = '\0';
-  return 0;
-}
-
-namespace {
 
 using namespace std::string_literals;
 
@@ -66,11 +46,11 @@ TEST(Pexec, ReturnsNothingFromASilentCommand) {
   EXPECT_EQ(pexec(""), "");
 }
 
-TEST(Pexec, ReadsStandardOutputOnly) {
+TEST(Pexec, ReturnsOnlyStandardOutput) {
   EXPECT_EQ(pexec("echo out; echo err 2>/dev/null >&2"), "out\n");
 }
 
-TEST(Pexec, DropsTheExitStatus) {
+TEST(Pexec, DiscardsTheExitStatus) {
   EXPECT_EQ(pexec("echo a; exit 3"), "a\n");
   EXPECT_EQ(pexec("echo a; kill -9 $$"), "a\n");
 }
@@ -93,12 +73,12 @@ TEST(Pexec, JoinsThePiecesOfLongLines) {
   }
 }
 
-TEST(Pexec, LosesWhatFollowsAZeroInALine) {
+TEST(Pexec, DropsTextAfterAZeroInALine) {
   EXPECT_EQ(pexec("printf 'a\\0b\\nc'"), "ac");
   EXPECT_EQ(pexec("printf '\\0a\\nb\\0\\nc\\n'"), "bc\n");
 }
 
-TEST(Pexec, LosesWhatFollowsAZeroInAPieceOf127Bytes) {
+TEST(Pexec, DropsTextAfterAZeroInAPieceOf127Bytes) {
   EXPECT_EQ(pexec("printf '%126s\\0x\\n' ''"), std::string(126, ' ') + "x\n");
   EXPECT_EQ(pexec("printf '%125s\\0yx\\n' ''"), std::string(125, ' ') + "x\n");
   EXPECT_EQ(pexec("printf '%127s\\0x\\n' ''"), std::string(127, ' '));
@@ -151,7 +131,7 @@ TEST(Pexec, EndsACommandWhoseOutputExceedsTheMemory) {
 }
 
 // A failed read does not end the output.
-TEST(Pexec, ReadsOnAfterInterruptions) {
+TEST(Pexec, ContinuesAfterAnInterruptedRead) {
   struct sigaction interrupting {};
   interrupting.sa_handler = [](int) {};
   struct sigaction before {};
@@ -165,7 +145,7 @@ TEST(Pexec, ReadsOnAfterInterruptions) {
   EXPECT_EQ(output, "late\n");
 }
 
-TEST(Pexec, ServesThreadsAtOnce) {
+TEST(Pexec, ServesSeveralThreadsAtOnce) {
   std::array<std::string, 4> outputs;
   std::string expected;
   std::vector<std::thread> threads;
@@ -208,7 +188,7 @@ TEST(IsRunningPid, IsTrueForLiveProcesses) {
   EXPECT_TRUE(IsRunningPID(getppid()));
 }
 
-TEST(IsRunningPid, IsTrueUntilAnEndedProcessHasBeenWaitedFor) {
+TEST(IsRunningPid, IsTrueUntilAnEndedProcessIsWaitedFor) {
   const pid_t child = fork();
   if (child == 0) {
     _exit(0);
@@ -226,7 +206,7 @@ TEST(IsRunningPid, IsFalseWithoutAProcess) {
   EXPECT_FALSE(IsRunningPID(-0x7FFFFFFFLL));
 }
 
-TEST(IsRunningPid, CutsTheIdentifierTo32Bits) {
+TEST(IsRunningPid, UsesTheLow32BitsOfTheId) {
   EXPECT_TRUE(IsRunningPID(getpid() + 0x1'0000'0000LL));
   EXPECT_TRUE(IsRunningPID(getpid() - 0x1'0000'0000LL));
   EXPECT_FALSE(IsRunningPID(0x1'7FFF'FFFFLL));
@@ -236,7 +216,7 @@ TEST(IsRunningPid, IsTrueForItsOwnProcessGroup) {
   EXPECT_TRUE(IsRunningPID(0));
 }
 
-TEST(IsRunningPid, LeavesTheProcessAlone) {
+TEST(IsRunningPid, DoesNotDisturbTheProcess) {
   const pid_t child = fork();
   if (child == 0) {
     for (;;) {
@@ -251,17 +231,14 @@ TEST(IsRunningPid, LeavesTheProcessAlone) {
 
 TEST(IsRunningPid, IsFalseForAProcessThatMayNotBeSignalled) {
   constexpr uid_t kNobody = 65534;
-  const pid_t child = fork();
-  if (child == 0) {
-    constexpr int kCannotBecomeNobody = 2;
+  constexpr int kCannotBecomeNobody = 2;
+  const int status = InForkedChild([] {
     if (setuid(kNobody) != 0) {
-      _exit(kCannotBecomeNobody);
+      return kCannotBecomeNobody;
     }
-    _exit(IsRunningPID(getppid()) ? 1 : 0);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  if (WEXITSTATUS(status) == 2) {
+    return IsRunningPID(getppid()) ? 1 : 0;
+  });
+  if (status == kCannotBecomeNobody) {
     GTEST_SKIP() << "needs the right to become another user";
   }
   EXPECT_EQ(status, 0);
@@ -294,7 +271,7 @@ TEST(GetCurrentPath, IsEmptyWhenThePathIsUnknown) {
   EXPECT_EQ(CurrentPathOf(std::nullopt), "");
 }
 
-TEST(GetCurrentPath, TakesPathsOfUpTo1024Bytes) {
+TEST(GetCurrentPath, AcceptsPathsOfUpTo1024Bytes) {
   const std::string folder = "/" + std::string(1017, 'd');
   EXPECT_EQ(CurrentPathOf(folder + "/tool1"), folder);
   EXPECT_EQ(g_offered_size, 1025U);

@@ -12,11 +12,12 @@
 #include <printf.h>
 #endif
 
+#include "tests/support/Allocations.h"
 #include "tests/support/Bounded.h"
 
 namespace {
 
-// What behaves alike in both widths is tested in both.
+// Functions that exist in both widths are tested in both.
 template <class String>
 struct WidthTraits;
 
@@ -81,14 +82,14 @@ TYPED_TEST(Split, KeepsTheEmptyTokenBetweenAdjacentSeparators) {
   EXPECT_EQ(this->Pieces("a///b", "/"), this->Texts({"a", "", "", "b"}));
 }
 
-TYPED_TEST(Split, GivesNoEmptyTokenBehindATrailingSeparator) {
+TYPED_TEST(Split, DropsAnEmptyTokenAfterATrailingSeparator) {
   EXPECT_EQ(this->Pieces("a/b/", "/"), this->Texts({"a", "b"}));
   EXPECT_EQ(this->Pieces("a//", "/"), this->Texts({"a", ""}));
   EXPECT_EQ(this->Pieces("/", "/"), this->Texts({""}));
   EXPECT_EQ(this->Pieces("//", "/"), this->Texts({"", ""}));
 }
 
-TYPED_TEST(Split, GivesTheWholeTextWithoutAMatch) {
+TYPED_TEST(Split, ReturnsTheWholeTextWithoutAMatch) {
   EXPECT_EQ(this->Pieces("abc", "/"), this->Texts({"abc"}));
   EXPECT_EQ(this->Pieces("", "/"), this->Texts({""}));
   EXPECT_EQ(this->Pieces("a\nb", "/"), this->Texts({"a\nb"}));
@@ -100,11 +101,11 @@ TYPED_TEST(Split, SeparatesAtEveryMatchOfTheExpression) {
   EXPECT_EQ(this->Pieces("axbXc", "x"), this->Texts({"a", "bXc"}));
 }
 
-TYPED_TEST(Split, LeavesOutWhatTheExpressionCaptures) {
+TYPED_TEST(Split, LeavesOutCaptures) {
   EXPECT_EQ(this->Pieces("a-(b)-c", "-(\\()?"), this->Texts({"a", "b)", "c"}));
 }
 
-TYPED_TEST(Split, TakesFlagsFromTheExpression) {
+TYPED_TEST(Split, UsesTheFlagsOfTheExpression) {
   using Regex = typename WidthTraits<TypeParam>::Regex;
   const Regex separator(this->Text("x"), std::regex_constants::icase);
   EXPECT_EQ(split(this->Text("aXbxc"), separator),
@@ -117,14 +118,14 @@ TYPED_TEST(Split, KeepsZerosInsideTokens) {
             this->Texts({"a\0b"sv, "\0"sv, "c"}));
 }
 
-TYPED_TEST(Split, LeavesTheTextAlone) {
+TYPED_TEST(Split, LeavesTheTextUnchanged) {
   using Regex = typename WidthTraits<TypeParam>::Regex;
   const TypeParam text = this->Text("a/b");
   split(text, Regex(this->Text("/")));
   EXPECT_EQ(text, this->Text("a/b"));
 }
 
-TEST(SplitExpression, IsRefusedWhenItIsBuilt) {
+TEST(SplitExpression, IsCheckedWhenItIsBuilt) {
   EXPECT_THROW(std::regex("["), std::regex_error);
 }
 
@@ -135,13 +136,13 @@ TEST(StringFormat, FillsTheFormat) {
   EXPECT_EQ(string_format(""), "");
 }
 
-TEST(StringFormat, TakesArgumentsOfEveryKindInOrder) {
+TEST(StringFormat, AcceptsArgumentsOfEveryKindInOrder) {
   EXPECT_EQ(string_format("%d %s %.2f %c %lld %x|%d %d %d %g", 1, "two", 3.0,
                           '4', 5LL, 6U, 7, 8, 9, 10.5),
             "1 two 3.00 4 5 6|7 8 9 10.5");
 }
 
-TEST(StringFormat, GivesLongResultsWhole) {
+TEST(StringFormat, ReturnsLongResultsWhole) {
   for (const std::size_t length :
        {std::size_t{127}, std::size_t{128}, std::size_t{255}, std::size_t{256},
         std::size_t{1023}, std::size_t{1024}, std::size_t{4096},
@@ -161,7 +162,7 @@ TEST(StringFormat, EndsAtAZeroInTheFormat) {
   EXPECT_EQ(string_format(std::string("a%d\0b%d", 7), 1, 2), "a1");
 }
 
-TEST(StringFormat, LeavesTheCallersFormatAlone) {
+TEST(StringFormat, LeavesTheCallersFormatUnchanged) {
   const std::string format = "%d";
   EXPECT_EQ(string_format(format, 1), "1");
   EXPECT_EQ(format, "%d");
@@ -169,12 +170,12 @@ TEST(StringFormat, LeavesTheCallersFormatAlone) {
 
 // The tests run in the "C" locale, where no character above 127 has a multibyte
 // form.
-TEST(StringFormat, GivesNothingWhenAnArgumentCannotBeFormatted) {
+TEST(StringFormat, ReturnsNothingWhenAnArgumentCannotBeFormatted) {
   EXPECT_EQ(string_format("%lc", L'\u20AC'), "");
   EXPECT_EQ(string_format("ab%lscd", L"\u20AC"), "");
 }
 
-TEST(StringFormat, TellsAFailureFromAnEarlierOverflow) {
+TEST(StringFormat, IgnoresAnEarlierOverflow) {
   errno = EOVERFLOW;
   EXPECT_EQ(string_format("%lc", L'\u20AC'), "");
 }
@@ -237,14 +238,14 @@ TYPED_TEST(ReplaceAll, ReplacesAtBothEnds) {
   EXPECT_EQ(this->Replaced("abc", "abc", "d"), this->Text("d"));
 }
 
-TYPED_TEST(ReplaceAll, LeavesATextWithoutOccurrencesAlone) {
+TYPED_TEST(ReplaceAll, LeavesATextWithoutOccurrencesUnchanged) {
   EXPECT_EQ(this->Replaced("abc", "x", "y"), this->Text("abc"));
   EXPECT_EQ(this->Replaced("abc", "abcd", "y"), this->Text("abc"));
   EXPECT_EQ(this->Replaced("abc", "B", "y"), this->Text("abc"));
   EXPECT_EQ(this->Replaced("", "x", "y"), this->Text(""));
 }
 
-TYPED_TEST(ReplaceAll, PassesOverWhatMovesUpBehindAShorterReplacement) {
+TYPED_TEST(ReplaceAll, SkipsTextAfterAShorterReplacement) {
   EXPECT_EQ(this->Replaced("aaaa", "aa", "b"), this->Text("baa"));
   EXPECT_EQ(this->Replaced("xxxx", "x", ""), this->Text("xx"));
   EXPECT_EQ(this->Replaced("ababab", "ab", ""), this->Text("ab"));
@@ -257,7 +258,7 @@ TYPED_TEST(ReplaceAll, SearchesTheEndOfALongerReplacementAgain) {
   EXPECT_EQ(this->Replaced("aaa", "aa", "baa"), this->Text("babaa"));
 }
 
-TYPED_TEST(ReplaceAll, PassesOverTheStartOfTheReplacement) {
+TYPED_TEST(ReplaceAll, SkipsTheStartOfTheReplacement) {
   EXPECT_EQ(this->Replaced("aba", "a", "ax"), this->Text("axbax"));
   EXPECT_EQ(this->Replaced("aa", "aa", "baa"), this->Text("baa"));
 }
@@ -268,9 +269,9 @@ TYPED_TEST(ReplaceAll, ReplacesZeros) {
   EXPECT_EQ(this->Replaced("a0b"sv, "0"sv, "\0"sv), this->Text("a\0b"sv));
 }
 
-// Compares with the rule carried out one position after the other, for every
-// text, search and replacement of a few letters with which it returns.
-TYPED_TEST(ReplaceAll, FollowsItsRuleForAllSmallTexts) {
+// Compares with the rule applied position by position, for every combination of
+// a few short strings with which the call returns.
+TYPED_TEST(ReplaceAll, FollowsItsRuleForAllShortTexts) {
   const std::vector<std::string> all = {
       "",      "a",     "b",     "aa",   "ab",   "ba",   "bb",
       "aaa",   "aab",   "aba",   "abb",  "baa",  "bab",  "bba",
@@ -300,7 +301,22 @@ TYPED_TEST(ReplaceAll, FollowsItsRuleForAllSmallTexts) {
   }
 }
 
-TYPED_TEST(ReplaceAll, DoesNotReturnWhenItFindsWhatItInserts) {
+TYPED_TEST(ReplaceAll, KeepsTheReplacementsMadeBeforeMemoryRunsOut) {
+  using Unit = typename TypeParam::value_type;
+  TypeParam text = this->Text("xxx");
+  const TypeParam search = this->Text("x");
+  const TypeParam replacement(1000, Unit{'y'});
+  g_on_allocation = [](std::size_t bytes) {
+    if (bytes > 1500 * sizeof(Unit)) {
+      throw std::bad_alloc();
+    }
+  };
+  EXPECT_THROW(replace_all(text, search, replacement), std::bad_alloc);
+  g_on_allocation = nullptr;
+  EXPECT_EQ(text, replacement + this->Text("xx"));
+}
+
+TYPED_TEST(ReplaceAll, DoesNotReturnWhenItFindsItsOwnReplacement) {
   EXPECT_EQ(this->ReplaceBounded("a", "a", "xa"), Outcome::kDidNotReturn);
   EXPECT_EQ(this->ReplaceBounded("ab", "ab", "xxab"), Outcome::kDidNotReturn);
   EXPECT_EQ(this->ReplaceBounded("b", "a", "xa"), Outcome::kReturned);
@@ -327,7 +343,7 @@ TEST(EndsWith, AcceptsTheEmptySuffix) {
   EXPECT_TRUE(ends_with("", ""));
 }
 
-TEST(EndsWith, RefusesALongerSuffix) {
+TEST(EndsWith, RejectsALongerSuffix) {
   EXPECT_FALSE(ends_with("bc", "abc"));
   EXPECT_FALSE(ends_with("", "a"));
 }
@@ -369,7 +385,7 @@ std::string Utf8(char32_t code_point) {
   return {byte(0xF0 + code_point / 262144), trail(12), trail(6), trail(0)};
 }
 
-// The text of what `conversion` throws; empty when it throws nothing.
+// The text of the range error that `conversion` throws; empty without one.
 template <class Conversion>
 std::string RangeError(Conversion conversion) {
   try {
@@ -400,7 +416,7 @@ TEST(Utf8Conversion, ConvertsEveryCodePointBothWays) {
   }
 }
 
-TEST(Utf8Conversion, GivesKnownForms) {
+TEST(Utf8Conversion, ConvertsKnownForms) {
   EXPECT_EQ(s2ws("\xC3\xA9"), L"\u00E9");
   EXPECT_EQ(s2ws("a\xE2\x82\xAC z"), L"a\u20AC z");
   EXPECT_EQ(ws2s(L"\U0001F600"), "\xF0\x9F\x98\x80");
@@ -415,7 +431,7 @@ TEST(Utf8Conversion, KeepsZeros) {
   EXPECT_EQ(ws2s(std::wstring(L"a\0b\0", 4)), std::string("a\0b\0", 4));
 }
 
-TEST(Utf8Conversion, TakesAByteOrderMarkForACharacter) {
+TEST(Utf8Conversion, TreatsAByteOrderMarkAsACharacter) {
   EXPECT_EQ(s2ws("\xEF\xBB\xBF"
                  "a"),
             L"\uFEFF"
@@ -441,8 +457,8 @@ TEST(Utf8Conversion, ConvertsLongTextsWhole) {
   EXPECT_EQ(ws2s(wide), narrow);
 }
 
-// Every sequence of a first and a second byte, completed with valid trailing
-// bytes, against the table of well-formed sequences in the Unicode standard.
+// Checks all pairs of a first and a second byte, completed with valid trailing
+// bytes, against the Unicode standard's table of well-formed sequences.
 TEST(S2ws, AcceptsWellFormedSequencesOnly) {
   const auto is_well_formed = [](int first, int second) {
     const auto within = [second](int low, int high) {
@@ -474,14 +490,14 @@ TEST(S2ws, AcceptsWellFormedSequencesOnly) {
   }
 }
 
-TEST(S2ws, RejectsBytesThatCannotStandAlone) {
+TEST(S2ws, RejectsSingleNonAsciiBytes) {
   for (int byte = 0x80; byte <= 0xFF; ++byte) {
     ExpectNotUtf8({static_cast<char>(byte)});
     ExpectNotUtf8({'a', static_cast<char>(byte), 'b', 'c', 'd'});
   }
 }
 
-TEST(S2ws, RejectsSequencesCutShort) {
+TEST(S2ws, RejectsTruncatedSequences) {
   for (const std::string whole :
        {"\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "\xF4\x8F\xBF\xBF"}) {
     for (std::size_t length = 1; length < whole.size(); ++length) {
@@ -493,7 +509,7 @@ TEST(S2ws, RejectsSequencesCutShort) {
   }
 }
 
-TEST(S2ws, RejectsEveryByteThatIsNoTrailingByte) {
+TEST(S2ws, RejectsEveryWrongTrailingByte) {
   for (int byte = 0; byte <= 0xFF; ++byte) {
     if (0x80 <= byte && byte <= 0xBF) {
       continue;
@@ -505,7 +521,7 @@ TEST(S2ws, RejectsEveryByteThatIsNoTrailingByte) {
   }
 }
 
-TEST(S2ws, RejectsSurrogatesAndWhatLiesBehindTheLastCodePoint) {
+TEST(S2ws, RejectsSurrogatesAndValuesAboveTheLastCodePoint) {
   ExpectNotUtf8("\xED\xA0\x80");
   ExpectNotUtf8("\xED\xBF\xBF");
   ExpectNotUtf8("\xED\xA0\xBD\xED\xB8\x80");
@@ -513,14 +529,14 @@ TEST(S2ws, RejectsSurrogatesAndWhatLiesBehindTheLastCodePoint) {
   ExpectNotUtf8("\xF8\x88\x80\x80\x80");
 }
 
-TEST(S2ws, RejectsLongerFormsThanNeeded) {
+TEST(S2ws, RejectsOverlongForms) {
   ExpectNotUtf8("\xC0\x80");
   ExpectNotUtf8("\xC1\xBF");
   ExpectNotUtf8("\xE0\x9F\xBF");
   ExpectNotUtf8("\xF0\x8F\xBF\xBF");
 }
 
-TEST(S2ws, RejectsAtTheFarEndOfALongText) {
+TEST(S2ws, RejectsAnErrorAtTheEndOfALongText) {
   for (std::size_t length = 0; length < 70; ++length) {
     ExpectNotUtf8(std::string(length, 'x') + "\xFF");
     ExpectNotUtf8(std::string(length, 'x') + "\xC3");
@@ -534,7 +550,7 @@ TEST(Ws2s, RejectsSurrogates) {
   }
 }
 
-TEST(Ws2s, RejectsWhatLiesBehindTheLastCodePoint) {
+TEST(Ws2s, RejectsValuesAboveTheLastCodePoint) {
   for (const std::uint32_t value :
        {0x110000U, 0x1FFFFFU, 0x200000U, 0x7FFFFFFFU, 0x80000000U, 0x80000041U,
         0xFFFFFFFFU}) {

@@ -12,7 +12,7 @@ TEST(Trim, RemovesWhiteSpaceFromBothEnds) {
   EXPECT_EQ(Trimmed("\v\f\r\n\t x\v\f\r\n\t "), "x");
 }
 
-TEST(Trim, EmptiesWhiteSpaceOnly) {
+TEST(Trim, EmptiesAStringOfWhiteSpace) {
   EXPECT_EQ(Trimmed("   "), "");
   EXPECT_EQ(Trimmed(""), "");
 }
@@ -25,7 +25,7 @@ TEST(Trim, KeepsEverythingElse) {
   }
 }
 
-TEST(Trim, HighBytesShieldTheWhiteSpaceBehindThem) {
+TEST(Trim, StopsAtHighBytes) {
   EXPECT_EQ(Trimmed("\xA0 a"), "\xA0 a");
   EXPECT_EQ(Trimmed("\xA0 a \x85"), "\xA0 a \x85");
   EXPECT_EQ(Trimmed(" \xA0 a \x85 "), "\xA0 a \x85");

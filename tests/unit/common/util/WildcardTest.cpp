@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "common/util/Wildcard.h"
-#include "tests/support/WildcardOracle.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/WildcardOracle.h"
 
 namespace {
 
@@ -26,7 +26,7 @@ bool MatchesWide(const std::string& expression, const std::string& name,
       std::wstring(name.begin(), name.end()).c_str(), ignore_case);
 }
 
-// Both widths in both cases; they have to agree.
+// Expects the same result in both widths and with either `ignoreCase`.
 bool Matches(const std::string& expression, const std::string& name) {
   const bool result =
       IsNameInExpressionA(expression.c_str(), name.c_str(), kExactCase);
@@ -53,7 +53,7 @@ void ExpectMismatch(const std::string& expression,
   }
 }
 
-TEST(Wildcard, EmptyExpressionMatchesTheEmptyNameOnly) {
+TEST(Wildcard, EmptyExpressionMatchesOnlyTheEmptyName) {
   ExpectMatch("", {""});
   ExpectMismatch("", {"a", ".", "abc"});
 }
@@ -77,7 +77,7 @@ TEST(Wildcard, StarMatchesAnyRun) {
   ExpectMismatch("*a", {"", "ab"});
 }
 
-TEST(Wildcard, StarTakesEverythingWhenNothingElseHelps) {
+TEST(Wildcard, StarExtendsToTheEndIfItMust) {
   ExpectMatch("*\"", {"", "abc", "a."});
   ExpectMatch("*<", {"", "abc"});
 }
@@ -90,7 +90,7 @@ TEST(Wildcard, QuestionMarkMatchesOneCharacter) {
   ExpectMatch("a?c", {"abc", "a.c"});
 }
 
-TEST(Wildcard, NothingButAFinalStarMatchesBehindTheEnd) {
+TEST(Wildcard, OnlyAFinalStarMatchesPastTheEnd) {
   ExpectMismatch("ab?", {"ab"});
   ExpectMatch("ab?*", {"ab", "abc", "abcd"});
   ExpectMatch("ab????*", {"ab"});
@@ -121,7 +121,7 @@ TEST(Wildcard, LessThanMatchesNothingAtTheStartOfANameWithoutDot) {
   ExpectMatch("<abc", {"abc"});
 }
 
-TEST(Wildcard, LessThanIsLikeAStarFurtherOnInANameWithoutDot) {
+TEST(Wildcard, LessThanIsLikeAStarLaterInANameWithoutDot) {
   ExpectMatch("a<", {"a", "abc"});
   ExpectMatch("a<c", {"abc", "ac", "abcc"});
   ExpectMismatch("a<c", {"ab"});
@@ -168,7 +168,7 @@ TEST(Wildcard, IgnoresCaseWhenAsked) {
   EXPECT_FALSE(IsNameInExpressionA("*b<.C", "aB.c", kExactCase));
 }
 
-// Every pair of bytes: alike when equal, or when letters but for their case.
+// Every pair of bytes matches if equal, or equal ASCII letters but for case.
 TEST(Wildcard, IgnoresTheCaseOfAsciiLettersOnly) {
   const auto upper = [](int c) { return 'a' <= c && c <= 'z' ? c - 32 : c; };
   for (int i = 1; i < 256; ++i) {
@@ -199,7 +199,7 @@ TEST(Wildcard, ComparesWholeWideCharacters) {
     EXPECT_FALSE(matches(value, value ^ 0x20)) << value;
     EXPECT_EQ(matches(value, value & 0xFF), value <= 0xFF) << value;
   }
-  // Letters and wildcards in the low bits alone are neither.
+  // Only the low bits of these are a letter or a wildcard.
   EXPECT_FALSE(matches(0x161, 'a'));
   EXPECT_FALSE(matches(0x161, 0x141));
   EXPECT_FALSE(matches(0x12A, 'x'));
@@ -291,11 +291,11 @@ TEST(Wildcard, AgreesWithTheOracleOnLongerTexts) {
     }
     matches += OracleMatches(Characters(expression), Characters(name), true);
   }
-  // The run is of use only when it sees both results often.
+  // Both results must be frequent for this to test anything.
   EXPECT_GT(matches, 1'000);
 }
 
-// The same, with expressions made from the name so that most nearly match.
+// The same, with expressions made from the name: most of them nearly match.
 TEST(Wildcard, AgreesWithTheOracleOnNearMatches) {
   std::mt19937 random(4711);
   constexpr std::string_view kAlphabet = "abAB..";
@@ -316,7 +316,7 @@ TEST(Wildcard, AgreesWithTheOracleOnNearMatches) {
   }
 }
 
-// Text whose terminator is the last thing before a page that cannot be read.
+// A text whose terminator is directly before a page that cannot be read.
 template <class Unit>
 class GuardedText {
  public:
@@ -343,7 +343,7 @@ class GuardedText {
   Unit* text_;
 };
 
-TEST(Wildcard, ReadsNothingBehindTheTerminators) {
+TEST(Wildcard, ReadsNothingPastTheTerminators) {
   for (const std::string& name : AllTexts("a.", 3)) {
     const GuardedText<char> guarded_name(name);
     const std::wstring wide_name(name.begin(), name.end());
@@ -364,7 +364,7 @@ TEST(Wildcard, ReadsNothingBehindTheTerminators) {
   }
 }
 
-TEST(Wildcard, RunsFarBehindTheEndWithoutReadingThere) {
+TEST(Wildcard, MovesFarPastTheEndWithoutReadingThere) {
   const GuardedText<char> name("ab");
   for (const char wildcard : {'?', '>'}) {
     const std::string many(100'000, wildcard);
@@ -378,7 +378,7 @@ TEST(Wildcard, RunsFarBehindTheEndWithoutReadingThere) {
   }
 }
 
-// Longer texts than a string holds without memory of its own.
+// The texts are too long for a string that allocates nothing.
 TEST(Wildcard, AllocatesNothing) {
   const std::string expression = std::string(100, '?') + "*a<>\"b";
   const std::string name = std::string(200, 'a') + ".B";
@@ -398,7 +398,7 @@ TEST(Wildcard, AllocatesNothing) {
   }
 }
 
-TEST(Wildcard, TakesLongNames) {
+TEST(Wildcard, AcceptsLongNames) {
   const std::string name(100'000, 'a');
   EXPECT_TRUE(IsNameInExpressionA("*a", name.c_str(), kExactCase));
   EXPECT_FALSE(IsNameInExpressionA("*b", name.c_str(), kExactCase));

@@ -1,0 +1,33 @@
+// The machine's processes as they are right now: the seam to the platform, one
+// source file for each.
+
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+struct Process {
+  pid_t id = 0;
+  pid_t parent = 0;
+  uid_t user = 0;
+  std::string name;          // its executable's, cut after 15 bytes
+  std::string command_line;  // its arguments, a NUL after each
+  int threads = 0;
+  std::chrono::milliseconds uptime{0};
+  std::chrono::milliseconds processor_time{0};
+  std::uint64_t resident_bytes = 0;
+};
+
+// The processes that have not ended, in ascending order of their ids. They are
+// read one after another: one may end, or start, meanwhile. Those that the
+// system hides from this user are left out. Throws std::system_error when the
+// system has no table.
+std::vector<Process> ReadProcesses();
+
+// Empty when it cannot be read.
+std::filesystem::path WorkingDirectory(pid_t process);

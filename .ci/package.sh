@@ -23,14 +23,26 @@ fail() {
 check_launchd_agent() {
   xmllint --noout --nonet "$1"
   python3 - "$1" << 'END'
+import os
 import plistlib
+import subprocess
 import sys
+import tempfile
 
 with open(sys.argv[1], "rb") as file:
     agent = plistlib.load(file)
 assert sys.argv[1].endswith(f"/{agent['Label']}.plist")
-program, owner, items = agent["ProgramArguments"]
-assert program.startswith("/") and items.startswith("/")
+shell, option, script, folder, owner, items = agent["ProgramArguments"]
+assert folder.startswith("/") and items.startswith("/")
+with tempfile.TemporaryDirectory() as place:
+    for name in ("launcher-check", "launcher"):
+        os.symlink("/bin/echo", f"{place}/{name}")
+    command = [shell, option, script, place, owner, "items"]
+    assert subprocess.check_output(command, text=True).endswith(
+        f"items\n{owner} items\n")
+    os.remove(f"{place}/launcher-check")
+    os.symlink("/bin/false", f"{place}/launcher-check")
+    assert subprocess.run(command, stdout=subprocess.PIPE).stdout == b""
 assert agent["KeepAlive"] == {"Crashed": True}
 assert agent["ExitTimeOut"] == 120
 END
@@ -48,6 +60,7 @@ make_package() {
 check_contents() {
   diff - <(dpkg-deb --fsys-tarfile "$out"/*.deb | tar -t | grep -v '/$' | sort) \
     << END || fail "the package holds something else"
+./usr/bin/launcher
 ./usr/bin/launcher-check
 ./usr/bin/launcher-log
 ./usr/bin/launcher-status
@@ -58,6 +71,8 @@ check_contents() {
 .$tree/Contents/MacOS/launcher-log
 .$tree/Contents/MacOS/launcher-status
 .$tree/Contents/Resources/items.schema.json
+./usr/share/doc/tamrel-launcher/changelog.gz
+./usr/share/doc/tamrel-launcher/copyright
 ./usr/share/doc/tamrel-launcher/examples/items.json
 ./usr/share/doc/tamrel-launcher/examples/log.ini
 ./usr/share/doc/tamrel-launcher/examples/qvxapi.ini
@@ -112,7 +127,7 @@ log=$HOME/Library/Logs/Demo/qvxlog/launcher.log
 cp /usr/share/doc/tamrel-launcher/examples/qvxapi.ini "$1/Contents/Frameworks"
 echo '{"0": {"name": "tick", "program": "/bin/true"}}' > /items.json
 launcher-check --strict /items.json
-"$1/Contents/MacOS/launcher" alpha /items.json &
+launcher alpha /items.json &
 until grep -qs "tick .* is killed" "$log"; do sleep 0.1; done
 kill $!
 status=0

@@ -48,13 +48,28 @@ assert agent["ExitTimeOut"] == 120
 END
 }
 
+# make_package SOURCE BUILD
 make_package() {
-  cmake -S . -B "$out" -G Ninja -DCMAKE_BUILD_TYPE=Release \
-    -DBUILD_TESTING=OFF -DLAUNCHER_WERROR=ON
-  cmake --build "$out"
-  rm -f "$out"/*.deb
-  (cd "$out" && cpack)
+  cmake -S "$1" -B "$2" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+    -DBUILD_TESTING=OFF -DLAUNCHER_WERROR=ON > /dev/null
+  cmake --build "$2"
+  rm -f "$2"/*.deb
+  (cd "$2" && cpack > /dev/null)
+}
+
+# Built again in another folder, the package is the same, byte for byte.
+check_reproducible() {
+  rm -rf "$out/again"
+  mkdir -p "$out/again/source"
+  git ls-files -z | xargs -0 cp --parents -t "$out/again/source"
+  make_package "$out/again/source" "$out/again/build"
+  cmp "$out"/*.deb "$out"/again/build/*.deb ||
+    fail "the package depends on the folder that it is built in"
+}
+
+check_policy() {
   dpkg-deb --info "$out"/*.deb
+  lintian --allow-root --fail-on error,warning "$out"/*.deb
 }
 
 check_contents() {
@@ -140,8 +155,12 @@ END
 
 scripts/bootstrap.sh cross || skip "what it needs cannot be installed"
 check_launchd_agent packaging/launchd/tamrel.launcher.alpha.plist
-make_package
+SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
+export SOURCE_DATE_EPOCH
+make_package . "$out"
 check_contents
+check_policy
+check_reproducible
 [ "$(id -u)" = 0 ] || skip "installing the package needs root"
 make_root
 check_systemd_unit tamrel-launcher@.service

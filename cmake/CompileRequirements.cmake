@@ -35,6 +35,10 @@ target_compile_options(
             -Woverloaded-virtual
             $<$<BOOL:${LAUNCHER_WERROR}>:-Werror>)
 
+# Wherever it is built, the result is the same.
+target_compile_options(
+  requirements INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+
 # g++ 12 mistakes some concatenations of short strings for overlapping copies.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   target_compile_options(requirements

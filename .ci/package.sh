@@ -91,11 +91,12 @@ check_contents() {
 ./usr/share/doc/tamrel-launcher/examples/items.json
 ./usr/share/doc/tamrel-launcher/examples/log.ini
 ./usr/share/doc/tamrel-launcher/examples/qvxapi.ini
-./usr/share/man/man1/launcher-check.1
-./usr/share/man/man1/launcher-log.1
-./usr/share/man/man1/launcher-status.1
-./usr/share/man/man5/launcher-items.5
-./usr/share/man/man8/launcher.8
+./usr/share/lintian/overrides/tamrel-launcher
+./usr/share/man/man1/launcher-check.1.gz
+./usr/share/man/man1/launcher-log.1.gz
+./usr/share/man/man1/launcher-status.1.gz
+./usr/share/man/man5/launcher-items.5.gz
+./usr/share/man/man8/launcher.8.gz
 END
 }
 

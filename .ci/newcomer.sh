@@ -59,7 +59,7 @@ unpack_system() {
 # "chroot", or "pivot", where "/" is a mount point.
 inside() {
   env -i PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
-    HOME=/root LC_ALL=C.UTF-8 timeout --signal=KILL 1800 \
+    HOME=/root LC_ALL=C.UTF-8 timeout --signal=KILL 3600 \
     unshare --mount --pid --fork --kill-child setsid --wait bash -euc '
       root=$1 archives=$2 how=$3
       shift 3

@@ -23,31 +23,59 @@ fail() {
 check_launchd_agent() {
   xmllint --noout --nonet "$1"
   python3 - "$1" << 'END'
+import os
 import plistlib
+import subprocess
 import sys
+import tempfile
 
 with open(sys.argv[1], "rb") as file:
     agent = plistlib.load(file)
 assert sys.argv[1].endswith(f"/{agent['Label']}.plist")
-program, owner, items = agent["ProgramArguments"]
-assert program.startswith("/") and items.startswith("/")
+shell, option, script, folder, owner, items = agent["ProgramArguments"]
+assert folder.startswith("/") and items.startswith("/")
+with tempfile.TemporaryDirectory() as place:
+    for name in ("launcher-check", "launcher"):
+        os.symlink("/bin/echo", f"{place}/{name}")
+    command = [shell, option, script, place, owner, "items"]
+    assert subprocess.check_output(command, text=True).endswith(
+        f"items\n{owner} items\n")
+    os.remove(f"{place}/launcher-check")
+    os.symlink("/bin/false", f"{place}/launcher-check")
+    assert subprocess.run(command, stdout=subprocess.PIPE).stdout == b""
 assert agent["KeepAlive"] == {"Crashed": True}
 assert agent["ExitTimeOut"] == 120
 END
 }
 
+# make_package SOURCE BUILD
 make_package() {
-  cmake -S . -B "$out" -G Ninja -DCMAKE_BUILD_TYPE=Release \
-    -DBUILD_TESTING=OFF -DLAUNCHER_WERROR=ON
-  cmake --build "$out"
-  rm -f "$out"/*.deb
-  (cd "$out" && cpack)
+  cmake -S "$1" -B "$2" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+    -DBUILD_TESTING=OFF -DLAUNCHER_WERROR=ON > /dev/null
+  cmake --build "$2"
+  rm -f "$2"/*.deb
+  (cd "$2" && cpack > /dev/null)
+}
+
+# Built again in another folder, the package is the same, byte for byte.
+check_reproducible() {
+  rm -rf "$out/again"
+  mkdir -p "$out/again/source"
+  git ls-files -z | xargs -0 cp --parents -t "$out/again/source"
+  make_package "$out/again/source" "$out/again/build"
+  cmp "$out"/*.deb "$out"/again/build/*.deb ||
+    fail "the package depends on the folder that it is built in"
+}
+
+check_policy() {
   dpkg-deb --info "$out"/*.deb
+  lintian --allow-root --fail-on error,warning "$out"/*.deb
 }
 
 check_contents() {
   diff - <(dpkg-deb --fsys-tarfile "$out"/*.deb | tar -t | grep -v '/$' | sort) \
     << END || fail "the package holds something else"
+./usr/bin/launcher
 ./usr/bin/launcher-check
 ./usr/bin/launcher-log
 ./usr/bin/launcher-status
@@ -58,14 +86,17 @@ check_contents() {
 .$tree/Contents/MacOS/launcher-log
 .$tree/Contents/MacOS/launcher-status
 .$tree/Contents/Resources/items.schema.json
+./usr/share/doc/tamrel-launcher/changelog.gz
+./usr/share/doc/tamrel-launcher/copyright
 ./usr/share/doc/tamrel-launcher/examples/items.json
 ./usr/share/doc/tamrel-launcher/examples/log.ini
 ./usr/share/doc/tamrel-launcher/examples/qvxapi.ini
-./usr/share/man/man1/launcher-check.1
-./usr/share/man/man1/launcher-log.1
-./usr/share/man/man1/launcher-status.1
-./usr/share/man/man5/launcher-items.5
-./usr/share/man/man8/launcher.8
+./usr/share/lintian/overrides/tamrel-launcher
+./usr/share/man/man1/launcher-check.1.gz
+./usr/share/man/man1/launcher-log.1.gz
+./usr/share/man/man1/launcher-status.1.gz
+./usr/share/man/man5/launcher-items.5.gz
+./usr/share/man/man8/launcher.8.gz
 END
 }
 
@@ -112,7 +143,7 @@ log=$HOME/Library/Logs/Demo/qvxlog/launcher.log
 cp /usr/share/doc/tamrel-launcher/examples/qvxapi.ini "$1/Contents/Frameworks"
 echo '{"0": {"name": "tick", "program": "/bin/true"}}' > /items.json
 launcher-check --strict /items.json
-"$1/Contents/MacOS/launcher" alpha /items.json &
+launcher alpha /items.json &
 until grep -qs "tick .* is killed" "$log"; do sleep 0.1; done
 kill $!
 status=0
@@ -125,8 +156,12 @@ END
 
 scripts/bootstrap.sh cross || skip "what it needs cannot be installed"
 check_launchd_agent packaging/launchd/tamrel.launcher.alpha.plist
-make_package
+SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
+export SOURCE_DATE_EPOCH
+make_package . "$out"
 check_contents
+check_policy
+check_reproducible
 [ "$(id -u)" = 0 ] || skip "installing the package needs root"
 make_root
 check_systemd_unit tamrel-launcher@.service

@@ -150,6 +150,9 @@ std::set<std::string> CalleesOf(const std::string& function) {
   }
   // Every function passes exceptions on through this.
   callees.erase("_Unwind_Resume");
+  // A hardened build aborts through these.
+  callees.erase("__stack_chk_fail");
+  callees.erase("std::__glibcxx_assert_fail");
   return callees;
 }
 

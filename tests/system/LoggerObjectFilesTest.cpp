@@ -108,6 +108,7 @@ const Names kAllowed{
     "__cxa_rethrow",
     "__gxx_personality_v0",
     "__stack_chk_fail",
+    "_ZSt21__glibcxx_assert_failPKciS0_S0_",
 #ifdef _LIBCPP_VERSION
     // This library's std::string throws inline when it becomes too long.
     "_ZNSt11logic_errorC2EPKc",

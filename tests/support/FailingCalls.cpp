@@ -150,12 +150,14 @@ EXPORTED void* malloc(size_t size) {
   return Fails("malloc", ENOMEM) ? nullptr : __libc_malloc(size);
 }
 
-EXPORTED int open(const char* path, int flags, ...) {
+EXPORTED int openat(int directory, const char* path, int flags, ...) {
   va_list arguments;
   va_start(arguments, flags);
   const auto mode = va_arg(arguments, unsigned);
   va_end(arguments);
-  return Fails("open", EMFILE) ? -1 : Next(&open, "open")(path, flags, mode);
+  return Fails("openat", EMFILE)
+             ? -1
+             : Next(&openat, "openat")(directory, path, flags, mode);
 }
 
 // A pipe's write cannot fail for want of anything, so the stop's does not.

@@ -233,7 +233,7 @@ TEST_F(FaultTest, APathThatCannotBeResolvedIsUsedAsItIs) {
 
 TEST_F(FaultTest, TheLauncherDoesWithoutALogThatCannotBeOpenedOrWritten) {
   library_ = LOGGER_LIBRARY;
-  FailEach("open", 1, ExpectStopped);
+  FailEach("openat", 1, ExpectStopped);
   FailEach("write", 1, ExpectStopped);
 }
 

@@ -22,7 +22,8 @@ enum LOGLEVEL : int {
   LOGLEVEL_VERBOSE = 17,
 };
 
-// A logger. It belongs to the library, lives until the process ends and is
+// A logger. It belongs to the library, lives until the process ends, exit-time
+// destruction included (the launcher logs ends of children during it), and is
 // never deleted. Deliberate: `LogV` is the third virtual operation and there is
 // no virtual destructor, which would take slots. Callers and libraries that are
 // built apart would call the wrong operation.

@@ -9,7 +9,8 @@
 
 // How many forks lie between the program's start and this process: 0 in the
 // process that was started, 1 in its forked children, 2 in theirs.
-// Async-signal-safe.
+// Async-signal-safe, but a signal may reach a forked child before the child is
+// counted.
 int ForkDepth();
 
 // Announces that this process is about to call `exit`. Forked children inherit

@@ -14,7 +14,7 @@ namespace {
 
 constexpr int kNone = -1;
 
-// There is a thread while this is not `kNone`.
+// A thread has been started when this is not `kNone`.
 std::atomic<int> g_write_end = kNone;
 int g_read_end = kNone;
 std::atomic<bool> g_ending = false;

@@ -2,9 +2,10 @@
 //
 // Threads: `main` loads the items and waits; each `ChildProc` has a supervision
 // thread; the stop thread carries out a SIGTERM. Because of `g_child_map_mutex`
-// a SIGTERM and `main`'s insertions race over their order only. No `ChildProc`
-// is destroyed under it, since that takes until the child has ended. Every fork
-// takes it, so that no forked child inherits a map in the middle of a change.
+// a SIGTERM and `main`'s insertions race over their order only, where there is
+// a stop thread. No `ChildProc` is destroyed under it, since that takes until
+// the child has ended. Every fork takes it, so that no forked child inherits a
+// map in the middle of a change.
 
 #include "launcher/main.h"
 
@@ -38,13 +39,17 @@ enum ExitStatus : int { kNotStarted = 0, kStopped = 1 };
 
 std::mutex g_child_map_mutex;
 
-// The process that `InitDaemon` was called in, by its depth, and the thread.
+// The process that `InitDaemon` was called in, and the thread. The depth tells
+// forked children apart because process ids are reused. The id does so for a
+// signal that reaches a forked child before that is counted.
 constexpr int kNone = -1;
-std::atomic<int> g_launcher = kNone;
+std::atomic<int> g_launcher_depth = kNone;
+std::atomic<pid_t> g_launcher_id = 0;
 pthread_t g_main_thread;
 
 bool IsForkedChild() {
-  return g_launcher != kNone && g_launcher != ForkDepth();
+  return g_launcher_depth != kNone &&
+         (g_launcher_depth != ForkDepth() || g_launcher_id != getpid());
 }
 
 }  // namespace
@@ -90,13 +95,13 @@ void StopAll() {
 
 // For the handler, where there is no stop thread. Only `main` can do the work:
 // a supervision thread would join itself. This may deadlock when the signal
-// interrupts an allocation, which is why there is a stop thread if the system
-// lets us have one.
+// interrupts an allocation or an insertion, which is why there is a stop thread
+// if the system lets us have one.
 void StopAllInHandler() {
   if (IsExiting()) {
     return;
   }
-  if (g_launcher != kNone &&
+  if (g_launcher_depth != kNone &&
       pthread_equal(pthread_self(), g_main_thread) == 0) {
     // NOLINTNEXTLINE(bugprone-bad-signal-to-kill-thread): there is a handler.
     pthread_kill(g_main_thread, SIGTERM);
@@ -212,7 +217,8 @@ void InitDaemon() {
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     close(descriptor);
   }
-  g_launcher = ForkDepth();
+  g_launcher_id = getpid();
+  g_launcher_depth = ForkDepth();
   g_main_thread = pthread_self();
   ShareHeap();
   StartStopThread(StopAll);  // The handler can do without.

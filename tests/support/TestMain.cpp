@@ -20,7 +20,7 @@ __attribute__((visibility("default"))) const char* __asan_default_options() {
   return "handle_segv=0:handle_abort=0";
 }
 
-// In a forked copy that exits, what the other threads held looks like a leak.
+// In a forked child that exits, memory of the other threads looks like a leak.
 __attribute__((visibility("default"))) int __lsan_is_turned_off() {
   return getpid() != g_test_process;
 }

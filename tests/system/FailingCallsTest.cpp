@@ -168,7 +168,8 @@ bool HasLogged(const FaultRun& run, const std::string& part) {
 TEST_F(FaultTest, AFailedForkEndsTheItemAndItsStopSignalsEveryProcess) {
   FailEach("fork", 1, [](FaultRun& run, int, int status) {
     EXPECT_EQ(status, kStopped);
-    const auto failures = run.Launcher().Await("] Failed to fork ", 0);
+    const auto failures =
+        run.Launcher().Await(Message(kForkFailedMessage, ""), 0);
     // An item whose fork failed during the stop may have been stopped before.
     const auto early =
         std::ranges::count_if(failures, [&](const LogRecord& failure) {

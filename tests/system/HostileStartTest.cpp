@@ -12,6 +12,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "environment/LogConfig.h"
 #include "tests/support/Files.h"
 #include "tests/support/LauncherRun.h"
 #include "tests/support/Poll.h"
@@ -37,8 +38,8 @@ class HostileStartTest : public testing::Test {
   static void ExpectEvent(SystemLog& log) {
     const std::vector<std::string> lines = log.Lines();
     ASSERT_EQ(lines.size(), 1U);
-    EXPECT_TRUE(lines[0].ends_with(
-        "Tamrel Launcher for alpha : Failed to initialize logger"))
+    EXPECT_TRUE(lines[0].ends_with(std::string(kOwnerEventSource) +
+                                   "alpha : " + kNoLoggerEvent))
         << lines[0];
   }
 

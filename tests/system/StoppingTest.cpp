@@ -155,10 +155,14 @@ class LateForkTest : public StoppingTest {
   void SetUp() override {
     StoppingTest::SetUp();
     if (!IsSkipped()) {
-      run_->SetEnvironment("LD_PRELOAD", FAILING_CALLS);
-      run_->SetEnvironment("FAILING", "fork:late");
-      run_->SetEnvironment("KILLS", run_->Root() / "kills");
+      HoldTheFirstFork();
     }
+  }
+
+  void HoldTheFirstFork() {
+    run_->SetEnvironment("LD_PRELOAD", FAILING_CALLS);
+    run_->SetEnvironment("FAILING", "fork:late");
+    run_->SetEnvironment("KILLS", run_->Root() / "kills");
   }
 };
 
@@ -176,8 +180,14 @@ TEST_F(LateForkTest, TheChildOfAnEmptyProgramKillsTheOtherProgramsById) {
 
 // A C library that holds a lock inside `exit` would keep it in this child.
 TEST_F(LateForkTest, AChildForkedDuringTheExitEndsWithStatusZero) {
-  run_->StartItems(ItemsFile({R"({"name": "empty"})", "5"}));
-  EXPECT_EQ(run_->Wait(), 0);
+  // The exit may also come before the item's first look at its flag; then it
+  // forks nothing.
+  for (int i = 0; run_->Ends("empty").empty() && i < 200; ++i) {
+    run_ = std::make_unique<LauncherRun>();
+    HoldTheFirstFork();
+    run_->StartItems(ItemsFile({R"({"name": "empty"})", "5"}));
+    EXPECT_EQ(run_->Wait(), 0);
+  }
   ASSERT_EQ(run_->Ends("empty").size(), 1U);
   EXPECT_EQ(run_->Ends("empty")[0].status, 0);
 }

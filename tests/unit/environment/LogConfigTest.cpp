@@ -35,6 +35,13 @@ TEST(StringToLogLevel, GivesErrorForAnyOtherText) {
   EXPECT_EQ(StringToLogLevel(std::string("DEBUG\0", 6)), 8);
 }
 
+// Literal on purpose: users and other programs search for these texts.
+TEST(LogConfig, KeepsTheWordingOfItsMessages) {
+  EXPECT_STREQ(kNoLevelMessage, "[SERVICE   ] Failed to get log level");
+  EXPECT_STREQ(kOwnerEventSource, "Tamrel Launcher for ");
+  EXPECT_STREQ(kNoLoggerEvent, "Failed to initialize logger");
+}
+
 class GetLogLevelTest : public testing::Test {
  protected:
   void SetUp() override {

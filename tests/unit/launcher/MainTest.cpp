@@ -438,6 +438,31 @@ TEST(SigtermHandler, EndsAForkedChildAsByDefaultAndSparesTheLauncher) {
             0);
 }
 
+bool g_signals_early = false;
+
+// Registered before the launcher's own fork handlers, so it runs before them.
+[[gnu::constructor(101)]] void RegisterEarlyHandler() {
+  pthread_atfork(nullptr, nullptr, [] {
+    if (g_signals_early) {
+      raise(SIGTERM);
+    }
+  });
+}
+
+TEST(SigtermHandler, EndsAForkedChildBeforeItsForkHandlersHaveRun) {
+  EXPECT_EQ(InForkedChild([] {
+              InitDaemon();
+              bool child_ended = false;
+              const bool spared = StaysAsleepAfter([&] {
+                g_signals_early = true;
+                child_ended = InForkedChild([] { return 0; }) == -SIGTERM;
+              });
+              if (!child_ended) return 1;
+              return spared ? 0 : 2;
+            }),
+            0);
+}
+
 // Process ids are reused: a chain's tail may get the id of the launcher, which
 // has ended.
 TEST(SigtermHandler, EndsAForkedChildThatHasTheLaunchersProcessId) {
@@ -553,14 +578,17 @@ TEST_F(MainTest, TakesNoArgumentsAtAllForTooFew) {
 TEST_F(MainTest, AnyWakeUpEndsItsWaitThoughItemsRun) {
   const std::string file = WriteItems(ItemsFile({Sleeper("a"), Sleeper("b")}));
   EXPECT_EQ(InForkedChild([&]() -> int {
-              std::thread([] {
+              std::atomic<bool> woken = false;
+              std::thread notifier([&] {
                 Eventually([] { return ThreadsInWait(getpid()) == 2; });
-                for (;;) {
+                while (!woken) {
                   g_process_condition.notify_all();
                   std::this_thread::sleep_for(std::chrono::milliseconds(2));
                 }
-              }).detach();
+              });
               const int status = Main(file);
+              woken = true;
+              notifier.join();
               if (g_child_map.size() != 2) return 2;
               if (!system_calls::Kills().empty()) return 3;
               if (!IsExiting()) return 4;
@@ -627,7 +655,7 @@ TEST_F(MainTest, StartsWithoutAThreadForSigterm) {
   EXPECT_EQ(InForkedChild([&] {
               system_calls::OnCreateThread([] { return EAGAIN; });
               system_calls::OnTrim([] {
-                system_calls::Reset();
+                system_calls::OnCreateThread({});
                 std::thread([] {
                   for (;;) {
                     kill(getpid(), SIGTERM);

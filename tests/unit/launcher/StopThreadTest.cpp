@@ -103,9 +103,6 @@ TEST(StopThread, NeverMakesTheWakerWait) {
 
 // A handler that does not restart calls, such as a logger library may have.
 TEST(StopThread, GoesOnAfterAnInterruptedRead) {
-#ifdef __SANITIZE_THREAD__
-  GTEST_SKIP() << "ThreadSanitizer holds signals back";
-#endif
   EXPECT_EQ(InForkedChild([] {
               static std::atomic<int> interruptions = 0;
               struct sigaction action {};

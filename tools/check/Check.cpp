@@ -11,17 +11,13 @@
 #include "launcher/Items.h"
 #include "tools/check/ItemCheck.h"
 #include "tools/check/JsonText.h"
-#include "tools/check/SyntaxErrors.h"
+#include "tools/check/KeyNames.h"
 #include "tools/text/Characters.h"
 
 namespace {
 
 // How a file names its schema to editors.
 constexpr const char* kSchemaKey = "$schema";
-
-void Append(Findings& findings, Findings more) {
-  std::ranges::move(more, std::back_inserter(findings));
-}
 
 class DocumentCheck {
  public:
@@ -36,7 +32,8 @@ class DocumentCheck {
       Walk(document);
       FindTrailingText();
     } catch (...) {
-      Append(result_.findings, FindSyntaxErrors(text_));
+      std::ranges::move(FindSyntaxErrors(text_),
+                        std::back_inserter(result_.findings));
     }
     FindRawControls();
     if (keys_.comment && root_.getOffsetLimit() > 0) {
@@ -52,33 +49,33 @@ class DocumentCheck {
 
   // The launcher's own walk. What it throws ends the launcher's start-up.
   void Walk(JsonObject document) {
+    const auto visit = [this](bool is_named) {
+      return [this, is_named](int index, JsonObject item) {
+        next_ = index;
+        result_.items.push_back(
+            CheckItem(item, {index, Item(index), keys_}, is_named));
+        if (is_named) {
+          FindDuplicate(result_.items.back());
+        }
+        ++next_;
+      };
+    };
     try {
-      WalkItems(
-          document,
-          [this](int index, JsonObject item) {
-            next_ = index;
-            result_.items.push_back(CheckItem(item, Source(index)));
-            FindDuplicate(result_.items.back());
-            ++next_;
-          },
-          [this](int index, JsonObject) {
-            result_.items.push_back(CheckNamelessItem(Source(index)));
-            ++next_;
-          });
+      WalkItems(document, visit(true), visit(false));
       FindUnreadKeys();
     } catch (...) {
       FindWalkError();
     }
-    if (root_.isObject()) {
-      FindReplacedItems();
+    for (const JsonKey& key : keys_.ReplacedKeysAt(OffsetOf(root_))) {
+      Add(IndexOf(key.name) ? RuleName("item-replaced")
+                            : RuleName("duplicate-key"),
+          {{}, key.name, key.offset}, "occurs more than once");
     }
   }
 
   const Json::Value& Item(int index) const {
     return std::as_const(root_)[std::to_string(index)];
   }
-
-  ItemSource Source(int index) const { return {index, Item(index), keys_}; }
 
   void FindDuplicate(CheckedItem& item) {
     const auto [entry, is_new] = indices_.emplace(*item.name, item.index);
@@ -90,37 +87,34 @@ class DocumentCheck {
     item.findings.push_back(
         Found("name-duplicate",
               {item.index, "name", OffsetOf(Item(item.index)["name"])},
-              "\"" + Printable(*item.name) + "\" is also the name of item " +
+              Quoted(*item.name) + " is also the name of item " +
                   std::to_string(earlier)));
   }
 
   void FindWalkError() {
     if (!root_.isObject() && !root_.isNull()) {
       Add("top-level-type", {{}, "", OffsetOf(root_)},
-          std::string("contains ") + Describe(root_) +
-              ", not an object, at its top level");
+          IsNot(root_, "an object") + ", at its top level");
       return;
     }
     const Json::Value& item = Item(next_);
     if (!item.isObject()) {
-      Add("item-type", {next_, "", OffsetOf(item)},
-          std::string("is ") + Describe(item) + ", not an object");
+      Add("item-type", {next_, "", OffsetOf(item)}, IsNot(item, "an object"));
       return;
     }
     const Json::Value& name = item["name"];
-    Add("name-type", {next_, "name", OffsetOf(name)},
-        std::string("is ") + Describe(name) + ", not a string");
+    Add("name-type", {next_, "name", OffsetOf(name)}, IsNot(name, "a string"));
   }
 
   void FindUnreadKeys() {
     bool has_other_items = false;
     for (const JsonKey& key : keys_.KeysAt(OffsetOf(root_))) {
       const Place place{{}, key.name, key.offset};
-      if (IsIndex(key.name)) {
-        if (IsAfterGap(key.name)) {
+      if (const auto index = IndexOf(key.name)) {
+        if (*index > static_cast<std::uint64_t>(next_)) {
           Add("gap", place,
-              "comes after a gap: there is no \"" + std::to_string(next_) +
-                  "\"");
+              "comes after a gap: there is no " +
+                  Quoted(std::to_string(next_)));
           has_other_items = true;
         }
       } else if (root_[key.name].isObject() || root_[key.name].isArray()) {
@@ -133,21 +127,6 @@ class DocumentCheck {
     if (next_ == 0 && !has_other_items) {
       Add("no-items", {{}, "", OffsetOf(root_)}, "contains no item \"0\"");
     }
-  }
-
-  void FindReplacedItems() {
-    for (Finding& finding : FindReplacedKeys(root_, keys_, {})) {
-      const Place& place = finding.place;
-      result_.findings.push_back(
-          IsIndex(place.key) ? Found("item-replaced", place, finding.problem)
-                             : finding);
-    }
-  }
-
-  bool IsAfterGap(const std::string& key) const {
-    const std::string last = std::to_string(next_);
-    return key.size() > last.size() ||
-           (key.size() == last.size() && key > last);
   }
 
   void FindTrailingText() {
@@ -184,9 +163,4 @@ CheckResult CheckItems(const ItemsText& file) {
     CountLines(*file.text, result);
   }
   return result;
-}
-
-bool IsIndex(const std::string& key) {
-  return !key.empty() && (key == "0" || key[0] != '0') &&
-         std::ranges::all_of(key, [](char c) { return c >= '0' && c <= '9'; });
 }

@@ -4,14 +4,9 @@
 
 #pragma once
 
-#include <string>
-
 #include "tools/check/Findings.h"
 #include "tools/check/ItemsFile.h"
 
 // Never throws for anything in the file. Programs are judged as this process's
 // user sees them, relative paths from its working directory.
 CheckResult CheckItems(const ItemsText& file);
-
-// Whether `key` is the number of an item: "0", "1", "10", but not "01".
-bool IsIndex(const std::string& key);

@@ -6,22 +6,17 @@
 
 #include "common/util/Utf8.h"
 
-Finding Found(RuleName rule, Place place, std::string problem) {
+Finding Found(RuleName rule, Place place, std::string problem,
+              std::string advice) {
   std::string effect = rule->effect;
   if (rule->logged != nullptr) {
     effect.append("; it logs \"").append(rule->logged).append("\"");
   }
-  return {rule, std::move(place), std::move(problem), std::move(effect),
-          rule->advice};
-}
-
-Finding Found(RuleName rule, Place place, std::string problem,
-              std::string advice) {
-  Finding finding = Found(rule, std::move(place), std::move(problem));
-  if (!advice.empty()) {
-    finding.advice = std::move(advice);
+  if (advice.empty()) {
+    advice = rule->advice;
   }
-  return finding;
+  return {rule, std::move(place), std::move(problem), std::move(effect),
+          std::move(advice)};
 }
 
 std::size_t CountFindings(const CheckResult& result, Severity severity) {

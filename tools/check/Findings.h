@@ -28,12 +28,9 @@ struct Finding {
 
 using Findings = std::vector<Finding>;
 
-// A finding with the rule's effect and advice.
-Finding Found(RuleName rule, Place place, std::string problem);
-
-// The same with an advice of its own, unless that is empty.
+// A finding with the rule's effect, and its advice if `advice` is empty.
 Finding Found(RuleName rule, Place place, std::string problem,
-              std::string advice);
+              std::string advice = "");
 
 // An item that the launcher reaches.
 struct CheckedItem {

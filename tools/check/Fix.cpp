@@ -4,23 +4,18 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <map>
 #include <memory>
 #include <string_view>
 #include <tuple>
 #include <utility>
 
-#include "tools/check/Check.h"
 #include "tools/check/JsonText.h"
 #include "tools/check/KeyNames.h"
 #include "tools/text/Characters.h"
 
 namespace {
-
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-
-std::string Quoted(const std::string& text) {
-  return "\"" + Printable(text) + "\"";
-}
 
 // The members "0", "1", ... of an object made from an array.
 Json::Value Numbered(const Json::Value& array) {
@@ -45,7 +40,7 @@ class Fixer {
     }
     Renumber();
     for (const std::string& key : root_.getMemberNames()) {
-      if (IsIndex(key) && root_[key].isObject()) {
+      if (IndexOf(key) && root_[key].isObject()) {
         FixItem("item " + key + ": ", root_[key]);
       }
     }
@@ -84,17 +79,19 @@ class Fixer {
 
   // Closes the gaps. Keys that are not numbers stay.
   void Renumber() {
-    std::vector<std::string> keys = root_.getMemberNames();
-    std::erase_if(keys, [](const std::string& key) { return !IsIndex(key); });
-    std::ranges::sort(keys, {}, [](const std::string& key) {
-      return std::pair(key.size(), key);
-    });
-    for (std::size_t i = 0; i < keys.size(); ++i) {
-      const std::string key = std::to_string(i);
-      if (key != keys[i]) {
-        root_[key] = Json::Value(root_[keys[i]]);
-        root_.removeMember(keys[i]);
-        Note("item " + Quoted(keys[i]) + " is now " + Quoted(key));
+    std::map<std::uint64_t, std::string> keys;
+    for (const std::string& key : root_.getMemberNames()) {
+      if (const auto index = IndexOf(key)) {
+        keys.emplace(*index, key);
+      }
+    }
+    int next = 0;
+    for (const auto& [index, old_key] : keys) {
+      const std::string key = std::to_string(next++);
+      if (key != old_key) {
+        root_[key] = Json::Value(root_[old_key]);
+        root_.removeMember(old_key);
+        Note("item " + Quoted(old_key) + " is now " + Quoted(key));
       }
     }
   }
@@ -170,8 +167,8 @@ class Fixer {
     std::vector<std::string> keys = object.getMemberNames();
     std::ranges::sort(keys, {}, [&](const std::string& key) {
       const auto known = std::ranges::find(kFirst, key);
-      const std::size_t length = IsIndex(key) ? key.size() : key.npos;
-      return std::tuple(known - kFirst.begin(), length, key);
+      return std::tuple(known - kFirst.begin(),
+                        IndexOf(key).value_or(UINT64_MAX), key);
     });
     return keys;
   }

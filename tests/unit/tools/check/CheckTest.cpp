@@ -202,13 +202,4 @@ TEST_F(Check, FindsRawControlCharacters) {
   }
 }
 
-TEST(CheckIndices, AreDecimalNumbersWithoutLeadingZeros) {
-  for (const char* const key : {"0", "9", "10", "123"}) {
-    EXPECT_TRUE(IsIndex(key)) << key;
-  }
-  for (const char* const key : {"", "00", "01", "-1", "+1", "1 ", "x", "1x"}) {
-    EXPECT_FALSE(IsIndex(key)) << key;
-  }
-}
-
 }  // namespace

@@ -11,7 +11,6 @@
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/TempDir.h"
-#include "tools/check/Execution.h"
 #include "tools/check/ProgramFile.h"
 
 namespace {

@@ -1,10 +1,15 @@
 #include "tools/check/Check.h"
 
 #include <json/json.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <iterator>
 #include <map>
+#include <memory>
 #include <utility>
 
 #include "common/json/JsonObject.h"
@@ -15,6 +20,32 @@
 #include "tools/text/Characters.h"
 
 namespace {
+
+// A pipe or a device, whose reading might never end.
+bool IsSpecial(const std::string& path) {
+  struct stat status {};
+  return path != kStandardInput && stat(path.c_str(), &status) == 0 &&
+         !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
+}
+
+// With a byte order mark, or with a NUL in the first character.
+bool IsUtf16(const std::string& text) {
+  return text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF") ||
+         text.find('\0') < 2;
+}
+
+// Appends the file to `text`. Returns 0 or an errno value.
+int ReadAll(std::FILE* file, std::string& text) {
+  std::string chunk(65536, '\0');
+  while (std::feof(file) == 0) {
+    errno = 0;
+    text.append(chunk, 0, std::fread(chunk.data(), 1, chunk.size(), file));
+    if (std::ferror(file) != 0) {
+      return errno;
+    }
+  }
+  return 0;
+}
 
 // How a file names its schema to editors.
 constexpr const char* kSchemaKey = "$schema";
@@ -155,6 +186,46 @@ class DocumentCheck {
 };
 
 }  // namespace
+
+ItemsText ReadItemsFile(const std::string& path) {
+  const auto nothing = [](bool readable, RuleName rule, std::string problem) {
+    return ItemsText{{}, readable, {Found(rule, {}, std::move(problem))}};
+  };
+  if (IsSpecial(path)) {
+    return nothing(false, "not-regular", "is a pipe or a device");
+  }
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(
+      path == kStandardInput ? stdin : std::fopen(path.c_str(), "rb"),
+      &std::fclose);
+  if (file == nullptr) {
+    return nothing(false, "unreadable",
+                   std::string("cannot be opened: ") + std::strerror(errno));
+  }
+  std::string text;
+  const int error = ReadAll(file.get(), text);
+  if (error == EISDIR) {
+    return nothing(false, "directory", "is a directory");
+  }
+  if (error != 0) {
+    return nothing(false, "read-error",
+                   std::string("cannot be read: ") + std::strerror(error));
+  }
+  if (text.empty()) {
+    return nothing(true, "empty", "is empty");
+  }
+  if (IsUtf16(text)) {
+    return nothing(true, "utf-16", "is not UTF-8, but UTF-16");
+  }
+  ItemsText result{{}, true, {}};
+  const std::size_t end = text.find('\0');
+  if (end != std::string::npos) {
+    result.findings.push_back(
+        Found("nul", {{}, "", end}, "contains a NUL byte"));
+    text.resize(end);
+  }
+  result.text = std::move(text);
+  return result;
+}
 
 CheckResult CheckItems(const ItemsText& file) {
   CheckResult result{file.readable, {}, file.findings};

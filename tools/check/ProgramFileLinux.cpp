@@ -34,12 +34,7 @@ namespace {
 class BinaryFile {
  public:
   explicit BinaryFile(const std::string& path)
-      : stream_(path, std::ios::binary) {
-    std::error_code ignored;
-    bytes_ = std::filesystem::file_size(path, ignored);
-  }
-
-  std::uintmax_t Bytes() const { return bytes_; }
+      : stream_(path, std::ios::binary) {}
 
   // The object at `offset`; nothing when the file ends before.
   template <class Object>
@@ -65,7 +60,6 @@ class BinaryFile {
 
  private:
   std::ifstream stream_;
-  std::uintmax_t bytes_ = 0;
 };
 
 constexpr std::pair<std::string_view, const char*> kForeignFormats[] = {
@@ -156,8 +150,8 @@ std::optional<ProgramProblem> FindSegmentProblem(
     }
   }
   const bool is_cut = std::ranges::any_of(segments, [&](const Segment& part) {
-    return part.p_type == PT_LOAD &&
-           std::uint64_t{part.p_offset} + part.p_filesz > file.Bytes();
+    return part.p_type == PT_LOAD && part.p_filesz > 0 &&
+           file.TextAt(part.p_offset + part.p_filesz - 1, 1).empty();
   });
   if (is_cut) {
     return ProgramProblem{"program-truncated", "is an ELF file that is cut"};

@@ -24,74 +24,42 @@ std::string Subject(const Place& place) {
   if (place.key.empty()) {
     return item.empty() ? "the file" : item;
   }
-  return item + (item.empty() ? "" : ": ") + "\"" + Printable(place.key) + "\"";
+  return item + (item.empty() ? "" : ": ") + Quoted(place.key);
 }
 
-class TextWriter {
- public:
-  TextWriter(const std::string& path, bool coloured)
-      : path_(Printable(path)), coloured_(coloured) {}
-
-  std::string Write(const CheckResult& result) {
-    for (const CheckedItem& item : result.items) {
-      WriteItem(item);
-    }
-    WriteFindings(result.findings);
-    return text_ + Counted(result.items.size(), "item") + ", " +
-           Counted(CountFindings(result, Severity::kError), "error") + ", " +
-           Counted(CountFindings(result, Severity::kWarning), "warning") + "\n";
+std::string Outcome(const CheckedItem& item) {
+  if (!item.name) {
+    return "skipped";
   }
-
- private:
-  void WriteItem(const CheckedItem& item) {
-    const std::string name = item.name ? Printable(*item.name) : "(no name)";
-    text_ += Coloured(std::to_string(item.index) + " " + name, Colour::kBold,
-                      coloured_) +
-             ": " + Outcome(item) + "\n";
-    WriteFindings(item.findings);
-  }
-
-  static std::string Outcome(const CheckedItem& item) {
-    if (!item.name) {
-      return "skipped";
-    }
-    const std::string fate = item.runs ? "" : " (replaced by a later item)";
-    if (!item.vector) {
-      return "never starts its program" + fate;
-    }
-    return (item.vector->empty() ? "(no arguments at all)"
+  return (!item.vector           ? "never starts its program"
+          : item.vector->empty() ? "(no arguments at all)"
                                  : ShellQuoted(*item.vector)) +
-           fate;
-  }
+         (item.runs ? "" : " (replaced by a later item)");
+}
 
-  void WriteFindings(const Findings& findings) {
-    for (const Finding& finding : findings) {
-      WriteFinding(finding);
-    }
-  }
+// "items.json:1:2", or the path alone for a finding without a place.
+std::string Location(const std::string& path, const Place& place) {
+  return Printable(path) + (place.line == 0
+                                ? ""
+                                : ":" + std::to_string(place.line) + ":" +
+                                      std::to_string(place.column));
+}
 
-  void WriteFinding(const Finding& finding) {
+std::string Lines(const std::string& path, const Findings& findings,
+                  bool coloured) {
+  std::string text;
+  for (const Finding& finding : findings) {
     const Rule& rule = *finding.rule;
-    const Place& place = finding.place;
-    text_ += path_;
-    if (place.line > 0) {
-      text_ +=
-          ":" + std::to_string(place.line) + ":" + std::to_string(place.column);
-    }
-    text_ += ": " +
-             Coloured(std::string(Word(rule.severity)) + ":",
-                      rule.severity == Severity::kError ? Colour::kRed
-                                                        : Colour::kYellow,
-                      coloured_) +
-             " " + Subject(place) + " " + finding.problem + " [" + rule.id +
-             "]\n    effect: " + finding.effect +
-             "\n    fix: " + finding.advice + "\n";
+    const bool is_error = rule.severity == Severity::kError;
+    text += Location(path, finding.place) + ": " +
+            Coloured(std::string(Word(rule.severity)) + ":",
+                     is_error ? Colour::kRed : Colour::kYellow, coloured) +
+            " " + Subject(finding.place) + " " + finding.problem + " [" +
+            rule.id + "]\n    effect: " + finding.effect +
+            "\n    fix: " + finding.advice + "\n";
   }
-
-  const std::string path_;
-  const bool coloured_;
-  std::string text_;
-};
+  return text;
+}
 
 Json::Value JsonItem(const CheckedItem& item) {
   Json::Value object;
@@ -141,7 +109,17 @@ void Append(Json::Value& array, const Findings& findings) {
 
 std::string TextReport(const std::string& path, const CheckResult& result,
                        bool coloured) {
-  return TextWriter(path, coloured).Write(result);
+  std::string text;
+  for (const CheckedItem& item : result.items) {
+    const std::string name = item.name ? Printable(*item.name) : "(no name)";
+    text += Coloured(std::to_string(item.index) + " " + name, Colour::kBold,
+                     coloured) +
+            ": " + Outcome(item) + "\n" + Lines(path, item.findings, coloured);
+  }
+  return text + Lines(path, result.findings, coloured) +
+         Counted(result.items.size(), "item") + ", " +
+         Counted(CountFindings(result, Severity::kError), "error") + ", " +
+         Counted(CountFindings(result, Severity::kWarning), "warning") + "\n";
 }
 
 std::string JsonReport(const std::string& path, const CheckResult& result) {

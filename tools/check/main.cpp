@@ -8,7 +8,6 @@
 
 #include "tools/check/Check.h"
 #include "tools/check/Fix.h"
-#include "tools/check/ItemsFile.h"
 #include "tools/check/Report.h"
 #include "tools/text/Terminal.h"
 

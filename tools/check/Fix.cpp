@@ -3,10 +3,10 @@
 #include <json/json.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <string_view>
 #include <tuple>
 #include <utility>
@@ -44,7 +44,11 @@ class Fixer {
         FixItem("item " + key + ": ", root_[key]);
       }
     }
-    return FixedItems{changes_.empty() ? text_ : Written(), changes_};
+    if (changes_.empty()) {
+      return FixedItems{text_, {}};
+    }
+    Write(root_, "");
+    return FixedItems{written_.str() + "\n", changes_};
   }
 
  private:
@@ -105,27 +109,32 @@ class Fixer {
         Note(where + Quoted(key) + " is now " + Quoted(meant));
       }
     }
-    for (const char* const key : {"name", "program"}) {
-      if (item.isMember(key)) {
-        FixText(where + Quoted(key), item[key]);
-      }
+    for (const std::string key : {"name", "program"}) {
+      FixText(where, key, item, key);
     }
-    if (item.isMember("args")) {
-      FixArgs(where, item);
-    }
+    FixArgs(where, item);
   }
 
-  // Numbers and booleans as they are written.
-  void FixText(const std::string& where, Json::Value& value) {
+  // A number or boolean becomes the text that it is written as. `name` is how
+  // the change calls the member `key`.
+  void FixText(const std::string& where, const std::string& name,
+               Json::Value& object, const std::string& key) {
+    if (!object.isMember(key)) {
+      return;
+    }
+    Json::Value& value = object[key];
     if (value.isNumeric() || value.isBool()) {
       const auto start = static_cast<std::size_t>(value.getOffsetStart());
       const auto limit = static_cast<std::size_t>(value.getOffsetLimit());
       value = text_.substr(start, limit - start);
-      Note(where + " is the text " + Quoted(value.asString()));
+      Note(where + Quoted(name) + " is the text " + Quoted(value.asString()));
     }
   }
 
   void FixArgs(const std::string& where, Json::Value& item) {
+    if (!item.isMember("args")) {
+      return;
+    }
     Json::Value& args = item["args"];
     const bool was_array = args.isArray();
     if (was_array) {
@@ -136,7 +145,7 @@ class Fixer {
       return;
     }
     for (const std::string& key : args.getMemberNames()) {
-      FixText(where + Quoted("args/" + key), args[key]);
+      FixText(where, "args/" + key, args, key);
     }
     const auto count = static_cast<int>(args.size());
     for (int i = 0; i < count; ++i) {
@@ -153,54 +162,48 @@ class Fixer {
     }
   }
 
-  static std::string Text(const Json::Value& value) {
+  static std::unique_ptr<Json::StreamWriter> NewWriter() {
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "";
     builder["emitUTF8"] = true;
-    return Json::writeString(builder, value);
+    return std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter());
   }
 
-  // The members in a natural order: known keys first, numbers by value.
-  static std::vector<std::string> OrderedKeys(const Json::Value& object) {
-    constexpr std::array<std::string_view, 5> kFirst{"$schema", "name",
-                                                     "program", "argc", "args"};
-    std::vector<std::string> keys = object.getMemberNames();
-    std::ranges::sort(keys, {}, [&](const std::string& key) {
-      const auto known = std::ranges::find(kFirst, key);
-      return std::tuple(known - kFirst.begin(),
-                        IndexOf(key).value_or(UINT64_MAX), key);
-    });
-    return keys;
-  }
-
-  // Objects down to the items on lines of their own.
-  static void Write(const Json::Value& value, const std::string& indent,
-                    std::string& text) {
+  // Objects down to the items on lines of their own. The members in a natural
+  // order: known keys first, numbers by value.
+  void Write(const Json::Value& value, const std::string& indent) {
+    constexpr std::string_view kFirst[] = {"$schema", "name", "program", "argc",
+                                           "args"};
     constexpr std::size_t kItemIndent = 2;
-    if (!value.isObject()) {
-      text += Text(value);
+    if (!value.isObject() || value.empty()) {
+      writer_->write(value, &written_);
       return;
     }
+    std::map<std::tuple<std::ptrdiff_t, std::uint64_t, std::string>,
+             const Json::Value*>
+        members;
+    for (auto member = value.begin(); member != value.end(); ++member) {
+      const std::string key = member.name();
+      members[{std::ranges::find(kFirst, key) - kFirst,
+               IndexOf(key).value_or(UINT64_MAX), key}] = &*member;
+    }
     const bool breaks = indent.size() <= kItemIndent;
-    const std::string inner = indent + "  ";
     std::string separator = "{";
-    for (const std::string& key : OrderedKeys(value)) {
-      text += separator + (breaks ? "\n" + inner : " ") + Text(key) + ": ";
-      Write(value[key], inner, text);
+    for (const auto& [order, member] : members) {
+      written_ << separator << (breaks ? "\n  " + indent : " ");
+      writer_->write(std::get<std::string>(order), &written_);
+      written_ << ": ";
+      Write(*member, indent + "  ");
       separator = ",";
     }
-    text += value.empty() ? "{}" : breaks ? "\n" + indent + "}" : " }";
-  }
-
-  std::string Written() const {
-    std::string text;
-    Write(root_, "", text);
-    return text + "\n";
+    written_ << (breaks ? "\n" + indent : " ") << "}";
   }
 
   std::string text_;
   Json::Value root_;
   std::vector<std::string> changes_;
+  const std::unique_ptr<Json::StreamWriter> writer_ = NewWriter();
+  std::ostringstream written_;
 };
 
 }  // namespace

@@ -155,8 +155,8 @@ std::optional<ProgramProblem> FindScriptProblem(const ScriptLine& line,
         "name a binary as the interpreter"};
   }
   if (auto problem = FindProblem(interpreter, scripts + 1)) {
-    const std::string_view effect = problem->rule->effect;
-    const bool is_chain = effect == rules::kChain;
+    const bool is_chain =
+        problem->rule->effect == std::string_view(rules::kChain);
     return ProgramProblem{
         is_chain ? rule : problem->rule,
         "has the interpreter " + ShellQuoted(interpreter) + ", which " +

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "tools/check/Check.h"
+#include "tools/check/Findings.h"
 #include "tools/check/Fix.h"
-#include "tools/check/Report.h"
 #include "tools/text/Terminal.h"
 
 namespace {

@@ -34,35 +34,35 @@ std::size_t EndOfString(const std::string& text, std::size_t start) {
 // An error by the text that the parser refuses, or else by its own message.
 Finding Named(std::string_view text, std::size_t offset,
               const std::string& message) {
-  const Place place{{}, "", offset};
-  const std::string_view rest = text.substr(std::min(offset, text.size()));
-  if (rest.empty()) {
-    return Found("not-json", place,
-                 "ends before all its brackets and quotes are closed");
-  }
-  const char next = rest[0];
-  if (next == '\'') {
-    return Found("quotes", place, "uses single quotes");
-  }
   constexpr std::u32string_view kTypographicQuotes =
       U"\u2018\u2019\u201C\u201D";
-  if (kTypographicQuotes.find(DecodeUtf8(rest).code) != std::string::npos) {
-    return Found("quotes", place, "uses typographic quotes");
-  }
-  if (message.find("member name") != std::string::npos &&
-      (std::isalpha(static_cast<unsigned char>(next)) != 0 || next == '_')) {
-    return Found("quotes", place, "has a key without quotes");
-  }
   const std::size_t before = text.substr(0, offset).find_last_not_of(kBlanks);
-  if ((next == '}' || next == ']') && before != std::string_view::npos &&
-      text[before] == ',') {
-    return Found("trailing-comma", place, "has a comma after the last member");
-  }
-  if (next == '#' || rest.starts_with("//") || rest.starts_with("/*")) {
-    return Found("comment-misplaced", place,
-                 "has a comment, which JSON does not have");
-  }
-  return Found("not-json", place, "is not JSON: " + message);
+  const bool follows_comma = before != text.npos && text[before] == ',';
+  const bool wants_key = message.find("member name") != std::string::npos;
+  const std::string_view rest = text.substr(std::min(offset, text.size()));
+  const char32_t next = rest.empty() ? 0 : DecodeUtf8(rest).code;
+  const bool begins_word =
+      next < 0x80 && (std::isalpha(static_cast<int>(next)) != 0 || next == '_');
+  const struct {
+    bool applies;
+    RuleName rule;
+    std::string problem;
+  } cases[] = {
+      {rest.empty(), "not-json",
+       "ends before all its brackets and quotes are closed"},
+      {next == '\'', "quotes", "uses single quotes"},
+      {kTypographicQuotes.find(next) != text.npos, "quotes",
+       "uses typographic quotes"},
+      {wants_key && begins_word, "quotes", "has a key without quotes"},
+      {follows_comma && (next == '}' || next == ']'), "trailing-comma",
+       "has a comma after the last member"},
+      {next == '#' || rest.starts_with("//") || rest.starts_with("/*"),
+       "comment-misplaced", "has a comment, which JSON does not have"},
+      {true, "not-json", "is not JSON: " + message},
+  };
+  const auto& found = *std::ranges::find_if(
+      cases, [](const auto& each) { return each.applies; });
+  return Found(found.rule, {{}, "", offset}, found.problem);
 }
 
 }  // namespace

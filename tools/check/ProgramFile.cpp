@@ -12,6 +12,7 @@
 #include <sstream>
 #include <string_view>
 
+#include "tools/text/Characters.h"
 #include "tools/text/ShellQuote.h"
 
 namespace {
@@ -80,17 +81,17 @@ std::string AdviceForMissing(const std::string& path) {
   if (first.find('/') == std::string::npos) {
     const std::string found = FindInPath(first);
     return (found.empty() ? "write the program's absolute path"
-                          : "write \"" + found + "\"" + rest) +
+                          : "write " + Quoted(found) + rest) +
            "; the launcher does not search PATH";
   }
   if (path[0] == '~' || path.find('$') != std::string::npos) {
     const std::string expanded = Expanded(path);
     return (expanded == path ? "write the absolute path"
-                             : "write \"" + expanded + "\"") +
+                             : "write " + Quoted(expanded)) +
            "; no shell replaces ~ or variables";
   }
   return !rest.empty() && !FindAccessProblem(first)
-             ? "write \"" + first + "\"" + rest
+             ? "write " + Quoted(first) + rest
              : "";
 }
 

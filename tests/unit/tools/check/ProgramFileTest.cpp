@@ -314,6 +314,8 @@ TEST_F(ProgramFile, IsAdvisedOnTheUsualSlips) {
             "write the absolute path; no shell replaces ~ or variables");
   EXPECT_EQ(advice("/bin/sh -c"),
             "write \"/bin/sh\", and the rest as arguments in \"args\"");
+  EXPECT_EQ(advice("~/\x1b"),
+            "write \"" + home + "/\\x1b\"; no shell replaces ~ or variables");
   EXPECT_EQ(advice("/no/such file"), "");
 }
 

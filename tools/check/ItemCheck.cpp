@@ -134,8 +134,7 @@ class ItemCheck {
       CheckArgs();
     }
     for (std::size_t i = known; i < checked_.findings.size(); ++i) {
-      std::string& effect = checked_.findings[i].effect;
-      effect = "once the item has a program, " + effect;
+      checked_.findings[i].effect.insert(0, "once the item has a program, ");
     }
   }
 

@@ -37,7 +37,8 @@ Finding Named(std::string_view text, std::size_t offset,
   constexpr std::u32string_view kTypographicQuotes =
       U"\u2018\u2019\u201C\u201D";
   const std::size_t before = text.substr(0, offset).find_last_not_of(kBlanks);
-  const bool follows_comma = before != text.npos && text[before] == ',';
+  const bool follows_comma =
+      before != std::string_view::npos && text[before] == ',';
   const bool wants_key = message.find("member name") != std::string::npos;
   const std::string_view rest = text.substr(std::min(offset, text.size()));
   const char32_t next = rest.empty() ? 0 : DecodeUtf8(rest).code;
@@ -51,7 +52,7 @@ Finding Named(std::string_view text, std::size_t offset,
       {rest.empty(), "not-json",
        "ends before all its brackets and quotes are closed"},
       {next == '\'', "quotes", "uses single quotes"},
-      {kTypographicQuotes.find(next) != text.npos, "quotes",
+      {kTypographicQuotes.find(next) != std::string_view::npos, "quotes",
        "uses typographic quotes"},
       {wants_key && begins_word, "quotes", "has a key without quotes"},
       {follows_comma && (next == '}' || next == ']'), "trailing-comma",

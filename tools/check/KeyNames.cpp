@@ -1,6 +1,7 @@
 #include "tools/check/KeyNames.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <charconv>
 #include <numeric>
@@ -9,6 +10,8 @@
 #include <vector>
 
 namespace {
+
+constexpr std::array kKeys{"name", "program", "argc", "args"};
 
 using OtherName = std::pair<std::string_view, const char*>;
 
@@ -50,8 +53,7 @@ std::string KeyMeantBy(const std::string& key) {
   const auto distance = [&](const char* known) {
     return EditDistance(lower, known);
   };
-  const char* const nearest =
-      std::ranges::min({"name", "program", "argc", "args"}, {}, distance);
+  const char* const nearest = std::ranges::min(kKeys, {}, distance);
   return distance(nearest) <= kSlips ? nearest : "";
 }
 

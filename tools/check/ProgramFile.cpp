@@ -53,9 +53,8 @@ ScriptLine ParseScriptLine(const std::string& head) {
 std::string FindInPath(const std::string& name) {
   const char* const path = std::getenv("PATH");
   std::istringstream directories(path == nullptr ? "" : path);
-  for (std::string directory; std::getline(directories, directory, ':');) {
-    const std::string file = directory + "/" + name;
-    if (!directory.empty() && !FindAccessProblem(file)) {
+  for (std::string file; std::getline(directories, file, ':');) {
+    if (!file.empty() && !FindAccessProblem(file.append("/").append(name))) {
       return file;
     }
   }

@@ -10,8 +10,8 @@
 
 struct ProgramProblem {
   RuleName rule;
-  std::string text;         // a predicate: "does not exist"
-  std::string advice = "";  // empty where the rule's own will do
+  std::string text;      // a predicate: "does not exist"
+  std::string advice{};  // empty where the rule's own will do
 };
 
 // Why `execv` would fail on `path`, which must not be empty, or the program end

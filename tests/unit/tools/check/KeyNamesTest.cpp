@@ -36,7 +36,7 @@ TEST(KeyNames, AreNotSeenInOtherWords) {
 }
 
 TEST(IndexKeys, AreDecimalNumbersWithoutLeadingZeros) {
-  for (const std::uint64_t index : {0, 9, 10, 123}) {
+  for (const std::uint64_t index : {0U, 9U, 10U, 123U}) {
     EXPECT_EQ(IndexOf(std::to_string(index)), index);
   }
   for (const char* const key : {"", "00", "01", "-1", "+1", "1 ", "x", "1x"}) {

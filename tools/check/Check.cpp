@@ -1,27 +1,54 @@
 #include "tools/check/Check.h"
 
 #include <json/json.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <iterator>
 #include <map>
+#include <memory>
 #include <utility>
 
 #include "common/json/JsonObject.h"
 #include "launcher/Items.h"
 #include "tools/check/ItemCheck.h"
 #include "tools/check/JsonText.h"
-#include "tools/check/SyntaxErrors.h"
+#include "tools/check/KeyNames.h"
 #include "tools/text/Characters.h"
 
 namespace {
 
+// A pipe or a device, whose reading might never end.
+bool IsSpecial(const std::string& path) {
+  struct stat status {};
+  return path != kStandardInput && stat(path.c_str(), &status) == 0 &&
+         !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
+}
+
+// With a byte order mark, or with a NUL in the first character.
+bool IsUtf16(const std::string& text) {
+  return text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF") ||
+         text.find('\0') < 2;
+}
+
+// Appends the file to `text`. Returns 0 or an errno value.
+int ReadAll(std::FILE* file, std::string& text) {
+  std::string chunk(65536, '\0');
+  while (std::feof(file) == 0) {
+    errno = 0;
+    text.append(chunk, 0, std::fread(chunk.data(), 1, chunk.size(), file));
+    if (std::ferror(file) != 0) {
+      return errno;
+    }
+  }
+  return 0;
+}
+
 // How a file names its schema to editors.
 constexpr const char* kSchemaKey = "$schema";
-
-void Append(Findings& findings, Findings more) {
-  std::ranges::move(more, std::back_inserter(findings));
-}
 
 class DocumentCheck {
  public:
@@ -36,7 +63,8 @@ class DocumentCheck {
       Walk(document);
       FindTrailingText();
     } catch (...) {
-      Append(result_.findings, FindSyntaxErrors(text_));
+      std::ranges::move(FindSyntaxErrors(text_),
+                        std::back_inserter(result_.findings));
     }
     FindRawControls();
     if (keys_.comment && root_.getOffsetLimit() > 0) {
@@ -52,33 +80,33 @@ class DocumentCheck {
 
   // The launcher's own walk. What it throws ends the launcher's start-up.
   void Walk(JsonObject document) {
+    const auto visit = [this](bool is_named) {
+      return [this, is_named](int index, JsonObject item) {
+        next_ = index;
+        result_.items.push_back(
+            CheckItem(item, {index, Item(index), keys_}, is_named));
+        if (is_named) {
+          FindDuplicate(result_.items.back());
+        }
+        ++next_;
+      };
+    };
     try {
-      WalkItems(
-          document,
-          [this](int index, JsonObject item) {
-            next_ = index;
-            result_.items.push_back(CheckItem(item, Source(index)));
-            FindDuplicate(result_.items.back());
-            ++next_;
-          },
-          [this](int index, JsonObject) {
-            result_.items.push_back(CheckNamelessItem(Source(index)));
-            ++next_;
-          });
+      WalkItems(document, visit(true), visit(false));
       FindUnreadKeys();
     } catch (...) {
       FindWalkError();
     }
-    if (root_.isObject()) {
-      FindReplacedItems();
+    for (const JsonKey& key : keys_.ReplacedKeysAt(OffsetOf(root_))) {
+      Add(IndexOf(key.name) ? RuleName("item-replaced")
+                            : RuleName("duplicate-key"),
+          {{}, key.name, key.offset}, "occurs more than once");
     }
   }
 
   const Json::Value& Item(int index) const {
     return std::as_const(root_)[std::to_string(index)];
   }
-
-  ItemSource Source(int index) const { return {index, Item(index), keys_}; }
 
   void FindDuplicate(CheckedItem& item) {
     const auto [entry, is_new] = indices_.emplace(*item.name, item.index);
@@ -90,37 +118,34 @@ class DocumentCheck {
     item.findings.push_back(
         Found("name-duplicate",
               {item.index, "name", OffsetOf(Item(item.index)["name"])},
-              "\"" + Printable(*item.name) + "\" is also the name of item " +
+              Quoted(*item.name) + " is also the name of item " +
                   std::to_string(earlier)));
   }
 
   void FindWalkError() {
     if (!root_.isObject() && !root_.isNull()) {
       Add("top-level-type", {{}, "", OffsetOf(root_)},
-          std::string("contains ") + Describe(root_) +
-              ", not an object, at its top level");
+          IsNot(root_, "an object") + ", at its top level");
       return;
     }
     const Json::Value& item = Item(next_);
     if (!item.isObject()) {
-      Add("item-type", {next_, "", OffsetOf(item)},
-          std::string("is ") + Describe(item) + ", not an object");
+      Add("item-type", {next_, "", OffsetOf(item)}, IsNot(item, "an object"));
       return;
     }
     const Json::Value& name = item["name"];
-    Add("name-type", {next_, "name", OffsetOf(name)},
-        std::string("is ") + Describe(name) + ", not a string");
+    Add("name-type", {next_, "name", OffsetOf(name)}, IsNot(name, "a string"));
   }
 
   void FindUnreadKeys() {
     bool has_other_items = false;
     for (const JsonKey& key : keys_.KeysAt(OffsetOf(root_))) {
       const Place place{{}, key.name, key.offset};
-      if (IsIndex(key.name)) {
-        if (IsAfterGap(key.name)) {
+      if (const auto index = IndexOf(key.name)) {
+        if (*index > static_cast<std::uint64_t>(next_)) {
           Add("gap", place,
-              "comes after a gap: there is no \"" + std::to_string(next_) +
-                  "\"");
+              "comes after a gap: there is no " +
+                  Quoted(std::to_string(next_)));
           has_other_items = true;
         }
       } else if (root_[key.name].isObject() || root_[key.name].isArray()) {
@@ -133,21 +158,6 @@ class DocumentCheck {
     if (next_ == 0 && !has_other_items) {
       Add("no-items", {{}, "", OffsetOf(root_)}, "contains no item \"0\"");
     }
-  }
-
-  void FindReplacedItems() {
-    for (Finding& finding : FindReplacedKeys(root_, keys_, {})) {
-      const Place& place = finding.place;
-      result_.findings.push_back(
-          IsIndex(place.key) ? Found("item-replaced", place, finding.problem)
-                             : finding);
-    }
-  }
-
-  bool IsAfterGap(const std::string& key) const {
-    const std::string last = std::to_string(next_);
-    return key.size() > last.size() ||
-           (key.size() == last.size() && key > last);
   }
 
   void FindTrailingText() {
@@ -177,6 +187,46 @@ class DocumentCheck {
 
 }  // namespace
 
+ItemsText ReadItemsFile(const std::string& path) {
+  const auto nothing = [](bool readable, RuleName rule, std::string problem) {
+    return ItemsText{{}, readable, {Found(rule, {}, std::move(problem))}};
+  };
+  if (IsSpecial(path)) {
+    return nothing(false, "not-regular", "is a pipe or a device");
+  }
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(
+      path == kStandardInput ? stdin : std::fopen(path.c_str(), "rb"),
+      &std::fclose);
+  if (file == nullptr) {
+    return nothing(false, "unreadable",
+                   std::string("cannot be opened: ") + std::strerror(errno));
+  }
+  std::string text;
+  const int error = ReadAll(file.get(), text);
+  if (error == EISDIR) {
+    return nothing(false, "directory", "is a directory");
+  }
+  if (error != 0) {
+    return nothing(false, "read-error",
+                   std::string("cannot be read: ") + std::strerror(error));
+  }
+  if (text.empty()) {
+    return nothing(true, "empty", "is empty");
+  }
+  if (IsUtf16(text)) {
+    return nothing(true, "utf-16", "is not UTF-8, but UTF-16");
+  }
+  ItemsText result{{}, true, {}};
+  const std::size_t end = text.find('\0');
+  if (end != std::string::npos) {
+    result.findings.push_back(
+        Found("nul", {{}, "", end}, "contains a NUL byte"));
+    text.resize(end);
+  }
+  result.text = std::move(text);
+  return result;
+}
+
 CheckResult CheckItems(const ItemsText& file) {
   CheckResult result{file.readable, {}, file.findings};
   if (file.text) {
@@ -184,9 +234,4 @@ CheckResult CheckItems(const ItemsText& file) {
     CountLines(*file.text, result);
   }
   return result;
-}
-
-bool IsIndex(const std::string& key) {
-  return !key.empty() && (key == "0" || key[0] != '0') &&
-         std::ranges::all_of(key, [](char c) { return c >= '0' && c <= '9'; });
 }

@@ -1,27 +1,128 @@
 #include "tools/check/Findings.h"
 
+#include <json/json.h>
+
 #include <algorithm>
 #include <string_view>
 #include <utility>
 
 #include "common/util/Utf8.h"
+#include "tools/text/Characters.h"
+#include "tools/text/ShellQuote.h"
+#include "tools/text/Terminal.h"
 
-Finding Found(RuleName rule, Place place, std::string problem) {
+namespace {
+
+const char* Word(Severity severity) {
+  return severity == Severity::kError ? "error" : "warning";
+}
+
+// "1 error", "2 errors"
+std::string Counted(std::size_t count, const std::string& thing) {
+  return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
+}
+
+// The subject of the finding's sentence.
+std::string Subject(const Place& place) {
+  const std::string item =
+      place.item ? "item " + std::to_string(*place.item) : "";
+  if (place.key.empty()) {
+    return item.empty() ? "the file" : item;
+  }
+  return item + (item.empty() ? "" : ": ") + Quoted(place.key);
+}
+
+std::string Outcome(const CheckedItem& item) {
+  if (!item.name) {
+    return "skipped";
+  }
+  return (!item.vector           ? "never starts its program"
+          : item.vector->empty() ? "(no arguments at all)"
+                                 : ShellQuoted(*item.vector)) +
+         (item.runs ? "" : " (replaced by a later item)");
+}
+
+// "items.json:1:2", or the path alone for a finding without a place.
+std::string Location(const std::string& path, const Place& place) {
+  return Printable(path) + (place.line == 0
+                                ? ""
+                                : ":" + std::to_string(place.line) + ":" +
+                                      std::to_string(place.column));
+}
+
+std::string Lines(const std::string& path, const Findings& findings,
+                  bool coloured) {
+  std::string text;
+  for (const Finding& finding : findings) {
+    const Rule& rule = *finding.rule;
+    const bool is_error = rule.severity == Severity::kError;
+    text += Location(path, finding.place) + ": " +
+            Coloured(std::string(Word(rule.severity)) + ":",
+                     is_error ? Colour::kRed : Colour::kYellow, coloured) +
+            " " + Subject(finding.place) + " " + finding.problem + " [" +
+            rule.id + "]\n    effect: " + finding.effect +
+            "\n    fix: " + finding.advice + "\n";
+  }
+  return text;
+}
+
+Json::Value JsonItem(const CheckedItem& item) {
+  Json::Value object;
+  object["index"] = item.index;
+  object["name"] =
+      item.name ? Json::Value(ValidUtf8(*item.name)) : Json::Value();
+  object["runs"] = item.runs;
+  Json::Value& vector = object["vector"];
+  if (item.vector) {
+    vector = Json::arrayValue;
+    for (const std::string& word : *item.vector) {
+      vector.append(ValidUtf8(word));
+    }
+    object["command"] = ValidUtf8(ShellQuoted(*item.vector));
+  }
+  return object;
+}
+
+Json::Value JsonFinding(const Finding& finding) {
+  const Place& place = finding.place;
+  Json::Value object;
+  object["severity"] = Word(finding.rule->severity);
+  object["id"] = finding.rule->id;
+  if (place.line > 0) {
+    object["line"] = Json::UInt64{place.line};
+    object["column"] = Json::UInt64{place.column};
+  }
+  if (place.item) {
+    object["item"] = *place.item;
+  }
+  if (!place.key.empty()) {
+    object["key"] = ValidUtf8(place.key);
+  }
+  object["problem"] = ValidUtf8(finding.problem);
+  object["effect"] = finding.effect;
+  object["advice"] = ValidUtf8(finding.advice);
+  return object;
+}
+
+void Append(Json::Value& array, const Findings& findings) {
+  for (const Finding& finding : findings) {
+    array.append(JsonFinding(finding));
+  }
+}
+
+}  // namespace
+
+Finding Found(RuleName rule, Place place, std::string problem,
+              std::string advice) {
   std::string effect = rule->effect;
   if (rule->logged != nullptr) {
     effect.append("; it logs \"").append(rule->logged).append("\"");
   }
-  return {rule, std::move(place), std::move(problem), std::move(effect),
-          rule->advice};
-}
-
-Finding Found(RuleName rule, Place place, std::string problem,
-              std::string advice) {
-  Finding finding = Found(rule, std::move(place), std::move(problem));
-  if (!advice.empty()) {
-    finding.advice = std::move(advice);
+  if (advice.empty()) {
+    advice = rule->advice;
   }
-  return finding;
+  return {rule, std::move(place), std::move(problem), std::move(effect),
+          std::move(advice)};
 }
 
 std::size_t CountFindings(const CheckResult& result, Severity severity) {
@@ -66,4 +167,35 @@ void CountLines(const std::string& text, CheckResult& result) {
     place->line = line;
     place->column = column;
   }
+}
+
+std::string TextReport(const std::string& path, const CheckResult& result,
+                       bool coloured) {
+  std::string text;
+  for (const CheckedItem& item : result.items) {
+    const std::string name = item.name ? Printable(*item.name) : "(no name)";
+    text += Coloured(std::to_string(item.index) + " " + name, Colour::kBold,
+                     coloured) +
+            ": " + Outcome(item) + "\n" + Lines(path, item.findings, coloured);
+  }
+  return text + Lines(path, result.findings, coloured) +
+         Counted(result.items.size(), "item") + ", " +
+         Counted(CountFindings(result, Severity::kError), "error") + ", " +
+         Counted(CountFindings(result, Severity::kWarning), "warning") + "\n";
+}
+
+std::string JsonReport(const std::string& path, const CheckResult& result) {
+  Json::Value report;
+  report["file"] = ValidUtf8(path);
+  report["readable"] = result.readable;
+  report["errors"] = Json::UInt64{CountFindings(result, Severity::kError)};
+  report["warnings"] = Json::UInt64{CountFindings(result, Severity::kWarning)};
+  Json::Value& items = report["items"] = Json::arrayValue;
+  Json::Value& findings = report["findings"] = Json::arrayValue;
+  for (const CheckedItem& item : result.items) {
+    items.append(JsonItem(item));
+    Append(findings, item.findings);
+  }
+  Append(findings, result.findings);
+  return Json::StyledWriter().write(report);
 }

@@ -1,4 +1,4 @@
-// What is found in an items file.
+// What is found in an items file, and how it is shown.
 
 #pragma once
 
@@ -28,12 +28,9 @@ struct Finding {
 
 using Findings = std::vector<Finding>;
 
-// A finding with the rule's effect and advice.
-Finding Found(RuleName rule, Place place, std::string problem);
-
-// The same with an advice of its own, unless that is empty.
+// A finding with the rule's effect, and its advice if `advice` is empty.
 Finding Found(RuleName rule, Place place, std::string problem,
-              std::string advice);
+              std::string advice = "");
 
 // An item that the launcher reaches.
 struct CheckedItem {
@@ -56,3 +53,11 @@ std::size_t CountFindings(const CheckResult& result, Severity severity);
 
 // Fills in the lines and columns of all places. `text` is the file's.
 void CountLines(const std::string& text, CheckResult& result);
+
+// For people. A finding begins like a compiler's message, with
+// "<path>:<line>:<column>: error: ", and names its rule in brackets.
+std::string TextReport(const std::string& path, const CheckResult& result,
+                       bool coloured);
+
+// A JSON document.
+std::string JsonReport(const std::string& path, const CheckResult& result);

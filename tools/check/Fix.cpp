@@ -3,24 +3,19 @@
 #include <json/json.h>
 
 #include <algorithm>
-#include <array>
+#include <cstdint>
+#include <map>
 #include <memory>
+#include <sstream>
 #include <string_view>
 #include <tuple>
 #include <utility>
 
-#include "tools/check/Check.h"
 #include "tools/check/JsonText.h"
 #include "tools/check/KeyNames.h"
 #include "tools/text/Characters.h"
 
 namespace {
-
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-
-std::string Quoted(const std::string& text) {
-  return "\"" + Printable(text) + "\"";
-}
 
 // The members "0", "1", ... of an object made from an array.
 Json::Value Numbered(const Json::Value& array) {
@@ -45,11 +40,15 @@ class Fixer {
     }
     Renumber();
     for (const std::string& key : root_.getMemberNames()) {
-      if (IsIndex(key) && root_[key].isObject()) {
+      if (IndexOf(key) && root_[key].isObject()) {
         FixItem("item " + key + ": ", root_[key]);
       }
     }
-    return FixedItems{changes_.empty() ? text_ : Written(), changes_};
+    if (changes_.empty()) {
+      return FixedItems{text_, {}};
+    }
+    Write(root_, "");
+    return FixedItems{written_.str() + "\n", changes_};
   }
 
  private:
@@ -84,17 +83,19 @@ class Fixer {
 
   // Closes the gaps. Keys that are not numbers stay.
   void Renumber() {
-    std::vector<std::string> keys = root_.getMemberNames();
-    std::erase_if(keys, [](const std::string& key) { return !IsIndex(key); });
-    std::ranges::sort(keys, {}, [](const std::string& key) {
-      return std::pair(key.size(), key);
-    });
-    for (std::size_t i = 0; i < keys.size(); ++i) {
-      const std::string key = std::to_string(i);
-      if (key != keys[i]) {
-        root_[key] = Json::Value(root_[keys[i]]);
-        root_.removeMember(keys[i]);
-        Note("item " + Quoted(keys[i]) + " is now " + Quoted(key));
+    std::map<std::uint64_t, std::string> keys;
+    for (const std::string& key : root_.getMemberNames()) {
+      if (const auto index = IndexOf(key)) {
+        keys.emplace(*index, key);
+      }
+    }
+    int next = 0;
+    for (const auto& [index, old_key] : keys) {
+      const std::string key = std::to_string(next++);
+      if (key != old_key) {
+        root_[key] = Json::Value(root_[old_key]);
+        root_.removeMember(old_key);
+        Note("item " + Quoted(old_key) + " is now " + Quoted(key));
       }
     }
   }
@@ -108,27 +109,32 @@ class Fixer {
         Note(where + Quoted(key) + " is now " + Quoted(meant));
       }
     }
-    for (const char* const key : {"name", "program"}) {
-      if (item.isMember(key)) {
-        FixText(where + Quoted(key), item[key]);
-      }
+    for (const std::string key : {"name", "program"}) {
+      FixText(where, key, item, key);
     }
-    if (item.isMember("args")) {
-      FixArgs(where, item);
-    }
+    FixArgs(where, item);
   }
 
-  // Numbers and booleans as they are written.
-  void FixText(const std::string& where, Json::Value& value) {
+  // A number or boolean becomes the text that it is written as. `name` is how
+  // the change calls the member `key`.
+  void FixText(const std::string& where, const std::string& name,
+               Json::Value& object, const std::string& key) {
+    if (!object.isMember(key)) {
+      return;
+    }
+    Json::Value& value = object[key];
     if (value.isNumeric() || value.isBool()) {
       const auto start = static_cast<std::size_t>(value.getOffsetStart());
       const auto limit = static_cast<std::size_t>(value.getOffsetLimit());
       value = text_.substr(start, limit - start);
-      Note(where + " is the text " + Quoted(value.asString()));
+      Note(where + Quoted(name) + " is the text " + Quoted(value.asString()));
     }
   }
 
   void FixArgs(const std::string& where, Json::Value& item) {
+    if (!item.isMember("args")) {
+      return;
+    }
     Json::Value& args = item["args"];
     const bool was_array = args.isArray();
     if (was_array) {
@@ -139,7 +145,7 @@ class Fixer {
       return;
     }
     for (const std::string& key : args.getMemberNames()) {
-      FixText(where + Quoted("args/" + key), args[key]);
+      FixText(where, "args/" + key, args, key);
     }
     const auto count = static_cast<int>(args.size());
     for (int i = 0; i < count; ++i) {
@@ -156,54 +162,48 @@ class Fixer {
     }
   }
 
-  static std::string Text(const Json::Value& value) {
+  static std::unique_ptr<Json::StreamWriter> NewWriter() {
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "";
     builder["emitUTF8"] = true;
-    return Json::writeString(builder, value);
+    return std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter());
   }
 
-  // The members in a natural order: known keys first, numbers by value.
-  static std::vector<std::string> OrderedKeys(const Json::Value& object) {
-    constexpr std::array<std::string_view, 5> kFirst{"$schema", "name",
-                                                     "program", "argc", "args"};
-    std::vector<std::string> keys = object.getMemberNames();
-    std::ranges::sort(keys, {}, [&](const std::string& key) {
-      const auto known = std::ranges::find(kFirst, key);
-      const std::size_t length = IsIndex(key) ? key.size() : key.npos;
-      return std::tuple(known - kFirst.begin(), length, key);
-    });
-    return keys;
-  }
-
-  // Objects down to the items on lines of their own.
-  static void Write(const Json::Value& value, const std::string& indent,
-                    std::string& text) {
+  // Objects down to the items on lines of their own. The members in a natural
+  // order: known keys first, numbers by value.
+  void Write(const Json::Value& value, const std::string& indent) {
+    constexpr std::string_view kFirst[] = {"$schema", "name", "program", "argc",
+                                           "args"};
     constexpr std::size_t kItemIndent = 2;
-    if (!value.isObject()) {
-      text += Text(value);
+    if (!value.isObject() || value.empty()) {
+      writer_->write(value, &written_);
       return;
     }
+    std::map<std::tuple<std::ptrdiff_t, std::uint64_t, std::string>,
+             const Json::Value*>
+        members;
+    for (auto member = value.begin(); member != value.end(); ++member) {
+      const std::string key = member.name();
+      members[{std::ranges::find(kFirst, key) - kFirst,
+               IndexOf(key).value_or(UINT64_MAX), key}] = &*member;
+    }
     const bool breaks = indent.size() <= kItemIndent;
-    const std::string inner = indent + "  ";
     std::string separator = "{";
-    for (const std::string& key : OrderedKeys(value)) {
-      text += separator + (breaks ? "\n" + inner : " ") + Text(key) + ": ";
-      Write(value[key], inner, text);
+    for (const auto& [order, member] : members) {
+      written_ << separator << (breaks ? "\n  " + indent : " ");
+      writer_->write(std::get<std::string>(order), &written_);
+      written_ << ": ";
+      Write(*member, indent + "  ");
       separator = ",";
     }
-    text += value.empty() ? "{}" : breaks ? "\n" + indent + "}" : " }";
-  }
-
-  std::string Written() const {
-    std::string text;
-    Write(root_, "", text);
-    return text + "\n";
+    written_ << (breaks ? "\n" + indent : " ") << "}";
   }
 
   std::string text_;
   Json::Value root_;
   std::vector<std::string> changes_;
+  const std::unique_ptr<Json::StreamWriter> writer_ = NewWriter();
+  std::ostringstream written_;
 };
 
 }  // namespace

@@ -3,17 +3,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdint>
 #include <cstring>
 #include <exception>
-#include <iterator>
-#include <set>
 #include <string_view>
 #include <utility>
 
 #include "launcher/Items.h"
-#include "tools/check/Execution.h"
 #include "tools/check/KeyNames.h"
 #include "tools/check/ProgramFile.h"
 #include "tools/text/Characters.h"
@@ -26,21 +22,6 @@ namespace {
 const Json::Value* Find(const Json::Value& object, const std::string& key) {
   return object.isObject() ? object.find(key.data(), key.data() + key.size())
                            : nullptr;
-}
-
-std::string Quoted(std::string_view text) {
-  return "\"" + Printable(text) + "\"";
-}
-
-// The key in "args" of the text at `position` of the argument vector.
-std::string ArgumentKey(std::int64_t position) {
-  return std::to_string(position - 1);
-}
-
-bool IsIndexBelow(const std::string& key, std::int64_t count) {
-  std::int64_t index = -1;
-  std::from_chars(key.data(), key.data() + key.size(), index);
-  return index >= 0 && index < count && std::to_string(index) == key;
 }
 
 // What this process's environment takes of the room for arguments.
@@ -59,35 +40,33 @@ class ItemCheck {
     checked_.index = source.index;
   }
 
-  CheckedItem Run() {
-    CheckName();
-    if (CheckProgram()) {
-      if (CheckArgc() && CheckArgs()) {
+  CheckedItem Run(bool is_named) {
+    if (!is_named) {
+      Add("name-missing", "name", &source_.value, "is missing");
+    } else {
+      CheckName();
+      if (!CheckProgram()) {
+        CheckUnreachedArguments();
+      } else if (CheckArgc() && CheckArgs()) {
         checked_.vector = vector_;
       }
-    } else {
-      CheckUnreachedArguments();
     }
     CheckKeys();
     return std::move(checked_);
   }
 
-  CheckedItem RunNameless() {
-    Add("name-missing", At("name", &source_.value), "is missing");
-    CheckKeys();
-    return std::move(checked_);
-  }
-
  private:
-  Place At(std::string key, const Json::Value* value) const {
-    return {source_.index, std::move(key),
-            OffsetOf(value == nullptr ? source_.value : *value)};
+  // A finding at `value`, or at the item if there is none.
+  void Add(RuleName rule, const std::string& key, const Json::Value* value,
+           std::string problem, std::string advice = "") {
+    AddAt(OffsetOf(value == nullptr ? source_.value : *value), rule, key,
+          std::move(problem), std::move(advice));
   }
 
-  void Add(RuleName rule, Place place, std::string problem,
-           std::string advice = "") {
-    checked_.findings.push_back(
-        Found(rule, std::move(place), std::move(problem), std::move(advice)));
+  void AddAt(std::size_t offset, RuleName rule, const std::string& key,
+             std::string problem, std::string advice = "") {
+    checked_.findings.push_back(Found(rule, {source_.index, key, offset},
+                                      std::move(problem), std::move(advice)));
   }
 
   void CheckName() {
@@ -97,58 +76,54 @@ class ItemCheck {
     const Json::Value* const value = Find(source_.value, "name");
     CheckText(*value, "name", name);
     if (name.empty() && value->isString()) {
-      Add("name-empty", At("name", value), "is empty");
+      Add("name-empty", "name", value, "is empty");
     }
   }
 
   // A value that the launcher reads as `text`.
   void CheckText(const Json::Value& value, const std::string& key,
                  const std::string& text) {
-    const std::string type = std::string("is ") + Describe(value);
     if (value.isNull()) {
-      Add("null", At(key, &value), type + ", not a string");
+      Add("null", key, &value, IsNot(value, "a string"));
     } else if (!value.isString()) {
-      Add("converted", At(key, &value),
-          type + ", not a string, and read as " + Quoted(text),
+      Add("converted", key, &value,
+          IsNot(value, "a string") + ", and read as " + Quoted(text),
           "write " + Quoted(text) + " or the text that you mean");
     } else if (value.asString().size() != text.size()) {
-      Add("cut-at-nul", At(key, &value), "contains a NUL character (\\u0000)");
+      Add("cut-at-nul", key, &value, "contains a NUL character (\\u0000)");
     }
   }
 
   // False when there is nothing to execute.
   bool CheckProgram() {
     const Json::Value* const value = Find(source_.value, "program");
-    const Place place = At("program", value);
     std::string program;
     try {
       program = ItemProgram(item_);
     } catch (const std::exception&) {
-      Add("program-type", place,
-          std::string("is ") + Describe(*value) + ", not a string");
+      Add("program-type", "program", value, IsNot(*value, "a string"));
+      return false;
+    }
+    if (value == nullptr) {
+      Add("program-missing", "program", value, "is missing");
       return false;
     }
     if (program.empty()) {
-      Add(value == nullptr ? RuleName("program-missing")
-                           : RuleName("program-empty"),
-          place, value == nullptr ? "is missing" : "is empty");
+      Add("program-empty", "program", value, "is empty");
       return false;
     }
     CheckText(*value, "program", program);
-    CheckProgramFile(program, place);
-    vector_.push_back(program);
-    program_bytes_ = program.size() + 1;
-    return true;
-  }
-
-  void CheckProgramFile(const std::string& program, const Place& place) {
     if (const auto problem = FindProgramProblem(program)) {
-      Add(problem->rule, place,
+      Add(problem->rule, "program", value,
           "is " + Quoted(program) + ", which " + problem->text,
           problem->advice);
     } else if (program[0] != '/') {
-      Add("program-relative", place, Quoted(program) + " is a relative path");
+      Add("program-relative", "program", value,
+          Quoted(program) + " is a relative path");
     }
+    program_bytes_ = program.size() + 1;
+    vector_.push_back(std::move(program));
+    return true;
   }
 
   // The arguments matter only once the item has a program.
@@ -159,8 +134,7 @@ class ItemCheck {
       CheckArgs();
     }
     for (std::size_t i = known; i < checked_.findings.size(); ++i) {
-      std::string& effect = checked_.findings[i].effect;
-      effect = "once the item has a program, " + effect;
+      checked_.findings[i].effect.insert(0, "once the item has a program, ");
     }
   }
 
@@ -170,8 +144,7 @@ class ItemCheck {
     try {
       length_ = ItemVectorLength(item_);
     } catch (const std::exception&) {
-      Add("argc-type", At("argc", value),
-          std::string("is ") + Describe(*value) + ", not a 64-bit integer");
+      Add("argc-type", "argc", value, IsNot(*value, "a 64-bit integer"));
       return false;
     }
     if (value != nullptr) {
@@ -180,28 +153,25 @@ class ItemCheck {
     if (length_ <= kLongestVector) {
       return true;
     }
-    Add("argc-too-large", At("argc", value),
+    Add("argc-too-large", "argc", value,
         "gives an argument vector that the thread's stack has no room for");
     return false;
   }
 
   void CheckArgcValue(const Json::Value& value) {
-    const Place place = At("argc", &value);
     const auto whole = static_cast<long long>(item_["argc"]);
     const int used = static_cast<int>(item_["argc"]);
     const std::string cut = std::to_string(whole) +
                             " is cut to 32 bits, which gives " +
                             std::to_string(used);
-    const bool is_cut = whole != used;
     if (used < 0) {
-      Add("argc-negative", place, is_cut ? cut : "is below 0");
-    } else if (is_cut) {
-      Add("argc-cut", place, cut);
+      Add("argc-negative", "argc", &value, whole == used ? "is below 0" : cut);
+    } else if (whole != used) {
+      Add("argc-cut", "argc", &value, cut);
     } else if (value.type() != Json::intValue &&
                value.type() != Json::uintValue) {
-      Add("argc-converted", place,
-          std::string("is ") + Describe(value) +
-              ", not an integer, and read as " + std::to_string(used));
+      Add("argc-converted", "argc", &value,
+          IsNot(value, "an integer") + ", and read as " + std::to_string(used));
     }
   }
 
@@ -211,25 +181,48 @@ class ItemCheck {
     if (length_ == 0) {
       vector_.clear();  // The program's path gives way to the terminator.
     }
-    std::vector<std::string> missing;
+    std::string missing;  // the first
+    std::int64_t more = -1;
     for (std::int64_t i = 1; i < length_; ++i) {
-      const std::string key = ArgumentKey(i);
-      const Json::Value* const value =
-          args_ == nullptr ? nullptr : Find(*args_, key);
-      if (!CheckArgument(i, value)) {
+      const std::string key = "args/" + std::to_string(i - 1);
+      const Json::Value* const value = Argument(i);
+      if (!CheckArgument(i, key, value)) {
         return false;
       }
-      if (value == nullptr) {
-        missing.push_back(key);
+      if (value == nullptr && ++more == 0) {
+        missing = key;
       }
     }
-    if (!missing.empty()) {
-      const std::string more =
-          ", and " + std::to_string(missing.size() - 1) + " more";
-      Add("arg-missing", At("args/" + missing[0], args_),
-          "is missing" + (missing.size() == 1 ? "" : more));
+    if (more >= 0) {
+      Add("arg-missing", missing, args_,
+          "is missing" +
+              (more == 0 ? "" : ", and " + std::to_string(more) + " more"));
     }
     CheckSizes();
+    return true;
+  }
+
+  const Json::Value* Argument(std::int64_t position) const {
+    return args_ == nullptr ? nullptr
+                            : Find(*args_, std::to_string(position - 1));
+  }
+
+  // False when the launcher's own reading throws.
+  bool CheckArgument(std::int64_t position, const std::string& key,
+                     const Json::Value* value) {
+    try {
+      vector_.push_back(ItemArgument(item_, position));
+    } catch (const std::exception&) {
+      if (!args_->isObject()) {
+        Add("args-type", "args", args_, IsNot(*args_, "an object"));
+      } else {
+        Add("arg-type", key, value, IsNot(*value, "a string"));
+      }
+      return false;
+    }
+    if (value != nullptr) {
+      CheckText(*value, key, vector_.back());
+    }
     return true;
   }
 
@@ -240,39 +233,18 @@ class ItemCheck {
       const std::size_t bytes = vector_[i].size() + 1;
       total += bytes + sizeof(char*);
       if (bytes > kLongestArgumentBytes) {
-        const std::string key = std::to_string(i - 1);
-        Add("arg-too-long", At("args/" + key, Find(*args_, key)),
+        Add("arg-too-long", "args/" + std::to_string(i - 1),
+            Argument(static_cast<std::int64_t>(i)),
             "has " + std::to_string(bytes - 1) +
                 " bytes, more than the system takes");
       }
     }
     if (total > LargestArgumentsBytes()) {
-      Add("args-too-large", At("args", args_),
+      Add("args-too-large", "args", args_,
           "has " + std::to_string(total) +
               " bytes together with this environment, more than the system "
               "takes");
     }
-  }
-
-  // False when the launcher's own reading throws.
-  bool CheckArgument(std::int64_t position, const Json::Value* value) {
-    const std::string key = "args/" + ArgumentKey(position);
-    try {
-      vector_.push_back(ItemArgument(item_, position));
-    } catch (const std::exception&) {
-      if (!args_->isObject()) {
-        Add("args-type", At("args", args_),
-            std::string("is ") + Describe(*args_) + ", not an object");
-      } else {
-        Add("arg-type", At(key, value),
-            std::string("is ") + Describe(*value) + ", not a string");
-      }
-      return false;
-    }
-    if (value != nullptr) {
-      CheckText(*value, key, vector_.back());
-    }
-    return true;
   }
 
   void CheckUnreadArgs() {
@@ -283,11 +255,12 @@ class ItemCheck {
       CheckArgsWithoutArgc();
       return;
     }
-    for (const JsonKey& key : Keys(*args_)) {
-      if (!IsIndexBelow(key.name, length_ - 1)) {
-        Add("arg-unread", {source_.index, "args/" + key.name, key.offset},
-            "is not read; the keys that are read are \"0\" to " +
-                Quoted(ArgumentKey(length_ - 1)));
+    const auto count = static_cast<std::uint64_t>(length_ - 1);
+    for (const JsonKey& key : source_.text.KeysAt(OffsetOf(*args_))) {
+      if (IndexOf(key.name).value_or(count) >= count) {
+        AddAt(key.offset, "arg-unread", "args/" + key.name,
+              "is not read; the keys that are read are \"0\" to " +
+                  Quoted(std::to_string(count - 1)));
       }
     }
   }
@@ -301,13 +274,9 @@ class ItemCheck {
     while (is_object && args_->isMember(std::to_string(count))) {
       ++count;
     }
-    Add("args-without-argc", At("args", args_),
+    Add("args-without-argc", "args", args_,
         "is not read, since \"argc\" is missing or below 1",
         is_object ? "write \"argc\": " + std::to_string(count) : "");
-  }
-
-  const std::vector<JsonKey>& Keys(const Json::Value& object) const {
-    return source_.text.KeysAt(OffsetOf(object));
   }
 
   void CheckKeys() {
@@ -315,22 +284,22 @@ class ItemCheck {
     if (args_ != nullptr && args_->isObject()) {
       FindReplaced(*args_, "args/");
     }
-    for (const JsonKey& key : Keys(source_.value)) {
+    for (const JsonKey& key : source_.text.KeysAt(OffsetOf(source_.value))) {
       const std::string meant = KeyMeantBy(key.name);
       if (meant != key.name) {
-        Add("unknown-key", {source_.index, key.name, key.offset},
-            "is not a recognised key",
-            meant.empty() ? "remove it; the keys of an item are \"name\", "
-                            "\"program\", \"argc\" and \"args\""
-                          : "write " + Quoted(meant) + " instead");
+        AddAt(key.offset, "unknown-key", key.name, "is not a recognised key",
+              meant.empty() ? "remove it; the keys of an item are \"name\", "
+                              "\"program\", \"argc\" and \"args\""
+                            : "write " + Quoted(meant) + " instead");
       }
     }
   }
 
   void FindReplaced(const Json::Value& object, const std::string& path) {
-    std::ranges::move(
-        FindReplacedKeys(object, source_.text, {source_.index, path, {}}),
-        std::back_inserter(checked_.findings));
+    for (const JsonKey& key : source_.text.ReplacedKeysAt(OffsetOf(object))) {
+      AddAt(key.offset, "duplicate-key", path + key.name,
+            "occurs more than once");
+    }
   }
 
   // The longest argument vector that fits on a supervision thread's stack, its
@@ -351,47 +320,19 @@ class ItemCheck {
 
 }  // namespace
 
-CheckedItem CheckItem(JsonObject item, const ItemSource& source) {
-  return ItemCheck(item, source).Run();
+CheckedItem CheckItem(JsonObject item, const ItemSource& source,
+                      bool is_named) {
+  return ItemCheck(item, source).Run(is_named);
 }
 
-CheckedItem CheckNamelessItem(const ItemSource& source) {
-  const char* const none = nullptr;
-  return ItemCheck(JsonObject(none), source).RunNameless();
-}
-
-const char* Describe(const Json::Value& value) {
-  switch (value.type()) {
-    case Json::objectValue:
-      return "an object";
-    case Json::arrayValue:
-      return "an array";
-    case Json::stringValue:
-      return "a string";
-    case Json::booleanValue:
-      return "a boolean";
-    case Json::nullValue:
-      return "null";
-    default:
-      return "a number";
-  }
+std::string IsNot(const Json::Value& value, const std::string& type) {
+  // In the order of Json::ValueType.
+  constexpr const char* kTypes[] = {"null",     "a number", "a number",
+                                    "a number", "a string", "a boolean",
+                                    "an array", "an object"};
+  return std::string("is ") + kTypes[value.type()] + ", not " + type;
 }
 
 std::size_t OffsetOf(const Json::Value& value) {
   return static_cast<std::size_t>(value.getOffsetStart());
-}
-
-Findings FindReplacedKeys(const Json::Value& object, const JsonText& text,
-                          const Place& place) {
-  Findings findings;
-  std::set<std::string> later;
-  const std::vector<JsonKey>& keys = text.KeysAt(OffsetOf(object));
-  for (auto key = keys.rbegin(); key != keys.rend(); ++key) {
-    if (!later.insert(key->name).second) {
-      findings.push_back(Found("duplicate-key",
-                               {place.item, place.key + key->name, key->offset},
-                               "occurs more than once"));
-    }
-  }
-  return findings;
 }

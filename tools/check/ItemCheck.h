@@ -17,19 +17,12 @@ struct ItemSource {
   const JsonText& text;
 };
 
-// Reads `item`, which has a name, as its supervision thread does.
-CheckedItem CheckItem(JsonObject item, const ItemSource& source);
+// Reads `item` as its supervision thread does, or only its keys if it has no
+// name: then the launcher skips it.
+CheckedItem CheckItem(JsonObject item, const ItemSource& source, bool is_named);
 
-// Checks an item without a name, which the launcher skips.
-CheckedItem CheckNamelessItem(const ItemSource& source);
-
-// "an object", "a string", ...
-const char* Describe(const Json::Value& value);
+// "is an array, not a string", with `type` for "a string".
+std::string IsNot(const Json::Value& value, const std::string& type);
 
 // Where `value` begins.
 std::size_t OffsetOf(const Json::Value& value);
-
-// A finding for each key of `object` that a later one of the same name
-// replaces. `place` is that of the object; its key leads there, "args/" say.
-Findings FindReplacedKeys(const Json::Value& object, const JsonText& text,
-                          const Place& place);

@@ -3,8 +3,10 @@
 #include <json/json.h>
 
 #include <algorithm>
-#include <string_view>
-#include <utility>
+#include <cctype>
+#include <set>
+
+#include "common/util/Utf8.h"
 
 namespace {
 
@@ -12,6 +14,9 @@ constexpr const char* kBlanks = " \t\r\n";
 
 // The library decodes a key, so that both understand it alike.
 std::string Decoded(const std::string& quoted) {
+  if (quoted.find('\\') == std::string::npos) {
+    return quoted.substr(1, quoted.size() - 2);
+  }
   Json::Value key;
   const bool is_string = Json::Reader().parse(quoted, key) && key.isString();
   return is_string ? key.asString() : quoted;
@@ -26,72 +31,40 @@ std::size_t EndOfString(const std::string& text, std::size_t start) {
   return std::min(at + 1, text.size());
 }
 
-class Scanner {
- public:
-  explicit Scanner(const std::string& text) : text_(text) {}
-
-  JsonText Scan() {
-    for (;;) {
-      const std::size_t at = NextToken(text_, at_);
-      if (!result_.comment && text_.find_first_not_of(kBlanks, at_) < at) {
-        result_.comment = text_.find_first_not_of(kBlanks, at_);
-      }
-      if (at == text_.size()) {
-        return std::move(result_);
-      }
-      at_ = at;
-      Token();
-    }
-  }
-
- private:
-  // A string is a key when a colon follows it.
-  void Token() {
-    const std::size_t start = at_++;
-    const auto string = std::exchange(string_, std::nullopt);
-    switch (text_[start]) {
-      case '{':
-      case '[':
-        open_.push_back(start);
-        break;
-      case '}':
-      case ']':
-        if (!open_.empty()) {
-          open_.pop_back();
-        }
-        break;
-      case '"':
-        at_ = EndOfString(text_, start);
-        string_ = start;
-        FindControl(start);
-        break;
-      case ':':
-        if (string && !open_.empty()) {
-          const std::string quoted =
-              text_.substr(*string, EndOfString(text_, *string) - *string);
-          result_.keys[open_.back()].push_back({Decoded(quoted), *string});
-        }
-        break;
-      default:
-        break;
-    }
-  }
-
-  void FindControl(std::size_t start) {
-    const std::string_view string(text_.data() + start, at_ - start);
-    if (std::ranges::any_of(string, [](char c) {
-          return static_cast<unsigned char>(c) < ' ';
-        })) {
-      result_.raw_controls.push_back(start);
-    }
-  }
-
-  const std::string& text_;
-  std::size_t at_ = 0;
-  std::optional<std::size_t> string_;  // the token before, if it was one
-  std::vector<std::size_t> open_;      // the brackets around
-  JsonText result_;
-};
+// An error by the text that the parser refuses, or else by its own message.
+Finding Named(std::string_view text, std::size_t offset,
+              const std::string& message) {
+  constexpr std::u32string_view kTypographicQuotes =
+      U"\u2018\u2019\u201C\u201D";
+  const std::size_t before = text.substr(0, offset).find_last_not_of(kBlanks);
+  const bool follows_comma =
+      before != std::string_view::npos && text[before] == ',';
+  const bool wants_key = message.find("member name") != std::string::npos;
+  const std::string_view rest = text.substr(std::min(offset, text.size()));
+  const char32_t next = rest.empty() ? 0 : DecodeUtf8(rest).code;
+  const bool begins_word =
+      next < 0x80 && (std::isalpha(static_cast<int>(next)) != 0 || next == '_');
+  const struct {
+    bool applies;
+    RuleName rule;
+    std::string problem;
+  } cases[] = {
+      {rest.empty(), "not-json",
+       "ends before all its brackets and quotes are closed"},
+      {next == '\'', "quotes", "uses single quotes"},
+      {kTypographicQuotes.find(next) != std::string_view::npos, "quotes",
+       "uses typographic quotes"},
+      {wants_key && begins_word, "quotes", "has a key without quotes"},
+      {follows_comma && (next == '}' || next == ']'), "trailing-comma",
+       "has a comma after the last member"},
+      {next == '#' || rest.starts_with("//") || rest.starts_with("/*"),
+       "comment-misplaced", "has a comment, which JSON does not have"},
+      {true, "not-json", "is not JSON: " + message},
+  };
+  const auto& found = *std::ranges::find_if(
+      cases, [](const auto& each) { return each.applies; });
+  return Found(found.rule, {{}, "", offset}, found.problem);
+}
 
 }  // namespace
 
@@ -101,7 +74,48 @@ const std::vector<JsonKey>& JsonText::KeysAt(std::size_t offset) const {
   return found == keys.end() ? kNone : found->second;
 }
 
-JsonText ScanJson(const std::string& text) { return Scanner(text).Scan(); }
+std::vector<JsonKey> JsonText::ReplacedKeysAt(std::size_t offset) const {
+  std::vector<JsonKey> replaced = KeysAt(offset);
+  std::set<std::string> later;
+  std::ranges::reverse(replaced);
+  std::erase_if(replaced, [&](const JsonKey& key) {
+    return later.insert(key.name).second;
+  });
+  return replaced;
+}
+
+JsonText ScanJson(const std::string& text) {
+  JsonText result;
+  std::vector<std::size_t> open;  // the brackets around
+  for (std::size_t end = 0;;) {
+    const std::size_t start = NextToken(text, end);
+    const std::size_t visible = text.find_first_not_of(kBlanks, end);
+    if (!result.comment && visible < start) {
+      result.comment = visible;
+    }
+    if (start == text.size()) {
+      return result;
+    }
+    end = start + 1;
+    const char token = text[start];
+    if (token == '{' || token == '[') {
+      open.push_back(start);
+    } else if ((token == '}' || token == ']') && !open.empty()) {
+      open.pop_back();
+    } else if (token == '"') {
+      end = EndOfString(text, start);
+      const std::string string = text.substr(start, end - start);
+      if (std::ranges::any_of(string,
+                              [](unsigned char c) { return c < ' '; })) {
+        result.raw_controls.push_back(start);
+      }
+      const bool is_key = text[NextToken(text, end)] == ':';
+      if (is_key && !open.empty()) {
+        result.keys[open.back()].push_back({Decoded(string), start});
+      }
+    }
+  }
+}
 
 std::size_t NextToken(const std::string& text, std::size_t offset) {
   for (;;) {
@@ -120,4 +134,30 @@ std::size_t NextToken(const std::string& text, std::size_t offset) {
     }
     offset = end + mark.size();
   }
+}
+
+// The launcher's own reader, since others accept more. Its ready-made text
+// about all errors reads beyond the end of some texts.
+Findings FindSyntaxErrors(const std::string& text) {
+  Findings findings;
+  std::size_t start = 0;
+  if (text.starts_with(kByteOrderMark)) {
+    findings.push_back(Found("bom", {{}, "", 0}, "has a byte order mark"));
+    start = kByteOrderMark.size();
+  }
+  Json::Reader reader;
+  Json::Value root;
+  try {
+    reader.parse(text.data() + start, text.data() + text.size(), root,
+                 /*collectComments=*/false);
+  } catch (const Json::Exception&) {
+    findings.push_back(
+        Found("not-json", {{}, "", start}, "is nested too deeply"));
+    return findings;
+  }
+  for (const auto& error : reader.getStructuredErrors()) {
+    const auto offset = start + static_cast<std::size_t>(error.offset_start);
+    findings.push_back(Named(text, offset, error.message));
+  }
+  return findings;
 }

@@ -8,7 +8,12 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "tools/check/Findings.h"
+
+inline constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 struct JsonKey {
   std::string name;
@@ -25,6 +30,9 @@ struct JsonText {
 
   // The keys of the object whose opening brace is at `offset`.
   const std::vector<JsonKey>& KeysAt(std::size_t offset) const;
+
+  // Those of them that a later one of the same name replaces.
+  std::vector<JsonKey> ReplacedKeysAt(std::size_t offset) const;
 };
 
 // For texts that the library accepts, including the errors that it overlooks;
@@ -35,3 +43,8 @@ JsonText ScanJson(const std::string& text);
 // The first byte of `text` at or after `offset` that is neither white space nor
 // in a comment; the text's size when there is none.
 std::size_t NextToken(const std::string& text, std::size_t offset);
+
+// Why a text is not JSON for the launcher: one finding for each place where the
+// parser failed, in its order; empty exactly when
+// `JsonObject(text.data(), text.size())` is a document.
+Findings FindSyntaxErrors(const std::string& text);

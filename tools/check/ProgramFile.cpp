@@ -12,7 +12,7 @@
 #include <sstream>
 #include <string_view>
 
-#include "tools/check/Execution.h"
+#include "tools/text/Characters.h"
 #include "tools/text/ShellQuote.h"
 
 namespace {
@@ -42,11 +42,23 @@ ScriptLine ParseScriptLine(const std::string& head) {
   line.erase(line.find_last_not_of(kBlanks) + 1);
   line.erase(0, line.find_first_not_of(kBlanks));
   const std::size_t end = std::min(line.find_first_of(kEnds), line.size());
+  const std::size_t rest =
+      std::min(line.find_first_not_of(kBlanks, end), line.size());
   const bool is_cut = end == line.size() && head.size() == kScriptLineBytes &&
                       head.find('\n') == std::string::npos;
-  const std::size_t rest = line.find_first_not_of(kBlanks, end);
-  return {line.substr(0, end),
-          rest == std::string::npos ? "" : line.substr(rest), is_cut};
+  return {line.substr(0, end), line.substr(rest), is_cut};
+}
+
+// The path of the executable `name` in PATH; empty when there is none.
+std::string FindInPath(const std::string& name) {
+  const char* const path = std::getenv("PATH");
+  std::istringstream directories(path == nullptr ? "" : path);
+  for (std::string file; std::getline(directories, file, ':');) {
+    if (!file.empty() && !FindAccessProblem(file.append("/").append(name))) {
+      return file;
+    }
+  }
+  return "";
 }
 
 // `path` as a shell would read it: with the home directory for "~" and "$HOME".
@@ -68,17 +80,17 @@ std::string AdviceForMissing(const std::string& path) {
   if (first.find('/') == std::string::npos) {
     const std::string found = FindInPath(first);
     return (found.empty() ? "write the program's absolute path"
-                          : "write \"" + found + "\"" + rest) +
+                          : "write " + Quoted(found) + rest) +
            "; the launcher does not search PATH";
   }
   if (path[0] == '~' || path.find('$') != std::string::npos) {
     const std::string expanded = Expanded(path);
     return (expanded == path ? "write the absolute path"
-                             : "write \"" + expanded + "\"") +
+                             : "write " + Quoted(expanded)) +
            "; no shell replaces ~ or variables";
   }
   return !rest.empty() && !FindAccessProblem(first)
-             ? "write \"" + first + "\"" + rest
+             ? "write " + Quoted(first) + rest
              : "";
 }
 
@@ -101,7 +113,7 @@ std::string ProgramOfEnv(const std::string& rest) {
 std::optional<ProgramProblem> FindEnvProblem(const std::string& rest) {
   if (rest.empty()) {
     return ProgramProblem{"program-env-loop",
-                          "is a script for \"env\" without a program", ""};
+                          "is a script for \"env\" without a program"};
   }
   const std::string name = ProgramOfEnv(rest);
   const bool is_path = name.find('/') != std::string::npos;
@@ -135,7 +147,7 @@ std::optional<ProgramProblem> FindScriptProblem(const ScriptLine& line,
                           "name one, such as \"#!/bin/sh\""};
   }
   if (line.is_cut) {
-    return ProgramProblem{rule, "has a \"#!\" line that is too long", ""};
+    return ProgramProblem{rule, "has a \"#!\" line that is too long"};
   }
   if (scripts >= kMostScripts) {
     return ProgramProblem{
@@ -143,8 +155,8 @@ std::optional<ProgramProblem> FindScriptProblem(const ScriptLine& line,
         "name a binary as the interpreter"};
   }
   if (auto problem = FindProblem(interpreter, scripts + 1)) {
-    const std::string_view effect = problem->rule->effect;
-    const bool is_chain = effect == rules::kChain;
+    const bool is_chain =
+        problem->rule->effect == std::string_view(rules::kChain);
     return ProgramProblem{
         is_chain ? rule : problem->rule,
         "has the interpreter " + ShellQuoted(interpreter) + ", which " +
@@ -163,7 +175,7 @@ std::optional<ProgramProblem> FindProblem(const std::string& path,
   }
   if (faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) != 0) {
     return ProgramProblem{"program-unreadable",
-                          "may be executed but not read by this user", ""};
+                          "may be executed but not read by this user"};
   }
   const std::string head = Head(path);
   return head.starts_with("#!")
@@ -191,24 +203,12 @@ std::optional<ProgramProblem> FindAccessProblem(const std::string& path) {
         "write a path that the launcher's user may reach"};
   }
   if (S_ISDIR(status.st_mode)) {
-    return ProgramProblem{"program-directory", "is a directory", ""};
+    return ProgramProblem{"program-directory", "is a directory"};
   }
   if (faccessat(AT_FDCWD, path.c_str(), X_OK, AT_EACCESS) != 0 ||
       !S_ISREG(status.st_mode)) {
     return ProgramProblem{"program-not-executable",
-                          "is not executable for this user", ""};
+                          "is not executable for this user"};
   }
   return std::nullopt;
-}
-
-std::string FindInPath(const std::string& name) {
-  const char* const path = std::getenv("PATH");
-  std::istringstream directories(path == nullptr ? "" : path);
-  for (std::string directory; std::getline(directories, directory, ':');) {
-    const std::string file = directory + "/" + name;
-    if (!directory.empty() && !FindAccessProblem(file)) {
-      return file;
-    }
-  }
-  return "";
 }

@@ -1,7 +1,8 @@
-// Whether the system would execute a file.
+// Whether the system would execute a file, and what it takes with it.
 
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 
@@ -9,8 +10,8 @@
 
 struct ProgramProblem {
   RuleName rule;
-  std::string text;    // a predicate: "does not exist"
-  std::string advice;  // empty where the rule's own will do
+  std::string text;      // a predicate: "does not exist"
+  std::string advice{};  // empty where the rule's own will do
 };
 
 // Why `execv` would fail on `path`, which must not be empty, or the program end
@@ -21,5 +22,24 @@ std::optional<ProgramProblem> FindProgramProblem(const std::string& path);
 // The part of that which is about the path and its permissions alone.
 std::optional<ProgramProblem> FindAccessProblem(const std::string& path);
 
-// The path of the executable `name` in PATH; empty when there is none.
-std::string FindInPath(const std::string& name);
+// The rest depends on the system.
+
+// The part which is about the readable file at `path`, which is no script.
+std::optional<ProgramProblem> FindBinaryProblem(const std::string& path);
+
+// The most bytes that one argument may have, its terminating zero included.
+extern const std::size_t kLongestArgumentBytes;
+
+// The most bytes that all arguments and the environment may have together, with
+// their terminating zeros and the pointers to them.
+std::size_t LargestArgumentsBytes();
+
+// How many scripts in a row may each be the interpreter of the one before.
+extern const int kMostScripts;
+
+// The most bytes of a script's first line, "#!" included, that the system reads
+// to find the interpreter.
+extern const std::size_t kScriptLineBytes;
+
+// Whether the rest of a "#!" line, after the interpreter, is split at blanks.
+extern const bool kSplitsScriptArguments;

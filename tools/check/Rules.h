@@ -5,7 +5,6 @@
 
 #pragma once
 
-#include <array>
 #include <stdexcept>
 #include <string_view>
 
@@ -23,8 +22,7 @@ struct Rule {
 
 namespace rules {
 
-inline constexpr Severity kError = Severity::kError;
-inline constexpr Severity kWarning = Severity::kWarning;
+using enum Severity;
 
 inline constexpr const char* kEndsSilently =
     "the launcher ends at once with status 0 and logs nothing";
@@ -47,173 +45,161 @@ inline constexpr const char* kChildAborts =
     "start";
 inline constexpr const char* kFaults =
     "the program ends by a memory fault (SIGSEGV or SIGBUS), at each start";
-inline constexpr const char* kConverted = "the launcher reads it as this text";
 inline constexpr const char* kNumberItems =
     "number the items \"0\", \"1\", \"2\" and so on, without gaps, signs, "
     "blanks or leading zeros";
 
-inline constexpr std::array kAll{
+inline constexpr Rule kAll[] = {
     // The file.
-    Rule{"unreadable", kError, kEndsSilently,
-         "give the path of a file that the launcher may read"},
-    Rule{"directory", kError,
-         "the launcher reads it forever at full processor load and starts "
-         "nothing",
-         "give the path of the items file itself"},
-    Rule{"read-error", kError,
-         "the launcher tries forever at full processor load and starts nothing",
-         "give the path of a regular file"},
-    Rule{"empty", kError, kEndsSilently,
-         "write {} for a list without any items"},
-    Rule{"nul", kError, "the launcher reads only what comes before it",
-         "remove it"},
-    Rule{"not-regular", kError,
-         "the launcher waits for a writer, or reads without end",
-         "give a regular file, or - to check standard input"},
-    Rule{"utf-16", kError, kNeverStarts, "save the file as UTF-8",
-         kParseFailedMessage},
-    Rule{"bom", kError, kNeverStarts,
-         "save the file as UTF-8 without a byte order mark",
-         kParseFailedMessage},
-    Rule{"quotes", kError, kNeverStarts,
-         "put every key and text in plain double quotes: \"",
-         kParseFailedMessage},
-    Rule{"trailing-comma", kError, kNeverStarts, "remove the comma",
-         kParseFailedMessage},
-    Rule{"comment-misplaced", kError, kNeverStarts, "remove the comment",
-         kParseFailedMessage},
-    Rule{"comment", kWarning,
-         "the launcher skips this one, but a comment elsewhere can make the "
-         "whole file unreadable",
-         "remove all comments"},
-    Rule{"not-json", kError, kNeverStarts,
-         "correct the text here or just before", kParseFailedMessage},
-    Rule{"top-level-type", kError, kNeverStarts,
-         R"(write the items as { "0": { ... }, "1": { ... } })",
-         kParseFailedMessage},
-    Rule{"trailing-text", kWarning, kIgnored,
-         "remove it, or the surplus bracket before it"},
-    Rule{"closed-early", kError,
-         "the launcher never looks at the rest, so the items in it are not "
-         "started",
-         "remove the surplus bracket before it"},
-    Rule{"raw-control", kWarning,
-         "this version of the JSON library keeps it; newer ones refuse the "
-         "whole file",
-         "write \\t, \\n or \\u00.. instead"},
-    Rule{"duplicate-key", kWarning, "only the last one counts",
-         "remove the others"},
+    {"unreadable", kError, kEndsSilently,
+     "give the path of a file that the launcher may read"},
+    {"directory", kError,
+     "the launcher reads it forever at full processor load and starts "
+     "nothing",
+     "give the path of the items file itself"},
+    {"read-error", kError,
+     "the launcher tries forever at full processor load and starts nothing",
+     "give the path of a regular file"},
+    {"empty", kError, kEndsSilently, "write {} for a list without any items"},
+    {"nul", kError, "the launcher reads only what comes before it",
+     "remove it"},
+    {"not-regular", kError,
+     "the launcher waits for a writer, or reads without end",
+     "give a regular file, or - to check standard input"},
+    {"utf-16", kError, kNeverStarts, "save the file as UTF-8",
+     kParseFailedMessage},
+    {"bom", kError, kNeverStarts,
+     "save the file as UTF-8 without a byte order mark", kParseFailedMessage},
+    {"quotes", kError, kNeverStarts,
+     "put every key and text in plain double quotes: \"", kParseFailedMessage},
+    {"trailing-comma", kError, kNeverStarts, "remove the comma",
+     kParseFailedMessage},
+    {"comment-misplaced", kError, kNeverStarts, "remove the comment",
+     kParseFailedMessage},
+    {"comment", kWarning,
+     "the launcher skips this one, but a comment elsewhere can make the "
+     "whole file unreadable",
+     "remove all comments"},
+    {"not-json", kError, kNeverStarts, "correct the text here or just before",
+     kParseFailedMessage},
+    {"top-level-type", kError, kNeverStarts,
+     R"(write the items as { "0": { ... }, "1": { ... } })",
+     kParseFailedMessage},
+    {"trailing-text", kWarning, kIgnored,
+     "remove it, or the surplus bracket before it"},
+    {"closed-early", kError,
+     "the launcher never looks at the rest, so the items in it are not "
+     "started",
+     "remove the surplus bracket before it"},
+    {"raw-control", kWarning,
+     "this version of the JSON library keeps it; newer ones refuse the "
+     "whole file",
+     "write \\t, \\n or \\u00.. instead"},
+    {"duplicate-key", kWarning, "only the last one counts",
+     "remove the others"},
 
     // The list of items.
-    Rule{"no-items", kWarning,
-         "the launcher starts nothing and waits for SIGTERM",
-         R"(begin with { "0": { "name": ..., "program": ... } })"},
-    Rule{"gap", kError, kNotStarted, kNumberItems},
-    Rule{"stray-item", kError, kNotStarted, kNumberItems},
-    Rule{"item-replaced", kError,
-         "the last one counts, so the items before it are not started",
-         "give each item its own number"},
-    Rule{"unknown-key", kWarning, kIgnored, "remove it"},
-    Rule{"item-type", kError, kEndsStartup,
-         R"(write { "name": ..., "program": ... })", kParseFailedMessage},
+    {"no-items", kWarning, "the launcher starts nothing and waits for SIGTERM",
+     R"(begin with { "0": { "name": ..., "program": ... } })"},
+    {"gap", kError, kNotStarted, kNumberItems},
+    {"stray-item", kError, kNotStarted, kNumberItems},
+    {"item-replaced", kError,
+     "the last one counts, so the items before it are not started",
+     "give each item its own number"},
+    {"unknown-key", kWarning, kIgnored, "remove it"},
+    {"item-type", kError, kEndsStartup,
+     R"(write { "name": ..., "program": ... })", kParseFailedMessage},
 
     // An item's name.
-    Rule{"name-missing", kError, "the launcher skips the item",
-         "give the item a name", kNamelessMessage},
-    Rule{"name-type", kError, kEndsStartup, "write a string",
-         kParseFailedMessage},
-    Rule{"name-empty", kWarning, "the log does not show whose lines are whose",
-         "write a name"},
-    Rule{"name-duplicate", kError,
-         "the launcher kills the earlier item when it reaches this one, and "
-         "its own process group with it if that item has not been started yet",
-         "give each item its own name"},
+    {"name-missing", kError, "the launcher skips the item",
+     "give the item a name", kNamelessMessage},
+    {"name-type", kError, kEndsStartup, "write a string", kParseFailedMessage},
+    {"name-empty", kWarning, "the log does not show whose lines are whose",
+     "write a name"},
+    {"name-duplicate", kError,
+     "the launcher kills the earlier item when it reaches this one, and "
+     "its own process group with it if that item has not been started yet",
+     "give each item its own name"},
 
     // An item's program.
-    Rule{"program-missing", kError, kKillsGroup,
-         "write the program's absolute path"},
-    Rule{"program-empty", kError, kKillsGroup,
-         "write the program's absolute path"},
-    Rule{"program-type", kError,
-         "the whole launcher ends by SIGABRT; the programs that run already go "
-         "on without it",
-         "write the program's path as a string"},
-    Rule{"program-relative", kWarning,
-         "the launcher looks for it below the directory that it is started in",
-         "write the absolute path"},
-    Rule{"program-not-found", kError, kChain,
-         "write the absolute path of an executable that exists"},
-    Rule{"program-directory", kError, kChain,
-         "write the path of the executable inside it"},
-    Rule{"program-not-executable", kError, kChain,
-         "make it executable with chmod +x, or name another file"},
-    Rule{"program-format", kError, kChain,
-         "begin a script with its interpreter, such as \"#!/bin/sh\""},
-    Rule{"program-interpreter", kError, kChain,
-         "name an interpreter that exists after \"#!\""},
-
-    Rule{"program-machine", kError, kChain,
-         "install the program that was built for this system and processor"},
-    Rule{"program-loader", kError, kChain,
-         "install the loader's package, or a program built for this system"},
-    Rule{"program-truncated", kError, kFaults, "install the program again"},
-    Rule{"program-library", kError, kFaults,
-         "name the program that uses the library"},
-    Rule{"program-env", kWarning,
-         "\"env\" ends with exit status 127, at each start",
-         "write the interpreter's absolute path after \"#!\"; the launcher's "
-         "own PATH counts"},
-    Rule{"program-env-loop", kError,
-         "\"env\" executes the script itself again and again at full processor "
-         "load",
-         "write the program's name after \"env\""},
-    Rule{"program-unreadable", kWarning,
-         "a binary runs, but the interpreter of a script cannot open it and "
-         "ends, at each start",
-         "make a script readable with chmod +r"},
+    {"program-missing", kError, kKillsGroup,
+     "write the program's absolute path"},
+    {"program-empty", kError, kKillsGroup, "write the program's absolute path"},
+    {"program-type", kError,
+     "the whole launcher ends by SIGABRT; the programs that run already go "
+     "on without it",
+     "write the program's path as a string"},
+    {"program-relative", kWarning,
+     "the launcher looks for it below the directory that it is started in",
+     "write the absolute path"},
+    {"program-not-found", kError, kChain,
+     "write the absolute path of an executable that exists"},
+    {"program-directory", kError, kChain,
+     "write the path of the executable inside it"},
+    {"program-not-executable", kError, kChain,
+     "make it executable with chmod +x, or name another file"},
+    {"program-format", kError, kChain,
+     "begin a script with its interpreter, such as \"#!/bin/sh\""},
+    {"program-interpreter", kError, kChain,
+     "name an interpreter that exists after \"#!\""},
+    {"program-machine", kError, kChain,
+     "install the program that was built for this system and processor"},
+    {"program-loader", kError, kChain,
+     "install the loader's package, or a program built for this system"},
+    {"program-truncated", kError, kFaults, "install the program again"},
+    {"program-library", kError, kFaults,
+     "name the program that uses the library"},
+    {"program-env", kWarning,
+     "\"env\" ends with exit status 127, at each start",
+     "write the interpreter's absolute path after \"#!\"; the launcher's "
+     "own PATH counts"},
+    {"program-env-loop", kError,
+     "\"env\" executes the script itself again and again at full processor "
+     "load",
+     "write the program's name after \"env\""},
+    {"program-unreadable", kWarning,
+     "a binary runs, but the interpreter of a script cannot open it and "
+     "ends, at each start",
+     "make a script readable with chmod +r"},
 
     // An item's arguments.
-    Rule{"argc-type", kError, kChildAborts,
-         "write the number of arguments, without quotes"},
-    Rule{"argc-negative", kError,
-         "the program starts without any arguments, even without its own path, "
-         "which many do not survive",
-         "write the number of arguments, 0 for none"},
-    Rule{"argc-cut", kError, "the program gets that many arguments",
-         "write the number of arguments"},
-    Rule{"argc-converted", kWarning, "the program gets that many arguments",
-         "write an integer"},
-    Rule{"argc-too-large", kError,
-         "the forked child ends by a memory fault before it executes anything, "
-         "at each start",
-         "write the number of arguments"},
-    Rule{"args-type", kError, kChildAborts,
-         R"(write an object: { "0": "first", "1": "second" })"},
-    Rule{"args-without-argc", kWarning,
-         "the program gets none of these arguments",
-         "write \"argc\", and the arguments as an object"},
-    Rule{"arg-type", kError, kChildAborts, "write a string"},
-    Rule{"arg-missing", kWarning,
-         "the program gets an empty argument in its place",
-         "add it, or write a smaller \"argc\""},
-    Rule{"arg-unread", kWarning, "the program does not get it",
-         "number the arguments from \"0\" without gaps and write how many "
-         "there are as \"argc\""},
-
-    Rule{"arg-too-long", kError, kChain,
-         "write a shorter argument, such as the path of a file with the text"},
-    Rule{
-        "args-too-large", kError, kChain,
-        "write shorter or fewer arguments, such as the path of a file with the "
-        "texts"},
+    {"argc-type", kError, kChildAborts,
+     "write the number of arguments, without quotes"},
+    {"argc-negative", kError,
+     "the program starts without any arguments, even without its own path, "
+     "which many do not survive",
+     "write the number of arguments, 0 for none"},
+    {"argc-cut", kError, "the program gets that many arguments",
+     "write the number of arguments"},
+    {"argc-converted", kWarning, "the program gets that many arguments",
+     "write an integer"},
+    {"argc-too-large", kError,
+     "the forked child ends by a memory fault before it executes anything, "
+     "at each start",
+     "write the number of arguments"},
+    {"args-type", kError, kChildAborts,
+     R"(write an object: { "0": "first", "1": "second" })"},
+    {"args-without-argc", kWarning, "the program gets none of these arguments",
+     "write \"argc\", and the arguments as an object"},
+    {"arg-type", kError, kChildAborts, "write a string"},
+    {"arg-missing", kWarning, "the program gets an empty argument in its place",
+     "add it, or write a smaller \"argc\""},
+    {"arg-unread", kWarning, "the program does not get it",
+     "number the arguments from \"0\" without gaps and write how many "
+     "there are as \"argc\""},
+    {"arg-too-long", kError, kChain,
+     "write a shorter argument, such as the path of a file with the text"},
+    {"args-too-large", kError, kChain,
+     "write shorter or fewer arguments, such as the path of a file with the "
+     "texts"},
 
     // Any text.
-    Rule{"converted", kWarning, kConverted,
-         "write the text that you mean, in quotes"},
-    Rule{"null", kWarning, "the launcher reads it as an empty text",
-         "write a string"},
-    Rule{"cut-at-nul", kWarning, "the launcher reads only what comes before it",
-         "remove everything from \\u0000 on"},
+    {"converted", kWarning, "the launcher reads it as this text",
+     "write the text that you mean, in quotes"},
+    {"null", kWarning, "the launcher reads it as an empty text",
+     "write a string"},
+    {"cut-at-nul", kWarning, "the launcher reads only what comes before it",
+     "remove everything from \\u0000 on"},
 };
 
 }  // namespace rules

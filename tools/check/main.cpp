@@ -7,9 +7,8 @@
 #include <string>
 
 #include "tools/check/Check.h"
+#include "tools/check/Findings.h"
 #include "tools/check/Fix.h"
-#include "tools/check/ItemsFile.h"
-#include "tools/check/Report.h"
 #include "tools/text/Terminal.h"
 
 namespace {
@@ -28,19 +27,15 @@ struct Options {
   bool fix = false;
 };
 
-int StatusOf(const CheckResult& result, const Options& options) {
+int StatusOf(const CheckResult& result, bool strict) {
   if (!result.readable) {
     return kUnusable;
   }
   if (CountFindings(result, Severity::kError) > 0) {
     return kErrors;
   }
-  const bool warned = CountFindings(result, Severity::kWarning) > 0;
-  return options.strict && warned ? kWarnings : kClean;
-}
-
-std::string NameOf(const Options& options) {
-  return options.path == kStandardInput ? "(standard input)" : options.path;
+  return strict && CountFindings(result, Severity::kWarning) > 0 ? kWarnings
+                                                                 : kClean;
 }
 
 // Writes the corrected file to standard output, if it can be corrected, and
@@ -64,12 +59,13 @@ int Check(const Options& options) {
     file = Fix(file);
   }
   const CheckResult result = CheckItems(file);
+  const std::string name =
+      options.path == kStandardInput ? "(standard input)" : options.path;
   const int descriptor = options.fix ? STDERR_FILENO : STDOUT_FILENO;
   (options.fix ? std::cerr : std::cout)
-      << (options.json
-              ? JsonReport(NameOf(options), result)
-              : TextReport(NameOf(options), result, MayColour(descriptor)));
-  return StatusOf(result, options);
+      << (options.json ? JsonReport(name, result)
+                       : TextReport(name, result, MayColour(descriptor)));
+  return StatusOf(result, options.strict);
 }
 
 int Run(int argc, char** argv) {

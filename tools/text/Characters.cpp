@@ -57,6 +57,10 @@ std::string Printable(std::string_view text) {
   return result;
 }
 
+std::string Quoted(std::string_view text) {
+  return "\"" + Printable(text) + "\"";
+}
+
 std::string ValidUtf8(std::string_view text) {
   std::string result;
   while (!text.empty()) {

@@ -20,6 +20,9 @@ bool IsPrintable(const Utf8Character& character);
 //   a<line feed>b  gives  a\x0ab
 std::string Printable(std::string_view text);
 
+// The same in double quotes.
+std::string Quoted(std::string_view text);
+
 // `text` with U+FFFD in place of each byte that is not UTF-8.
 std::string ValidUtf8(std::string_view text);
 

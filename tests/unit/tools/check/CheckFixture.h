@@ -9,7 +9,6 @@
 
 #include "tests/support/TempDir.h"
 #include "tools/check/Check.h"
-#include "tools/check/ItemsFile.h"
 
 using Vector = std::vector<std::string>;
 

@@ -7,8 +7,8 @@
 
 #include "tests/support/ForkedChild.h"
 #include "tests/unit/tools/check/CheckFixture.h"
-#include "tools/check/Execution.h"
 #include "tools/check/ItemCheck.h"
+#include "tools/check/ProgramFile.h"
 
 namespace {
 

@@ -35,4 +35,13 @@ TEST(KeyNames, AreNotSeenInOtherWords) {
   EXPECT_EQ(KeyMeantBy(""), "");
 }
 
+TEST(IndexKeys, AreDecimalNumbersWithoutLeadingZeros) {
+  for (const std::uint64_t index : {0U, 9U, 10U, 123U}) {
+    EXPECT_EQ(IndexOf(std::to_string(index)), index);
+  }
+  for (const char* const key : {"", "00", "01", "-1", "+1", "1 ", "x", "1x"}) {
+    EXPECT_EQ(IndexOf(key), std::nullopt) << key;
+  }
+}
+
 }  // namespace

@@ -11,7 +11,6 @@
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/TempDir.h"
-#include "tools/check/Execution.h"
 #include "tools/check/ProgramFile.h"
 
 namespace {
@@ -315,6 +314,8 @@ TEST_F(ProgramFile, IsAdvisedOnTheUsualSlips) {
             "write the absolute path; no shell replaces ~ or variables");
   EXPECT_EQ(advice("/bin/sh -c"),
             "write \"/bin/sh\", and the rest as arguments in \"args\"");
+  EXPECT_EQ(advice("~/\x1b"),
+            "write \"" + home + "/\\x1b\"; no shell replaces ~ or variables");
   EXPECT_EQ(advice("/no/such file"), "");
 }
 

@@ -8,6 +8,8 @@ TEST(Characters, ShowsControlCharactersAsBytes) {
   EXPECT_EQ(Printable("\xC2\x9B"), "\\xc2\\x9b");
 }
 
+TEST(Characters, QuotesText) { EXPECT_EQ(Quoted("a\nb"), "\"a\\x0ab\""); }
+
 TEST(Characters, LeavesOtherAlphabetsUnchanged) {
   EXPECT_EQ(Printable("näh 数 😀"), "näh 数 😀");
 }

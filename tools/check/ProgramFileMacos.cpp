@@ -6,7 +6,7 @@
 #include <fstream>
 #include <string_view>
 
-#include "tools/check/Execution.h"
+#include "tools/check/ProgramFile.h"
 
 // There is no limit for one argument alone.
 const std::size_t kLongestArgumentBytes = SIZE_MAX;
@@ -53,17 +53,17 @@ std::optional<ProgramProblem> FindBinaryProblem(const std::string& path) {
     return std::nullopt;
   }
   if (magic != kMagic || file.gcount() != sizeof(header)) {
-    return ProgramProblem{"program-format",
-                          "is neither a binary nor a script with a \"#!\" line",
-                          ""};
+    return ProgramProblem{
+        "program-format",
+        "is neither a binary nor a script with a \"#!\" line"};
   }
   if (header.type != kProgram) {
     return ProgramProblem{"program-format",
-                          "is a Mach-O file that is not a program", ""};
+                          "is a Mach-O file that is not a program"};
   }
   if (!IsExecuted(header.processor)) {
     return ProgramProblem{"program-machine",
-                          "is a program for another processor", ""};
+                          "is a program for another processor"};
   }
   return std::nullopt;
 }

@@ -9,9 +9,10 @@
 #include <fstream>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
-#include "tools/check/Execution.h"
+#include "tools/check/ProgramFile.h"
 #include "tools/text/ShellQuote.h"
 
 const std::size_t kLongestArgumentBytes = std::size_t{128} * 1024;
@@ -33,12 +34,7 @@ namespace {
 class BinaryFile {
  public:
   explicit BinaryFile(const std::string& path)
-      : stream_(path, std::ios::binary) {
-    std::error_code ignored;
-    bytes_ = std::filesystem::file_size(path, ignored);
-  }
-
-  std::uintmax_t Bytes() const { return bytes_; }
+      : stream_(path, std::ios::binary) {}
 
   // The object at `offset`; nothing when the file ends before.
   template <class Object>
@@ -64,20 +60,14 @@ class BinaryFile {
 
  private:
   std::ifstream stream_;
-  std::uintmax_t bytes_ = 0;
 };
 
-struct Format {
-  std::string_view magic;
-  const char* name;
-};
-
-constexpr Format kForeignFormats[] = {
-    {"MZ", "a Windows program"},
-    {"\xCA\xFE\xBA\xBE", "a macOS program or a Java class"},
-    {"\xCF\xFA\xED\xFE", "a macOS program"},
-    {"\xCE\xFA\xED\xFE", "a macOS program"},
-    {std::string_view("\0asm", 4), "a WebAssembly module"},
+constexpr std::pair<std::string_view, const char*> kForeignFormats[] = {
+    {"MZ", "is a Windows program"},
+    {"\xCA\xFE\xBA\xBE", "is a macOS program or a Java class"},
+    {"\xCF\xFA\xED\xFE", "is a macOS program"},
+    {"\xCE\xFA\xED\xFE", "is a macOS program"},
+    {{"\0asm", 4}, "is a WebAssembly module"},
 };
 
 constexpr std::string_view kElf(ELFMAG, SELFMAG);
@@ -94,13 +84,13 @@ bool KnowsFurtherFormats() {
 }
 
 ProgramProblem WrongFormat(const std::string& text) {
-  return {"program-format", text, ""};
+  return {"program-format", text};
 }
 
 ProgramProblem NotElf(const std::string& head) {
-  for (const Format& format : kForeignFormats) {
-    if (head.starts_with(format.magic)) {
-      return {"program-machine", std::string("is ") + format.name, ""};
+  for (const auto& [magic, text] : kForeignFormats) {
+    if (head.starts_with(magic)) {
+      return {"program-machine", text};
     }
   }
   return WrongFormat(head.empty()
@@ -117,27 +107,22 @@ Elf64_Half OwnMachine() {
 
 // The 32-bit machine that this one's kernel also executes as a rule.
 Elf64_Half SmallMachine() {
-  switch (OwnMachine()) {
-    case EM_X86_64:
-      return EM_386;
-    case EM_AARCH64:
-      return EM_ARM;
-    default:
-      return EM_NONE;
-  }
+  return OwnMachine() == EM_X86_64    ? EM_386
+         : OwnMachine() == EM_AARCH64 ? EM_ARM
+                                      : EM_NONE;
 }
 
 std::optional<ProgramProblem> FindLoaderProblem(const std::string& loader) {
-  const ProgramProblem rule{"program-loader", "", ""};
-  const std::string text = "needs the loader " + ShellQuoted(loader) + ", ";
-  if (const auto problem = FindAccessProblem(loader)) {
-    return ProgramProblem{rule.rule, text + "which " + problem->text, ""};
-  }
+  const auto problem = FindAccessProblem(loader);
   const auto header = BinaryFile(loader).At<ElfW(Ehdr)>(0);
-  if (!header || std::memcmp(header->e_ident, ELFMAG, SELFMAG) != 0) {
-    return ProgramProblem{rule.rule, text + "which is not an ELF file", ""};
+  const bool is_elf =
+      header && std::memcmp(header->e_ident, ELFMAG, SELFMAG) == 0;
+  if (!problem && is_elf) {
+    return std::nullopt;
   }
-  return std::nullopt;
+  return ProgramProblem{"program-loader",
+                        "needs the loader " + ShellQuoted(loader) + ", which " +
+                            (problem ? problem->text : "is not an ELF file")};
 }
 
 // The path in the file's loader segment; empty when the kernel refuses it.
@@ -165,12 +150,11 @@ std::optional<ProgramProblem> FindSegmentProblem(
     }
   }
   const bool is_cut = std::ranges::any_of(segments, [&](const Segment& part) {
-    return part.p_type == PT_LOAD &&
-           std::uint64_t{part.p_offset} + part.p_filesz > file.Bytes();
+    return part.p_type == PT_LOAD && part.p_filesz > 0 &&
+           file.TextAt(part.p_offset + part.p_filesz - 1, 1).empty();
   });
   if (is_cut) {
-    return ProgramProblem{"program-truncated", "is an ELF file that is cut",
-                          ""};
+    return ProgramProblem{"program-truncated", "is an ELF file that is cut"};
   }
   return std::nullopt;
 }
@@ -200,7 +184,7 @@ std::optional<ProgramProblem> FindElfProblem(BinaryFile& file) {
   const bool has_entry = header->e_type == ET_EXEC || header->e_entry != 0;
   return has_entry ? std::nullopt
                    : std::optional(ProgramProblem{"program-library",
-                                                  "is a shared library", ""});
+                                                  "is a shared library"});
 }
 
 }  // namespace
@@ -218,7 +202,7 @@ std::optional<ProgramProblem> FindBinaryProblem(const std::string& path) {
     } else if (header->e_machine == SmallMachine()) {
       return FindElfProblem<Elf32_Ehdr, Elf32_Phdr>(file);
     } else {
-      problem = {"program-machine", "is a program for another processor", ""};
+      problem = {"program-machine", "is a program for another processor"};
     }
   }
   return KnowsFurtherFormats() ? std::nullopt : problem;

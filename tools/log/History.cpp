@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "launcher/Items.h"
-#include "tools/log/WaitStatus.h"
 
 namespace {
 

@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "tools/log/Table.h"
-#include "tools/log/WaitStatus.h"
 #include "tools/text/Characters.h"
 
 namespace {

@@ -11,7 +11,6 @@
 #include <map>
 
 #include "tools/log/History.h"
-#include "tools/log/WaitStatus.h"
 
 class Timeline {
  public:

@@ -81,9 +81,7 @@ ItemState ItemHistory::StateAt(LogMicros now) const {
 
 ItemState ItemHistory::StateAt(const Present& present) const {
   const ItemState state = StateAt(present.now);
-  const bool runs =
-      state == ItemState::kRunning || state == ItemState::kLooping;
-  return runs && !present.exists(launcher) ? ItemState::kGone : state;
+  return IsUp(state) && !present.exists(launcher) ? ItemState::kGone : state;
 }
 
 bool ItemHistory::HasDerivedState() const {
@@ -97,10 +95,7 @@ std::optional<LogMicros> ItemHistory::RunStart() const {
 }
 
 std::optional<LogMicros> ItemHistory::Uptime(const Present& present) const {
-  const ItemState state = StateAt(present);
-  const bool runs =
-      state == ItemState::kRunning || state == ItemState::kLooping;
-  const auto start = runs ? RunStart() : std::nullopt;
+  const auto start = IsUp(StateAt(present)) ? RunStart() : std::nullopt;
   return start ? std::optional(present.now - *start) : std::nullopt;
 }
 

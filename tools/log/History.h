@@ -72,6 +72,11 @@ struct StateText {
   const char* meaning;  // of a state that needs attention; otherwise null
 };
 
+// Whether the item's program runs, or will within the restart pause.
+inline bool IsUp(ItemState state) {
+  return state == ItemState::kRunning || state == ItemState::kLooping;
+}
+
 // In the order of the enumeration.
 inline constexpr std::array<StateText, 8> kStateTexts{{
     {ItemState::kRunning, "running", nullptr},

@@ -13,6 +13,7 @@ constexpr LogMicros kPause = std::chrono::microseconds(kRestartPause).count();
 // An item that has not started again after this long will not.
 constexpr LogMicros kRestartSeen = kMicrosPerSecond;
 
+constexpr std::int64_t kMinuteSeconds = 60;
 constexpr std::uint32_t kLoopingPerMinute = 5;
 
 // More launchers than this run an item of one name only in the long run.
@@ -22,27 +23,20 @@ constexpr std::size_t kMaxLaunchers = 256;
 }  // namespace
 
 void MinuteRate::Add(std::int64_t second) {
-  second = std::max(second, latest_);
-  const std::int64_t passed = std::min(second - latest_, kSeconds);
-  for (std::int64_t i = 1; i <= passed; ++i) {
-    auto& count = counts_[static_cast<std::size_t>((latest_ + i) % kSeconds)];
-    sum_ -= count;
-    count = 0;
+  if (seconds_.empty() || seconds_.back().second < second) {
+    std::erase_if(seconds_, [&](const Second& one) {
+      return one.second <= second - kMinuteSeconds;
+    });
+    seconds_.push_back({second, 0});
   }
-  if (passed == kSeconds) {
-    counts_.fill(0);
-    sum_ = 0;
-  }
-  latest_ = second;
-  ++counts_[static_cast<std::size_t>(second % kSeconds)];
-  worst_ = std::max(worst_, ++sum_);
+  ++seconds_.back().events;
+  worst_ = std::max(worst_, At(seconds_.back().second));
 }
 
 std::uint32_t MinuteRate::At(std::int64_t second) const {
   std::uint32_t sum = 0;
-  for (std::int64_t i = std::max(second, latest_) - kSeconds + 1; i <= latest_;
-       ++i) {
-    sum += i < 0 ? 0 : counts_[static_cast<std::size_t>(i % kSeconds)];
+  for (const Second& one : seconds_) {
+    sum += one.second > second - kMinuteSeconds ? one.events : 0;
   }
   return sum;
 }
@@ -112,8 +106,8 @@ bool History::IsWanted(const LogEvent& event) const {
 }
 
 bool History::Add(const LogEvent& event) {
-  ++recognised_;
-  unrecognised_ += event.fragments;
+  has_lines_ = true;
+  totals_.unrecognised += event.fragments;
   if (!IsWanted(event)) {
     return false;
   }
@@ -131,14 +125,16 @@ bool History::Add(const LogEvent& event) {
 }
 
 void History::Count(const LogEvent& event) {
-  first_ = lines_ == 0 ? event.time : std::min(first_, event.time);
-  last_ = std::max(last_, event.time);
-  ++lines_;
-  lost_ += event.lost;
-  lost_error_ = event.lost > 0 ? event.error : lost_error_;
-  cut_ += event.kind == LogEventKind::kCut ? 1U : 0U;
-  nameless_ += event.kind == LogEventKind::kNameless ? 1U : 0U;
-  parse_failed_ += event.kind == LogEventKind::kParseFailed ? 1U : 0U;
+  LogTotals& totals = totals_;
+  totals.first =
+      totals.lines == 0 ? event.time : std::min(totals.first, event.time);
+  totals.last = std::max(totals.last, event.time);
+  ++totals.lines;
+  totals.lost += event.lost;
+  totals.lost_error = event.lost > 0 ? event.error : totals.lost_error;
+  totals.cut += event.kind == LogEventKind::kCut ? 1U : 0U;
+  totals.nameless += event.kind == LogEventKind::kNameless ? 1U : 0U;
+  totals.parse_failed += event.kind == LogEventKind::kParseFailed ? 1U : 0U;
 }
 
 void History::AddItemEvent(const LogEvent& event, bool counts) {

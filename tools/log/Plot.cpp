@@ -94,7 +94,8 @@ class SvgWriter {
       : items_(history.Items(present)),
         timeline_(timeline),
         present_(present),
-        end_(std::max(history.Last(), timeline.Origin() + kMicrosPerSecond)),
+        end_(std::max(history.Totals().last,
+                      timeline.Origin() + kMicrosPerSecond)),
         bottom_(kTop + kLaneHeight * static_cast<int>(items_.size())) {}
 
   std::string Write() {

@@ -47,8 +47,8 @@ void Timeline::Add(const ProgramRun& run) {
 void Timeline::AddOpenRuns(const History& history) {
   for (const ItemHistory& item : history.AllItems()) {
     const auto start = item.RunStart();
-    if (start && IsUp(item.StateAt(history.Last()))) {
-      Fill(item.index, *start, history.Last());
+    if (start && IsUp(item.StateAt(history.Totals().last))) {
+      Fill(item.index, *start, history.Totals().last);
     }
   }
 }
@@ -58,7 +58,7 @@ LogMicros Timeline::ColumnStart(std::size_t column) const {
 }
 
 const Timeline::Lane& Timeline::Find(std::size_t item) const {
-  static const Lane kEmpty;
+  static const Lane kEmpty{};
   const auto lane = lanes_.find(item);
   return lane == lanes_.end() ? kEmpty : lane->second;
 }

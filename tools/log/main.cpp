@@ -123,7 +123,7 @@ class Program {
     if (!event) {
       history_.AddUnrecognised();
     } else if (history_.Add(*event)) {
-      if (history_.Lines() == 1) {
+      if (history_.Totals().lines == 1) {
         timeline_.Begin(event->time);
       }
       if (lists_events_) {
@@ -139,7 +139,7 @@ class Program {
   }
 
   void CheckInput() const {
-    if (history_.RecognisedLines() == 0 && history_.UnrecognisedLines() > 0) {
+    if (!history_.HasLines() && history_.Totals().unrecognised > 0) {
       throw std::runtime_error(options_.path +
                                ": not a log, no line is laid out as one");
     }

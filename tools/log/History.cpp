@@ -125,16 +125,15 @@ bool History::Add(const LogEvent& event) {
 }
 
 void History::Count(const LogEvent& event) {
-  LogTotals& totals = totals_;
-  totals.first =
-      totals.lines == 0 ? event.time : std::min(totals.first, event.time);
-  totals.last = std::max(totals.last, event.time);
-  ++totals.lines;
-  totals.lost += event.lost;
-  totals.lost_error = event.lost > 0 ? event.error : totals.lost_error;
-  totals.cut += event.kind == LogEventKind::kCut ? 1U : 0U;
-  totals.nameless += event.kind == LogEventKind::kNameless ? 1U : 0U;
-  totals.parse_failed += event.kind == LogEventKind::kParseFailed ? 1U : 0U;
+  LogTotals& all = totals_;
+  all.first = all.lines == 0 ? event.time : std::min(all.first, event.time);
+  all.last = std::max(all.last, event.time);
+  ++all.lines;
+  all.lost += event.lost;
+  all.lost_error = event.lost > 0 ? event.error : all.lost_error;
+  all.cut += event.kind == LogEventKind::kCut;
+  all.nameless += event.kind == LogEventKind::kNameless;
+  all.parse_failed += event.kind == LogEventKind::kParseFailed;
 }
 
 void History::AddItemEvent(const LogEvent& event, bool counts) {
@@ -185,11 +184,11 @@ Supervisor& History::FindSupervisor(ItemHistory& item, const LogEvent& event) {
 
 void History::AddStart(ItemHistory& item, const LogEvent& event, bool counts) {
   if (event.IsFromForkedChild()) {
-    item.copies += counts ? 1U : 0U;
+    item.copies += counts;
     return;
   }
   item.logs_starts = true;
-  item.logged_starts += counts ? 1U : 0U;
+  item.logged_starts += counts;
   Supervisor& supervisor = FindSupervisor(item, event);
   supervisor.start = event.time;
   supervisor.logs_starts = true;

@@ -71,6 +71,7 @@ std::vector<std::string> FindLogFiles(const std::string& path) {
     files[{1, ""}] = path;
   }
   std::vector<std::string> paths;
+  paths.reserve(files.size());
   for (const auto& [age, file] : files) {
     paths.push_back(file);
   }

@@ -133,7 +133,7 @@ class SvgWriter {
   }
 
   // `attributes` are added to the element's own.
-  void WriteText(double x, double y, const char* attributes,
+  void WriteText(double x, int y, const char* attributes,
                  std::string_view text) {
     out_ << "<text x=\"" << x << "\" y=\"" << y << "\" " << attributes << ">"
          << XmlText(text) << "</text>\n";

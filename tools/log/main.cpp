@@ -90,7 +90,11 @@ class Program {
   Program(const Options& options, Selection selection)
       : options_(options),
         history_(std::move(selection),
-                 [this](const ProgramRun& run) { AddRun(run); }),
+                 [this](const ProgramRun& run) {
+                   if (!options_.plot.empty()) {
+                     timeline_.Add(run);
+                   }
+                 }),
         reader_(options.path, [this](std::string_view line) { Add(line); }) {}
 
   ExitStatus Execute() {
@@ -129,12 +133,6 @@ class Program {
       if (lists_events_) {
         std::cout << EventLine(*event);
       }
-    }
-  }
-
-  void AddRun(const ProgramRun& run) {
-    if (!options_.plot.empty()) {
-      timeline_.Add(run);
     }
   }
 

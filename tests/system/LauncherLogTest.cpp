@@ -372,14 +372,18 @@ TEST_F(LauncherLog, SaysThatALogToFollowIsNotThereYet) {
   EXPECT_EQ(result.errors, "launcher-log: " + log + ": not there yet\n");
 }
 
-TEST_F(LauncherLog, ReadsALongLogInLittleMemory) {
+TEST_F(LauncherLog, ReadsALongLogOfManyItemsInLittleMemory) {
   std::string megabyte;
   while (megabyte.size() < 1024 * 1024) {
     megabyte += Line("item " + std::to_string(megabyte.size() % 20));
   }
   constexpr int kMegabytes = 64;
+  constexpr int kItems = 5000;
   const std::string log = directory_.Path() / "launcher.log";
   std::ofstream file(log, std::ios::binary);
+  for (int i = 0; i < kItems; ++i) {
+    file << Line("one of many " + std::to_string(i));
+  }
   for (int i = 0; i < kMegabytes; ++i) {
     file << megabyte;
   }

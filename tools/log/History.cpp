@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "launcher/Items.h"
-#include "tools/log/WaitStatus.h"
 
 namespace {
 
@@ -14,6 +13,7 @@ constexpr LogMicros kPause = std::chrono::microseconds(kRestartPause).count();
 // An item that has not started again after this long will not.
 constexpr LogMicros kRestartSeen = kMicrosPerSecond;
 
+constexpr std::int64_t kMinuteSeconds = 60;
 constexpr std::uint32_t kLoopingPerMinute = 5;
 
 // More launchers than this run an item of one name only in the long run.
@@ -23,27 +23,20 @@ constexpr std::size_t kMaxLaunchers = 256;
 }  // namespace
 
 void MinuteRate::Add(std::int64_t second) {
-  second = std::max(second, latest_);
-  const std::int64_t passed = std::min(second - latest_, kSeconds);
-  for (std::int64_t i = 1; i <= passed; ++i) {
-    auto& count = counts_[static_cast<std::size_t>((latest_ + i) % kSeconds)];
-    sum_ -= count;
-    count = 0;
+  if (seconds_.empty() || seconds_.back().second < second) {
+    std::erase_if(seconds_, [&](const Second& one) {
+      return one.second <= second - kMinuteSeconds;
+    });
+    seconds_.push_back({second, 0});
   }
-  if (passed == kSeconds) {
-    counts_.fill(0);
-    sum_ = 0;
-  }
-  latest_ = second;
-  ++counts_[static_cast<std::size_t>(second % kSeconds)];
-  worst_ = std::max(worst_, ++sum_);
+  ++seconds_.back().events;
+  worst_ = std::max(worst_, At(seconds_.back().second));
 }
 
 std::uint32_t MinuteRate::At(std::int64_t second) const {
   std::uint32_t sum = 0;
-  for (std::int64_t i = std::max(second, latest_) - kSeconds + 1; i <= latest_;
-       ++i) {
-    sum += i < 0 ? 0 : counts_[static_cast<std::size_t>(i % kSeconds)];
+  for (const Second& one : seconds_) {
+    sum += one.second > second - kMinuteSeconds ? one.events : 0;
   }
   return sum;
 }
@@ -82,9 +75,7 @@ ItemState ItemHistory::StateAt(LogMicros now) const {
 
 ItemState ItemHistory::StateAt(const Present& present) const {
   const ItemState state = StateAt(present.now);
-  const bool runs =
-      state == ItemState::kRunning || state == ItemState::kLooping;
-  return runs && !present.exists(launcher) ? ItemState::kGone : state;
+  return IsUp(state) && !present.exists(launcher) ? ItemState::kGone : state;
 }
 
 bool ItemHistory::HasDerivedState() const {
@@ -98,10 +89,7 @@ std::optional<LogMicros> ItemHistory::RunStart() const {
 }
 
 std::optional<LogMicros> ItemHistory::Uptime(const Present& present) const {
-  const ItemState state = StateAt(present);
-  const bool runs =
-      state == ItemState::kRunning || state == ItemState::kLooping;
-  const auto start = runs ? RunStart() : std::nullopt;
+  const auto start = IsUp(StateAt(present)) ? RunStart() : std::nullopt;
   return start ? std::optional(present.now - *start) : std::nullopt;
 }
 
@@ -118,8 +106,8 @@ bool History::IsWanted(const LogEvent& event) const {
 }
 
 bool History::Add(const LogEvent& event) {
-  ++recognised_;
-  unrecognised_ += event.fragments;
+  has_lines_ = true;
+  totals_.unrecognised += event.fragments;
   if (!IsWanted(event)) {
     return false;
   }
@@ -137,14 +125,15 @@ bool History::Add(const LogEvent& event) {
 }
 
 void History::Count(const LogEvent& event) {
-  first_ = lines_ == 0 ? event.time : std::min(first_, event.time);
-  last_ = std::max(last_, event.time);
-  ++lines_;
-  lost_ += event.lost;
-  lost_error_ = event.lost > 0 ? event.error : lost_error_;
-  cut_ += event.kind == LogEventKind::kCut ? 1U : 0U;
-  nameless_ += event.kind == LogEventKind::kNameless ? 1U : 0U;
-  parse_failed_ += event.kind == LogEventKind::kParseFailed ? 1U : 0U;
+  LogTotals& all = totals_;
+  all.first = all.lines == 0 ? event.time : std::min(all.first, event.time);
+  all.last = std::max(all.last, event.time);
+  ++all.lines;
+  all.lost += event.lost;
+  all.lost_error = event.lost > 0 ? event.error : all.lost_error;
+  all.cut += event.kind == LogEventKind::kCut;
+  all.nameless += event.kind == LogEventKind::kNameless;
+  all.parse_failed += event.kind == LogEventKind::kParseFailed;
 }
 
 void History::AddItemEvent(const LogEvent& event, bool counts) {
@@ -195,11 +184,11 @@ Supervisor& History::FindSupervisor(ItemHistory& item, const LogEvent& event) {
 
 void History::AddStart(ItemHistory& item, const LogEvent& event, bool counts) {
   if (event.IsFromForkedChild()) {
-    item.copies += counts ? 1U : 0U;
+    item.copies += counts;
     return;
   }
   item.logs_starts = true;
-  item.logged_starts += counts ? 1U : 0U;
+  item.logged_starts += counts;
   Supervisor& supervisor = FindSupervisor(item, event);
   supervisor.start = event.time;
   supervisor.logs_starts = true;

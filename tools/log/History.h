@@ -38,11 +38,11 @@ class MinuteRate {
   std::uint32_t Worst() const { return worst_; }
 
  private:
-  static constexpr std::int64_t kSeconds = 60;
-
-  std::array<std::uint32_t, kSeconds> counts_{};
-  std::int64_t latest_ = 0;
-  std::uint32_t sum_ = 0;
+  struct Second {
+    std::int64_t second;
+    std::uint32_t events;
+  };
+  std::vector<Second> seconds_;  // of the last minute, the latest last
   std::uint32_t worst_ = 0;
 };
 
@@ -71,6 +71,11 @@ struct StateText {
   const char* name;
   const char* meaning;  // of a state that needs attention; otherwise null
 };
+
+// Whether the item's program runs, or will within the restart pause.
+inline bool IsUp(ItemState state) {
+  return state == ItemState::kRunning || state == ItemState::kLooping;
+}
 
 // In the order of the enumeration.
 inline constexpr std::array<StateText, 8> kStateTexts{{
@@ -144,6 +149,19 @@ struct Selection {
   std::set<std::string> names;  // all when empty
 };
 
+// What a log holds apart from items, within the selection.
+struct LogTotals {
+  std::uint64_t lines = 0;
+  std::uint64_t lost = 0;
+  int lost_error = 0;  // of the last line lost
+  std::uint64_t cut = 0;
+  std::uint64_t unrecognised = 0;  // with or without a selection
+  std::uint64_t nameless = 0;
+  std::uint64_t parse_failed = 0;
+  LogMicros first = 0;
+  LogMicros last = 0;
+};
+
 class History {
  public:
   using RunSink = std::function<void(const ProgramRun&)>;
@@ -153,7 +171,7 @@ class History {
 
   // Returns whether the event is within the selection.
   bool Add(const LogEvent& event);
-  void AddUnrecognised() { ++unrecognised_; }
+  void AddUnrecognised() { ++totals_.unrecognised; }
 
   // Every item, in the order of their first lines. Items do not move.
   const std::deque<ItemHistory>& AllItems() const { return items_; }
@@ -166,17 +184,9 @@ class History {
   std::vector<LauncherSeen> Launchers() const;
   std::uint64_t LauncherCount() const { return launcher_count_; }
 
-  std::uint64_t RecognisedLines() const { return recognised_; }
-  // The counts within the selection.
-  std::uint64_t Lines() const { return lines_; }
-  std::uint64_t LostLines() const { return lost_; }
-  int LostError() const { return lost_error_; }  // of the last one lost
-  std::uint64_t CutLines() const { return cut_; }
-  std::uint64_t UnrecognisedLines() const { return unrecognised_; }
-  std::uint64_t NamelessItems() const { return nameless_; }
-  std::uint64_t FailedLaunches() const { return parse_failed_; }
-  LogMicros First() const { return first_; }
-  LogMicros Last() const { return last_; }
+  // With or without a selection.
+  bool HasLines() const { return has_lines_; }
+  const LogTotals& Totals() const { return totals_; }
 
  private:
   bool IsWanted(const LogEvent& event) const;
@@ -194,14 +204,6 @@ class History {
   std::map<std::string, std::size_t, std::less<>> indices_;
   std::map<std::int64_t, LauncherSeen> launchers_;
   std::uint64_t launcher_count_ = 0;
-  std::uint64_t recognised_ = 0;
-  std::uint64_t lines_ = 0;
-  std::uint64_t lost_ = 0;
-  int lost_error_ = 0;
-  std::uint64_t cut_ = 0;
-  std::uint64_t unrecognised_ = 0;
-  std::uint64_t nameless_ = 0;
-  std::uint64_t parse_failed_ = 0;
-  LogMicros first_ = 0;
-  LogMicros last_ = 0;
+  bool has_lines_ = false;
+  LogTotals totals_;
 };

@@ -1,7 +1,6 @@
 #include "tools/log/LogReader.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -55,31 +54,28 @@ bool IsCompressed(int descriptor) {
 std::vector<std::string> FindLogFiles(const std::string& path) {
   const fs::path log(path);
   const std::string stem = log.stem();
-  std::map<int, std::string, std::greater<>> numbered;
-  std::vector<std::string> aside;
+  std::map<std::pair<int, std::string>, std::string> files;  // by age
   std::error_code unreadable;
-  const fs::path directory = log.has_parent_path() ? log.parent_path() : ".";
   if (log.extension() == kLogSuffix) {
+    const fs::path directory = log.has_parent_path() ? log.parent_path() : ".";
     for (const auto& entry : fs::directory_iterator(directory, unreadable)) {
       const std::string name = entry.path().filename();
-      if (const int number = OldLogNumber(name, stem)) {
-        numbered[number] = entry.path();
-      } else if (name.starts_with(stem + ".") && name.ends_with(kAsideSuffix)) {
-        aside.push_back(entry.path());
+      const int number = OldLogNumber(name, stem);
+      if (number > 0 ||
+          (name.starts_with(stem + ".") && name.ends_with(kAsideSuffix))) {
+        files[{-number, name}] = entry.path();
       }
     }
   }
-  std::ranges::sort(aside);
-  std::vector<std::string> files;
-  files.reserve(numbered.size() + aside.size() + 1);
-  for (const auto& [number, file] : numbered) {
-    files.push_back(file);
-  }
-  files.insert(files.end(), aside.begin(), aside.end());
   if (fs::exists(log, unreadable)) {
-    files.push_back(path);
+    files[{1, ""}] = path;
   }
-  return files;
+  std::vector<std::string> paths;
+  paths.reserve(files.size());
+  for (const auto& [age, file] : files) {
+    paths.push_back(file);
+  }
+  return paths;
 }
 
 LogReader::LogReader(std::string path, LineSink on_line)
@@ -94,11 +90,9 @@ LogReader::~LogReader() {
 // The latest first: a rotation meanwhile gives a file that is open already
 // another name, and none is missed.
 bool LogReader::Open() {
-  std::vector<std::string> paths = FindLogFiles(path_);
-  std::ranges::reverse(paths);
-  for (const std::string& path : paths) {
-    OpenFile(path);
-  }
+  const std::vector<std::string> paths = FindLogFiles(path_);
+  std::for_each(paths.rbegin(), paths.rend(),
+                [this](const std::string& path) { OpenFile(path); });
   std::ranges::reverse(files_);
   return !files_.empty();
 }
@@ -109,29 +103,22 @@ bool LogReader::OpenFile(const std::string& path) {
   if (descriptor < 0 && errno != ENOENT) {
     Fail(path, std::strerror(errno));
   }
-  if (descriptor < 0 || IsOpen(descriptor)) {
+  struct stat status;
+  if (descriptor < 0 || fstat(descriptor, &status) != 0 ||
+      std::ranges::any_of(files_, [&](const File& file) {
+        return IsSameFile(file.status, status);
+      })) {
     close(descriptor);
     return false;
   }
-  files_.push_back({path, descriptor});
-  struct stat status;
-  if (fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode)) {
+  files_.push_back({path, descriptor, status});
+  if (S_ISDIR(status.st_mode)) {
     Fail(path, std::strerror(EISDIR));
   }
   if (IsCompressed(descriptor)) {
     Fail(path, "compressed; try: gunzip -c FILE | launcher-log /dev/stdin");
   }
   return true;
-}
-
-bool LogReader::IsOpen(int descriptor) const {
-  struct stat status;
-  return fstat(descriptor, &status) == 0 &&
-         std::ranges::any_of(files_, [&](const File& file) {
-           struct stat other;
-           return fstat(file.descriptor, &other) == 0 &&
-                  IsSameFile(status, other);
-         });
 }
 
 std::vector<std::string> LogReader::Files() const {
@@ -154,10 +141,8 @@ void LogReader::ReadNew() {
     ReadToEnd(files_.back());
   }
   struct stat at_path;
-  struct stat opened;
   if (stat(path_.c_str(), &at_path) != 0 ||
-      (!files_.empty() && fstat(files_.back().descriptor, &opened) == 0 &&
-       IsSameFile(at_path, opened))) {
+      (!files_.empty() && IsSameFile(at_path, files_.back().status))) {
     return;
   }
   // Rotated: what was written last to the old file comes first.

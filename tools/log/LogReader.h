@@ -2,6 +2,8 @@
 
 #pragma once
 
+#include <sys/stat.h>
+
 #include <functional>
 #include <string>
 #include <string_view>
@@ -43,10 +45,10 @@ class LogReader {
   struct File {
     std::string path;
     int descriptor;
+    struct stat status;  // when it was opened
   };
 
   bool OpenFile(const std::string& path);
-  bool IsOpen(int descriptor) const;
   void ReadToEnd(const File& file);
   void GiveLines();
   void GiveLastLine();

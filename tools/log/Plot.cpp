@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdio>
+#include <iomanip>
+#include <map>
 #include <sstream>
 #include <string_view>
+#include <utility>
 
 #include "tools/log/Times.h"
 #include "tools/text/Characters.h"
@@ -43,39 +45,14 @@ constexpr std::array<const char*, kEndCauses> kShapes{
     R"(<circle r="2" fill="#fff"/>)"};
 
 std::string XmlText(std::string_view text) {
+  static const std::map<char, const char*> kEntities{
+      {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}};
   std::string result;
   for (const char c : text) {
-    switch (c) {
-      case '&':
-        result += "&amp;";
-        break;
-      case '<':
-        result += "&lt;";
-        break;
-      case '>':
-        result += "&gt;";
-        break;
-      case '"':
-        result += "&quot;";
-        break;
-      default:
-        result += c;
-    }
+    const auto entity = kEntities.find(c);
+    result += entity == kEntities.end() ? std::string(1, c) : entity->second;
   }
   return result;
-}
-
-std::string Number(double value) {
-  std::array<char, 32> text{};
-  std::snprintf(text.data(), text.size(), "%.1f", value);
-  return text.data();
-}
-
-// `text` at `x`, `y`, whose attributes `style` are added.
-std::string Text(double x, double y, const std::string& style,
-                 std::string_view text) {
-  return "<text x=\"" + Number(x) + "\" y=\"" + Number(y) + "\" " + style +
-         ">" + XmlText(text) + "</text>";
 }
 
 constexpr LogMicros kMinute = 60 * kMicrosPerSecond;
@@ -117,26 +94,27 @@ class SvgWriter {
       : items_(history.Items(present)),
         timeline_(timeline),
         present_(present),
-        end_(std::max(history.Last(), timeline.Origin() + kMicrosPerSecond)),
+        end_(std::max(history.Totals().last,
+                      timeline.Origin() + kMicrosPerSecond)),
         bottom_(kTop + kLaneHeight * static_cast<int>(items_.size())) {}
 
   std::string Write() {
     const int height = bottom_ + kAxisHeight;
-    out_ << R"(<svg xmlns="http://www.w3.org/2000/svg" width=")" << kTotalWidth
+    out_ << std::fixed << std::setprecision(1)
+         << R"(<svg xmlns="http://www.w3.org/2000/svg" width=")" << kTotalWidth
          << R"(" height=")" << height << R"(" viewBox="0 0 )" << kTotalWidth
          << " " << height
          << R"(" font-family="sans-serif" font-size="13" role="img">)"
          << "\n<title>The launcher's items over time</title>\n"
-         << R"(<rect width="100%" height="100%" fill="#fff"/>)"
-         << "\n"
-         << Text(kLabelGap, 30, R"(font-size="18")",
-                 "Items from " + TimeText(timeline_.Origin()) + " to " +
-                     TimeText(end_))
-         << "\n";
+         << R"(<rect width="100%" height="100%" fill="#fff"/>)";
+    WriteText(
+        kLabelGap, 30, R"(font-size="18")",
+        "Items from " + TimeText(timeline_.Origin()) + " to " + TimeText(end_));
     WriteAxis();
-    for (std::size_t i = 0; i < items_.size(); ++i) {
-      const int top = kTop + kLaneHeight * static_cast<int>(i);
-      WriteLane(*items_[i], top + kLaneHeight / 2);
+    int middle = kTop + kLaneHeight / 2;
+    for (const ItemHistory* const item : items_) {
+      WriteLane(*item, middle);
+      middle += kLaneHeight;
     }
     WriteLegend(height - 24);
     out_ << "</svg>\n";
@@ -154,111 +132,103 @@ class SvgWriter {
     return X(timeline_.ColumnStart(column));
   }
 
+  // `attributes` are added to the element's own.
+  void WriteText(double x, int y, const char* attributes,
+                 std::string_view text) {
+    out_ << "<text x=\"" << x << "\" y=\"" << y << "\" " << attributes << ">"
+         << XmlText(text) << "</text>\n";
+  }
+
+  void WriteBar(double x, int middle, double width, const char* attributes) {
+    out_ << "<rect " << attributes << " x=\"" << x << "\" y=\""
+         << middle - kBarHeight / 2 << "\" width=\"" << width << "\" height=\""
+         << kBarHeight << R"(" fill="#b9d9f0" stroke="#4a7fa5"/>)"
+         << "\n";
+  }
+
   void WriteAxis() {
+    constexpr const char* kCentred = R"(text-anchor="middle")";
     const LogMicros step = TickStep(end_ - timeline_.Origin());
     for (LogMicros tick = (timeline_.Origin() / step + 1) * step; tick <= end_;
          tick += step) {
       const double x = X(tick);
       const std::string text = TickText(tick, step);
-      const std::string centred = R"(text-anchor="middle")";
-      out_ << "<path d=\"M" << Number(x) << "," << kTop << "V" << bottom_
-           << R"(" stroke="#ddd"/>)" << Text(x, bottom_ + 18, centred, text);
+      out_ << "<path d=\"M" << x << "," << kTop << "V" << bottom_
+           << R"(" stroke="#ddd"/>)";
+      WriteText(x, bottom_ + 18, kCentred, text);
       if (items_.size() > kManyLanes) {
-        out_ << Text(x, kTop - 8, centred, text);
+        WriteText(x, kTop - 8, kCentred, text);
       }
-      out_ << "\n";
     }
-    out_ << Text(kLeft + kWidth, bottom_ + 38,
-                 R"(text-anchor="end" fill="#444")", "time (UTC)")
-         << "\n";
+    WriteText(kLeft + kWidth, bottom_ + 38, R"(text-anchor="end" fill="#444")",
+              "time (UTC)");
   }
 
   void WriteLane(const ItemHistory& item, int middle) {
     constexpr std::size_t kNameColumns = 22;
     const std::string name = Printable(item.name);
-    out_ << "<g><title>" << XmlText(name) << "</title>"
-         << Text(kLeft - kLabelGap, middle + kTextShift, R"(text-anchor="end")",
-                 Cut(name, kNameColumns))
-         << R"(<path d="M)" << kLeft << "," << middle << "H" << kLeft + kWidth
+    out_ << "<g><title>" << XmlText(name) << "</title>";
+    WriteText(kLeft - kLabelGap, middle + kTextShift, R"(text-anchor="end")",
+              Cut(name, kNameColumns));
+    out_ << R"(<path d="M)" << kLeft << "," << middle << "H" << kLeft + kWidth
          << R"(" stroke="#bbb"/></g>)"
          << "\n";
     WriteLaneNotes(item, middle);
-    if (const Timeline::Lane* const lane = timeline_.Find(item.index)) {
-      WriteBars(*lane, middle);
-      WriteMarks(*lane, middle);
+    const Timeline::Lane& lane = timeline_.Find(item.index);
+    for (const auto& [first, last] : lane.runs) {
+      const double x = ColumnX(first);
+      WriteBar(x, middle, std::max(ColumnX(last + 1) - x, 1.0),
+               R"(class="run")");
     }
+    WriteMarks(lane, middle);
   }
 
   // How often it ended and, where that needs attention, its state.
   void WriteLaneNotes(const ItemHistory& item, int middle) {
-    const std::string ends =
-        CountText(item.ends) + (item.ends == 1 ? " end" : " ends");
-    const StateText& state = TextOf(item.StateAt(present_));
-    const double x = kLeft + kWidth + kLabelGap;
-    if (state.meaning == nullptr) {
-      out_ << Text(x, middle + kTextShift, R"(fill="#444")", ends) << "\n";
-      return;
-    }
     constexpr int kLineHalf = 7;
-    out_ << Text(x, middle + kTextShift - kLineHalf, R"(fill="#444")", ends)
-         << Text(x, middle + kTextShift + kLineHalf,
-                 R"(class="state" fill="#b00020" font-size="11")",
-                 std::string(state.name) + ": " + state.meaning)
-         << "\n";
-  }
-
-  void WriteBars(const Timeline::Lane& lane, int middle) {
-    for (std::size_t i = 0; i < lane.size(); ++i) {
-      if (!lane[i].ran) {
-        continue;
-      }
-      const double start = ColumnX(i);
-      while (i < lane.size() && lane[i].ran) {
-        ++i;
-      }
-      const double width = std::max(ColumnX(i) - start, 1.0);
-      out_ << R"(<rect class="run" x=")" << Number(start) << R"(" y=")"
-           << middle - kBarHeight / 2 << R"(" width=")" << Number(width)
-           << R"(" height=")" << kBarHeight
-           << R"(" fill="#b9d9f0" stroke="#4a7fa5"/>)"
-           << "\n";
+    const StateText& state = TextOf(item.StateAt(present_));
+    const bool has_state = state.meaning != nullptr;
+    const double x = kLeft + kWidth + kLabelGap;
+    const int y = middle + kTextShift;
+    WriteText(x, has_state ? y - kLineHalf : y, R"(fill="#444")",
+              CountText(item.ends) + (item.ends == 1 ? " end" : " ends"));
+    if (has_state) {
+      WriteText(x, y + kLineHalf,
+                R"(class="state" fill="#b00020" font-size="11")",
+                std::string(state.name) + ": " + state.meaning);
     }
   }
 
-  // A mark stands where the first of its ends was; those that follow within the
+  // A mark is where the first of its ends was; those that follow within the
   // mark's width are counted with it.
   void WriteMarks(const Timeline::Lane& lane, int middle) {
     double free_from = 0;  // for a number, beside the one before it
-    for (std::size_t i = 0; i < lane.size();) {
-      if (lane[i].Ends() == 0) {
-        ++i;
-        continue;
+    for (auto next = lane.ends.begin(); next != lane.ends.end();) {
+      const double x = ColumnX(next->column);
+      Timeline::Ends ends{next->column};
+      for (; next != lane.ends.end() && ColumnX(next->column) < x + kMarkWidth;
+           ++next) {
+        ends.Add(*next);
       }
-      const double x = ColumnX(i);
-      Timeline::Cell sum;
-      for (; i < lane.size() && ColumnX(i) < x + kMarkWidth; ++i) {
-        sum.Add(lane[i]);
-      }
-      WriteMark(sum, x, middle);
-      free_from = WriteCount(sum.Ends(), x, middle, free_from);
+      WriteMark(ends, x, middle);
+      free_from = WriteCount(ends.Sum(), x, middle, free_from);
     }
   }
 
   // The gravest cause's shape.
-  void WriteMark(const Timeline::Cell& cell, double x, int middle) {
-    std::string counts;
-    std::size_t gravest = 0;
+  void WriteMark(const Timeline::Ends& ends, double x, int middle) {
+    out_ << R"(<g class="end" transform="translate()" << x << "," << middle
+         << ")\"><title>";
+    const char* shape = "";
+    const char* separator = "";
     for (std::size_t cause = 0; cause < kEndCauses; ++cause) {
-      if (cell.ends[cause] > 0) {
-        gravest = cause;
-        counts += counts.empty() ? "" : ", ";
-        counts += std::string(kCauses[cause]) + ": " +
-                  std::to_string(cell.ends[cause]);
+      if (ends.counts[cause] > 0) {
+        out_ << std::exchange(separator, ", ") << kCauses[cause] << ": "
+             << ends.counts[cause];
+        shape = kShapes[cause];
       }
     }
-    out_ << R"(<g class="end" transform="translate()" << Number(x) << ","
-         << middle << ")\"><title>" << counts << "</title>" << kShapes[gravest]
-         << "</g>\n";
+    out_ << "</title>" << shape << "</g>\n";
   }
 
   // Shows that a mark is several ends: a column whose height grows with their
@@ -273,19 +243,17 @@ class SvgWriter {
     const int base = middle + kLaneHeight / 2 - 1;
     const double height = std::min<double>(kHeightPerDoubling * std::log2(ends),
                                            kLaneHeight / 2.0);
-    out_ << R"(<rect class="density" x=")" << Number(x - kMarkWidth / 2.0)
-         << R"(" y=")" << Number(base - height) << R"(" width=")" << kMarkWidth
-         << R"(" height=")" << Number(height)
-         << R"(" fill="#b00020" fill-opacity="0.3"/>)"
+    out_ << R"(<rect class="density" x=")" << x - kMarkWidth / 2.0 << R"(" y=")"
+         << base - height << R"(" width=")" << kMarkWidth << R"(" height=")"
+         << height << R"(" fill="#b00020" fill-opacity="0.3"/>)"
          << "\n";
     const std::string count = CountText(ends);
     const double half = kDigitWidth * static_cast<double>(count.size()) / 2;
     if (x - half < free_from) {
       return free_from;
     }
-    out_ << Text(x, middle - kBarHeight / 2 - 1,
-                 R"(class="count" text-anchor="middle" font-size="10")", count)
-         << "\n";
+    WriteText(x, middle - kBarHeight / 2 - 1,
+              R"(class="count" text-anchor="middle" font-size="10")", count);
     return x + half + kNumberGap;
   }
 
@@ -293,21 +261,17 @@ class SvgWriter {
     constexpr int kEntryWidth = 190;
     constexpr int kFirstEntryWidth = 120;
     int x = kLabelGap;
-    out_ << R"(<rect x=")" << x << R"(" y=")" << y - kBarHeight / 2
-         << R"(" width="28" height=")" << kBarHeight
-         << R"(" fill="#b9d9f0" stroke="#4a7fa5"/>)"
-         << Text(x + 36, y + kTextShift, "", "running") << "\n";
+    WriteBar(x, y, 28, "");
+    WriteText(x + 36, y + kTextShift, "", "running");
+    x += kFirstEntryWidth;
     for (std::size_t cause = 0; cause < kEndCauses; ++cause) {
-      x += cause == 0 ? kFirstEntryWidth : kEntryWidth;
       out_ << R"(<g transform="translate()" << x << "," << y << ")\">"
-           << kShapes[cause]
-           << Text(kLabelGap, kTextShift, "",
-                   std::string("ended: ") + kCauses[cause])
-           << "</g>\n";
+           << kShapes[cause] << "</g>";
+      WriteText(x + kLabelGap, y + kTextShift, "",
+                std::string("ended: ") + kCauses[cause]);
+      x += kEntryWidth;
     }
-    out_ << Text(x + kEntryWidth, y + kTextShift, "",
-                 "a number: that many ends in one mark")
-         << "\n";
+    WriteText(x, y + kTextShift, "", "a number: that many ends in one mark");
   }
 
   const std::vector<const ItemHistory*> items_;

@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "tools/log/Table.h"
-#include "tools/log/WaitStatus.h"
 #include "tools/text/Characters.h"
 
 namespace {
@@ -73,18 +72,10 @@ TableRow ItemRow(const ItemHistory& item, const Present& present) {
           CausesText(item)};
 }
 
-std::string FilesText(const Report& report) {
-  if (report.files.empty()) {
-    return Printable(report.path) + ": not there yet\n";
-  }
-  std::string text = Printable(report.files.back());
-  if (report.files.size() > 1) {
-    text += " and " + std::to_string(report.files.size() - 1) + " older";
-  }
-  return text + "\n";
-}
-
 std::string LauncherText(const History& history, const Present& present) {
+  if (history.LauncherCount() == 0) {
+    return "";
+  }
   const LauncherSeen last = history.Launchers().back();
   return "launchers: " + std::to_string(history.LauncherCount()) +
          ", last at " + TimeText(last.last) + ": process " +
@@ -97,17 +88,19 @@ std::string LauncherText(const History& history, const Present& present) {
 }
 
 std::string Source(const Report& report) {
-  const History& history = report.history;
-  std::string text = FilesText(report);
-  if (history.Lines() > 0) {
-    text += TimeText(history.First()) + " to " + TimeText(history.Last()) +
-            ", lines: " + std::to_string(history.Lines()) + "\n";
-  } else {
-    text += "lines: 0; above level DEBUG, an item leaves none until it ends\n";
+  const LogTotals& totals = report.history.Totals();
+  std::string text = report.files.empty()
+                         ? Printable(report.path) + ": not there yet"
+                         : Printable(report.files.back());
+  if (report.files.size() > 1) {
+    text += " and " + std::to_string(report.files.size() - 1) + " older";
   }
-  return text + (history.LauncherCount() > 0
-                     ? LauncherText(history, report.present)
-                     : "");
+  text += totals.lines > 0
+              ? "\n" + TimeText(totals.first) + " to " + TimeText(totals.last) +
+                    ", lines: " + std::to_string(totals.lines) + "\n"
+              : "\nlines: 0; above level DEBUG, an item leaves none until it "
+                "ends\n";
+  return text + LauncherText(report.history, report.present);
 }
 
 // `what` and the names, as many of them as fit a line of `width` columns, one
@@ -136,18 +129,16 @@ std::string NamesLine(std::string what, const std::vector<std::string>& names,
   return what + "\n";
 }
 
-std::string CountLine(const std::string& what, std::uint64_t count,
-                      const std::string& why = "") {
-  return count == 0 ? "" : what + ": " + std::to_string(count) + why + "\n";
+std::string CountLine(const std::string& what, std::uint64_t count) {
+  return count == 0 ? "" : what + ": " + std::to_string(count) + "\n";
 }
 
 std::string Remarks(const Report& report,
                     const std::vector<const ItemHistory*>& items) {
-  const History& history = report.history;
-  std::string text =
-      CountLine("items without a name", history.NamelessItems()) +
-      CountLine("cut lines", history.CutLines()) +
-      CountLine("unrecognised lines", history.UnrecognisedLines());
+  const LogTotals& totals = report.history.Totals();
+  std::string text = CountLine("items without a name", totals.nameless) +
+                     CountLine("cut lines", totals.cut) +
+                     CountLine("unrecognised lines", totals.unrecognised);
   if (std::ranges::any_of(items, [](const ItemHistory* item) {
         return item->HasDerivedStarts() || item->HasDerivedState();
       })) {
@@ -156,15 +147,8 @@ std::string Remarks(const Report& report,
   return text;
 }
 
-Json::Value JsonText(std::string_view text) { return ValidUtf8(text); }
-
-Json::Value JsonCount(std::uint64_t count) {
-  return static_cast<Json::UInt64>(count);
-}
-
 Json::Value JsonMilliseconds(std::optional<LogMicros> span) {
-  return span ? Json::Value(static_cast<Json::Int64>(*span / 1000))
-              : Json::Value();
+  return span ? Json::Value(*span / 1000) : Json::Value();
 }
 
 Json::Value JsonStatus(int word) {
@@ -181,32 +165,27 @@ Json::Value JsonStatus(int word) {
   return json;
 }
 
-Json::Value JsonCauses(const ItemHistory& item) {
-  Json::Value causes(Json::arrayValue);
-  for (const auto& [status, count] : CausesOf(item)) {
-    causes.append(JsonStatus(status))["count"] = JsonCount(count);
-  }
-  return causes;
-}
-
 Json::Value JsonItem(const ItemHistory& item, const Present& present) {
   Json::Value json;
-  json["name"] = JsonText(Unescaped(item.name));
-  json["starts"] = JsonCount(item.Starts());
+  json["name"] = ValidUtf8(Unescaped(item.name));
+  json["starts"] = item.Starts();
   json["starts_derived"] = item.HasDerivedStarts();
-  json["ends"] = JsonCount(item.ends);
+  json["ends"] = item.ends;
   json["last_end"] = Json::nullValue;
   if (item.ends > 0) {
     json["last_end"] = JsonStatus(item.last_status);
     json["last_end"]["time"] = TimeText(item.last_end);
   }
-  json["causes"] = JsonCauses(item);
+  json["causes"] = Json::arrayValue;
+  for (const auto& [status, count] : CausesOf(item)) {
+    json["causes"].append(JsonStatus(status))["count"] = count;
+  }
   json["per_minute_now"] = item.rate.At(present.now / kMicrosPerSecond);
   json["per_minute_worst"] = item.rate.Worst();
   json["longest_life_ms"] = JsonMilliseconds(item.Longest(present));
   json["uptime_ms"] = JsonMilliseconds(item.Uptime(present));
-  json["failed_forks"] = JsonCount(item.failed_forks);
-  json["chained_copies"] = JsonCount(item.copies);
+  json["failed_forks"] = item.failed_forks;
+  json["chained_copies"] = item.copies;
   json["state"] = TextOf(item.StateAt(present)).name;
   json["state_derived"] = item.HasDerivedState();
   return json;
@@ -214,12 +193,45 @@ Json::Value JsonItem(const ItemHistory& item, const Present& present) {
 
 Json::Value JsonLauncher(const LauncherSeen& launcher, const Present& present) {
   Json::Value json;
-  json["process"] = static_cast<Json::Int64>(launcher.process);
+  json["process"] = launcher.process;
   json["exists"] = present.exists(launcher.process);
   json["first"] = TimeText(launcher.first);
   json["last"] = TimeText(launcher.last);
   json["logs_starts"] = launcher.logs_starts;
   return json;
+}
+
+std::string LostLines(std::uint64_t count, int error) {
+  return "lost lines: " + std::to_string(count) + " (" + std::strerror(error) +
+         ")";
+}
+
+std::string EventWords(const LogEvent& event) {
+  const std::string name = Printable(event.name);
+  switch (event.kind) {
+    case LogEventKind::kStart:
+      return name + (event.IsFromForkedChild()
+                         ? " cannot be executed; tried again"
+                         : " starts");
+    case LogEventKind::kEnd:
+      return name + " (process " + std::to_string(event.child) +
+             ") ended: " + WaitStatus(event.status).Text();
+    case LogEventKind::kForkFailed:
+      return name + " could not be forked and is given up";
+    case LogEventKind::kNoProgram:
+      return name + " has an empty program path";
+    case LogEventKind::kNameless:
+      return "an item has no name and is skipped";
+    case LogEventKind::kParseFailed:
+      return "the items file could not be parsed";
+    case LogEventKind::kLost:
+      return LostLines(event.lost, event.error);
+    case LogEventKind::kCut:
+      return "a message was cut";
+    case LogEventKind::kOther:
+      break;
+  }
+  return "";
 }
 
 }  // namespace
@@ -232,7 +244,7 @@ std::string Report::Table(std::size_t width) const {
     rows.push_back(ItemRow(*item, present));
   }
   const std::string notes = Alerts(width) + Remarks(*this, items);
-  return Source(*this) + "\n" + TableText(kColumns, rows, width) +
+  return Source(*this) + "\n" + TableText(kColumns, std::move(rows), width) +
          (notes.empty() ? "" : "\n" + notes);
 }
 
@@ -249,32 +261,34 @@ std::string Report::Alerts(std::size_t width) const {
                         names[static_cast<std::size_t>(state.state)], width);
     }
   }
-  return text +
-         CountLine("items files that could not be parsed",
-                   history.FailedLaunches()) +
-         CountLine(
-             "lost lines", history.LostLines(),
-             std::string(" (") + std::strerror(history.LostError()) + ")");
+  const LogTotals& totals = history.Totals();
+  text +=
+      CountLine("items files that could not be parsed", totals.parse_failed);
+  if (totals.lost > 0) {
+    text += LostLines(totals.lost, totals.lost_error) + "\n";
+  }
+  return text;
 }
 
 std::string Report::Json() const {
+  const LogTotals& totals = history.Totals();
   Json::Value json;
   json["files"] = Json::arrayValue;
   for (const std::string& file : files) {
-    json["files"].append(JsonText(file));
+    json["files"].append(ValidUtf8(file));
   }
   json["now"] = TimeText(present.now);
-  json["lines"] = JsonCount(history.Lines());
-  if (history.Lines() > 0) {
-    json["first"] = TimeText(history.First());
-    json["last"] = TimeText(history.Last());
+  json["lines"] = totals.lines;
+  if (totals.lines > 0) {
+    json["first"] = TimeText(totals.first);
+    json["last"] = TimeText(totals.last);
   }
-  json["lost_lines"] = JsonCount(history.LostLines());
-  json["cut_lines"] = JsonCount(history.CutLines());
-  json["unreadable_lines"] = JsonCount(history.UnrecognisedLines());
-  json["nameless_items"] = JsonCount(history.NamelessItems());
-  json["failed_launches"] = JsonCount(history.FailedLaunches());
-  json["launcher_count"] = JsonCount(history.LauncherCount());
+  json["lost_lines"] = totals.lost;
+  json["cut_lines"] = totals.cut;
+  json["unreadable_lines"] = totals.unrecognised;
+  json["nameless_items"] = totals.nameless;
+  json["failed_launches"] = totals.parse_failed;
+  json["launcher_count"] = history.LauncherCount();
   json["launchers"] = Json::arrayValue;
   for (const LauncherSeen& launcher : history.Launchers()) {
     json["launchers"].append(JsonLauncher(launcher, present));
@@ -289,31 +303,6 @@ std::string Report::Json() const {
 }
 
 std::string EventLine(const LogEvent& event) {
-  const std::string name = Printable(event.name);
-  const std::string start = TimeText(event.time) + " ";
-  switch (event.kind) {
-    case LogEventKind::kStart:
-      return start + name +
-             (event.IsFromForkedChild() ? " cannot be executed; tried again\n"
-                                        : " starts\n");
-    case LogEventKind::kEnd:
-      return start + name + " (process " + std::to_string(event.child) +
-             ") ended: " + WaitStatus(event.status).Text() + "\n";
-    case LogEventKind::kForkFailed:
-      return start + name + " could not be forked and is given up\n";
-    case LogEventKind::kNoProgram:
-      return start + name + " has an empty program path\n";
-    case LogEventKind::kNameless:
-      return start + "an item has no name and is skipped\n";
-    case LogEventKind::kParseFailed:
-      return start + "the items file could not be parsed\n";
-    case LogEventKind::kLost:
-      return start + "lost lines: " + std::to_string(event.lost) + " (" +
-             std::strerror(event.error) + ")\n";
-    case LogEventKind::kCut:
-      return start + "a message was cut\n";
-    case LogEventKind::kOther:
-      break;
-  }
-  return "";
+  const std::string words = EventWords(event);
+  return words.empty() ? "" : TimeText(event.time) + " " + words + "\n";
 }

@@ -45,20 +45,19 @@ std::string Line(const std::vector<TableColumn>& columns, const TableRow& row,
 }  // namespace
 
 std::string TableText(const std::vector<TableColumn>& columns,
-                      const std::vector<TableRow>& rows, std::size_t width) {
-  TableRow headings;
-  Widths widths;
+                      std::vector<TableRow> rows, std::size_t width) {
+  TableRow& headings = *rows.emplace(rows.begin());
   for (const TableColumn& column : columns) {
     headings.emplace_back(column.heading);
-    widths.push_back(headings.back().size());
   }
+  Widths widths(columns.size());
   for (const TableRow& row : rows) {
     for (std::size_t i = 0; i < row.size(); ++i) {
       widths[i] = std::max(widths[i], DisplayWidth(row[i]));
     }
   }
   widths = FittedWidths(columns, widths, width);
-  std::string text = Line(columns, headings, widths);
+  std::string text;
   for (const TableRow& row : rows) {
     text += Line(columns, row, widths);
   }

@@ -25,4 +25,4 @@ struct TableColumn {
 // its widest cell. Where a line would be wider than `width`, columns that may
 // be cut are, the first of them last.
 std::string TableText(const std::vector<TableColumn>& columns,
-                      const std::vector<TableRow>& rows, std::size_t width);
+                      std::vector<TableRow> rows, std::size_t width);

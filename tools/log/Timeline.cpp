@@ -1,35 +1,54 @@
 #include "tools/log/Timeline.h"
 
 #include <algorithm>
+#include <functional>
+#include <iterator>
 #include <numeric>
 
-void Timeline::Cell::Add(const Cell& other) {
-  ran |= other.ran;
-  for (std::size_t cause = 0; cause < ends.size(); ++cause) {
-    ends[cause] += other.ends[cause];
-  }
+void Timeline::Ends::Add(const Ends& other) {
+  std::ranges::transform(counts, other.counts, counts.begin(), std::plus());
 }
 
-std::uint32_t Timeline::Cell::Ends() const {
-  return std::reduce(ends.begin(), ends.end());
+std::uint32_t Timeline::Ends::Sum() const {
+  return std::reduce(counts.begin(), counts.end());
+}
+
+void Timeline::Lane::Add(Run run) {
+  const auto begin = std::ranges::lower_bound(
+      runs, run.first, {}, [](const Run& before) { return before.last + 1; });
+  const auto end = std::ranges::upper_bound(begin, runs.end(), run.last + 1, {},
+                                            &Run::first);
+  if (begin != end) {
+    run.first = std::min(run.first, begin->first);
+    run.last = std::max(run.last, std::prev(end)->last);
+  }
+  runs.insert(runs.erase(begin, end), run);
+}
+
+void Timeline::Lane::Add(const Ends& more) {
+  const auto at =
+      std::ranges::lower_bound(ends, more.column, {}, &Ends::column);
+  if (at != ends.end() && at->column == more.column) {
+    at->Add(more);
+  } else {
+    ends.insert(at, more);
+  }
 }
 
 void Timeline::Add(const ProgramRun& run) {
   if (run.start) {
     Fill(run.item, *run.start, run.end);
   }
-  const auto cause = static_cast<std::size_t>(WaitStatus(run.status).Cause());
-  const std::size_t column = Column(run.end);
-  ++lanes_[run.item][column].ends[cause];
+  Ends ends{Column(run.end)};
+  ends.counts[static_cast<std::size_t>(WaitStatus(run.status).Cause())] = 1;
+  lanes_[run.item].Add(ends);
 }
 
 void Timeline::AddOpenRuns(const History& history) {
   for (const ItemHistory& item : history.AllItems()) {
-    const ItemState state = item.StateAt(history.Last());
     const auto start = item.RunStart();
-    if (start &&
-        (state == ItemState::kRunning || state == ItemState::kLooping)) {
-      Fill(item.index, *start, history.Last());
+    if (start && IsUp(item.StateAt(history.Totals().last))) {
+      Fill(item.index, *start, history.Totals().last);
     }
   }
 }
@@ -38,9 +57,10 @@ LogMicros Timeline::ColumnStart(std::size_t column) const {
   return origin_ + static_cast<LogMicros>(column) * column_;
 }
 
-const Timeline::Lane* Timeline::Find(std::size_t item) const {
+const Timeline::Lane& Timeline::Find(std::size_t item) const {
+  static const Lane kEmpty{};
   const auto lane = lanes_.find(item);
-  return lane == lanes_.end() ? nullptr : &lane->second;
+  return lane == lanes_.end() ? kEmpty : lane->second;
 }
 
 std::size_t Timeline::Column(LogMicros time) {
@@ -54,9 +74,12 @@ std::size_t Timeline::Column(LogMicros time) {
 void Timeline::Fold() {
   column_ *= 2;
   for (auto& [item, lane] : lanes_) {
-    Lane folded{};
-    for (std::size_t i = 0; i < kColumns; ++i) {
-      folded[i / 2].Add(lane[i]);
+    Lane folded;
+    for (const Run& run : lane.runs) {
+      folded.Add(Run{run.first / 2, run.last / 2});
+    }
+    for (const Ends& ends : lane.ends) {
+      folded.Add(Ends{ends.column / 2, ends.counts});
     }
     lane = folded;
   }
@@ -64,8 +87,5 @@ void Timeline::Fold() {
 
 void Timeline::Fill(std::size_t item, LogMicros start, LogMicros end) {
   const std::size_t last = Column(std::max(start, end));
-  Lane& lane = lanes_[item];
-  for (std::size_t i = Column(start); i <= last; ++i) {
-    lane[i].ran = true;
-  }
+  lanes_[item].Add(Run{Column(start), last});
 }

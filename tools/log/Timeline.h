@@ -1,7 +1,8 @@
-// When items ran and ended, for a picture: a lane of columns for each item.
+// When items ran and ended, for a picture: a lane for each item.
 //
-// There is a fixed number of columns. When the time outgrows them, two become
-// one, so memory grows with the items and not with the log.
+// Time is cut into a fixed number of columns. When it outgrows them, two become
+// one. A lane holds only the columns in which something happened, so memory
+// grows with the items and not with the log.
 
 #pragma once
 
@@ -9,22 +10,35 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <vector>
 
 #include "tools/log/History.h"
-#include "tools/log/WaitStatus.h"
 
 class Timeline {
  public:
   static constexpr std::size_t kColumns = 1024;
 
-  struct Cell {
-    bool ran = false;
-    std::array<std::uint32_t, kEndCauses> ends{};  // by cause
-
-    void Add(const Cell& other);
-    std::uint32_t Ends() const;
+  // Columns, the last one included.
+  struct Run {
+    std::size_t first;
+    std::size_t last;
   };
-  using Lane = std::array<Cell, kColumns>;
+  // The ends in a column.
+  struct Ends {
+    std::size_t column;
+    std::array<std::uint32_t, kEndCauses> counts{};  // by cause
+
+    void Add(const Ends& other);
+    std::uint32_t Sum() const;
+  };
+  // Both in the order of time. Runs that touch are one.
+  struct Lane {
+    std::vector<Run> runs;
+    std::vector<Ends> ends;
+
+    void Add(Run run);
+    void Add(const Ends& more);
+  };
 
   // Time begins at `time`; earlier times count as that.
   void Begin(LogMicros time) { origin_ = time; }
@@ -35,8 +49,8 @@ class Timeline {
 
   LogMicros Origin() const { return origin_; }
   LogMicros ColumnStart(std::size_t column) const;
-  // The item's lane; null when it has neither run nor ended.
-  const Lane* Find(std::size_t item) const;
+  // The item's lane; empty when it has neither run nor ended.
+  const Lane& Find(std::size_t item) const;
 
  private:
   std::size_t Column(LogMicros time);

@@ -4,7 +4,7 @@
 #include <array>
 #include <charconv>
 #include <chrono>
-#include <cstdio>
+#include <ctime>
 
 #include "logger/Format.h"
 
@@ -15,26 +15,19 @@ constexpr LogMicros kHour = 60 * kMinute;
 constexpr LogMicros kDay = 24 * kHour;
 
 std::optional<LogMicros> ParseSpan(std::string_view text) {
-  std::int64_t number = 0;
-  const char* const end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  constexpr std::string_view kUnits = "smhd";
+  constexpr std::array<LogMicros, kUnits.size()> kSpans{kMicrosPerSecond,
+                                                        kMinute, kHour, kDay};
   constexpr std::int64_t kMaxNumber = 1'000'000;
-  if (error != std::errc() || stop + 1 != end || number < 0 ||
-      number > kMaxNumber) {
+  const std::size_t unit =
+      text.empty() ? kUnits.npos : kUnits.find(text.back());
+  if (unit == kUnits.npos) {
     return std::nullopt;
   }
-  switch (*stop) {
-    case 's':
-      return number * kMicrosPerSecond;
-    case 'm':
-      return number * kMinute;
-    case 'h':
-      return number * kHour;
-    case 'd':
-      return number * kDay;
-    default:
-      return std::nullopt;
-  }
+  const auto number = ToNumber(text.substr(0, text.size() - 1));
+  return number && *number >= 0 && *number <= kMaxNumber
+             ? std::optional(*number * kSpans[unit])
+             : std::nullopt;
 }
 
 // Year, month, day, hour, minute, second, microseconds, as `kTimeShape` has
@@ -55,21 +48,26 @@ std::optional<LogMicros> TimeOf(const TimeFields& fields) {
   return time.time_since_epoch().count();
 }
 
-// `number` with one decimal while it is below 10.
-std::string Short(double number, const char* unit) {
-  constexpr double kLong = 10;
-  std::array<char, 32> text{};
-  // Cut, not rounded: 9.96 must not become 10.0.
-  const double shown =
-      number < kLong
-          ? static_cast<double>(static_cast<std::int64_t>(number * 10)) / 10
-          : static_cast<double>(static_cast<std::int64_t>(number));
-  std::snprintf(text.data(), text.size(), number < kLong ? "%.1f%s" : "%.0f%s",
-                shown, unit);
-  return text.data();
+// `tenths` of `unit`, with the decimal while it is below 10. Cut, not rounded:
+// 9.96 must not become 10.0.
+std::string Short(std::uint64_t tenths, const char* unit) {
+  constexpr std::uint64_t kLong = 100;
+  std::string text = std::to_string(tenths / 10);
+  if (tenths < kLong) {
+    text += "." + std::to_string(tenths % 10);
+  }
+  return text + unit;
 }
 
 }  // namespace
+
+std::optional<std::int64_t> ToNumber(std::string_view text) {
+  std::int64_t number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  return error == std::errc() && stop == end ? std::optional(number)
+                                             : std::nullopt;
+}
 
 LogMicros Now() {
   using namespace std::chrono;
@@ -104,64 +102,51 @@ std::optional<LogMicros> ParseSince(std::string_view text, LogMicros now) {
   if (text.ends_with('Z')) {
     text.remove_suffix(1);
   }
-  constexpr std::string_view kMidnight = "T00:00:00.000000Z";
-  for (const std::string_view whole :
-       {"dddd-dd-dd", "dddd-dd-ddTdd:dd", "dddd-dd-ddTdd:dd:dd",
-        "dddd-dd-ddTdd:dd:dd.dddddd"}) {
-    if (text.size() == whole.size()) {
-      const std::size_t missing = kTimeShape.size() - whole.size();
-      return ParseLogTime(std::string(text).append(
-          kMidnight.substr(kMidnight.size() - missing)));
+  // Whole up to the day, the minute, the second or the microsecond.
+  constexpr std::string_view kMidnight = "0000-00-00T00:00:00.000000Z";
+  for (const std::size_t length : {10U, 16U, 19U, 26U}) {
+    if (text.size() == length) {
+      return ParseLogTime(std::string(text).append(kMidnight.substr(length)));
     }
   }
   return std::nullopt;
 }
 
 std::string TimeText(LogMicros time) {
-  using namespace std::chrono;
-  const sys_time<microseconds> point{microseconds(time)};
-  const auto midnight = floor<days>(point);
-  const year_month_day date(midnight);
-  const hh_mm_ss clock(floor<seconds>(point - midnight));
-  std::array<char, 64> text{};
-  std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02dZ",
-                static_cast<int>(date.year()),
-                static_cast<unsigned>(date.month()),
-                static_cast<unsigned>(date.day()),
-                static_cast<int>(clock.hours().count()),
-                static_cast<int>(clock.minutes().count()),
-                static_cast<int>(clock.seconds().count()));
+  const auto seconds = static_cast<std::time_t>(time / kMicrosPerSecond);
+  std::tm utc{};
+  gmtime_r(&seconds, &utc);
+  std::array<char, 32> text{};
+  std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &utc);
   return text.data();
 }
 
 std::string SpanText(LogMicros span) {
   span = std::max<LogMicros>(span, 0);
-  constexpr LogMicros kManyHours = 48 * kHour;
   if (span < kMicrosPerSecond) {
     return std::to_string(span / 1000) + "ms";
   }
   if (span < kMinute) {
-    return Short(static_cast<double>(span) / kMicrosPerSecond, "s");
+    constexpr LogMicros kTenth = kMicrosPerSecond / 10;
+    return Short(static_cast<std::uint64_t>(span / kTenth), "s");
   }
   if (span < kHour) {
     return std::to_string(span / kMinute) + "m";
   }
-  return span < kManyHours ? std::to_string(span / kHour) + "h"
-                           : std::to_string(span / kDay) + "d";
+  return span < 2 * kDay ? std::to_string(span / kHour) + "h"
+                         : std::to_string(span / kDay) + "d";
 }
 
 std::string CountText(std::uint64_t count) {
-  constexpr std::uint64_t kShown = 100'000;
-  constexpr double kThousand = 1000;
-  if (count < kShown) {
+  constexpr std::uint64_t kThousand = 1000;
+  constexpr std::uint64_t kMillion = kThousand * kThousand;
+  constexpr std::uint64_t kBillion = kThousand * kMillion;
+  if (count < 100 * kThousand) {
     return std::to_string(count);
   }
-  double number = static_cast<double>(count) / kThousand;
-  for (const char* const unit : {"k", "M"}) {
-    if (number < kThousand) {
-      return Short(number, unit);
-    }
-    number /= kThousand;
+  if (count < kMillion) {
+    return Short(count / (kThousand / 10), "k");
   }
-  return Short(number, "G");
+  return count < kBillion ? Short(count / (kMillion / 10), "M")
+                          : Short(count / (kBillion / 10), "G");
 }

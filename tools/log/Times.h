@@ -1,4 +1,4 @@
-// Times and spans of time, read and written.
+// Times, spans of time and numbers, read and written.
 
 #pragma once
 
@@ -12,8 +12,10 @@ using LogMicros = std::int64_t;
 
 inline constexpr LogMicros kMicrosPerSecond = 1'000'000;
 
-// The present time.
 LogMicros Now();
+
+// The decimal number that `text` is; nothing for anything else.
+std::optional<std::int64_t> ToNumber(std::string_view text);
 
 // The time that `text` begins with, written as in a log; nothing when it begins
 // with no such time.

@@ -90,7 +90,11 @@ class Program {
   Program(const Options& options, Selection selection)
       : options_(options),
         history_(std::move(selection),
-                 [this](const ProgramRun& run) { AddRun(run); }),
+                 [this](const ProgramRun& run) {
+                   if (!options_.plot.empty()) {
+                     timeline_.Add(run);
+                   }
+                 }),
         reader_(options.path, [this](std::string_view line) { Add(line); }) {}
 
   ExitStatus Execute() {
@@ -123,7 +127,7 @@ class Program {
     if (!event) {
       history_.AddUnrecognised();
     } else if (history_.Add(*event)) {
-      if (history_.Lines() == 1) {
+      if (history_.Totals().lines == 1) {
         timeline_.Begin(event->time);
       }
       if (lists_events_) {
@@ -132,14 +136,8 @@ class Program {
     }
   }
 
-  void AddRun(const ProgramRun& run) {
-    if (!options_.plot.empty()) {
-      timeline_.Add(run);
-    }
-  }
-
   void CheckInput() const {
-    if (history_.RecognisedLines() == 0 && history_.UnrecognisedLines() > 0) {
+    if (!history_.HasLines() && history_.Totals().unrecognised > 0) {
       throw std::runtime_error(options_.path +
                                ": not a log, no line is laid out as one");
     }

@@ -206,14 +206,14 @@ TEST_F(HistoryOf, CountsEventsThatConcernNoItem) {
   lost.error = ENOSPC;
   history_->Add(lost);
   history_->AddUnrecognised();
-  EXPECT_EQ(history_->NamelessItems(), 1U);
-  EXPECT_EQ(history_->FailedLaunches(), 1U);
-  EXPECT_EQ(history_->LostLines(), 7U);
-  EXPECT_EQ(history_->LostError(), ENOSPC);
-  EXPECT_EQ(history_->UnrecognisedLines(), 1U);
-  EXPECT_EQ(history_->Lines(), 3U);
-  EXPECT_EQ(history_->First(), At(0));
-  EXPECT_EQ(history_->Last(), At(5));
+  EXPECT_EQ(history_->Totals().nameless, 1U);
+  EXPECT_EQ(history_->Totals().parse_failed, 1U);
+  EXPECT_EQ(history_->Totals().lost, 7U);
+  EXPECT_EQ(history_->Totals().lost_error, ENOSPC);
+  EXPECT_EQ(history_->Totals().unrecognised, 1U);
+  EXPECT_EQ(history_->Totals().lines, 3U);
+  EXPECT_EQ(history_->Totals().first, At(0));
+  EXPECT_EQ(history_->Totals().last, At(5));
   const auto launchers = history_->Launchers();
   ASSERT_EQ(launchers.size(), 2U);
   EXPECT_EQ(launchers.back().process, 20);
@@ -291,14 +291,14 @@ TEST_F(HistoryOf, KeepsHealthyItemsThatTheSelectionPrecedes) {
   EXPECT_EQ(Item(1).rate.Worst(), 0U);
   EXPECT_TRUE(Item(1).statuses.empty());
   EXPECT_FALSE(Item(1).longest_ended);
-  EXPECT_EQ(history_->Lines(), 0U);
-  EXPECT_EQ(history_->NamelessItems(), 0U);
-  EXPECT_EQ(history_->RecognisedLines(), 5U);
+  EXPECT_EQ(history_->Totals().lines, 0U);
+  EXPECT_EQ(history_->Totals().nameless, 0U);
+  EXPECT_TRUE(history_->HasLines());
   EXPECT_TRUE(runs_.empty());
   Add(100, LogEventKind::kEnd, "old", 0, 21, 20);
   EXPECT_EQ(Shown(200, 10), (std::vector<std::string>{"old", "healthy"}));
   EXPECT_EQ(Item(0).ends, 1U);
-  EXPECT_EQ(history_->First(), At(100));
+  EXPECT_EQ(history_->Totals().first, At(100));
 }
 
 TEST_F(HistoryOf, HoldsSelectedItemsAlone) {
@@ -320,8 +320,8 @@ TEST_F(HistoryOf, CountsCutLinesAndFragments) {
   event.kind = LogEventKind::kCut;
   event.fragments = 2;
   history_->Add(event);
-  EXPECT_EQ(history_->CutLines(), 1U);
-  EXPECT_EQ(history_->UnrecognisedLines(), 2U);
+  EXPECT_EQ(history_->Totals().cut, 1U);
+  EXPECT_EQ(history_->Totals().unrecognised, 2U);
 }
 
 TEST_F(HistoryOf, KnowsWhetherALauncherLogsStarts) {

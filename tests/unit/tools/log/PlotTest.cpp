@@ -27,8 +27,9 @@ class PlotOf : public testing::Test {
 
   std::string Svg() {
     timeline_.AddOpenRuns(history_);
-    return PlotSvg(history_, timeline_,
-                   {history_.Last(), [this](std::int64_t) { return exists_; }});
+    return PlotSvg(
+        history_, timeline_,
+        {history_.Totals().last, [this](std::int64_t) { return exists_; }});
   }
 
   static std::size_t Count(const std::string& text, const std::string& part) {

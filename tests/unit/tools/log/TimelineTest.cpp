@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
+#include <random>
+
 #include "tools/log/Timeline.h"
 
 namespace {
@@ -20,19 +24,12 @@ class TimelineOf : public testing::Test {
     history_.Add(event);
   }
 
-  // The first and the last time of the lane's columns that ran, in order.
+  // When each run begins, and its last column, in order.
   std::vector<LogMicros> Runs() const {
     std::vector<LogMicros> bounds;
-    const Timeline::Lane* const lane = timeline_.Find(0);
-    for (std::size_t i = 0; lane != nullptr && i < lane->size(); ++i) {
-      const bool before = i > 0 && (*lane)[i - 1].ran;
-      const bool after = i + 1 < lane->size() && (*lane)[i + 1].ran;
-      if ((*lane)[i].ran && !before) {
-        bounds.push_back(timeline_.ColumnStart(i));
-      }
-      if ((*lane)[i].ran && !after) {
-        bounds.push_back(timeline_.ColumnStart(i));
-      }
+    for (const auto& [first, last] : timeline_.Find(0).runs) {
+      bounds.push_back(timeline_.ColumnStart(first));
+      bounds.push_back(timeline_.ColumnStart(last));
     }
     return bounds;
   }
@@ -58,8 +55,9 @@ TEST_F(TimelineOf, KnowsWhenAnItemRan) {
   EXPECT_TRUE(IsNear(runs[3], 60 * kSecond));
 }
 
-TEST_F(TimelineOf, HasNoLaneForAnItemThatNeitherRanNorEnded) {
-  EXPECT_EQ(timeline_.Find(0), nullptr);
+TEST_F(TimelineOf, HasAnEmptyLaneForAnItemThatNeitherRanNorEnded) {
+  EXPECT_TRUE(timeline_.Find(0).runs.empty());
+  EXPECT_TRUE(timeline_.Find(0).ends.empty());
 }
 
 TEST_F(TimelineOf, KeepsEveryEndWhenTimeGrows) {
@@ -69,9 +67,10 @@ TEST_F(TimelineOf, KeepsEveryEndWhenTimeGrows) {
   }
   std::uint32_t failures = 0;
   std::uint32_t ends = 0;
-  for (const Timeline::Cell& cell : *timeline_.Find(0)) {
-    failures += cell.ends[static_cast<std::size_t>(EndCause::kFailure)];
-    ends += cell.Ends();
+  for (const Timeline::Ends& some : timeline_.Find(0).ends) {
+    EXPECT_LT(some.column, Timeline::kColumns);
+    failures += some.counts[static_cast<std::size_t>(EndCause::kFailure)];
+    ends += some.Sum();
   }
   EXPECT_EQ(ends, 5000U);
   EXPECT_EQ(failures, 2500U);
@@ -81,14 +80,13 @@ TEST_F(TimelineOf, KeepsTheOrderWhenTimeGrows) {
   Add(0, LogEventKind::kEnd, 9);
   Add(3 * kSecond, LogEventKind::kEnd, 0);
   Add(1000 * kSecond, LogEventKind::kEnd, 256);
-  const Timeline::Lane& lane = *timeline_.Find(0);
   std::vector<std::size_t> causes;
   std::vector<LogMicros> times;
-  for (std::size_t i = 0; i < lane.size(); ++i) {
+  for (const Timeline::Ends& ends : timeline_.Find(0).ends) {
     for (std::size_t cause = 0; cause < kEndCauses; ++cause) {
-      if (lane[i].ends[cause] > 0) {
+      if (ends.counts[cause] > 0) {
         causes.push_back(cause);
-        times.push_back(timeline_.ColumnStart(i));
+        times.push_back(timeline_.ColumnStart(ends.column));
       }
     }
   }
@@ -105,7 +103,8 @@ TEST_F(TimelineOf, CountsTimesBeforeItsOriginAsTheOrigin) {
   Add(50 * kSecond, LogEventKind::kStart);
   Add(60 * kSecond, LogEventKind::kEnd);
   EXPECT_EQ(timeline_.Origin(), 100 * kSecond);
-  EXPECT_EQ(timeline_.Find(0)->front().Ends(), 1U);
+  EXPECT_EQ(timeline_.Find(0).ends.front().Sum(), 1U);
+  EXPECT_EQ(timeline_.Find(0).ends.front().column, 0U);
   EXPECT_EQ(Runs().front(), 100 * kSecond);
 }
 
@@ -149,6 +148,41 @@ TEST_F(TimelineOf, AddsNoOpenRunOfAnEarlierLauncher) {
   ASSERT_GE(runs.size(), 2U);
   EXPECT_TRUE(IsNear(runs.front(), 50 * kSecond));
   EXPECT_TRUE(IsNear(runs.back(), 90 * kSecond));
+}
+
+// Against a lane of a flag and a number for each column.
+TEST(TimelineLane, KeepsRunsAndEndsInOrder) {
+  constexpr std::size_t kColumns = 40;
+  std::mt19937 random(1);
+  for (int round = 0; round < 200; ++round) {
+    Timeline::Lane lane;
+    std::array<bool, kColumns> ran{};
+    std::array<std::uint32_t, kColumns> ends{};
+    for (int i = 0; i < 12; ++i) {
+      const std::size_t first = random() % kColumns;
+      const std::size_t last = std::min(first + random() % 6, kColumns - 1);
+      lane.Add(Timeline::Run{first, last});
+      std::fill(&ran[first], &ran[last] + 1, true);
+      lane.Add(Timeline::Ends{last, {1}});
+      ++ends[last];
+    }
+    std::array<bool, kColumns> shown{};
+    std::size_t free_from = 0;
+    for (const auto& [first, last] : lane.runs) {
+      ASSERT_GE(first, free_from);
+      ASSERT_LE(first, last);
+      std::fill(&shown[first], &shown[last] + 1, true);
+      free_from = last + 2;
+    }
+    ASSERT_EQ(shown, ran);
+    std::array<std::uint32_t, kColumns> counted{};
+    for (const Timeline::Ends& some : lane.ends) {
+      ASSERT_EQ(counted[some.column], 0U);
+      counted[some.column] = some.Sum();
+    }
+    ASSERT_EQ(counted, ends);
+    ASSERT_TRUE(std::ranges::is_sorted(lane.ends, {}, &Timeline::Ends::column));
+  }
 }
 
 }  // namespace

@@ -66,6 +66,15 @@ TEST(Times, ReadsTheTimeThatALineBeginsWith) {
   }
 }
 
+TEST(Times, ReadsWholeNumbersOnly) {
+  EXPECT_EQ(ToNumber("-17"), -17);
+  EXPECT_EQ(ToNumber("9223372036854775807"), INT64_MAX);
+  for (const char* const text :
+       {"", "-", "+1", " 1", "1 ", "1x", "9223372036854775808"}) {
+    EXPECT_FALSE(ToNumber(text)) << text;
+  }
+}
+
 TEST(Times, WritesTimes) {
   EXPECT_EQ(TimeText(kNow + 999999), "2026-11-21T06:20:31Z");
   EXPECT_EQ(TimeText(0), "1970-01-01T00:00:00Z");

@@ -256,7 +256,7 @@ TEST_F(LauncherStatus, ShowsWhatALauncherThatIsGoneHasLeft) {
   const int chain = orphans[0]["process"] == left ? 1 : 0;
   EXPECT_EQ(orphans[1 - chain]["process"], left);
   EXPECT_GE(orphans[chain]["chain_processes"].asInt(), 2);
-  EXPECT_NE(Run().output.find("\n\norphans: "), std::string::npos);
+  EXPECT_NE(Run().output.find("\n\norphans, "), std::string::npos);
 }
 
 TEST_F(LauncherStatus, RenewsItsTable) {

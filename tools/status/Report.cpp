@@ -34,9 +34,14 @@ struct Unit {
   double size;
   char name;
 };
+using Units = std::array<Unit, 4>;
+
+constexpr Units kSeconds{{{1, 's'}, {60, 'm'}, {3600, 'h'}, {86400, 'd'}}};
+constexpr Units kBytes{
+    {{0x1p10, 'K'}, {0x1p20, 'M'}, {0x1p30, 'G'}, {0x1p40, 'T'}}};
 
 // In the last unit that `amount` fills, or in the first.
-std::string Scaled(double amount, const std::array<Unit, 4>& units) {
+std::string Scaled(double amount, const Units& units) {
   Unit unit = units[0];
   for (const Unit& larger : units) {
     unit = amount >= larger.size ? larger : unit;
@@ -50,28 +55,25 @@ double Seconds(std::chrono::milliseconds span) {
   return std::chrono::duration<double>(span).count();
 }
 
-std::string SpanText(std::chrono::milliseconds span) {
-  return Scaled(Seconds(span),
-                {{{1, 's'}, {60, 'm'}, {3600, 'h'}, {86400, 'd'}}});
-}
-
-std::string MemoryText(std::uint64_t bytes) {
-  return Scaled(static_cast<double>(bytes),
-                {{{0x1p10, 'K'}, {0x1p20, 'M'}, {0x1p30, 'G'}, {0x1p40, 'T'}}});
-}
-
 Numbers WorkerNumbers(const std::optional<Worker>& worker) {
   if (!worker) {
     return {"-", "-", "-", "-"};
   }
   const Process& process = worker->process;
-  return {std::to_string(process.id), SpanText(process.uptime),
-          SpanText(process.processor_time), MemoryText(process.resident_bytes)};
+  return {std::to_string(process.id), Scaled(Seconds(process.uptime), kSeconds),
+          Scaled(Seconds(process.processor_time), kSeconds),
+          Scaled(static_cast<double>(process.resident_bytes), kBytes)};
 }
 
-std::string WorkerRow(const Worker& worker) {
-  return Row(ShellQuoted(worker.process.arguments), WorkerState(worker),
-             WorkerNumbers(worker));
+// Nothing when there are no workers.
+std::string WorkerTable(const std::string& title,
+                        const std::vector<Worker>& workers) {
+  std::string text = workers.empty() ? "" : title + ":\n";
+  for (const Worker& worker : workers) {
+    text += Row(ShellQuoted(worker.process.arguments), WorkerState(worker),
+                WorkerNumbers(worker));
+  }
+  return text;
 }
 
 std::string StartText(const Process& process) {
@@ -112,13 +114,8 @@ std::string LauncherTable(const LauncherStatus& launcher, bool coloured) {
         Row(Printable(item.name), item.state, WorkerNumbers(item.worker)),
         Colour::kRed, coloured && item.state != kRunning);
   }
-  if (!launcher.unassigned.empty()) {
-    text += "processes of items not known:\n";
-  }
-  for (const Worker& worker : launcher.unassigned) {
-    text += WorkerRow(worker);
-  }
-  return text;
+  return text +
+         WorkerTable("processes of items not known", launcher.unassigned);
 }
 
 Json::Value JsonWorker(const Worker& worker) {
@@ -171,13 +168,8 @@ std::string TableReport(const Status& status, bool coloured) {
   if (status.launchers.empty()) {
     text = "no launcher of this user runs\n";
   }
-  if (!status.orphans.empty()) {
-    text += "\norphans: no launcher stops them or starts them again\n";
-  }
-  for (const Worker& worker : status.orphans) {
-    text += WorkerRow(worker);
-  }
-  return text;
+  return text +
+         WorkerTable("\norphans, which no launcher stops", status.orphans);
 }
 
 std::string JsonReport(const Status& status) {

@@ -231,12 +231,14 @@ bool IsShared(const fs::path& file, const Status& status) {
 
 bool RunsAnItem(const Process& process, const Status& status) {
   const std::string command = Command(process.arguments);
-  return std::ranges::any_of(
-      status.launchers, [&](const LauncherStatus& launcher) {
-        return std::ranges::any_of(launcher.items, [&](const ItemStatus& item) {
-          return IsSimilar(command, item.command);
-        });
-      });
+  for (const LauncherStatus& launcher : status.launchers) {
+    for (const ItemStatus& item : launcher.items) {
+      if (IsSimilar(command, item.command)) {
+        return true;
+      }
+    }
+  }
+  return false;
 }
 
 }  // namespace
@@ -251,7 +253,7 @@ std::string WorkerState(const Worker& worker) {
 
 Status FindStatus(const std::vector<Process>& processes, uid_t user) {
   Children children;
-  // A user's service manager also adopts the children of what has ended.
+  // A user's service manager adopts orphans, too.
   std::set<pid_t> adopters{1};
   for (const Process& process : processes) {
     children.emplace(process.parent, &process);
@@ -278,12 +280,9 @@ Status FindStatus(const std::vector<Process>& processes, uid_t user) {
   return status;
 }
 
-bool AllRun(const Status& status) {
-  return std::ranges::all_of(
-      status.launchers, [](const LauncherStatus& launcher) {
-        return launcher.problem.empty() &&
-               std::ranges::all_of(launcher.items, [](const ItemStatus& item) {
-                 return item.state == kRunning;
-               });
-      });
+bool AllRun(const LauncherStatus& launcher) {
+  const auto runs = [](const ItemStatus& item) {
+    return item.state == kRunning;
+  };
+  return launcher.problem.empty() && std::ranges::all_of(launcher.items, runs);
 }

@@ -14,7 +14,7 @@
 
 #include "tools/status/ProcessTable.h"
 
-// The states of an item that is no chain.
+// The states of an item that is not a chain.
 inline constexpr const char* kRunning = "running";
 inline constexpr const char* kBetweenStarts = "between two starts";
 inline constexpr const char* kNotRunning = "not running";  // why is not known
@@ -61,5 +61,5 @@ struct Status {
 // The launchers of `user` among `processes`, which ReadProcesses has returned.
 Status FindStatus(const std::vector<Process>& processes, uid_t user);
 
-// Whether all items of all launchers run.
-bool AllRun(const Status& status);
+// Whether its items are known, and all of them run.
+bool AllRun(const LauncherStatus& launcher);

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -104,7 +105,7 @@ int Run(int argc, char** argv) {
   if (status.launchers.empty()) {
     return kNoLauncher;
   }
-  return AllRun(status) ? kAllRun : kNotAllRun;
+  return std::ranges::all_of(status.launchers, AllRun) ? kAllRun : kNotAllRun;
 }
 
 }  // namespace

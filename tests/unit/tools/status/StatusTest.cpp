@@ -112,7 +112,7 @@ TEST_F(StatusTest, FindsALauncherAndItsItems) {
   ASSERT_EQ(launcher.items.size(), 2U);
   EXPECT_EQ(launcher.items[1].name, "b");
   EXPECT_EQ(launcher.items[1].worker->process.id, 102);
-  EXPECT_TRUE(AllRun(Find()));
+  EXPECT_TRUE(AllRun(FindLauncher()));
   EXPECT_TRUE(Find().orphans.empty());
 }
 
@@ -161,7 +161,7 @@ TEST_F(StatusTest, CountsTheLaterOfTwoItemsWithOneName) {
   const LauncherStatus launcher = FindLauncher();
   ASSERT_EQ(launcher.items.size(), 2U);
   EXPECT_EQ(launcher.items[0].worker->process.id, 101);
-  EXPECT_TRUE(AllRun(Find()));
+  EXPECT_TRUE(AllRun(FindLauncher()));
 }
 
 TEST_F(StatusTest, AnItemWhoseArgumentsThrowIsStartedAgainAndAgain) {
@@ -252,7 +252,7 @@ TEST_F(StatusTest, GuessesNothing) {
 TEST_F(StatusTest, AThreadForEachItemMeansThatMissingOnesStartAgain) {
   Launch(kTwo, 2);
   EXPECT_EQ(States(), (::States{kBetweenStarts, kBetweenStarts}));
-  EXPECT_FALSE(AllRun(Find()));
+  EXPECT_FALSE(AllRun(FindLauncher()));
   TheLauncher().threads += 1;  // a logger library's
   EXPECT_EQ(States(), (::States{kBetweenStarts, kBetweenStarts}));
 }
@@ -282,7 +282,7 @@ TEST_F(StatusTest, KnowsThatAllRunWithoutKnowingWhich) {
   Run(102, {"y"});
   EXPECT_EQ(States(), (::States{kRunning, kRunning}));
   EXPECT_FALSE(FindLauncher().items[0].worker);
-  EXPECT_TRUE(AllRun(Find()));
+  EXPECT_TRUE(AllRun(FindLauncher()));
 }
 
 TEST_F(StatusTest, SaysNothingOfItemsThatMayBeOthersProcesses) {
@@ -304,7 +304,7 @@ TEST_F(StatusTest, FollowsAChainToItsEnd) {
   EXPECT_EQ(launcher.items[0].state, "chain of 3 processes");
   EXPECT_EQ(launcher.items[0].worker->links, 3U);
   EXPECT_EQ(launcher.items[0].worker->process.id, 101);
-  EXPECT_FALSE(AllRun(Find()));
+  EXPECT_FALSE(AllRun(FindLauncher()));
   EXPECT_TRUE(Find().orphans.empty());
 }
 
@@ -341,10 +341,10 @@ TEST_F(StatusTest, NoticesAFileThatHasChangedSinceTheStart) {
 
 TEST_F(StatusTest, SaysWhyAnItemsFileCannotBeUsed) {
   Launch("{}", 0);
-  EXPECT_TRUE(AllRun(Find()));
+  EXPECT_TRUE(AllRun(FindLauncher()));
   directory_.Write("items.json", "{");
   EXPECT_EQ(FindLauncher().problem, "cannot be read as JSON");
-  EXPECT_FALSE(AllRun(Find()));
+  EXPECT_FALSE(AllRun(FindLauncher()));
   fs::remove(file_);
   EXPECT_EQ(FindLauncher().problem, "No such file or directory");
   fs::create_directory(file_);

@@ -93,8 +93,7 @@ std::string Warnings(const LauncherStatus& launcher) {
   }
   if (launcher.changed) {
     text +=
-        "the items file has changed since the start: the launcher does not "
-        "know that\n";
+        "the items file has changed since the start; only a restart helps\n";
   }
   if (launcher.shared) {
     text += "another launcher runs the same items file: each item runs twice\n";

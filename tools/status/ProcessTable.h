@@ -15,9 +15,8 @@ struct Process {
   pid_t id = 0;
   pid_t parent = 0;
   uid_t user = 0;
-  std::string name;          // its executable's, cut after 15 bytes
-  std::string command_line;  // its arguments, a NUL after each
   int threads = 0;
+  std::vector<std::string> arguments;
   std::chrono::milliseconds uptime{0};
   std::chrono::milliseconds processor_time{0};
   std::uint64_t resident_bytes = 0;

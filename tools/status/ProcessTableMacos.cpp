@@ -2,12 +2,13 @@
 #include <mach/mach_time.h>
 #include <sys/proc_info.h>
 #include <sys/sysctl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <optional>
-#include <string_view>
+#include <sstream>
 #include <system_error>
 
 #include "tools/status/ProcessTable.h"
@@ -17,36 +18,29 @@ namespace {
 using std::chrono::duration_cast;
 using std::chrono::milliseconds;
 
-// Large enough for the arguments and the environment of any process.
-std::vector<char> ArgumentBuffer() {
-  int name[] = {CTL_KERN, KERN_ARGMAX};
-  int bytes = 0;
-  std::size_t size = sizeof bytes;
-  if (sysctl(name, 2, &bytes, &size, nullptr, 0) != 0) {
-    throw std::system_error(errno, std::generic_category(), "KERN_ARGMAX");
-  }
-  return std::vector<char>(static_cast<std::size_t>(bytes));
-}
-
 // The kernel gives the number of arguments, the executable's path, NULs that
 // align what follows, the arguments, the environment.
-std::string CommandLine(pid_t process, std::vector<char>& buffer) {
+std::vector<std::string> Arguments(pid_t process, std::vector<char>& buffer) {
   int name[] = {CTL_KERN, KERN_PROCARGS2, process};
   int count = 0;
   std::size_t size = buffer.size();
+  std::vector<std::string> arguments;
   if (sysctl(name, 3, buffer.data(), &size, nullptr, 0) != 0 ||
       size < sizeof count) {
-    return "";
+    return arguments;
   }
   std::memcpy(&count, buffer.data(), sizeof count);
-  std::string_view rest(buffer.data() + sizeof count, size - sizeof count);
-  rest.remove_prefix(std::min(rest.find('\0'), rest.size()));
-  rest.remove_prefix(std::min(rest.find_first_not_of('\0'), rest.size()));
-  std::size_t end = 0;
-  for (; count > 0 && end < rest.size(); --count) {
-    end = std::min(rest.find('\0', end), rest.size() - 1) + 1;
+  std::istringstream words(
+      std::string(buffer.data() + sizeof count, size - sizeof count));
+  std::string word;
+  std::getline(words, word, '\0');
+  while (words.peek() == '\0') {
+    words.get();
   }
-  return std::string(rest.substr(0, end));
+  for (; count > 0 && std::getline(words, word, '\0'); --count) {
+    arguments.push_back(word);
+  }
+  return arguments;
 }
 
 // Processor time counts in units of the machine's own.
@@ -75,9 +69,8 @@ std::optional<Process> ReadProcess(pid_t id, std::vector<char>& buffer) {
   return Process{id,
                  static_cast<pid_t>(info.pbsd.pbi_ppid),
                  info.pbsd.pbi_uid,
-                 info.pbsd.pbi_comm,
-                 CommandLine(id, buffer),
                  info.ptinfo.pti_threadnum,
+                 Arguments(id, buffer),
                  SinceStart(info.pbsd),
                  ProcessorTime(info.ptinfo),
                  info.ptinfo.pti_resident_size};
@@ -96,7 +89,8 @@ std::vector<Process> ReadProcesses() {
   }
   ids.resize(static_cast<std::size_t>(count));
   std::ranges::sort(ids);
-  std::vector<char> buffer = ArgumentBuffer();
+  // Large enough for the arguments and the environment of any process.
+  std::vector<char> buffer(static_cast<std::size_t>(sysconf(_SC_ARG_MAX)));
   std::vector<Process> processes;
   for (const pid_t id : ids) {
     if (std::optional<Process> process = ReadProcess(id, buffer)) {

@@ -3,56 +3,77 @@
 #include <json/json.h>
 #include <time.h>
 
-#include <algorithm>
 #include <array>
-#include <cstdio>
+#include <iomanip>
+#include <sstream>
 
 #include "tools/text/Characters.h"
+#include "tools/text/ShellQuote.h"
 #include "tools/text/Terminal.h"
 
 namespace {
 
-constexpr std::size_t kNameColumns = 26;
-constexpr std::size_t kStateColumns = 24;
-constexpr std::size_t kProcessColumns = 7;
-constexpr std::size_t kNumberColumns = 6;
+constexpr std::size_t kNameColumns = 24;
+constexpr std::size_t kStateColumns = 23;
+constexpr int kNumberColumns = 8;
 
-std::string Right(const std::string& text, std::size_t columns) {
-  return std::string(columns + 1 - std::min(columns, text.size()), ' ') + text;
-}
+using Numbers = std::array<std::string, 4>;
 
 std::string Row(const std::string& name, const std::string& state,
-                const std::array<std::string, 4>& numbers) {
-  return Fitted(name, kNameColumns) + " " + Fitted(state, kStateColumns) +
-         Right(numbers[0], kProcessColumns) +
-         Right(numbers[1], kNumberColumns) + Right(numbers[2], kNumberColumns) +
-         Right(numbers[3], kNumberColumns) + "\n";
+                const Numbers& numbers) {
+  std::ostringstream row;
+  row << Fitted(name, kNameColumns) << ' ' << Fitted(state, kStateColumns);
+  for (const std::string& number : numbers) {
+    row << std::setw(kNumberColumns) << number;
+  }
+  row << '\n';
+  return row.str();
 }
 
-std::array<std::string, 4> Numbers(const std::optional<Worker>& worker) {
+struct Unit {
+  double size;
+  char name;
+};
+using Units = std::array<Unit, 4>;
+
+constexpr Units kSeconds{{{1, 's'}, {60, 'm'}, {3600, 'h'}, {86400, 'd'}}};
+constexpr Units kBytes{
+    {{0x1p10, 'K'}, {0x1p20, 'M'}, {0x1p30, 'G'}, {0x1p40, 'T'}}};
+
+// In the last unit that `amount` fills, or in the first.
+std::string Scaled(double amount, const Units& units) {
+  Unit unit = units[0];
+  for (const Unit& larger : units) {
+    unit = amount >= larger.size ? larger : unit;
+  }
+  std::ostringstream text;
+  text << std::fixed << std::setprecision(1) << amount / unit.size << unit.name;
+  return text.str();
+}
+
+double Seconds(std::chrono::milliseconds span) {
+  return std::chrono::duration<double>(span).count();
+}
+
+Numbers WorkerNumbers(const std::optional<Worker>& worker) {
   if (!worker) {
     return {"-", "-", "-", "-"};
   }
   const Process& process = worker->process;
-  return {std::to_string(process.id), SpanText(process.uptime),
-          SpanText(process.processor_time), MemoryText(process.resident_bytes)};
+  return {std::to_string(process.id), Scaled(Seconds(process.uptime), kSeconds),
+          Scaled(Seconds(process.processor_time), kSeconds),
+          Scaled(static_cast<double>(process.resident_bytes), kBytes)};
 }
 
-std::string ChainText(std::size_t links) {
-  return "chain of " + std::to_string(links) +
-         (links == 1 ? " process" : " processes");
-}
-
-// The words with blanks between them.
-std::string CommandText(const Process& process) {
-  std::string text = process.command_line;
-  std::ranges::replace(text, '\0', ' ');
-  return text.substr(0, text.find_last_not_of(' ') + 1);
-}
-
-std::string WorkerRow(const Worker& worker, const std::string& what) {
-  return Row(Printable(CommandText(worker.process)),
-             IsChain(worker) ? ChainText(worker.links) : what, Numbers(worker));
+// Nothing when there are no workers.
+std::string WorkerTable(const std::string& title,
+                        const std::vector<Worker>& workers) {
+  std::string text = workers.empty() ? "" : title + ":\n";
+  for (const Worker& worker : workers) {
+    text += Row(ShellQuoted(worker.process.arguments), WorkerState(worker),
+                WorkerNumbers(worker));
+  }
+  return text;
 }
 
 std::string StartText(const Process& process) {
@@ -60,9 +81,9 @@ std::string StartText(const Process& process) {
       std::chrono::system_clock::now() - process.uptime);
   std::tm fields{};
   gmtime_r(&start, &fields);
-  std::array<char, sizeof "2026-11-21T06:20:31Z"> text{};
-  std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &fields);
-  return text.data();
+  std::ostringstream text;
+  text << std::put_time(&fields, "%Y-%m-%dT%H:%M:%SZ");
+  return text.str();
 }
 
 std::string Warnings(const LauncherStatus& launcher) {
@@ -72,8 +93,7 @@ std::string Warnings(const LauncherStatus& launcher) {
   }
   if (launcher.changed) {
     text +=
-        "the items file has changed since the start: the launcher does not "
-        "know that\n";
+        "the items file has changed since the start; only a restart helps\n";
   }
   if (launcher.shared) {
     text += "another launcher runs the same items file: each item runs twice\n";
@@ -83,119 +103,61 @@ std::string Warnings(const LauncherStatus& launcher) {
 
 std::string LauncherTable(const LauncherStatus& launcher, bool coloured) {
   std::string text =
-      Coloured("launcher " + Printable(launcher.owner), Colour::kBold,
-               coloured) +
-      ", process " + std::to_string(launcher.process.id) + ", since " +
+      "launcher " + Printable(launcher.Owner()) + ", process " +
+      std::to_string(launcher.process.id) + ", since " +
       StartText(launcher.process) + "\n" +
-      Printable(launcher.items_file.native()) + "\n" +
-      Coloured(Warnings(launcher), Colour::kYellow,
-               coloured && !Warnings(launcher).empty()) +
+      Printable(launcher.items_file.native()) + "\n" + Warnings(launcher) +
       Row("item", "state", {"process", "uptime", "cpu", "memory"});
   for (const ItemStatus& item : launcher.items) {
-    const bool runs = item.state == ItemState::kRunning;
     text += Coloured(
-        Row(Printable(item.name), StateText(item), Numbers(item.worker)),
-        runs ? Colour::kNone : Colour::kRed, coloured);
+        Row(Printable(item.name), item.state, WorkerNumbers(item.worker)),
+        Colour::kRed, coloured && item.state != kRunning);
   }
-  for (const Worker& worker : launcher.unassigned) {
-    text += WorkerRow(worker, "of an item not known");
-  }
-  return text;
+  return text +
+         WorkerTable("processes of items not known", launcher.unassigned);
 }
 
-Json::Value Number(std::uint64_t number) {
-  return static_cast<Json::UInt64>(number);
-}
-
-void PutWorker(const Worker& worker, Json::Value* object) {
+Json::Value JsonWorker(const Worker& worker) {
   const Process& process = worker.process;
-  (*object)["process"] = process.id;
-  (*object)["chain_processes"] = Number(worker.links);
-  (*object)["command"] = ValidUtf8(CommandText(process));
-  (*object)["uptime_seconds"] =
-      static_cast<double>(process.uptime.count()) / 1000;
-  (*object)["cpu_seconds"] =
-      static_cast<double>(process.processor_time.count()) / 1000;
-  (*object)["memory_bytes"] = Number(process.resident_bytes);
+  Json::Value object;
+  object["process"] = process.id;
+  object["chain_processes"] = Json::UInt64{worker.links};
+  object["command"] = ShellQuoted(process.arguments);
+  object["uptime_seconds"] = Seconds(process.uptime);
+  object["cpu_seconds"] = Seconds(process.processor_time);
+  object["memory_bytes"] = Json::UInt64{process.resident_bytes};
+  return object;
 }
 
 Json::Value JsonWorkers(const std::vector<Worker>& workers) {
   Json::Value array(Json::arrayValue);
   for (const Worker& worker : workers) {
-    PutWorker(worker, &array.append(Json::objectValue));
+    array.append(JsonWorker(worker));
   }
   return array;
 }
 
 Json::Value JsonLauncher(const LauncherStatus& launcher) {
   Json::Value object;
-  object["owner"] = ValidUtf8(launcher.owner);
+  object["owner"] = ValidUtf8(launcher.Owner());
   object["process"] = launcher.process.id;
   object["since"] = StartText(launcher.process);
   object["items_file"] = ValidUtf8(launcher.items_file.native());
-  object["problem"] = ValidUtf8(launcher.problem);
+  object["problem"] = launcher.problem;
   object["changed"] = launcher.changed;
   object["shared"] = launcher.shared;
   object["unassigned"] = JsonWorkers(launcher.unassigned);
   Json::Value& items = object["items"] = Json::arrayValue;
   for (const ItemStatus& item : launcher.items) {
-    Json::Value& entry = items.append(Json::objectValue);
+    Json::Value& entry = items.append(item.worker ? JsonWorker(*item.worker)
+                                                  : Json::objectValue);
     entry["name"] = ValidUtf8(item.name);
-    entry["state"] = StateText(item);
-    if (item.worker) {
-      PutWorker(*item.worker, &entry);
-    }
+    entry["state"] = item.state;
   }
   return object;
 }
 
 }  // namespace
-
-std::string StateText(const ItemStatus& item) {
-  switch (item.state) {
-    case ItemState::kRunning:
-      return "running";
-    case ItemState::kBetweenStarts:
-      return "between two starts";
-    case ItemState::kChain:
-      return ChainText(item.worker->links);
-    case ItemState::kGivenUp:
-      return "given up";
-    case ItemState::kNotRunning:
-      break;
-  }
-  return "not running";
-}
-
-std::string SpanText(std::chrono::milliseconds span) {
-  using namespace std::chrono;
-  const auto part = [](auto count, const char* unit) {
-    return std::to_string(count) + unit;
-  };
-  if (span < 1min) {
-    return part(span / 1s, ".") + part(span % 1s / 100ms, "s");
-  }
-  if (span < 1h) {
-    return part(span / 1min, "m") + part(span % 1h % 1min / 1s, "s");
-  }
-  if (span < 24h) {
-    return part(span / 1h, "h") + part(span % 1h / 1min, "m");
-  }
-  const auto days = span / 24h;
-  return part(days, "d") + (days < 100 ? part(span % 24h / 1h, "h") : "");
-}
-
-std::string MemoryText(std::uint64_t bytes) {
-  constexpr double kMost = 999.95;
-  double number = static_cast<double>(bytes) / 1024;
-  const char* unit = "KMGTPE";
-  for (; number >= kMost; ++unit) {
-    number /= 1024;
-  }
-  std::array<char, 16> text{};
-  std::snprintf(text.data(), text.size(), "%.1f%c", number, *unit);
-  return text.data();
-}
 
 std::string TableReport(const Status& status, bool coloured) {
   std::string text;
@@ -203,15 +165,10 @@ std::string TableReport(const Status& status, bool coloured) {
     text += (text.empty() ? "" : "\n") + LauncherTable(launcher, coloured);
   }
   if (status.launchers.empty()) {
-    text += "no launcher of this user runs\n";
+    text = "no launcher of this user runs\n";
   }
-  if (!status.orphans.empty()) {
-    text += "\norphans: no launcher stops them or starts them again\n";
-  }
-  for (const Worker& worker : status.orphans) {
-    text += WorkerRow(worker, "running");
-  }
-  return text;
+  return text +
+         WorkerTable("\norphans, which no launcher stops", status.orphans);
 }
 
 std::string JsonReport(const Status& status) {

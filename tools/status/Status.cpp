@@ -5,17 +5,15 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <set>
+#include <string_view>
 #include <unordered_map>
-#include <unordered_set>
 
 #include "launcher/Items.h"
-#include "tools/status/Matching.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr std::string_view kLauncherName = "launcher";
 
 // `main` and the stop thread; every item that has not been given up has one.
 constexpr std::size_t kOwnThreads = 2;
@@ -30,16 +28,17 @@ constexpr std::chrono::seconds kClockSlack{1};
 // The supervision thread's stack has room for no more.
 constexpr std::int64_t kMostArguments = kSupervisionStackBytes / sizeof(char*);
 
-std::string FirstWord(std::string_view command_line) {
-  return std::string(command_line.substr(0, command_line.find('\0')));
+// The children of each process.
+using Children = std::multimap<pid_t, const Process*>;
+
+bool IsCalled(const Process& process, std::string_view name) {
+  return !process.arguments.empty() &&
+         fs::path(process.arguments[0]).filename() == name;
 }
 
 // Whether it is a launcher or one of a launcher's forked children.
 bool LooksLikeLauncher(const Process& process) {
-  return process.name == kLauncherName &&
-         fs::path(FirstWord(process.command_line)).filename() ==
-             kLauncherName &&
-         !WithoutWords(process.command_line, 2).empty();
+  return process.arguments.size() > 2 && IsCalled(process, "launcher");
 }
 
 bool IsLauncher(const Process& process) {
@@ -50,51 +49,73 @@ bool IsForkedChild(const Process& process) {
   return LooksLikeLauncher(process) && process.threads == 1;
 }
 
-// Whether it has just been forked and may still execute its program.
-bool IsStarting(const Worker& worker) {
-  return worker.links == 1 && worker.command_line.empty();
+std::string Command(const std::vector<std::string>& arguments) {
+  std::string command;
+  for (const std::string& argument : arguments) {
+    command += " " + argument;
+  }
+  return command;
+}
+
+// Along a chain, if `head` begins one, to the program at its end.
+Worker Follow(const Process& head, const Children& children) {
+  Worker worker{head, 0, ""};
+  const Process* process = &head;
+  while (IsForkedChild(*process)) {
+    ++worker.links;
+    const auto child = children.find(process->id);
+    if (child == children.end()) {
+      return worker;
+    }
+    process = child->second;
+  }
+  worker.command = Command(process->arguments);
+  return worker;
+}
+
+// Leaves out what has just been forked and may still execute its program.
+void AddWorker(const Process& head, const Children& children,
+               std::vector<Worker>* workers) {
+  Worker worker = Follow(head, children);
+  if (worker.links != 1 || !worker.command.empty()) {
+    workers->push_back(std::move(worker));
+  }
 }
 
 // Each text ends at its first NUL, as it does for execv.
-std::string CommandLine(JsonObject item) {
-  std::string command_line;
+std::string ItemCommand(JsonObject item) {
   try {
     const std::int64_t length = ItemVectorLength(item);
     if (length > kMostArguments) {
       return "";
     }
-    command_line.append(ItemProgram(item).c_str()) += '\0';
+    std::vector<std::string> arguments{ItemProgram(item).c_str()};
     for (std::int64_t i = 1; i < length; ++i) {
-      command_line.append(ItemArgument(item, i).c_str()) += '\0';
+      arguments.emplace_back(ItemArgument(item, i).c_str());
     }
+    return Command(arguments);
   } catch (const std::exception&) {
     return "";  // Its forked child ends before it executes anything.
   }
-  return command_line;
 }
 
 // Of two items with one name the later counts.
-void ParseItems(const std::string& text, const fs::path& directory,
-                LauncherStatus* launcher) {
+std::vector<ItemStatus> ParseItems(const std::string& text) {
+  std::vector<ItemStatus> items;
   std::unordered_map<std::string, std::size_t> places;
   const auto add = [&](int, JsonObject node) {
-    ItemStatus item;
-    item.name = static_cast<std::string>(node["name"]);
-    item.program = directory / static_cast<std::string>(node["program"]);
-    item.command_line = CommandLine(node);
-    const auto [place, is_new] =
-        places.try_emplace(item.name, launcher->items.size());
-    if (is_new) {
-      launcher->items.push_back(std::move(item));
-    } else {
-      launcher->items[place->second] = std::move(item);
-    }
+    const auto name = static_cast<std::string>(node["name"]);
+    const auto [place, is_new] = places.try_emplace(name, items.size());
+    items.resize(places.size());
+    items[place->second].name = name;
+    items[place->second].command = ItemCommand(node);
   };
-  JsonObject items(text.c_str());
-  WalkItems(items, add, [](int, JsonObject) {});
+  JsonObject document(text.c_str());
+  WalkItems(document, add, [](int, JsonObject) {});
+  return items;
 }
 
-void ReadItems(const fs::path& directory, LauncherStatus* launcher) {
+void ReadItems(LauncherStatus* launcher) {
   std::error_code error;
   if (!fs::is_regular_file(launcher->items_file, error)) {
     launcher->problem = error ? error.message() : "not a regular file";
@@ -105,185 +126,163 @@ void ReadItems(const fs::path& directory, LauncherStatus* launcher) {
   launcher->changed = age + kClockSlack < launcher->process.uptime;
   std::ifstream file(launcher->items_file, std::ios::binary);
   const std::string text{std::istreambuf_iterator<char>(file), {}};
-  if (!file.good()) {
-    launcher->problem = "cannot be read";
-    return;
-  }
   try {
-    ParseItems(text, directory, launcher);
+    launcher->items = ParseItems(text);
   } catch (...) {  // An AERROR, or what jsoncpp throws.
-    launcher->problem = "cannot be parsed";
+    launcher->problem = "cannot be read as JSON";
   }
 }
 
-// The state of the items that have been given no process, `waiting` of them.
-// Every item that has not been given up has a thread.
-ItemState StateOfWaiting(const LauncherStatus& launcher, std::size_t waiting) {
+bool Waits(const ItemStatus& item) { return !item.worker; }
+
+std::size_t CountWaiting(const LauncherStatus& launcher) {
+  return static_cast<std::size_t>(std::ranges::count_if(launcher.items, Waits));
+}
+
+bool IsProgram(const Worker& worker) { return worker.links == 0; }
+
+// Whether a worker's command fits an item's, from the surest rule to the last.
+using Rule = bool (*)(std::string_view command, std::string_view item);
+
+bool IsSame(std::string_view command, std::string_view item) {
+  return !command.empty() && command == item;
+}
+
+// An interpreter comes first, or `env` or "sh -c 'exec ...'" has executed it.
+bool IsSimilar(std::string_view command, std::string_view item) {
+  return !command.empty() && !item.empty() &&
+         (command.ends_with(item) || item.ends_with(command));
+}
+
+bool IsLeft(std::string_view, std::string_view) { return true; }
+
+void Give(Rule fits, std::vector<Worker>* workers, LauncherStatus* launcher) {
+  std::erase_if(*workers, [&](const Worker& worker) {
+    const auto found =
+        std::ranges::find_if(launcher->items, [&](const ItemStatus& item) {
+          return Waits(item) && fits(worker.command, item.command);
+        });
+    if (found == launcher->items.end()) {
+      return false;
+    }
+    found->worker = worker;
+    return true;
+  });
+}
+
+// Stores the workers that fit no item as unassigned.
+void Match(std::vector<Worker> workers, LauncherStatus* launcher) {
+  Give(IsSame, &workers, launcher);
+  Give(IsSimilar, &workers, launcher);
+  if (workers.size() == 1 && CountWaiting(*launcher) == 1) {
+    Give(IsLeft, &workers, launcher);
+  }
+  launcher->unassigned = std::move(workers);
+}
+
+// The state of the items that have been given no process.
+const char* StateOfWaiting(const LauncherStatus& launcher) {
+  const std::size_t waiting = CountWaiting(launcher);
   if (!launcher.unassigned.empty()) {
-    const bool all_run = launcher.unassigned.size() == waiting &&
-                         std::ranges::none_of(launcher.unassigned, IsChain);
-    return all_run ? ItemState::kRunning : ItemState::kNotRunning;
+    return launcher.unassigned.size() == waiting &&
+                   std::ranges::all_of(launcher.unassigned, IsProgram)
+               ? kRunning
+               : kNotRunning;
+  }
+  if (launcher.changed) {
+    return kNotRunning;
   }
   const std::size_t items = launcher.items.size();
-  const std::size_t supervised =
-      static_cast<std::size_t>(launcher.process.threads) - kOwnThreads;
-  if (launcher.changed) {
-    return ItemState::kNotRunning;
-  }
-  if (supervised >= items) {
-    return ItemState::kBetweenStarts;
+  const auto threads = static_cast<std::size_t>(launcher.process.threads);
+  if (threads >= items + kOwnThreads) {
+    return kBetweenStarts;
   }
   const bool loaded =
       launcher.process.uptime >= kLoadingTime + kLoadingTimePerItem * items;
-  return loaded && items - supervised == waiting ? ItemState::kGivenUp
-                                                 : ItemState::kNotRunning;
+  return loaded && threads + waiting == items + kOwnThreads ? kGivenUp
+                                                            : kNotRunning;
 }
 
-void SetStates(LauncherStatus* launcher) {
-  const auto waits = [](const ItemStatus& item) { return !item.worker; };
-  const auto waiting = std::ranges::count_if(launcher->items, waits);
-  const ItemState state =
-      StateOfWaiting(*launcher, static_cast<std::size_t>(waiting));
-  for (ItemStatus& item : launcher->items) {
-    item.state = item.worker ? item.state : state;
+LauncherStatus Look(const Process& process, const Children& children) {
+  LauncherStatus launcher;
+  launcher.process = process;
+  launcher.items_file = WorkingDirectory(process.id) / process.arguments[2];
+  ReadItems(&launcher);
+  std::vector<Worker> workers;
+  const auto [first, last] = children.equal_range(process.id);
+  for (auto child = first; child != last; ++child) {
+    AddWorker(*child->second, children, &workers);
   }
+  Match(std::move(workers), &launcher);
+  const char* const waiting = StateOfWaiting(launcher);
+  for (ItemStatus& item : launcher.items) {
+    item.state = item.worker ? WorkerState(*item.worker) : waiting;
+  }
+  return launcher;
 }
 
-class Finder {
- public:
-  Finder(const std::vector<Process>& processes, uid_t user)
-      : processes_(processes), user_(user) {
-    for (const Process& process : processes) {
-      children_[process.parent].push_back(&process);
-      by_id_.emplace(process.id, &process);
-    }
-  }
+bool IsShared(const fs::path& file, const Status& status) {
+  return std::ranges::count_if(
+             status.launchers, [&](const LauncherStatus& launcher) {
+               std::error_code missing;
+               return fs::equivalent(launcher.items_file, file, missing);
+             }) > 1;
+}
 
-  Status Find() {
-    for (const Process& process : processes_) {
-      if (process.user == user_ && IsLauncher(process)) {
-        status_.launchers.push_back(Look(process));
-      }
-    }
-    MarkShared();
-    FindOrphans();
-    return std::move(status_);
-  }
-
- private:
-  LauncherStatus Look(const Process& process) const {
-    LauncherStatus launcher;
-    launcher.process = process;
-    launcher.owner = FirstWord(WithoutWords(process.command_line, 1));
-    const fs::path directory = WorkingDirectory(process.id);
-    launcher.items_file =
-        directory / FirstWord(WithoutWords(process.command_line, 2));
-    std::error_code unresolved;
-    const fs::path canonical = fs::canonical(launcher.items_file, unresolved);
-    launcher.items_file = unresolved ? launcher.items_file : canonical;
-    ReadItems(directory, &launcher);
-    std::vector<Worker> workers;
-    for (const Process* const child : Children(process)) {
-      workers.push_back(Follow(*child));
-    }
-    std::erase_if(workers, IsStarting);
-    Match(std::move(workers), &launcher);
-    SetStates(&launcher);
-    return launcher;
-  }
-
-  std::vector<const Process*> Children(const Process& process) const {
-    const auto found = children_.find(process.id);
-    return found == children_.end() ? std::vector<const Process*>()
-                                    : found->second;
-  }
-
-  // Along a chain, if `head` begins one, to the program at its end.
-  Worker Follow(const Process& head) const {
-    Worker worker{head, 0, ""};
-    const Process* process = &head;
-    while (IsForkedChild(*process)) {
-      ++worker.links;
-      const std::vector<const Process*> children = Children(*process);
-      if (children.empty()) {
-        return worker;
-      }
-      process = children.front();
-    }
-    worker.command_line = process->command_line;
-    return worker;
-  }
-
-  void MarkShared() {
-    std::map<fs::path, int> launchers;
-    for (const LauncherStatus& launcher : status_.launchers) {
-      ++launchers[launcher.items_file];
-    }
-    for (LauncherStatus& launcher : status_.launchers) {
-      launcher.shared = launchers[launcher.items_file] > 1;
-    }
-  }
-
-  void FindOrphans() {
-    for (const LauncherStatus& launcher : status_.launchers) {
-      for (const ItemStatus& item : launcher.items) {
-        known_.insert(item.command_line);
-      }
-    }
-    for (const Process& process : processes_) {
-      if (process.user == user_ && IsOrphan(process)) {
-        status_.orphans.push_back(Follow(process));
-      }
-    }
-    std::erase_if(status_.orphans, IsStarting);
-  }
-
-  bool IsOrphan(const Process& process) const {
-    const auto parent = by_id_.find(process.parent);
-    if (IsForkedChild(process)) {
-      return parent == by_id_.end() || !LooksLikeLauncher(*parent->second);
-    }
-    return !IsLauncher(process) && IsAdopted(process) && RunsAnItem(process);
-  }
-
-  // Whether the system's first process, or a user's service manager, has become
-  // its parent.
-  bool IsAdopted(const Process& process) const {
-    const auto parent = by_id_.find(process.parent);
-    return process.parent == 1 ||
-           (parent != by_id_.end() && parent->second->name == "systemd");
-  }
-
-  bool RunsAnItem(const Process& process) const {
-    for (int words = 0; words <= kInterpreterWords; ++words) {
-      const std::string_view rest = WithoutWords(process.command_line, words);
-      if (!rest.empty() && known_.contains(std::string(rest))) {
+bool RunsAnItem(const Process& process, const Status& status) {
+  const std::string command = Command(process.arguments);
+  for (const LauncherStatus& launcher : status.launchers) {
+    for (const ItemStatus& item : launcher.items) {
+      if (IsSimilar(command, item.command)) {
         return true;
       }
     }
-    return false;
   }
-
-  const std::vector<Process>& processes_;
-  const uid_t user_;
-  std::unordered_map<pid_t, std::vector<const Process*>> children_;
-  std::unordered_map<pid_t, const Process*> by_id_;
-  std::unordered_set<std::string> known_;
-  Status status_;
-};
+  return false;
+}
 
 }  // namespace
 
-Status FindStatus(const std::vector<Process>& processes, uid_t user) {
-  return Finder(processes, user).Find();
+std::string WorkerState(const Worker& worker) {
+  if (IsProgram(worker)) {
+    return kRunning;
+  }
+  return "chain of " + std::to_string(worker.links) +
+         (worker.links == 1 ? " process" : " processes");
 }
 
-bool AllRun(const Status& status) {
-  return std::ranges::all_of(
-      status.launchers, [](const LauncherStatus& launcher) {
-        return launcher.problem.empty() &&
-               std::ranges::all_of(launcher.items, [](const ItemStatus& item) {
-                 return item.state == ItemState::kRunning;
-               });
-      });
+Status FindStatus(const std::vector<Process>& processes, uid_t user) {
+  Children children;
+  // A user's service manager adopts orphans, too.
+  std::set<pid_t> adopters{1};
+  for (const Process& process : processes) {
+    children.emplace(process.parent, &process);
+    if (IsCalled(process, "systemd")) {
+      adopters.insert(process.id);
+    }
+  }
+  Status status;
+  for (const Process& process : processes) {
+    if (process.user == user && IsLauncher(process)) {
+      status.launchers.push_back(Look(process, children));
+    }
+  }
+  for (LauncherStatus& launcher : status.launchers) {
+    launcher.shared = IsShared(launcher.items_file, status);
+  }
+  for (const Process& process : processes) {
+    if (process.user == user && adopters.contains(process.parent) &&
+        !IsLauncher(process) &&
+        (IsForkedChild(process) || RunsAnItem(process, status))) {
+      AddWorker(process, children, &status.orphans);
+    }
+  }
+  return status;
+}
+
+bool AllRun(const LauncherStatus& launcher) {
+  const auto runs = [](const ItemStatus& item) {
+    return item.state == kRunning;
+  };
+  return launcher.problem.empty() && std::ranges::all_of(launcher.items, runs);
 }

@@ -3,11 +3,11 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 #include <optional>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "tools/status/Report.h"
 #include "tools/status/Status.h"
@@ -23,31 +23,6 @@ enum ExitStatus : int {
   kUnusable = 3,  // wrong arguments, or no process table
 };
 
-struct Options {
-  bool json = false;
-  bool watch = false;
-  std::optional<std::string> item;
-};
-
-void Declare(CLI::App* app, Options* options) {
-  CLI::Option* const json =
-      app->add_flag("--json", options->json, "write a JSON document");
-  CLI::Option* const watch = app->add_flag("--watch", options->watch,
-                                           "show the table again every second");
-  CLI::Option* const pid =
-      app->add_option("--pid", options->item,
-                      "write the process id of the item called NAME, and\n"
-                      "nothing else")
-          ->type_name("NAME");
-  json->excludes(watch)->excludes(pid);
-  watch->excludes(pid);
-  app->set_version_flag("--version", "launcher-status " LAUNCHER_VERSION);
-  app->footer(
-      "Exit status: 0 all items run, 1 an item does not, 2 no launcher runs, "
-      "3\n"
-      "wrong arguments, or no process table.");
-}
-
 int Fail(const std::string& what, int status) {
   std::cerr << "launcher-status: " << what << "\n";
   return status;
@@ -55,30 +30,27 @@ int Fail(const std::string& what, int status) {
 
 // Writes the id if there is exactly one.
 int ShowProcess(const Status& status, const std::string& name) {
-  std::vector<const ItemStatus*> items;
+  const ItemStatus* found = nullptr;
   for (const LauncherStatus& launcher : status.launchers) {
     for (const ItemStatus& item : launcher.items) {
-      if (item.name == name) {
-        items.push_back(&item);
+      if (item.name == name && found != nullptr) {
+        return Fail("several launchers have an item called " + Printable(name),
+                    kNotAllRun);
       }
+      found = item.name == name ? &item : found;
     }
   }
-  if (items.empty()) {
+  if (found == nullptr) {
     return Fail("no launcher has an item called " + Printable(name), kUnusable);
   }
-  if (items.size() > 1) {
-    return Fail("several launchers have an item called " + Printable(name),
-                kNotAllRun);
+  if (found->state != kRunning) {
+    return Fail(Printable(name) + ": " + found->state, kNotAllRun);
   }
-  const ItemStatus& item = *items[0];
-  if (item.state != ItemState::kRunning) {
-    return Fail(Printable(name) + ": " + StateText(item), kNotAllRun);
-  }
-  if (!item.worker) {
+  if (!found->worker) {
     return Fail(Printable(name) + ": its process cannot be told from others",
                 kNotAllRun);
   }
-  std::cout << item.worker->process.id << "\n";
+  std::cout << found->worker->process.id << "\n";
   return kAllRun;
 }
 
@@ -98,29 +70,42 @@ int Watch() {
 int Run(int argc, char** argv) {
   CLI::App app("Shows what this user's launchers run right now.",
                "launcher-status");
-  Options options;
-  Declare(&app, &options);
+  app.set_version_flag("--version", "launcher-status " LAUNCHER_VERSION);
+  app.require_option(0, 1);
+  bool json = false;
+  app.add_flag("--json", json, "write a JSON document");
+  bool watch = false;
+  app.add_flag("--watch", watch, "show the table again every second");
+  std::optional<std::string> item;
+  app.add_option("--pid", item,
+                 "write the process id of the item called NAME, and\n"
+                 "nothing else")
+      ->type_name("NAME");
+  app.footer(
+      "Exit status: 0 all items run, 1 an item does not, 2 no launcher runs, "
+      "3\n"
+      "wrong arguments, or no process table.");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kAllRun : kUnusable;
   }
-  if (options.watch) {
+  if (watch) {
     return Watch();
   }
   const Status status = FindStatus(ReadProcesses(), geteuid());
-  if (status.launchers.empty() && options.item) {
+  if (item && !status.launchers.empty()) {
+    return ShowProcess(status, *item);
+  }
+  if (item) {
     return Fail("no launcher of this user runs", kNoLauncher);
   }
-  if (options.item) {
-    return ShowProcess(status, *options.item);
-  }
-  std::cout << (options.json ? JsonReport(status)
-                             : TableReport(status, MayColour(STDOUT_FILENO)));
+  std::cout << (json ? JsonReport(status)
+                     : TableReport(status, MayColour(STDOUT_FILENO)));
   if (status.launchers.empty()) {
     return kNoLauncher;
   }
-  return AllRun(status) ? kAllRun : kNotAllRun;
+  return std::ranges::all_of(status.launchers, AllRun) ? kAllRun : kNotAllRun;
 }
 
 }  // namespace

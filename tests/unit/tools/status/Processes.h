@@ -10,30 +10,20 @@
 inline constexpr uid_t kUser = 1000;
 inline constexpr std::chrono::hours kUptime{1};
 
-// The words as one command line.
-inline std::string CommandLine(const std::vector<std::string>& words) {
-  std::string line;
-  for (const std::string& word : words) {
-    line.append(word) += '\0';
-  }
-  return line;
-}
-
 inline Process Program(pid_t id, pid_t parent,
                        const std::vector<std::string>& words) {
   Process process;
   process.id = id;
   process.parent = parent;
   process.user = kUser;
-  process.name = words.empty() ? "kernel" : words[0];
-  process.command_line = CommandLine(words);
+  process.arguments = words;
   process.threads = 1;
   process.uptime = kUptime;
   return process;
 }
 
 inline Worker Working(pid_t id, const std::vector<std::string>& words) {
-  return {Program(id, 1, words), 0, CommandLine(words)};
+  return {Program(id, 1, words), 0, ""};
 }
 
 inline Worker Chain(pid_t id, std::size_t links) {

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <json/json.h>
 
 #include <filesystem>
 #include <string>
@@ -22,6 +23,8 @@ std::string Item(int index, const std::string& name,
          R"(", "program": ")" + program + "\"}";
 }
 
+using Words = std::vector<std::string>;
+
 class StatusTest : public testing::Test {
  protected:
   // A launcher of the file's items with a thread for each of `threads`.
@@ -32,11 +35,33 @@ class StatusTest : public testing::Test {
     processes_.back().threads = threads + 2;
   }
 
-  // A process with the launcher's command line and one thread.
+  // A launcher of items with these arguments.
+  void Launch(const std::vector<Words>& items) {
+    Json::Value document;
+    for (const Words& words : items) {
+      Json::Value& item = document[std::to_string(document.size())];
+      item["name"] = words[0] + std::to_string(document.size());
+      item["program"] = words[0];
+      item["argc"] = static_cast<int>(words.size()) - 1;
+      for (std::size_t i = 1; i < words.size(); ++i) {
+        item["args"][std::to_string(i - 1)] = words[i];
+      }
+    }
+    Launch(document.toStyledString(), static_cast<int>(items.size()));
+  }
+
+  // The items' process ids, 0 for those without.
+  std::vector<pid_t> Given() const {
+    std::vector<pid_t> ids;
+    for (const ItemStatus& item : FindLauncher().items) {
+      ids.push_back(item.worker ? item.worker->process.id : 0);
+    }
+    return ids;
+  }
+
+  // A process with the launcher's arguments and one thread.
   Process Copy(pid_t id, pid_t parent) const {
-    Process process = Program(id, parent, {"/x/launcher", "alpha", file_});
-    process.name = "launcher";
-    return process;
+    return Program(id, parent, {"/x/launcher", "alpha", file_});
   }
 
   void Run(pid_t id, const std::vector<std::string>& words,
@@ -54,8 +79,8 @@ class StatusTest : public testing::Test {
     return status.launchers.empty() ? LauncherStatus() : status.launchers[0];
   }
 
-  std::vector<ItemState> States() const {
-    std::vector<ItemState> states;
+  std::vector<std::string> States() const {
+    std::vector<std::string> states;
     for (const ItemStatus& item : FindLauncher().items) {
       states.push_back(item.state);
     }
@@ -67,7 +92,8 @@ class StatusTest : public testing::Test {
   std::vector<Process> processes_;
 };
 
-using States = std::vector<ItemState>;
+using Ids = std::vector<pid_t>;
+using States = std::vector<std::string>;
 
 const std::string kTwo =
     "{" + Item(0, "a", "/a") + ", " + Item(1, "b", "/b") + "}";
@@ -77,7 +103,7 @@ TEST_F(StatusTest, FindsALauncherAndItsItems) {
   Run(101, {"/a"});
   Run(102, {"/b"});
   const LauncherStatus launcher = FindLauncher();
-  EXPECT_EQ(launcher.owner, "alpha");
+  EXPECT_EQ(launcher.Owner(), "alpha");
   EXPECT_EQ(launcher.items_file, file_);
   EXPECT_EQ(launcher.process.id, kLauncher);
   EXPECT_EQ(launcher.problem, "");
@@ -86,7 +112,7 @@ TEST_F(StatusTest, FindsALauncherAndItsItems) {
   ASSERT_EQ(launcher.items.size(), 2U);
   EXPECT_EQ(launcher.items[1].name, "b");
   EXPECT_EQ(launcher.items[1].worker->process.id, 102);
-  EXPECT_TRUE(AllRun(Find()));
+  EXPECT_TRUE(AllRun(FindLauncher()));
   EXPECT_TRUE(Find().orphans.empty());
 }
 
@@ -100,21 +126,12 @@ TEST_F(StatusTest, FindsNoLauncherAmongOtherProcesses) {
   };
   EXPECT_EQ(finds([](Process&) {}), 1U);
   EXPECT_EQ(finds([](Process& p) { p.user = kUser + 1; }), 0U);
-  EXPECT_EQ(finds([](Process& p) { p.name = "sh"; }), 0U);
   EXPECT_EQ(finds([](Process& p) { p.threads = 1; }), 0U);
   EXPECT_EQ(finds([](Process& p) { p.threads = 2; }), 1U);
-  EXPECT_EQ(finds([](Process& p) {
-              p.command_line = CommandLine({"/x/sh", "alpha", "i"});
-            }),
-            0U);
-  EXPECT_EQ(finds([](Process& p) {
-              p.command_line = CommandLine({"launcher", "alpha"});
-            }),
-            0U);
-  EXPECT_EQ(finds([](Process& p) {
-              p.command_line = CommandLine({"launcher", "alpha", "i", "more"});
-            }),
-            1U);
+  EXPECT_EQ(finds([](Process& p) { p.arguments[0] = "/x/sh"; }), 0U);
+  EXPECT_EQ(finds([](Process& p) { p.arguments[0] = "launcher"; }), 1U);
+  EXPECT_EQ(finds([](Process& p) { p.arguments.pop_back(); }), 0U);
+  EXPECT_EQ(finds([](Process& p) { p.arguments.push_back("more"); }), 1U);
 }
 
 TEST_F(StatusTest, ComparesTheArgumentsThatTheLauncherGives) {
@@ -143,8 +160,8 @@ TEST_F(StatusTest, CountsTheLaterOfTwoItemsWithOneName) {
   Run(102, {"/b"});
   const LauncherStatus launcher = FindLauncher();
   ASSERT_EQ(launcher.items.size(), 2U);
-  EXPECT_EQ(launcher.items[0].program, "/c");
-  EXPECT_TRUE(AllRun(Find()));
+  EXPECT_EQ(launcher.items[0].worker->process.id, 101);
+  EXPECT_TRUE(AllRun(FindLauncher()));
 }
 
 TEST_F(StatusTest, AnItemWhoseArgumentsThrowIsStartedAgainAndAgain) {
@@ -152,63 +169,120 @@ TEST_F(StatusTest, AnItemWhoseArgumentsThrowIsStartedAgainAndAgain) {
              R"(, "1": {"name": "a", "program": "/a", "argc": "1"}})",
          2);
   Run(101, {"/b"});
-  EXPECT_EQ(States(),
-            (::States{ItemState::kRunning, ItemState::kBetweenStarts}));
+  EXPECT_EQ(States(), (::States{kRunning, kBetweenStarts}));
 }
 
 TEST_F(StatusTest, DoesNotBuildMoreArgumentsThanALauncherCan) {
   constexpr auto kMost = kSupervisionStackBytes / sizeof(char*);
-  const auto command_line = [&](std::size_t argc) {
+  const auto command = [&](std::size_t argc) {
     file_ = directory_.Write(
         "items.json", R"({"0": {"name": "a", "program": "/a", "argc": )" +
                           std::to_string(argc) + "}}");
     processes_ = {Copy(kLauncher, 1)};
     TheLauncher().threads = 3;
-    return FindLauncher().items[0].command_line;
+    return FindLauncher().items[0].command;
   };
-  EXPECT_EQ(command_line(kMost - 1).size(), kMost + 2);
-  EXPECT_EQ(command_line(kMost), "");
-  EXPECT_EQ(command_line(2'147'483'646), "");
+  EXPECT_EQ(command(kMost - 1), " /a" + std::string(kMost - 1, ' '));
+  EXPECT_EQ(command(kMost), "");
+  EXPECT_EQ(command(2'147'483'646), "");
+}
+
+TEST_F(StatusTest, GivesEachItemTheProcessWithItsArguments) {
+  Launch({{"/a", "x"}, {"/a", "y"}, {"/b"}});
+  Run(101, {"/b"});
+  Run(102, {"/a", "y"});
+  Run(103, {"/a", "x"});
+  EXPECT_EQ(Given(), (Ids{103, 102, 101}));
+  EXPECT_TRUE(FindLauncher().unassigned.empty());
+}
+
+TEST_F(StatusTest, GivesEqualItemsOneProcessEach) {
+  Launch({{"/a"}, {"/a"}, {"/b"}, {"/c"}});
+  Run(101, {"/a"});
+  Run(102, {"/a"});
+  EXPECT_EQ(Given(), (Ids{101, 102, 0, 0}));
+}
+
+TEST_F(StatusTest, LooksAfterAnInterpreter) {
+  Launch({{"/script", "x"}, {"/other"}, {"/last"}});
+  Run(101, {"/bin/sh", "-e", "/script", "x"});
+  Run(102, {"python3", "/other"});
+  EXPECT_EQ(Given(), (Ids{101, 102, 0}));
+}
+
+TEST_F(StatusTest, PrefersTheSameArgumentsToAnInterpreters) {
+  Launch({{"/a"}, {"/bin/sh", "/a"}});
+  Run(101, {"/bin/sh", "/a"});
+  Run(102, {"/a"});
+  EXPECT_EQ(Given(), (Ids{102, 101}));
+}
+
+TEST_F(StatusTest, RecognisesWhatAnItemHasExecuted) {
+  Launch({{"/usr/bin/env", "A=1", "sleep", "5"},
+          {"/bin/sh", "-c", "ulimit -n 100; exec web --port 80"},
+          {"/other"}});
+  Run(101, {"web", "--port", "80"});
+  Run(102, {"sleep", "5"});
+  EXPECT_EQ(Given(), (Ids{102, 101, 0}));
+}
+
+TEST_F(StatusTest, WantsWholeWordsOfWhatAnItemHasExecuted) {
+  Launch({{"/bin/sh", "-c", "exec nosleep 5"}, {"/other"}});
+  Run(101, {"sleep", "5"});
+  EXPECT_EQ(Given(), (Ids{0, 0}));
+}
+
+TEST_F(StatusTest, GivesTheLastItemTheLastProcess) {
+  Launch({{"/a"}, {"/b"}});
+  Run(101, {"a title"});
+  Run(102, {"/a"});
+  EXPECT_EQ(Given(), (Ids{102, 101}));
+  EXPECT_TRUE(FindLauncher().unassigned.empty());
+}
+
+TEST_F(StatusTest, GuessesNothing) {
+  Launch({{"/a"}, {"/b"}});
+  Run(101, {"x"});
+  Run(102, {});
+  EXPECT_EQ(Given(), (Ids{0, 0}));
+  ASSERT_EQ(FindLauncher().unassigned.size(), 2U);
+  EXPECT_EQ(FindLauncher().unassigned[1].process.id, 102);
 }
 
 TEST_F(StatusTest, AThreadForEachItemMeansThatMissingOnesStartAgain) {
   Launch(kTwo, 2);
-  EXPECT_EQ(States(),
-            (::States{ItemState::kBetweenStarts, ItemState::kBetweenStarts}));
-  EXPECT_FALSE(AllRun(Find()));
+  EXPECT_EQ(States(), (::States{kBetweenStarts, kBetweenStarts}));
+  EXPECT_FALSE(AllRun(FindLauncher()));
   TheLauncher().threads += 1;  // a logger library's
-  EXPECT_EQ(States(),
-            (::States{ItemState::kBetweenStarts, ItemState::kBetweenStarts}));
+  EXPECT_EQ(States(), (::States{kBetweenStarts, kBetweenStarts}));
 }
 
 TEST_F(StatusTest, AnItemWithoutAThreadIsGivenUp) {
   Launch(kTwo, 1);
   Run(101, {"/b"});
-  EXPECT_EQ(States(), (::States{ItemState::kGivenUp, ItemState::kRunning}));
+  EXPECT_EQ(States(), (::States{kGivenUp, kRunning}));
 }
 
 TEST_F(StatusTest, DoesNotSayWhichOfTwoItemsIsGivenUp) {
   Launch(kTwo, 1);
-  EXPECT_EQ(States(),
-            (::States{ItemState::kNotRunning, ItemState::kNotRunning}));
+  EXPECT_EQ(States(), (::States{kNotRunning, kNotRunning}));
 }
 
 TEST_F(StatusTest, ALauncherThatIsStillLoadingHasGivenNothingUp) {
   Launch(kTwo, 0);
   TheLauncher().uptime = 1039ms;
-  EXPECT_EQ(States(),
-            (::States{ItemState::kNotRunning, ItemState::kNotRunning}));
+  EXPECT_EQ(States(), (::States{kNotRunning, kNotRunning}));
   TheLauncher().uptime = 1040ms;
-  EXPECT_EQ(States(), (::States{ItemState::kGivenUp, ItemState::kGivenUp}));
+  EXPECT_EQ(States(), (::States{kGivenUp, kGivenUp}));
 }
 
 TEST_F(StatusTest, KnowsThatAllRunWithoutKnowingWhich) {
   Launch(kTwo, 2);
   Run(101, {"x"});
   Run(102, {"y"});
-  EXPECT_EQ(States(), (::States{ItemState::kRunning, ItemState::kRunning}));
+  EXPECT_EQ(States(), (::States{kRunning, kRunning}));
   EXPECT_FALSE(FindLauncher().items[0].worker);
-  EXPECT_TRUE(AllRun(Find()));
+  EXPECT_TRUE(AllRun(FindLauncher()));
 }
 
 TEST_F(StatusTest, SaysNothingOfItemsThatMayBeOthersProcesses) {
@@ -217,22 +291,20 @@ TEST_F(StatusTest, SaysNothingOfItemsThatMayBeOthersProcesses) {
          3);
   Run(101, {"x"});
   Run(102, {"y"});
-  EXPECT_EQ(States(), (::States{ItemState::kNotRunning, ItemState::kNotRunning,
-                                ItemState::kNotRunning}));
+  EXPECT_EQ(States(), (::States{kNotRunning, kNotRunning, kNotRunning}));
 }
 
 TEST_F(StatusTest, FollowsAChainToItsEnd) {
   Launch("{" + Item(0, "a", "/nonexistent") + "}", 1);
   processes_.push_back(Copy(101, kLauncher));
-  EXPECT_EQ(States(), (::States{ItemState::kBetweenStarts}))
-      << "it has just been forked";
+  EXPECT_EQ(States(), (::States{kBetweenStarts})) << "it has just been forked";
   processes_.push_back(Copy(102, 101));
   processes_.push_back(Copy(103, 102));
   const LauncherStatus launcher = FindLauncher();
-  EXPECT_EQ(launcher.items[0].state, ItemState::kChain);
+  EXPECT_EQ(launcher.items[0].state, "chain of 3 processes");
   EXPECT_EQ(launcher.items[0].worker->links, 3U);
   EXPECT_EQ(launcher.items[0].worker->process.id, 101);
-  EXPECT_FALSE(AllRun(Find()));
+  EXPECT_FALSE(AllRun(FindLauncher()));
   EXPECT_TRUE(Find().orphans.empty());
 }
 
@@ -240,7 +312,7 @@ TEST_F(StatusTest, SeesTheProgramAtTheEndOfAChain) {
   Launch(kTwo, 2);
   processes_.push_back(Copy(101, kLauncher));
   Run(102, {"/b"}, 101);
-  EXPECT_EQ(States(), (::States{ItemState::kBetweenStarts, ItemState::kChain}));
+  EXPECT_EQ(States(), (::States{kBetweenStarts, "chain of 1 process"}));
 }
 
 TEST_F(StatusTest, TwoUnassignedChainsAreNotRunningItems) {
@@ -251,8 +323,7 @@ TEST_F(StatusTest, TwoUnassignedChainsAreNotRunningItems) {
     processes_.push_back(Copy(head, kLauncher));
     processes_.push_back(Copy(head + 1, head));
   }
-  EXPECT_EQ(States(),
-            (::States{ItemState::kNotRunning, ItemState::kNotRunning}));
+  EXPECT_EQ(States(), (::States{kNotRunning, kNotRunning}));
   EXPECT_EQ(FindLauncher().unassigned.size(), 2U);
 }
 
@@ -263,18 +334,17 @@ TEST_F(StatusTest, NoticesAFileThatHasChangedSinceTheStart) {
     return FindLauncher().changed;
   };
   EXPECT_TRUE(changed_before(kUptime - 2min));
-  EXPECT_EQ(States(),
-            (::States{ItemState::kNotRunning, ItemState::kNotRunning}));
+  EXPECT_EQ(States(), (::States{kNotRunning, kNotRunning}));
   EXPECT_FALSE(changed_before(kUptime + 2min));
   EXPECT_FALSE(changed_before(kUptime - 500ms)) << "the clock was set";
 }
 
 TEST_F(StatusTest, SaysWhyAnItemsFileCannotBeUsed) {
   Launch("{}", 0);
-  EXPECT_TRUE(AllRun(Find()));
+  EXPECT_TRUE(AllRun(FindLauncher()));
   directory_.Write("items.json", "{");
-  EXPECT_EQ(FindLauncher().problem, "cannot be parsed");
-  EXPECT_FALSE(AllRun(Find()));
+  EXPECT_EQ(FindLauncher().problem, "cannot be read as JSON");
+  EXPECT_FALSE(AllRun(FindLauncher()));
   fs::remove(file_);
   EXPECT_EQ(FindLauncher().problem, "No such file or directory");
   fs::create_directory(file_);
@@ -293,7 +363,6 @@ TEST_F(StatusTest, NoticesTwoLaunchersOnOneItemsFile) {
       Program(200, 1, {"launcher", "beta", directory_.Path() / "link"});
   Process third = Program(300, 1, {"launcher", "c", "/nonexistent"});
   for (Process* const process : {&second, &third}) {
-    process->name = "launcher";
     process->threads = 2;
     processes_.push_back(*process);
   }
@@ -306,7 +375,11 @@ TEST_F(StatusTest, NoticesTwoLaunchersOnOneItemsFile) {
 
 TEST_F(StatusTest, FindsChainsWithoutALauncher) {
   file_ = "/items.json";
-  processes_ = {Copy(101, 1), Copy(102, 101), Copy(201, 99), Copy(202, 201),
+  processes_ = {Program(99, 1, {"/lib/systemd/systemd", "--user"}),
+                Copy(101, 1),
+                Copy(102, 101),
+                Copy(201, 99),
+                Copy(202, 201),
                 Copy(301, 1)};
   const Status status = Find();
   ASSERT_EQ(status.orphans.size(), 2U) << "301 may be a launcher that starts";

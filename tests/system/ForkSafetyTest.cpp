@@ -170,7 +170,7 @@ TEST(ForkedSide, ReadsTheItemFromMemoryAlone) {
       EXPECT_TRUE(std::regex_match(
           callee, std::regex("JsonObject::.*|Json::Value::~Value|"
                              "std::(__cxx11|__1)::basic_string.*|"
-                             "std::__1::to_string|std::__throw_.*|operator new|"
+                             "std::(__1|__cxx11)::to_string|std::__throw_.*|operator new|"
                              "operator delete|memset|memcpy|memmove")))
           << function << " calls " << callee;
     }

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -17,6 +16,10 @@
 #include "tests/support/ProcFs.h"
 #include "tests/support/StackGuard.h"
 #include "tests/support/SystemCalls.h"
+
+#ifdef __linux__
+#include <sys/syscall.h>
+#endif
 
 namespace {
 
@@ -101,6 +104,8 @@ TEST(StopThread, NeverMakesTheWakerWait) {
             0);
 }
 
+#ifdef __linux__
+
 // A handler that does not restart calls, such as a logger library may have.
 TEST(StopThread, GoesOnAfterAnInterruptedRead) {
   EXPECT_EQ(InForkedChild([] {
@@ -123,6 +128,8 @@ TEST(StopThread, GoesOnAfterAnInterruptedRead) {
             }),
             0);
 }
+
+#endif
 
 #if defined(__linux__) && !defined(__SANITIZE_THREAD__)
 

@@ -123,7 +123,8 @@ TEST_F(OpenLogTest, MakesAFileForTheUserAlone) {
 }
 
 TEST_F(OpenLogTest, TakesAllOtherPermissionsAway) {
-  for (const mode_t mode : {0644U, 0620U, 0777U, 04600U, 0700U, 0601U}) {
+  for (const mode_t mode :
+       std::initializer_list<mode_t>{0644, 0620, 0777, 04600, 0700, 0601}) {
     std::ofstream(log_) << "line\n";
     ASSERT_EQ(chmod(log_.c_str(), mode), 0);
     EXPECT_EQ(Error(), 0);

@@ -3,9 +3,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <ctime>
 #include <filesystem>
+#include <future>
 #include <optional>
 #include <string>
 #include <thread>
@@ -76,11 +76,10 @@ TEST(ProcessTable, HoldsThisProcess) {
 
 TEST(ProcessTable, CountsThreads) {
   const int before = Find(getpid())->threads;
-  std::atomic<bool> ends = false;
-  std::thread waiting([&] { ends.wait(false); });
+  std::promise<void> end;
+  std::thread waiting([&] { end.get_future().wait(); });
   EXPECT_EQ(Find(getpid())->threads, before + 1);
-  ends = true;
-  ends.notify_all();
+  end.set_value();
   waiting.join();
 }
 

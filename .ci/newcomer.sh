@@ -11,7 +11,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 readonly codename=${1:?"usage: .ci/newcomer.sh CODENAME"}
-readonly packages=git,mount,sudo days_kept=7
+readonly packages=git,mount,passwd,sudo days_kept=7
 readonly cache=${XDG_CACHE_HOME:-$HOME/.cache}/tamrel-launcher/$codename-$packages
 readonly out=$PWD/build/newcomer
 readonly root=$out/root

@@ -150,6 +150,8 @@ EXPORTED void* malloc(size_t size) {
   return Fails("malloc", ENOMEM) ? nullptr : __libc_malloc(size);
 }
 
+// By its type: where it is fortified, the name has several overloads.
+using Openat = int(int, const char*, int, ...);
 EXPORTED int openat(int directory, const char* path, int flags, ...) {
   va_list arguments;
   va_start(arguments, flags);
@@ -157,7 +159,7 @@ EXPORTED int openat(int directory, const char* path, int flags, ...) {
   va_end(arguments);
   return Fails("openat", EMFILE)
              ? -1
-             : Next(&openat, "openat")(directory, path, flags, mode);
+             : Next<Openat>(nullptr, "openat")(directory, path, flags, mode);
 }
 
 // A pipe's write cannot fail for want of anything, so the stop's does not.

@@ -24,7 +24,7 @@ int Execute(const std::string& path) {
   return InForkedChild([&] {
     const rlimit no_dump{0, 0};
     setrlimit(RLIMIT_CORE, &no_dump);
-    freopen("/dev/null", "w", stderr);
+    if (freopen("/dev/null", "w", stderr) == nullptr) return kNotExecuted;
     char* vector[] = {const_cast<char*>(path.c_str()), nullptr};
     execv(path.c_str(), vector);
     return kNotExecuted;

@@ -111,8 +111,9 @@ class Followed {
   Followed(const std::string& log, const std::string& output) {
     process_ = fork();
     if (process_ == 0) {
-      freopen(output.c_str(), "w", stdout);
-      execl(LAUNCHER_LOG, "launcher-log", "--follow", log.c_str(), nullptr);
+      if (freopen(output.c_str(), "w", stdout) != nullptr) {
+        execl(LAUNCHER_LOG, "launcher-log", "--follow", log.c_str(), nullptr);
+      }
       _exit(127);
     }
   }

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "logger/Descriptor.h"
+#include "tests/support/AnotherUser.h"
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Sandbox.h"
@@ -71,8 +72,6 @@ TEST_F(SharedDescriptorTest, IsNotReplacedWhileItIsUsed) {
 
 namespace fs = std::filesystem;
 
-constexpr uid_t kOtherUser = 65534;
-
 // A log in a directory that everyone can write to.
 class OpenLogTest : public testing::Test {
  protected:
@@ -87,7 +86,7 @@ class OpenLogTest : public testing::Test {
   template <class Body>
   static void AsOtherUser(Body body) {
     EXPECT_EQ(InForkedChild([&body] {
-                EXPECT_EQ(setuid(kOtherUser), 0);
+                EXPECT_EQ(setuid(kAnotherUser), 0);
                 body();
                 return HasFailure() ? 1 : 0;
               }),
@@ -111,10 +110,6 @@ class OpenLogTest : public testing::Test {
   const fs::path target_ = dir_.Path() / "target";
 };
 
-#define REQUIRE_ROOT() \
-  REQUIRE_SANDBOX();   \
-  if (geteuid() != 0) GTEST_SKIP() << "needs root, to become another user"
-
 TEST_F(OpenLogTest, MakesAFileForTheUserAlone) {
   const mode_t before = umask(0);
   EXPECT_EQ(Error(), 0);
@@ -134,7 +129,7 @@ TEST_F(OpenLogTest, TakesAllOtherPermissionsAway) {
 }
 
 TEST_F(OpenLogTest, RefusesAFileOfAnotherUser) {
-  REQUIRE_ROOT();
+  REQUIRE_ANOTHER_USER();
   AsOtherUser([&] {
     std::ofstream(log_) << "theirs\n";
     EXPECT_EQ(chmod(log_.c_str(), 0666), 0);
@@ -145,7 +140,7 @@ TEST_F(OpenLogTest, RefusesAFileOfAnotherUser) {
 }
 
 TEST_F(OpenLogTest, RefusesALinkOfAnotherUser) {
-  REQUIRE_ROOT();
+  REQUIRE_ANOTHER_USER();
   std::ofstream(target_) << "ours\n";
   chmod(target_.c_str(), 0640);
   AsOtherUser([&] { fs::create_symlink(target_, log_); });
@@ -154,7 +149,7 @@ TEST_F(OpenLogTest, RefusesALinkOfAnotherUser) {
 }
 
 TEST_F(OpenLogTest, MakesNoFileForALinkOfAnotherUser) {
-  REQUIRE_ROOT();
+  REQUIRE_ANOTHER_USER();
   AsOtherUser([&] { fs::create_symlink(target_, log_); });
   EXPECT_EQ(Error(), EPERM);
   EXPECT_FALSE(fs::exists(target_));
@@ -168,17 +163,17 @@ TEST_F(OpenLogTest, FollowsTheUsersOwnLink) {
 }
 
 TEST_F(OpenLogTest, FollowsALinkOfRoot) {
-  REQUIRE_ROOT();
+  REQUIRE_ANOTHER_USER();
   std::ofstream(target_) << "";
-  EXPECT_EQ(chown(target_.c_str(), kOtherUser, kOtherUser), 0);
+  EXPECT_EQ(chown(target_.c_str(), kAnotherUser, kAnotherUser), 0);
   fs::create_symlink(target_, log_);
   AsOtherUser([&] { EXPECT_EQ(Error(), 0); });
 }
 
 TEST_F(OpenLogTest, RefusesTheUsersOwnLinkToAFileOfAnotherUser) {
-  REQUIRE_ROOT();
+  REQUIRE_ANOTHER_USER();
   std::ofstream(target_) << "";
-  EXPECT_EQ(chown(target_.c_str(), kOtherUser, kOtherUser), 0);
+  EXPECT_EQ(chown(target_.c_str(), kAnotherUser, kAnotherUser), 0);
   fs::create_symlink(target_, log_);
   EXPECT_EQ(Error(), EPERM);
 }

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "logger/LogFile.h"
+#include "tests/support/AnotherUser.h"
 #include "tests/support/Files.h"
 #include "tests/support/LoggerFixture.h"
 #include "tests/support/Sandbox.h"
@@ -293,19 +294,16 @@ TEST_F(FileSizeLimitTest, LosesLinesThatNoFileCanHoldAndKeepsTheOldFiles) {
 
 TEST_F(LogFileTest, LosesAndCountsLinesWhileItsPlaceIsTaken) {
   REQUIRE_SANDBOX();
-  if (geteuid() != 0) {
-    GTEST_SKIP() << "needs root, to give files away";
-  }
-  constexpr uid_t kOtherUser = 65534;
+  REQUIRE_ANOTHER_USER();
   Logger& logger = Open();
   LogNumbers(logger, 1, 1);
   fs::rename(log_, logs_ / "kept");
   fs::create_symlink("kept", log_);
-  EXPECT_EQ(lchown(log_.c_str(), kOtherUser, kOtherUser), 0);
+  EXPECT_EQ(lchown(log_.c_str(), kAnotherUser, kAnotherUser), 0);
   Log(logger, "the file itself, reached by their link");
   fs::remove(log_);
   dir_.Write("logs/x.log", "theirs\n");
-  EXPECT_EQ(chown(log_.c_str(), kOtherUser, kOtherUser), 0);
+  EXPECT_EQ(chown(log_.c_str(), kAnotherUser, kAnotherUser), 0);
   LogNumbers(logger, 2, 2);
   EXPECT_EQ(ReadFile(log_), "theirs\n");
   fs::remove(log_);

@@ -20,6 +20,7 @@
 
 #include "common/util/ProcessHelpers.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/AnotherUser.h"
 #include "tests/support/FakeExecutablePath.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/TempDir.h"
@@ -230,18 +231,12 @@ TEST(IsRunningPid, DoesNotDisturbTheProcess) {
 }
 
 TEST(IsRunningPid, IsFalseForAProcessThatMayNotBeSignalled) {
-  constexpr uid_t kNobody = 65534;
-  constexpr int kCannotBecomeNobody = 2;
-  const int status = InForkedChild([] {
-    if (setuid(kNobody) != 0) {
-      return kCannotBecomeNobody;
-    }
-    return IsRunningPID(getppid()) ? 1 : 0;
-  });
-  if (status == kCannotBecomeNobody) {
-    GTEST_SKIP() << "needs the right to become another user";
-  }
-  EXPECT_EQ(status, 0);
+  REQUIRE_ANOTHER_USER();
+  EXPECT_EQ(InForkedChild([] {
+              if (setuid(kAnotherUser) != 0) return 2;
+              return IsRunningPID(getppid()) ? 1 : 0;
+            }),
+            0);
 }
 
 std::string CurrentPathOf(std::optional<std::string> executable) {

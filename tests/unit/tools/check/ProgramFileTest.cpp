@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "tests/support/AnotherUser.h"
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/TempDir.h"
@@ -276,17 +277,14 @@ TEST_F(ProgramFile, MustNotBeASharedLibrary) {
 #endif
 
 TEST_F(ProgramFile, IsOnlyDoubtedWhenItIsExecutableButNotReadable) {
-  if (geteuid() != 0) {
-    GTEST_SKIP() << "needs another user";
-  }
-  constexpr uid_t kNobody = 65534;
+  REQUIRE_ANOTHER_USER();
   chmod(directory_.Path().c_str(), 0755);
   const std::string path = Executable("secret", "hello\n");
   chmod(path.c_str(), 0111);
   EXPECT_EQ(IdOf(path), "program-format");
   EXPECT_EQ(InForkedChild([&] {
               return chdir(directory_.Path().c_str()) == 0 &&
-                             setuid(kNobody) == 0 &&
+                             setuid(kAnotherUser) == 0 &&
                              IdOf("secret") == "program-unreadable"
                          ? 0
                          : 1;

@@ -45,7 +45,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
                          INTERFACE $<$<CONFIG:Release>:-Wno-restrict>)
 endif()
 
-# Hardening, where the compiler has it; docs/performance.md says what it costs.
+# Hardening, where the compiler has it.
 # The stack is probed page by page: an argument vector too large for its stack
 # ends the child and never reaches the memory beyond. clang on macOS does that,
 # too, but its driver drops the option with a warning.

@@ -168,10 +168,12 @@ TEST(ForkedSide, ReadsTheItemFromMemoryAlone) {
     EXPECT_FALSE(callees.empty()) << function;
     for (const std::string& callee : callees) {
       EXPECT_TRUE(std::regex_match(
-          callee, std::regex("JsonObject::.*|Json::Value::~Value|"
-                             "std::(__cxx11|__1)::basic_string.*|"
-                             "std::(__1|__cxx11)::to_string|std::__throw_.*|operator new|"
-                             "operator delete|memset|memcpy|memmove")))
+          callee,
+          std::regex(
+              "JsonObject::.*|Json::Value::~Value|"
+              "std::(__cxx11|__1)::basic_string.*|"
+              "std::(__1|__cxx11)::to_string|std::__throw_.*|operator new|"
+              "operator delete|memset|memcpy|memmove")))
           << function << " calls " << callee;
     }
   }

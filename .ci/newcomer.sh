@@ -42,7 +42,7 @@ make_system() {
   # shellcheck disable=SC2086  # One argument a file.
   unshare --mount mmdebstrap --quiet --variant=apt --include="$packages" \
     "$codename" "$cache/new.tar" $sources ||
-    skip "the packages of $codename are not to be had"
+    skip "the packages of $codename are not available"
   mv "$cache/new.tar" "$cache/system.tar"
 }
 

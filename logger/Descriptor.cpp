@@ -113,8 +113,8 @@ SharedDescriptor::Use::~Use() {
 }
 
 bool SharedDescriptor::Replace(Descriptor descriptor, const FileState& state) {
-  std::uint32_t nobody = 0;
-  if (!users_.compare_exchange_strong(nobody, kReplacing,
+  std::uint32_t no_users = 0;
+  if (!users_.compare_exchange_strong(no_users, kReplacing,
                                       std::memory_order_acquire)) {
     return false;
   }

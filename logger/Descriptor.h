@@ -76,12 +76,12 @@ Descriptor OpenLog(const char* path);
 // and wait for ever. dup2 would exchange the file under the number, but on our
 // platforms it leaves the number open across execv until a second call.
 //
-// So the users are counted. The descriptor is replaced only while nobody uses
-// it. Otherwise the thread with the new descriptor writes its line there and
-// closes it, and the next thread tries again: no thread ever waits. In a forked
-// child the count may say for ever that there are users, or that a replacement
-// is under way. The child then opens the file for every line that the old
-// descriptor cannot take, which is slow but right.
+// So the users are counted. The descriptor is replaced only while no thread
+// uses it. Otherwise the thread with the new descriptor writes its line there
+// and closes it, and the next thread tries again: no thread ever waits. In a
+// forked child the count may say for ever that there are users, or that a
+// replacement is under way. The child then opens the file for every line that
+// the old descriptor cannot take, which is slow but right.
 //
 // Safe from any thread and in a forked child.
 class SharedDescriptor {

@@ -10,10 +10,25 @@
 #include <type_traits>
 
 #include "common/json/JsonObject.h"
+#include "tests/support/LocalStatics.h"
 
 namespace {
 
 using namespace std::string_literals;
+
+#ifdef __linux__
+
+// It goes into each member that is added. A forked child that had to make it
+// would wait for ever if another thread was making it at the fork. This test
+// must be the first to use jsoncpp.
+TEST(JsonObjectNull, IsMadeBeforeMain) {
+  JsonObject document("{}");
+  const int before = LocalStaticsMade();
+  document["x"];
+  EXPECT_EQ(LocalStaticsMade(), before);
+}
+
+#endif
 
 // The AERROR that `action` throws, if any.
 template <class Action>

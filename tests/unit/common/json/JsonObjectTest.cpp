@@ -18,10 +18,11 @@ using namespace std::string_literals;
 
 #ifdef __linux__
 
-// It goes into each member that is added. A forked child that had to make it
-// would wait for ever if another thread was making it at the fork. This test
+// jsoncpp copies its null, a function-local static, into each member that it
+// adds. It makes it when the program starts. A forked child that had to make it
+// could wait for ever for a thread that was making it at the fork. This test
 // must be the first to use jsoncpp.
-TEST(JsonObjectNull, IsMadeBeforeMain) {
+TEST(JsonObjectNull, IsMadeBeforeAnyThread) {
   JsonObject document("{}");
   const int before = LocalStaticsMade();
   document["x"];

@@ -1,8 +1,7 @@
 // Trimming white space from both ends of a string.
 //
-// `static inline`: every source file that includes this header has its own copy
-// of the function. Safe from any thread and in a forked child of a threaded
-// process.
+// `static inline`: every source file that includes this header has its own
+// copy. Safe from any thread and in a forked child of a threaded process.
 
 #pragma once
 

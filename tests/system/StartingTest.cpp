@@ -225,7 +225,7 @@ TEST_F(StartingTest, NeverLogsThatItReads) {
   }
 }
 
-// What ends the start-up.
+// Items that end the start-up.
 
 class FaultyItemsTest : public StartingTest,
                         public testing::WithParamInterface<std::string> {};
@@ -246,7 +246,7 @@ INSTANTIATE_TEST_SUITE_P(
                     R"({"0": "text"})", R"({"0": []})", R"({"0": true})",
                     R"({"0": {"name": {}}})", R"({"0": {"name": ["a"]}})"));
 
-TEST_F(StartingTest, StopsWhatItHasStartedWhenALaterItemIsFaulty) {
+TEST_F(StartingTest, StopsEarlierItemsWhenALaterOneIsFaulty) {
   // The items between give the first one time to fork. Stopping it before that
   // kills the launcher's group.
   std::string items = R"({"0": )" + Sleeper("early");

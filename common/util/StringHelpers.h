@@ -24,8 +24,6 @@ std::vector<std::wstring> split(const std::wstring& text,
 // an argument cannot be formatted (a wide character without a multibyte form).
 // Throws std::bad_alloc when the result and its terminator have more bytes than
 // an int counts.
-//
-//   string_format("%d-%s", 7, "x")  gives  "7-x"
 std::string string_format(std::string format, ...);
 
 // Replaces `search` in `text` from left to right. After each replacement the
@@ -48,8 +46,6 @@ bool ends_with(const std::string& text, const std::string& suffix);
 // Decodes all of `text` from UTF-8, zero bytes and a byte-order mark included.
 // Throws std::range_error("wstring_convert: from_bytes error") unless each code
 // point is at most U+10FFFF, no surrogate, and in its shortest form.
-//
-//   s2ws("\xC3\xA9")  gives  L"\u00E9"
 std::wstring s2ws(const std::string& text);
 
 // Encodes all of `text` as UTF-8, zero characters included, without adding a

@@ -12,9 +12,7 @@
 // whatever the current one: space, \t, \n, \v, \f and \r. Bytes of 0x80 and
 // above are not white space.
 //
-//   " \t a b\r\n"   becomes  "a b"
-//   "   "           becomes  ""
-//   "\xA0 a"        stays    "\xA0 a"
+//   " \t a b\r\n"  becomes  "a b"
 static inline std::string& trim(std::string& text) {
   constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
   text.erase(text.find_last_not_of(kWhiteSpace) + 1);

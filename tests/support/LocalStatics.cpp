@@ -13,7 +13,6 @@ std::atomic<int> g_made = 0;
 int LocalStaticsMade() { return g_made; }
 
 // In place of the runtime's own, which compiled code calls first.
-// NOLINTNEXTLINE(bugprone-reserved-identifier)
 extern "C" __attribute__((visibility("default"))) int __cxa_guard_acquire(
     void* guard) {
   ++g_made;

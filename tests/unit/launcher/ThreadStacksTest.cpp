@@ -22,6 +22,10 @@
 #include "tests/support/StackGuard.h"
 #include "tests/support/SystemCalls.h"
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 namespace {
 
 #ifdef __linux__
@@ -170,6 +174,23 @@ TEST(ThreadStacks, FaultWhereTheKernelRefusesTheMark) {
     EXPECT_EQ(status, beyond == 0 ? -SIGSEGV : 0);
   }
 }
+
+#ifdef __GLIBC__
+
+TEST(ThreadStacks, KeepNoMemoryOfTheirThreads) {
+  EXPECT_EQ(InForkedChild([] {
+              constexpr std::size_t kThreads = 500;
+              OnGuardedThread([] {});
+              const std::size_t before = mallinfo2().uordblks;
+              for (std::size_t i = 0; i < kThreads; ++i) {
+                OnGuardedThread([] {});
+              }
+              return mallinfo2().uordblks < before + 8 * kThreads ? 0 : 1;
+            }),
+            0);
+}
+
+#endif
 
 // The cost of a fork depends on this.
 TEST(ThreadStacks, NeedNoMappingEach) {

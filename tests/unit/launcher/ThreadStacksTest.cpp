@@ -157,8 +157,10 @@ TEST(ThreadStacks, KeepTheirGuardInAForkedChild) {
 TEST(ThreadStacks, FaultWhereTheKernelRefusesTheMark) {
   for (const std::ptrdiff_t beyond : {0, 1}) {
     const int status = InForkedChild([&] {
-      // They take the stacks that earlier threads have marked.
-      for (int i = 0; i < 8; ++i) {
+      // They take the stacks that earlier threads have marked, of which the C
+      // library keeps 40 MiB.
+      constexpr int kKept = 100;
+      for (int i = 0; i < kKept; ++i) {
         pthread_t idle;
         CreateThread(
             &idle, [](void*) -> void* { return WaitForEver(); }, nullptr);

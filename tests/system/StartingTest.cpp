@@ -326,14 +326,15 @@ TEST_F(StartingTest, KeepsTheLaterOfTwoItemsOfOneName) {
       R"(, "2": {"name": "twin", "program": "/bin/sleep", "argc": 1,
           "args": {"0": "2000"}}})";
   // Replacing an earlier twin that has not forked kills the launcher's process
-  // group.
+  // group. It is over once the earlier twin's end is logged.
   const auto has_replaced = [&] {
     std::multiset<std::string> lines;
     for (const pid_t child : ChildrenOf(run_->Process())) {
       lines.insert(CommandLine(child));
     }
-    return lines ==
-           std::multiset<std::string>{"/bin/sleep 1000", "/bin/sleep 2000"};
+    return !run_->Ends("twin").empty() &&
+           lines ==
+               std::multiset<std::string>{"/bin/sleep 1000", "/bin/sleep 2000"};
   };
   for (int tries = 0; !run_->IsRunning(); ++tries) {
     ASSERT_LT(tries, kMaxTries);

@@ -57,8 +57,6 @@ class Ledger : public testing::EmptyTestEventListener {
   void OnTestProgramEnd(const testing::UnitTest& program) override;
 
   std::unique_ptr<const TempDir> directory_;  // none outside the sandbox
-  // Those of the program's starter, which may rename their files.
-  std::map<int, std::string> inherited_;
   Stock start_;
   int threads_ = 0;
 };
@@ -72,7 +70,6 @@ void Ledger::OnTestProgramStart(const testing::UnitTest&) {
   if (sandbox::IsInside()) {
     directory_ = std::make_unique<const TempDir>();
     setenv("TMPDIR", directory_->Path().c_str(), 1);
-    inherited_ = Take().descriptors;
   }
 }
 
@@ -84,7 +81,7 @@ Ledger::Stock Ledger::Take() const {
     const int number = std::stoi(entry.path().filename());
     // The directory that is being read is open, too.
     if (!vanished && !target.starts_with("/proc/") &&
-        !inherited_.contains(number) && !IsLoggers(number, target)) {
+        !IsLoggers(number, target)) {
       stock.descriptors[number] = target;
     }
   }

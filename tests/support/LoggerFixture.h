@@ -53,7 +53,7 @@ class LoggerFixture : public testing::Test {
     return std::filesystem::file_size(dir.Path() / LogFileName("x"));
   }
 
-  // Whether `body` passes in a forked child, which it may leave in any state.
+  // Whether `body` passes in a forked child. It may leave that in any state.
   template <class Body>
   static bool PassesInForkedChild(Body body) {
     return InForkedChild([&body] {

@@ -7,12 +7,15 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <iterator>
 #include <map>
 #include <memory>
+#include <ostream>
 #include <set>
+#include <string>
 
 #include "tests/support/Poll.h"
 #include "tests/support/Sandbox.h"
@@ -25,6 +28,21 @@ namespace {
 bool IsNumber(const std::string& text) {
   return std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
 }
+
+// An open file, whatever its name: another process may rename or remove a file
+// that this one has inherited, such as ctest's log.
+struct OpenFile {
+  std::string name;
+  dev_t device = 0;
+  ino_t inode = 0;
+
+  bool operator==(const OpenFile& other) const {
+    return device == other.device && inode == other.inode;
+  }
+};
+
+// Called by Google Test.
+void PrintTo(const OpenFile& file, std::ostream* out) { *out << file.name; }
 
 // Whether `descriptor`, open on `file`, belongs to a logger, which by design
 // never closes it.
@@ -45,7 +63,7 @@ int Threads() {
 class Ledger : public testing::EmptyTestEventListener {
  private:
   struct Stock {
-    std::map<int, std::string> descriptors;
+    std::map<int, OpenFile> descriptors;
     std::set<std::string> processes;
     std::set<fs::path> files;
   };
@@ -82,7 +100,9 @@ Ledger::Stock Ledger::Take() const {
     // The directory that this reads is open, too.
     if (!vanished && !target.starts_with("/proc/") &&
         !IsLoggers(number, target)) {
-      stock.descriptors[number] = target;
+      struct stat status = {};
+      fstat(number, &status);
+      stock.descriptors[number] = {target, status.st_dev, status.st_ino};
     }
   }
   for (const auto& entry : fs::directory_iterator("/proc")) {

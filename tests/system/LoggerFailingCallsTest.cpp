@@ -1,11 +1,14 @@
 // Calls that fail, or during which something else happens: this program is
 // linked with its own version of each function that is wrapped here.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdlib>
 #include <fstream>
@@ -30,6 +33,8 @@ std::function<void()> g_on_seek;
 int g_interrupted_opens = 0;
 bool g_flock_fails = false;
 std::function<void()> g_before_rename;
+std::function<void()> g_before_removal;
+std::function<void()> g_before_yield;
 // In the clock's own unit; 0 while it runs.
 long long g_clock = 0;
 
@@ -45,6 +50,8 @@ ssize_t __real_pwrite(int file, const void* data, std::size_t bytes,
 off_t __real_lseek(int file, off_t offset, int whence);
 int __real_openat(int directory, const char* path, int flags, ...);
 int __real_flock(int file, int operation);
+int __real_unlinkat(int directory, const char* path, int flags);
+int __real_sched_yield();
 int __real_renameat(int old_directory, const char* old_path, int new_directory,
                     const char* new_path);
 
@@ -117,6 +124,20 @@ int __wrap_renameat(int old_directory, const char* old_path, int new_directory,
   return __real_renameat(old_directory, old_path, new_directory, new_path);
 }
 
+int __wrap_unlinkat(int directory, const char* path, int flags) {
+  if (g_before_removal) {
+    g_before_removal();
+  }
+  return __real_unlinkat(directory, path, flags);
+}
+
+int __wrap_sched_yield() {
+  if (g_before_yield) {
+    g_before_yield();
+  }
+  return __real_sched_yield();
+}
+
 int __wrap_flock(int file, int operation) {
   if (g_flock_fails) {
     errno = ENOLCK;
@@ -146,6 +167,8 @@ class Fault : public LoggerFixture {
     g_flock_fails = false;
     g_clock = 0;
     g_before_rename = nullptr;
+    g_before_removal = nullptr;
+    g_before_yield = nullptr;
   }
 
   using LoggerFixture::Log;
@@ -397,6 +420,111 @@ TEST_F(Fault, LosesNoLineWhenTheFullFileIsRemovedBeforeItIsRenamed) {
   LogNumbers(logger, 2, 1);
   EXPECT_EQ(ReadMessages(log_), Numbers(2, 1));
 }
+
+// Another process's rotation, in the middle of which this process rotates.
+class LockedRotationTest : public Fault {
+ protected:
+  static constexpr LogLimits kLimits{1, 3};
+
+  LockedRotationTest() { EXPECT_EQ(flock(lock_, LOCK_EX), 0); }
+  ~LockedRotationTest() override { close(lock_); }
+
+  const int lock_ = open(logs_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+};
+
+TEST_F(LockedRotationTest, GetsSomeChancesToFinish) {
+  Logger& logger = Open(kLimits);
+  LogNumbers(logger, 1, 1);
+  int chances = 0;
+  g_before_yield = [&] {
+    if (++chances == 5) {
+      fs::rename(log_, Old(1));
+      dir_.Write("logs/x.log", "");
+    }
+  };
+  g_before_rename = [] { ADD_FAILURE() << "the file is renamed once more"; };
+  LogNumbers(logger, 2, 1);
+  EXPECT_EQ(chances, 5);
+  EXPECT_EQ(ReadMessages(log_), Numbers(2, 1));
+}
+
+TEST_F(LockedRotationTest, IsNotWaitedFor) {
+  constexpr int kManyChances = 100;
+  int chances = 0;
+  g_before_yield = [&] { ++chances; };
+  LogNumbers(Open(kLimits), 1, 2);
+  EXPECT_LT(chances, kManyChances);
+  EXPECT_EQ(ReadMessages(log_), Numbers(2, 1));
+}
+
+TEST_F(LockedRotationTest, RemovesNoMoreWhenBothRemoveTheSameFile) {
+  for (int number = 1; number <= kLimits.old_files; ++number) {
+    std::ofstream(Old(number)) << "old\n";
+  }
+  Logger& logger = Open(kLimits);
+  LogNumbers(logger, 1, 2);
+  g_before_removal = [this] { fs::remove(Old(kLimits.old_files)); };
+  LogNumbers(logger, 3, 1);
+  EXPECT_FALSE(fs::exists(Old(3)));
+  EXPECT_TRUE(fs::exists(Old(2)));
+}
+
+// The child inherits the directory's descriptor, and with it the lock.
+TEST_F(Fault, HoldsTheLockNoLongerThanTheRotationWhereAChildIsForkedInIt) {
+  Logger& logger = Open({1, 3});
+  LogNumbers(logger, 1, 1);
+  pid_t child = -1;
+  g_before_rename = [&child] {
+    g_before_rename = nullptr;
+    child = fork();
+    if (child == 0) {
+      pause();
+    }
+  };
+  LogNumbers(logger, 2, 2);
+  EXPECT_EQ(ReadMessages(Old(2)), Numbers(1, 1));
+  EXPECT_EQ(ReadMessages(Old(1)), Numbers(2, 1));
+  ASSERT_GT(child, 0);
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+}
+
+// Another launcher is stopped, with the lock, before one of the four renames of
+// its rotation.
+class StoppedRotationTest : public Fault,
+                            public testing::WithParamInterface<int> {};
+
+TEST_P(StoppedRotationTest, HoldsNobodyUpAndIsFinishedLater) {
+  constexpr LogLimits kLimits{1, 3};
+  Logger& logger = Open(kLimits);
+  LogNumbers(logger, 1, 3);
+  const pid_t child = fork();
+  if (child == 0) {
+    g_before_rename = [renames = GetParam()]() mutable {
+      if (--renames == 0) {
+        raise(SIGSTOP);
+      }
+    };
+    LogNumbers(logger, 4, 1);
+    _exit(0);
+  }
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, WUNTRACED), child);
+  EXPECT_TRUE(WIFSTOPPED(status)) << status;
+  for (int line = 5; line <= 14; ++line) {
+    LogNumbers(logger, line, 1);
+    EXPECT_EQ(ReadMessages(log_), Numbers(line, 1));
+    EXPECT_LE(FilesIn(logs_).size(), kLimits.old_files + 2U);
+  }
+  kill(child, SIGCONT);
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  LogNumbers(logger, 15, 1);
+  EXPECT_EQ(MessagesInAllFiles(), (Messages{"4", "14", "13", "15"}));
+}
+
+INSTANTIATE_TEST_SUITE_P(BeforeRename, StoppedRotationTest,
+                         testing::Range(1, 5));
 
 // The log is renamed after a line that looked at its path; the clock stands
 // still.

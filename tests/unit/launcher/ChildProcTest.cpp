@@ -454,6 +454,13 @@ TEST_F(ChildProcTest, CutsArgcToThirtyTwoBits) {
   EXPECT_EQ(FirstExec(), (Vector{"/bin/true", "/bin/true", "a"}));
 }
 
+TEST_F(ChildProcTest, PassesTheLargestArgcThatFitsTheStack) {
+  Start(Item(R"("program": "/bin/true", "argc": )" +
+             std::to_string(kLargestArgc)));
+  EXPECT_EQ(std::ssize(FirstExec()), 2 + kLargestArgc);
+  EXPECT_EQ(FirstStatus(), 0);
+}
+
 TEST_F(ChildProcTest, EndsTheChildAloneWhenTheVectorExceedsTheStack) {
   Start(Item(R"("program": "/bin/true", "argc": 2147483647)"));
   EXPECT_EQ(FirstStatus() & 0x7f, SIGSEGV);

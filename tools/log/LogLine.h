@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-#include "tools/log/Times.h"
+#include "tools/text/Times.h"
 
 // What ended a program, from the harmless to the grave.
 enum class EndCause { kSuccess, kFailure, kKilled, kSignal, kCore };
@@ -47,7 +47,7 @@ enum class LogEventKind {
 };
 
 struct LogEvent {
-  LogMicros time = 0;
+  Micros time = 0;
   std::int64_t process = 0;
   std::int64_t thread = 0;
   LogEventKind kind = LogEventKind::kOther;

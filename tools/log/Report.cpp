@@ -52,12 +52,12 @@ std::string CausesText(const ItemHistory& item) {
   return text.empty() ? "-" : text;
 }
 
-std::string SpanOrDash(std::optional<LogMicros> span) {
+std::string SpanOrDash(std::optional<Micros> span) {
   return span ? SpanText(*span) : "-";
 }
 
 TableRow ItemRow(const ItemHistory& item, const Present& present) {
-  const LogMicros now = present.now;
+  const Micros now = present.now;
   const ItemState state = item.StateAt(present);
   return {Printable(item.name),
           CountText(item.Starts()) + (item.HasDerivedStarts() ? "~" : ""),
@@ -147,7 +147,7 @@ std::string Remarks(const Report& report,
   return text;
 }
 
-Json::Value JsonMilliseconds(std::optional<LogMicros> span) {
+Json::Value JsonMilliseconds(std::optional<Micros> span) {
   return span ? Json::Value(*span / 1000) : Json::Value();
 }
 

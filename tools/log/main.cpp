@@ -23,8 +23,8 @@
 #include "tools/log/Report.h"
 #include "tools/log/Table.h"
 #include "tools/log/Timeline.h"
-#include "tools/log/Times.h"
 #include "tools/text/Terminal.h"
+#include "tools/text/Times.h"
 
 namespace {
 
@@ -138,8 +138,8 @@ class Program {
 
   void CheckInput() const {
     if (!history_.HasLines() && history_.Totals().unrecognised > 0) {
-      throw std::runtime_error(options_.path +
-                               ": not a log, no line is laid out as one");
+      throw std::runtime_error(
+          options_.path + ": not a log: no line has the layout of a log line");
     }
     for (const std::string& name : history_.UnknownNames()) {
       throw std::runtime_error("--item: the log does not mention " + name);

@@ -47,8 +47,9 @@ int ShowProcess(const Status& status, const std::string& name) {
     return Fail(Printable(name) + ": " + found->state, kNotAllRun);
   }
   if (!found->worker) {
-    return Fail(Printable(name) + ": its process cannot be told from others",
-                kNotAllRun);
+    return Fail(
+        Printable(name) + ": its process cannot be distinguished from others",
+        kNotAllRun);
   }
   std::cout << found->worker->process.id << "\n";
   return kAllRun;

@@ -40,24 +40,26 @@ struct CheckedItem {
   // What the program is given, its path first; nothing where the launcher does
   // not get that far.
   std::optional<std::vector<std::string>> vector;
-  Findings findings;
 };
 
 struct CheckResult {
-  bool readable = false;
+  bool readable = false;  // whether the file could be read to its end
+  // What the launcher gets: all of the file up to the first NUL. Nothing when
+  // it gets none.
+  std::optional<std::string> text;
   std::vector<CheckedItem> items;
-  Findings findings;  // those that belong to none of `items`
+  Findings findings;  // in the order of the items, then those of no item
 };
 
-std::size_t CountFindings(const CheckResult& result, Severity severity);
+std::size_t CountFindings(const Findings& findings, Severity severity);
 
-// Fills in the lines and columns of all places. `text` is the file's.
-void CountLines(const std::string& text, CheckResult& result);
+// Fills in the lines and columns of all places in `text`.
+void CountLines(const std::string& text, Findings& findings);
 
 // For people. A finding begins like a compiler's message, with
 // "<path>:<line>:<column>: error: ", and names its rule in brackets.
 std::string TextReport(const std::string& path, const CheckResult& result,
                        bool coloured);
 
-// A JSON document.
+// A JSON document with a line for each item and finding.
 std::string JsonReport(const std::string& path, const CheckResult& result);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -21,6 +22,10 @@ std::optional<ProgramProblem> FindProgramProblem(const std::string& path);
 
 // The part of that which is about the path and its permissions alone.
 std::optional<ProgramProblem> FindAccessProblem(const std::string& path);
+
+// Up to `count` bytes of the file at `path` from `offset` on.
+std::string BytesAt(const std::string& path, std::uint64_t offset,
+                    std::size_t count);
 
 // The rest depends on the system.
 

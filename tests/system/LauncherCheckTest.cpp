@@ -1,4 +1,4 @@
-// The program launcher-check, and that the launcher does what it says.
+// The program launcher-check. Its findings are compared with real launchers.
 
 #include <gtest/gtest.h>
 #include <signal.h>

@@ -250,7 +250,7 @@ TEST_F(LauncherLogOnTerminal, FitsTheTerminal) {
 
 TEST_F(LauncherLogOnTerminal, ShowsThatALogToFollowDoesNotExistYet) {
   Start({"--follow"});
-  EXPECT_TRUE(Shows(log_ + ": not there yet"));
+  EXPECT_TRUE(Shows(log_ + ": does not exist yet"));
   Append(Line("new"));
   EXPECT_TRUE(Shows("\r\nnew "));
 }
@@ -371,7 +371,7 @@ TEST_F(LauncherLog, SaysThatALogToFollowDoesNotExistYet) {
   const CommandResult result = RunCommand(
       {"/bin/sh", "-c",
        "timeout 2 " LAUNCHER_LOG " --follow " + log + " >/dev/null"});
-  EXPECT_EQ(result.errors, "launcher-log: " + log + ": not there yet\n");
+  EXPECT_EQ(result.errors, "launcher-log: " + log + ": does not exist yet\n");
 }
 
 TEST_F(LauncherLog, ReadsALongLogOfManyItemsInLittleMemory) {

@@ -79,7 +79,7 @@ class DocumentCheck {
         Found(rule, std::move(place), std::move(problem)));
   }
 
-  // The launcher's own walk. What it throws ends the launcher's start-up.
+  // The launcher's own walk. An exception here ends the launcher's start-up.
   void Walk(JsonObject document) {
     const auto visit = [this](bool is_named) {
       return [this, is_named](int index, JsonObject item) {

@@ -1,6 +1,5 @@
-// What the launcher would do with an items file, found out by reading the file
-// through the launcher's own walk (launcher/Items.h), without starting
-// anything.
+// Finds out what the launcher would do with an items file. It reads the file
+// through the launcher's own walk (launcher/Items.h) and starts nothing.
 
 #pragma once
 

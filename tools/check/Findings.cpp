@@ -111,7 +111,8 @@ std::string JsonArray(const Elements& elements, const ToJson& to_json) {
   for (const auto& element : elements) {
     text += std::exchange(separator, ",\n") + writer.write(to_json(element));
   }
-  return text + "\n]";
+  text += "\n]";
+  return text;
 }
 
 }  // namespace

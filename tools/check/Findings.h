@@ -1,4 +1,4 @@
-// What is found in an items file, and how it is shown.
+// The findings about an items file, and the reports of them.
 
 #pragma once
 
@@ -37,15 +37,15 @@ struct CheckedItem {
   int index = 0;
   std::optional<std::string> name;
   bool runs = false;  // false when it is skipped, or replaced by a later one
-  // What the program is given, its path first; nothing where the launcher does
-  // not get that far.
+  // The program's argument vector, its path first; nothing where the launcher
+  // does not get that far.
   std::optional<std::vector<std::string>> vector;
 };
 
 struct CheckResult {
   bool readable = false;  // whether the file could be read to its end
-  // What the launcher gets: all of the file up to the first NUL. Nothing when
-  // it gets none.
+  // The text that the launcher reads: the file up to its first NUL. Nothing
+  // when it reads none.
   std::optional<std::string> text;
   std::vector<CheckedItem> items;
   Findings findings;  // in the order of the items, then those of no item

@@ -1,4 +1,4 @@
-// What the launcher does with one item.
+// Checks one item.
 
 #pragma once
 

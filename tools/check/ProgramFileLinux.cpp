@@ -20,7 +20,7 @@ const std::size_t kScriptLineBytes = 256;
 const bool kSplitsScriptArguments = false;
 
 std::size_t LargestArgumentsBytes() {
-  // Whatever the limit on the stack, the kernel takes no more.
+  // The kernel accepts no more, whatever the limit on the stack.
   constexpr std::size_t kMostBytes = std::size_t{6} * 1024 * 1024;
   const long bytes = sysconf(_SC_ARG_MAX);
   return bytes <= 0 ? kMostBytes

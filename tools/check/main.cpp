@@ -1,4 +1,4 @@
-// launcher-check: what the launcher would do with an items file.
+// launcher-check: says what the launcher would do with an items file.
 
 #include <unistd.h>
 
@@ -37,8 +37,8 @@ int StatusOf(const CheckResult& result, bool strict) {
   return strict && !result.findings.empty() ? kWarnings : kClean;
 }
 
-// Writes the corrected file to standard output, if it can be corrected, and
-// what is left to standard error.
+// Writes the corrected file to standard output, if it can be corrected, and the
+// corrections to standard error. Returns the file to check.
 CheckResult Fix(CheckResult file) {
   const auto fixed = file.text ? FixItems(*file.text) : std::nullopt;
   if (!fixed) {

@@ -1,4 +1,4 @@
-// What a log says about items and launchers.
+// The history of items and launchers that a log shows.
 //
 // The launcher logs starts at level DEBUG only. Elsewhere they are derived from
 // the ends: the launcher starts a program again `kRestartPause` after its end.
@@ -117,7 +117,7 @@ struct ItemHistory {
   std::uint64_t Starts() const;
   ItemState StateAt(Micros now) const;
   ItemState StateAt(const Present& present) const;
-  // Whether what followed its last end is not logged.
+  // Whether the log does not show what followed the last end.
   bool HasDerivedState() const;
   // When the present run began, as far as it is known.
   std::optional<Micros> RunStart() const;
@@ -143,13 +143,13 @@ struct LauncherSeen {
   bool logs_starts = false;
 };
 
-// What of a log is wanted. Earlier events count for states alone.
+// The part of a log to report. Earlier events affect only the states.
 struct Selection {
   std::optional<Micros> since;
   std::set<std::string> names;  // all when empty
 };
 
-// What a log holds apart from items, within the selection.
+// Figures of the whole log, within the selection.
 struct LogTotals {
   std::uint64_t lines = 0;
   std::uint64_t lost = 0;

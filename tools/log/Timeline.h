@@ -39,7 +39,7 @@ class Timeline {
   void Begin(Micros time) { origin_ = time; }
 
   void Add(const ProgramRun& run);
-  // Adds what still runs, up to the end of `history`.
+  // Adds runs that have not ended, up to the end of `history`.
   void AddOpenRuns(const History& history);
 
   Micros Origin() const { return origin_; }

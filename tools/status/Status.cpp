@@ -137,7 +137,7 @@ void ReadItems(LauncherStatus& launcher) {
   const std::string text{std::istreambuf_iterator<char>(file), {}};
   try {
     launcher.items = ParseItems(text);
-  } catch (...) {  // An AERROR, or what jsoncpp throws.
+  } catch (...) {  // An AERROR, or an exception of jsoncpp's.
     launcher.problem = "cannot be read as JSON";
   }
 }

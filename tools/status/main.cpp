@@ -1,4 +1,4 @@
-// launcher-status: what this user's launchers run right now.
+// launcher-status: shows what this user's launchers run right now.
 
 #include <unistd.h>
 
@@ -55,7 +55,7 @@ int ShowProcess(const Status& status, const std::string& name) {
   return kAllRun;
 }
 
-// Until the output is gone, or a signal ends the program.
+// Returns when nobody reads the output any more.
 int Watch() {
   const bool live = TakesEscapes(STDOUT_FILENO);
   while (std::cout.good()) {

@@ -30,8 +30,8 @@ std::optional<Micros> ParseSpan(std::string_view text) {
              : std::nullopt;
 }
 
-// Year, month, day, hour, minute, second, microseconds, as `kTimeShape` has
-// them, and one for what follows.
+// Year, month, day, hour, minute, second and microseconds, in the order of
+// `kTimeShape`, and a last one for the end of the text.
 using TimeFields = std::array<int, 8>;
 
 std::optional<Micros> TimeOf(const TimeFields& fields) {

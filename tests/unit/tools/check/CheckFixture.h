@@ -1,4 +1,4 @@
-// Checking the text of an items file, and what is found.
+// Checks the text of an items file and compares the findings.
 
 #pragma once
 

@@ -191,7 +191,7 @@ TEST_F(Check, SurvivesAnyNesting) {
   EXPECT_EQ(Ids(), Vector{"not-json"});
 }
 
-// Versions of the JSON library differ in what they make of them.
+// Some versions of the JSON library refuse them.
 TEST_F(Check, FindsRawControlCharacters) {
   Run(Item("\"argc\": 1, \"args\": {\"0\": \"a\tb\"}"));
   try {

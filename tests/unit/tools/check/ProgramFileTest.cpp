@@ -19,7 +19,7 @@ namespace {
 constexpr int kNotExecuted = 99;
 constexpr int kNotFoundByEnv = 127;
 
-// What becomes of a process that executes `path`: its exit status, minus the
+// The end of a process that executes `path`: its exit status, minus the
 // number of the signal that ends it, or `kNotExecuted`.
 int Execute(const std::string& path) {
   return InForkedChild([&] {

@@ -101,9 +101,10 @@ TEST(LogReport, SaysThatTheLauncherIsGone) {
 
 TEST(LogReport, SaysThatThereIsNoLogYet) {
   const History history;
-  EXPECT_TRUE(At(history, 0, {})
-                  .Table(kAnyWidth)
-                  .starts_with("/l/launcher.log: not there yet\nlines: 0; "));
+  EXPECT_TRUE(
+      At(history, 0, {})
+          .Table(kAnyWidth)
+          .starts_with("/l/launcher.log: does not exist yet\nlines: 0; "));
 }
 
 TEST(LogReport, TalliesTheCausesWithTheLastOneFirst) {

@@ -39,7 +39,6 @@ cross  lintian         -
 cross  llvm            -
 cross  mmdebstrap      -
 cross  python3         -
-cross  systemd         -
 '
 
 # The names in column $1 of the packages that the purpose asks for.

@@ -101,6 +101,15 @@ inline Messages ReadMessages(const std::filesystem::path& path) {
   return messages;
 }
 
+// The same, with lines that are not laid out as lines are unchanged.
+inline Messages ReadMessagesAndFragments(const std::filesystem::path& path) {
+  Messages messages;
+  for (const std::string& line : ReadLines(path)) {
+    messages.push_back(IsLine(line) ? MessageOf(line) : line);
+  }
+  return messages;
+}
+
 // The message that reports `lines` lost lines.
 inline std::string LostReport(unsigned long long lines, int error) {
   constexpr std::size_t kMaxNumbersBytes = 40;

@@ -4,9 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "logger/Logger.h"
@@ -33,6 +35,15 @@ class LoggerFixture : public testing::Test {
   static void LogNumbers(Logger& logger, int first, int count) {
     for (const std::string& number : Numbers(first, count)) {
       Log(logger, number);
+    }
+  }
+
+  // Returns when the next line looks at the log's path again.
+  static void OutlastLook() {
+    using std::chrono::system_clock;
+    const auto end = system_clock::now() + kMaxLookAge;
+    while (system_clock::now() < end) {
+      std::this_thread::sleep_for(kMaxLookAge);
     }
   }
 

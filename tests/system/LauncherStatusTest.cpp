@@ -127,7 +127,7 @@ TEST_F(LauncherStatus, ShowsAnItemThatIsGivenUp) {
   EXPECT_EQ(Run().status, 1);
 }
 
-TEST_F(LauncherStatus, AnItemWithoutAProgramIsAlwaysStartedAgain) {
+TEST_F(LauncherStatus, RestartsAnItemWithoutAProgramAgainAndAgain) {
   FailCalls("kill:1+");  // Its end would take the launcher with it.
   launcher_.StartItems(ItemsFile({::Item("a", "")}));
   EXPECT_TRUE(Becomes(0, "between two starts"));
@@ -197,7 +197,7 @@ TEST_F(LauncherStatus, WritesNoProcessIdThatMayBeAnotherItems) {
   const CommandResult result = Run({"--pid", "a"});
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.output, "");
-  EXPECT_NE(Run().output.find("\nprocesses of items not known:\nsleep 1001  "),
+  EXPECT_NE(Run().output.find("\nprocesses of unknown items:\nsleep 1001  "),
             std::string::npos);
 }
 
@@ -260,7 +260,7 @@ TEST_F(LauncherStatus, ShowsWhatALauncherThatIsGoneHasLeft) {
   EXPECT_NE(Run().output.find("\n\norphans, "), std::string::npos);
 }
 
-TEST_F(LauncherStatus, RenewsItsTable) {
+TEST_F(LauncherStatus, RefreshesItsTable) {
   launcher_.StartItems(ItemsFile({Sleeper("a")}));
   EXPECT_TRUE(Becomes(0, "running"));
   TerminalCommand watch({LAUNCHER_STATUS, "--watch"}, {{"TERM", "xterm"}},

@@ -1,0 +1,23 @@
+#include "tests/support/LocalStatics.h"
+
+#include <dlfcn.h>
+
+#include <atomic>
+
+namespace {
+
+std::atomic<int> g_made = 0;
+
+}  // namespace
+
+int LocalStaticsMade() { return g_made; }
+
+// In place of the runtime's own, which compiled code calls first.
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
+extern "C" __attribute__((visibility("default"))) int __cxa_guard_acquire(
+    void* guard) {
+  ++g_made;
+  using Acquire = int(void*);
+  return reinterpret_cast<Acquire*>(dlsym(RTLD_NEXT, "__cxa_guard_acquire"))(
+      guard);
+}

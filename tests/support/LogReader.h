@@ -101,7 +101,7 @@ inline Messages ReadMessages(const std::filesystem::path& path) {
   return messages;
 }
 
-// The same, with lines that are not laid out as lines are unchanged.
+// The same, but a line without a line's layout stays as it is.
 inline Messages ReadMessagesAndFragments(const std::filesystem::path& path) {
   Messages messages;
   for (const std::string& line : ReadLines(path)) {

@@ -38,7 +38,7 @@ class LoggerFixture : public testing::Test {
     }
   }
 
-  // Returns when the next line looks at the log's path again.
+  // Waits until the next line looks at the log's path again.
   static void OutlastLook() {
     using std::chrono::system_clock;
     const auto end = system_clock::now() + kMaxLookAge;

@@ -12,7 +12,8 @@ std::atomic<int> g_made = 0;
 
 int LocalStaticsMade() { return g_made; }
 
-// In place of the runtime's own, which compiled code calls first.
+// Replaces the runtime's own function, which compiled code calls before it
+// initialises a static.
 extern "C" __attribute__((visibility("default"))) int __cxa_guard_acquire(
     void* guard) {
   ++g_made;

@@ -1,7 +1,9 @@
-// Function-local statics, whose making a lock of the C++ runtime guards.
+// Counts function-local statics, whose initialisation takes a lock of the C++
+// runtime.
 
 #pragma once
 
-// How many the program and its libraries have begun to make. Only where a
-// program's functions take precedence over a library's: on Linux.
+// The number of statics that the program and its libraries have begun to
+// initialise. Works only on Linux, where a program's functions take precedence
+// over a library's.
 int LocalStaticsMade();

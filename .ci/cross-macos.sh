@@ -58,14 +58,26 @@ Contents/MacOS/launcher
 Contents/MacOS/launcher-check
 Contents/MacOS/launcher-log
 Contents/MacOS/launcher-status
+Contents/Resources/copyright
 Contents/Resources/items.schema.json
 Contents/Resources/man/man1/launcher-check.1
 Contents/Resources/man/man1/launcher-log.1
 Contents/Resources/man/man1/launcher-status.1
 Contents/Resources/man/man5/launcher-items.5
 Contents/Resources/man/man8/launcher.8
+Contents/Resources/notices/jsoncpp
+Contents/Resources/notices/libc++
+Contents/Resources/notices/libc++abi
 END
   )" "$(cd "$1" && find . ! -type d -printf '%P\n' | sort)"
+}
+
+# Each names the library that it is for.
+check_notices() {
+  local notice
+  for notice in "$1"/Contents/Resources/notices/*; do
+    expect "$notice" "$notice" "$(grep -liF "${notice##*/}" "$notice" || true)"
+  done
 }
 
 check_product() {
@@ -124,6 +136,7 @@ mkdir "$stage"
 (cd "$out" && quietly package cpack)
 tar -xzf "$out"/*.tar.gz -C "$stage" --strip-components=1
 check_contents "$stage"
+check_notices "$stage"
 check_product "$stage"
 check_documentation
 

@@ -57,8 +57,10 @@ make_package() {
   (cd "$2" && cpack > /dev/null)
 }
 
-# Built again in another folder, the package is the same, byte for byte.
+# Built again in another folder, without a compiler cache, the package is the
+# same, byte for byte.
 check_reproducible() {
+  local -x CCACHE_DISABLE=1
   rm -rf "$out/again"
   mkdir -p "$out/again/source"
   git ls-files -z | xargs -0 cp --parents -t "$out/again/source"

@@ -12,6 +12,8 @@ readonly jsoncpp_version=1.9.5-4
 readonly zig_dir=$PWD/build/zig
 export ZIG_GLOBAL_CACHE_DIR=$zig_dir/cache
 export ZIG_LOCAL_CACHE_DIR=$zig_dir/cache
+# The compiler has a cache of its own.
+unset CMAKE_CXX_COMPILER_LAUNCHER
 
 skip() {
   echo "skipped ${0##*/}: $1"

@@ -144,4 +144,4 @@ check_reproducible
 make_root
 try_in_system try-package.sh
 try_in_system try-unit.sh
-echo "Debian package: as it should be"
+echo "The Debian package is as expected."

@@ -1,4 +1,4 @@
-// The program launcher-check, and that the launcher does what it says.
+// The program launcher-check. Its findings are compared with real launchers.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -295,7 +295,7 @@ TEST_F(LauncherCheck, WritesTheCorrectedFile) {
   const CommandResult result = Run(
       R"([{"name": "a", "program": "/bin/sleep", "args": [1000]}])", {"--fix"});
   EXPECT_EQ(result.status, 0);
-  EXPECT_NE(result.errors.find("corrected: item 0: \"argc\" is 1\n"),
+  EXPECT_NE(result.errors.find("corrected: item 0: set \"argc\" to 1\n"),
             std::string::npos);
   EXPECT_NE(result.errors.find("1 item, 0 errors, 0 warnings\n"),
             std::string::npos);

@@ -26,8 +26,8 @@
 #include "tests/support/Poll.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/TempDir.h"
-#include "tools/log/Times.h"
 #include "tools/text/Characters.h"
+#include "tools/text/Times.h"
 
 namespace {
 
@@ -63,7 +63,7 @@ TEST_F(LauncherLog, WritesJson) {
   EXPECT_EQ(static_cast<std::string>(report["items"][0]["name"]), "a");
 }
 
-TEST_F(LauncherLog, ShowsTheWantedItemsOnly) {
+TEST_F(LauncherLog, ShowsOnlyTheSelectedItems) {
   const std::string log =
       directory_.Write("launcher.log", Line("a") + Line("b c") + Line("d"));
   JsonObject report(
@@ -71,7 +71,7 @@ TEST_F(LauncherLog, ShowsTheWantedItemsOnly) {
   EXPECT_EQ(report["items"].GetArraySize(), 2U);
 }
 
-TEST_F(LauncherLog, ShowsTheWantedTimeOnly) {
+TEST_F(LauncherLog, ShowsOnlyTheSelectedTime) {
   const std::string log = directory_.Write("launcher.log", Line("a"));
   const auto lines = [&](const std::string& since) {
     JsonObject report(Run({"--json", "--since", since, log}).output.c_str());
@@ -179,7 +179,7 @@ class LauncherLogOnTerminal : public LauncherLog {
   std::optional<TerminalCommand> command_;
 };
 
-TEST_F(LauncherLogOnTerminal, RenewsItsTable) {
+TEST_F(LauncherLogOnTerminal, RefreshesItsTable) {
   Append(Line("old"));
   Start({"--follow"});
   EXPECT_TRUE(Shows("\r\nold "));
@@ -218,7 +218,7 @@ TEST_F(LauncherLogOnTerminal, LeavesTheCursorBelowTheTable) {
   }
 }
 
-TEST_F(LauncherLogOnTerminal, FollowsLineByLineWhereEscapesAreNotKnown) {
+TEST_F(LauncherLogOnTerminal, FollowsLineByLineOnATerminalWithoutEscapes) {
   Append(Line("old"));
   Start({"--follow"}, "dumb");
   EXPECT_TRUE(Eventually([&] {
@@ -248,9 +248,9 @@ TEST_F(LauncherLogOnTerminal, FitsTheTerminal) {
   EXPECT_NE(command_->Output().find("\n" + name + " "), std::string::npos);
 }
 
-TEST_F(LauncherLogOnTerminal, ShowsThatALogToFollowIsNotThereYet) {
+TEST_F(LauncherLogOnTerminal, ShowsThatALogToFollowDoesNotExistYet) {
   Start({"--follow"});
-  EXPECT_TRUE(Shows(log_ + ": not there yet"));
+  EXPECT_TRUE(Shows(log_ + ": does not exist yet"));
   Append(Line("new"));
   EXPECT_TRUE(Shows("\r\nnew "));
 }
@@ -344,8 +344,9 @@ TEST_F(LauncherLog, SaysWhatIsWrongWithItsInput) {
   EXPECT_EQ(error_of({"--item", "a", "--item", "b", log}),
             "launcher-log: --item: the log does not mention b\n");
   const std::string text = directory_.Write("text", "no\nlog\n");
-  EXPECT_EQ(error_of({text}), "launcher-log: " + text +
-                                  ": not a log, no line is laid out as one\n");
+  EXPECT_EQ(error_of({text}),
+            "launcher-log: " + text +
+                ": not a log: no line has the layout of a log line\n");
   const std::string gzip = directory_.Write("launcher.log.gz", "\x1f\x8b\x08");
   EXPECT_NE(error_of({gzip}).find("gunzip -c"), std::string::npos);
   directory_.Write("other.log", Line("a"));
@@ -365,12 +366,12 @@ TEST_F(LauncherLog, ReadsAnEmptyLog) {
             std::string::npos);
 }
 
-TEST_F(LauncherLog, SaysThatALogToFollowIsNotThereYet) {
+TEST_F(LauncherLog, SaysThatALogToFollowDoesNotExistYet) {
   const std::string log = directory_.Path() / "launcher.log";
   const CommandResult result = RunCommand(
       {"/bin/sh", "-c",
        "timeout 2 " LAUNCHER_LOG " --follow " + log + " >/dev/null"});
-  EXPECT_EQ(result.errors, "launcher-log: " + log + ": not there yet\n");
+  EXPECT_EQ(result.errors, "launcher-log: " + log + ": does not exist yet\n");
 }
 
 TEST_F(LauncherLog, ReadsALongLogOfManyItemsInLittleMemory) {

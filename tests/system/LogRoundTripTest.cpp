@@ -237,10 +237,12 @@ TEST_F(LogRoundTrip, ReadsHowManyLinesWereLost) {
   launcher_.StartItems(ItemsFile({Tick("tick")}));
   EXPECT_TRUE(Eventually([&] { return Count(LogEventKind::kEnd) > 0; }));
   const fs::path away = launcher_.Root() / "away";
-  fs::rename(LogDirectory(), away);
-  std::this_thread::sleep_for(std::chrono::milliseconds(500));
-  fs::rename(away, LogDirectory());
-  EXPECT_TRUE(Eventually([&] { return Count(LogEventKind::kLost) > 0; }));
+  EXPECT_TRUE(Eventually([&] {
+    fs::rename(LogDirectory(), away);
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    fs::rename(away, LogDirectory());
+    return Count(LogEventKind::kLost) > 0;
+  }));
   launcher_.Stop();
   EXPECT_EQ(ExpectMeanings(), (Kinds{LogEventKind::kStart, LogEventKind::kEnd,
                                      LogEventKind::kLost}));

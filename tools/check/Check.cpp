@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
@@ -52,8 +53,8 @@ constexpr const char* kSchemaKey = "$schema";
 
 class DocumentCheck {
  public:
-  DocumentCheck(const std::string& text, CheckResult& result)
-      : text_(text), keys_(ScanJson(text)), result_(result) {}
+  explicit DocumentCheck(CheckResult& result)
+      : text_(*result.text), keys_(ScanJson(text_)), result_(result) {}
 
   void Run() {
     try {
@@ -78,13 +79,12 @@ class DocumentCheck {
         Found(rule, std::move(place), std::move(problem)));
   }
 
-  // The launcher's own walk. What it throws ends the launcher's start-up.
+  // The launcher's own walk. An exception here ends the launcher's start-up.
   void Walk(JsonObject document) {
     const auto visit = [this](bool is_named) {
       return [this, is_named](int index, JsonObject item) {
         next_ = index;
-        result_.items.push_back(
-            CheckItem(item, {index, Item(index), keys_}, is_named));
+        CheckItem(item, {index, Item(index), keys_}, is_named, result_);
         if (is_named) {
           FindDuplicate(result_.items.back());
         }
@@ -108,18 +108,17 @@ class DocumentCheck {
     return std::as_const(root_)[std::to_string(index)];
   }
 
-  void FindDuplicate(CheckedItem& item) {
+  void FindDuplicate(const CheckedItem& item) {
     const auto [entry, is_new] = indices_.emplace(*item.name, item.index);
     if (is_new) {
       return;
     }
     const int earlier = std::exchange(entry->second, item.index);
     result_.items[static_cast<std::size_t>(earlier)].runs = false;
-    item.findings.push_back(
-        Found("name-duplicate",
-              {item.index, "name", OffsetOf(Item(item.index)["name"])},
-              Quoted(*item.name) + " is also the name of item " +
-                  std::to_string(earlier)));
+    Add("name-duplicate",
+        {item.index, "name", OffsetOf(Item(item.index)["name"])},
+        Quoted(*item.name) + " is also the name of item " +
+            std::to_string(earlier));
   }
 
   void FindWalkError() {
@@ -187,9 +186,9 @@ class DocumentCheck {
 
 }  // namespace
 
-ItemsText ReadItemsFile(const std::string& path) {
+CheckResult ReadItemsFile(const std::string& path) {
   const auto nothing = [](bool readable, RuleName rule, std::string problem) {
-    return ItemsText{{}, readable, {Found(rule, {}, std::move(problem))}};
+    return CheckResult{readable, {}, {}, {Found(rule, {}, std::move(problem))}};
   };
   if (IsSpecial(path)) {
     return nothing(false, "not-regular", "is a pipe or a device");
@@ -216,7 +215,7 @@ ItemsText ReadItemsFile(const std::string& path) {
   if (IsUtf16(text)) {
     return nothing(true, "utf-16", "is not UTF-8, but UTF-16");
   }
-  ItemsText result{{}, true, {}};
+  CheckResult result{true, {}, {}, {}};
   const std::size_t end = text.find('\0');
   if (end != std::string::npos) {
     result.findings.push_back(
@@ -227,11 +226,13 @@ ItemsText ReadItemsFile(const std::string& path) {
   return result;
 }
 
-CheckResult CheckItems(const ItemsText& file) {
-  CheckResult result{file.readable, {}, file.findings};
+CheckResult CheckItems(CheckResult file) {
   if (file.text) {
-    DocumentCheck(*file.text, result).Run();
-    CountLines(*file.text, result);
+    DocumentCheck(file).Run();
+    CountLines(*file.text, file.findings);
+    std::ranges::stable_sort(file.findings, {}, [](const Finding& finding) {
+      return finding.place.item.value_or(INT_MAX);
+    });
   }
-  return result;
+  return file;
 }

@@ -50,20 +50,16 @@ std::string Location(const std::string& path, const Place& place) {
                                       std::to_string(place.column));
 }
 
-std::string Lines(const std::string& path, const Findings& findings,
+std::string Lines(const std::string& path, const Finding& finding,
                   bool coloured) {
-  std::string text;
-  for (const Finding& finding : findings) {
-    const Rule& rule = *finding.rule;
-    const bool is_error = rule.severity == Severity::kError;
-    text += Location(path, finding.place) + ": " +
-            Coloured(std::string(Word(rule.severity)) + ":",
-                     is_error ? Colour::kRed : Colour::kYellow, coloured) +
-            " " + Subject(finding.place) + " " + finding.problem + " [" +
-            rule.id + "]\n    effect: " + finding.effect +
-            "\n    fix: " + finding.advice + "\n";
-  }
-  return text;
+  const Rule& rule = *finding.rule;
+  const bool is_error = rule.severity == Severity::kError;
+  return Location(path, finding.place) + ": " +
+         Coloured(std::string(Word(rule.severity)) + ":",
+                  is_error ? Colour::kRed : Colour::kYellow, coloured) +
+         " " + Subject(finding.place) + " " + finding.problem + " [" + rule.id +
+         "]\n    effect: " + finding.effect + "\n    fix: " + finding.advice +
+         "\n";
 }
 
 Json::Value JsonItem(const CheckedItem& item) {
@@ -104,10 +100,19 @@ Json::Value JsonFinding(const Finding& finding) {
   return object;
 }
 
-void Append(Json::Value& array, const Findings& findings) {
-  for (const Finding& finding : findings) {
-    array.append(JsonFinding(finding));
+// A JSON array with a line for each element. One tree of all elements would
+// take longer than finding them.
+template <class Elements, class ToJson>
+std::string JsonArray(const Elements& elements, const ToJson& to_json) {
+  Json::FastWriter writer;
+  writer.omitEndingLineFeed();
+  std::string text = "[";
+  const char* separator = "\n";
+  for (const auto& element : elements) {
+    text += std::exchange(separator, ",\n") + writer.write(to_json(element));
   }
+  text += "\n]";
+  return text;
 }
 
 }  // namespace
@@ -125,32 +130,19 @@ Finding Found(RuleName rule, Place place, std::string problem,
           std::move(advice)};
 }
 
-std::size_t CountFindings(const CheckResult& result, Severity severity) {
-  const auto count = [&](const Findings& findings) {
-    return std::ranges::count(findings, severity, [](const Finding& finding) {
-      return finding.rule->severity;
-    });
-  };
-  auto total = count(result.findings);
-  for (const CheckedItem& item : result.items) {
-    total += count(item.findings);
-  }
-  return static_cast<std::size_t>(total);
+std::size_t CountFindings(const Findings& findings, Severity severity) {
+  return static_cast<std::size_t>(std::ranges::count(
+      findings, severity,
+      [](const Finding& finding) { return finding.rule->severity; }));
 }
 
 // One pass over the text for all places, since a file may be one long line.
-void CountLines(const std::string& text, CheckResult& result) {
+void CountLines(const std::string& text, Findings& findings) {
   std::vector<Place*> places;
-  const auto collect = [&](Findings& findings) {
-    for (Finding& finding : findings) {
-      if (finding.place.offset) {
-        places.push_back(&finding.place);
-      }
+  for (Finding& finding : findings) {
+    if (finding.place.offset) {
+      places.push_back(&finding.place);
     }
-  };
-  collect(result.findings);
-  for (CheckedItem& item : result.items) {
-    collect(item.findings);
   }
   std::ranges::sort(places, {},
                     [](const Place* place) { return place->offset; });
@@ -172,30 +164,35 @@ void CountLines(const std::string& text, CheckResult& result) {
 std::string TextReport(const std::string& path, const CheckResult& result,
                        bool coloured) {
   std::string text;
+  auto next = result.findings.begin();
   for (const CheckedItem& item : result.items) {
     const std::string name = item.name ? Printable(*item.name) : "(no name)";
     text += Coloured(std::to_string(item.index) + " " + name, Colour::kBold,
                      coloured) +
-            ": " + Outcome(item) + "\n" + Lines(path, item.findings, coloured);
+            ": " + Outcome(item) + "\n";
+    for (; next != result.findings.end() && next->place.item == item.index;
+         ++next) {
+      text += Lines(path, *next, coloured);
+    }
   }
-  return text + Lines(path, result.findings, coloured) +
-         Counted(result.items.size(), "item") + ", " +
-         Counted(CountFindings(result, Severity::kError), "error") + ", " +
-         Counted(CountFindings(result, Severity::kWarning), "warning") + "\n";
+  for (; next != result.findings.end(); ++next) {
+    text += Lines(path, *next, coloured);
+  }
+  const auto count = [&](Severity severity) {
+    return Counted(CountFindings(result.findings, severity), Word(severity));
+  };
+  return text + Counted(result.items.size(), "item") + ", " +
+         count(Severity::kError) + ", " + count(Severity::kWarning) + "\n";
 }
 
 std::string JsonReport(const std::string& path, const CheckResult& result) {
-  Json::Value report;
-  report["file"] = ValidUtf8(path);
-  report["readable"] = result.readable;
-  report["errors"] = Json::UInt64{CountFindings(result, Severity::kError)};
-  report["warnings"] = Json::UInt64{CountFindings(result, Severity::kWarning)};
-  Json::Value& items = report["items"] = Json::arrayValue;
-  Json::Value& findings = report["findings"] = Json::arrayValue;
-  for (const CheckedItem& item : result.items) {
-    items.append(JsonItem(item));
-    Append(findings, item.findings);
-  }
-  Append(findings, result.findings);
-  return Json::StyledWriter().write(report);
+  const auto count = [&](Severity severity) {
+    return std::to_string(CountFindings(result.findings, severity));
+  };
+  return "{\"file\":" + Json::valueToQuotedString(ValidUtf8(path).c_str()) +
+         ",\n\"readable\":" + Json::valueToString(result.readable) +
+         ",\n\"errors\":" + count(Severity::kError) +
+         ",\n\"warnings\":" + count(Severity::kWarning) +
+         ",\n\"items\":" + JsonArray(result.items, &JsonItem) +
+         ",\n\"findings\":" + JsonArray(result.findings, &JsonFinding) + "}\n";
 }

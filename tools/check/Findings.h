@@ -1,4 +1,4 @@
-// What is found in an items file, and how it is shown.
+// The findings about an items file, and the reports of them.
 
 #pragma once
 
@@ -37,27 +37,29 @@ struct CheckedItem {
   int index = 0;
   std::optional<std::string> name;
   bool runs = false;  // false when it is skipped, or replaced by a later one
-  // What the program is given, its path first; nothing where the launcher does
-  // not get that far.
+  // The program's argument vector, its path first; nothing where the launcher
+  // does not get that far.
   std::optional<std::vector<std::string>> vector;
-  Findings findings;
 };
 
 struct CheckResult {
-  bool readable = false;
+  bool readable = false;  // whether the file could be read to its end
+  // The text that the launcher reads: the file up to its first NUL. Nothing
+  // when it reads none.
+  std::optional<std::string> text;
   std::vector<CheckedItem> items;
-  Findings findings;  // those that belong to none of `items`
+  Findings findings;  // in the order of the items, then those of no item
 };
 
-std::size_t CountFindings(const CheckResult& result, Severity severity);
+std::size_t CountFindings(const Findings& findings, Severity severity);
 
-// Fills in the lines and columns of all places. `text` is the file's.
-void CountLines(const std::string& text, CheckResult& result);
+// Fills in the lines and columns of all places in `text`.
+void CountLines(const std::string& text, Findings& findings);
 
 // For people. A finding begins like a compiler's message, with
 // "<path>:<line>:<column>: error: ", and names its rule in brackets.
 std::string TextReport(const std::string& path, const CheckResult& result,
                        bool coloured);
 
-// A JSON document.
+// A JSON document with a line for each item and finding.
 std::string JsonReport(const std::string& path, const CheckResult& result);

@@ -36,7 +36,9 @@ class Fixer {
     }
     if (root_.isArray()) {
       root_ = Numbered(root_);
-      Note("the list of items is an object with the keys \"0\", \"1\", ...");
+      Note(
+          "turned the list of items into an object with the keys \"0\", "
+          "\"1\", ...");
     }
     Renumber();
     for (const std::string& key : root_.getMemberNames()) {
@@ -57,10 +59,10 @@ class Fixer {
   bool Parse() {
     if (text_.starts_with(kByteOrderMark)) {
       text_.erase(0, kByteOrderMark.size());
-      Note("the byte order mark is gone");
+      Note("removed the byte order mark");
     }
     if (ScanJson(text_).comment) {
-      Note("the comments are gone");
+      Note("removed the comments");
     }
     try {
       return Json::Reader().parse(text_, root_, false) || ParseLeniently();
@@ -76,7 +78,7 @@ class Fixer {
     builder["collectComments"] = false;
     const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     std::string errors;
-    Note("texts are in double quotes, and no comma follows the last member");
+    Note("put texts in double quotes and removed commas after the last member");
     return reader->parse(text_.data(), text_.data() + text_.size(), &root_,
                          &errors);
   }
@@ -95,7 +97,7 @@ class Fixer {
       if (key != old_key) {
         root_[key] = Json::Value(root_[old_key]);
         root_.removeMember(old_key);
-        Note("item " + Quoted(old_key) + " is now " + Quoted(key));
+        Note("item " + Quoted(old_key) + ": renumbered to " + Quoted(key));
       }
     }
   }
@@ -106,7 +108,7 @@ class Fixer {
       if (!meant.empty() && !item.isMember(meant)) {
         item[meant] = Json::Value(item[key]);
         item.removeMember(key);
-        Note(where + Quoted(key) + " is now " + Quoted(meant));
+        Note(where + "renamed " + Quoted(key) + " to " + Quoted(meant));
       }
     }
     for (const std::string key : {"name", "program"}) {
@@ -127,7 +129,8 @@ class Fixer {
       const auto start = static_cast<std::size_t>(value.getOffsetStart());
       const auto limit = static_cast<std::size_t>(value.getOffsetLimit());
       value = text_.substr(start, limit - start);
-      Note(where + Quoted(name) + " is the text " + Quoted(value.asString()));
+      Note(where + "wrote " + Quoted(name) + " as the text " +
+           Quoted(value.asString()));
     }
   }
 
@@ -139,7 +142,8 @@ class Fixer {
     const bool was_array = args.isArray();
     if (was_array) {
       args = Numbered(args);
-      Note(where + "\"args\" is an object with the keys \"0\", \"1\", ...");
+      Note(where +
+           "turned \"args\" into an object with the keys \"0\", \"1\", ...");
     }
     if (!args.isObject()) {
       return;
@@ -158,7 +162,7 @@ class Fixer {
                                        : argc.isNull() && count == 0;
     if (!is_meant) {
       item["argc"] = count;
-      Note(where + "\"argc\" is " + std::to_string(count));
+      Note(where + "set \"argc\" to " + std::to_string(count));
     }
   }
 

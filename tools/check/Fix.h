@@ -8,7 +8,8 @@
 
 struct FixedItems {
   std::string text;
-  std::vector<std::string> changes;  // a sentence each; empty for a good file
+  // Each says what was done: "removed the comments". Empty for a good file.
+  std::vector<std::string> changes;
 };
 
 // The items file `text` without the faults that can be corrected for certain:

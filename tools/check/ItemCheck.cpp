@@ -35,10 +35,12 @@ std::size_t EnvironmentBytes() {
 
 class ItemCheck {
  public:
-  ItemCheck(JsonObject item, const ItemSource& source)
-      : item_(item), source_(source), args_(Find(source.value, "args")) {
-    checked_.index = source.index;
-  }
+  ItemCheck(JsonObject item, const ItemSource& source, Findings& findings)
+      : item_(item),
+        source_(source),
+        args_(Find(source.value, "args")),
+        findings_(findings),
+        checked_{source.index, {}, false, {}} {}
 
   CheckedItem Run(bool is_named) {
     if (!is_named) {
@@ -65,8 +67,8 @@ class ItemCheck {
 
   void AddAt(std::size_t offset, RuleName rule, const std::string& key,
              std::string problem, std::string advice = "") {
-    checked_.findings.push_back(Found(rule, {source_.index, key, offset},
-                                      std::move(problem), std::move(advice)));
+    findings_.push_back(Found(rule, {source_.index, key, offset},
+                              std::move(problem), std::move(advice)));
   }
 
   void CheckName() {
@@ -128,13 +130,13 @@ class ItemCheck {
 
   // The arguments matter only once the item has a program.
   void CheckUnreachedArguments() {
-    const std::size_t known = checked_.findings.size();
+    const std::size_t known = findings_.size();
     vector_.emplace_back();
     if (CheckArgc()) {
       CheckArgs();
     }
-    for (std::size_t i = known; i < checked_.findings.size(); ++i) {
-      checked_.findings[i].effect.insert(0, "once the item has a program, ");
+    for (std::size_t i = known; i < findings_.size(); ++i) {
+      findings_[i].effect.insert(0, "once the item has a program, ");
     }
   }
 
@@ -150,11 +152,11 @@ class ItemCheck {
     if (value != nullptr) {
       CheckArgcValue(*value);
     }
-    if (length_ <= kLongestVector) {
+    if (length_ <= kLargestArgc + 1) {
       return true;
     }
     Add("argc-too-large", "argc", value,
-        "gives an argument vector that the thread's stack has no room for");
+        "needs an argument vector that does not fit on the thread's stack");
     return false;
   }
 
@@ -236,14 +238,14 @@ class ItemCheck {
         Add("arg-too-long", "args/" + std::to_string(i - 1),
             Argument(static_cast<std::int64_t>(i)),
             "has " + std::to_string(bytes - 1) +
-                " bytes, more than the system takes");
+                " bytes, more than the system accepts");
       }
     }
     if (total > LargestArgumentsBytes()) {
       Add("args-too-large", "args", args_,
           "has " + std::to_string(total) +
               " bytes together with this environment, more than the system "
-              "takes");
+              "accepts");
     }
   }
 
@@ -302,16 +304,10 @@ class ItemCheck {
     }
   }
 
-  // The longest argument vector that fits on a supervision thread's stack, its
-  // terminator not counted. The thread's own block and the frames below take
-  // between 12 and 13 KiB of it.
-  static constexpr std::size_t kStackReserveBytes = std::size_t{16} * 1024;
-  static constexpr std::int64_t kLongestVector =
-      (kSupervisionStackBytes - kStackReserveBytes) / sizeof(char*) - 1;
-
   JsonObject item_;
   const ItemSource& source_;
   const Json::Value* const args_;
+  Findings& findings_;
   CheckedItem checked_;
   std::vector<std::string> vector_;
   std::size_t program_bytes_ = 0;  // with its terminating zero
@@ -320,9 +316,10 @@ class ItemCheck {
 
 }  // namespace
 
-CheckedItem CheckItem(JsonObject item, const ItemSource& source,
-                      bool is_named) {
-  return ItemCheck(item, source).Run(is_named);
+void CheckItem(JsonObject item, const ItemSource& source, bool is_named,
+               CheckResult& result) {
+  result.items.push_back(
+      ItemCheck(item, source, result.findings).Run(is_named));
 }
 
 std::string IsNot(const Json::Value& value, const std::string& type) {

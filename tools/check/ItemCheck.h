@@ -1,4 +1,4 @@
-// What the launcher does with one item.
+// Checks one item.
 
 #pragma once
 
@@ -18,8 +18,9 @@ struct ItemSource {
 };
 
 // Reads `item` as its supervision thread does, or only its keys if it has no
-// name: then the launcher skips it.
-CheckedItem CheckItem(JsonObject item, const ItemSource& source, bool is_named);
+// name: then the launcher skips it. Adds the item and the findings to `result`.
+void CheckItem(JsonObject item, const ItemSource& source, bool is_named,
+               CheckResult& result);
 
 // "is an array, not a string", with `type` for "a string".
 std::string IsNot(const Json::Value& value, const std::string& type);

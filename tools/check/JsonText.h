@@ -1,6 +1,7 @@
-// What the JSON library does not keep of a text: where its keys are, the keys
-// that a later one of the same name replaces, comments, and control characters
-// that are not escaped. Where a value is, the library knows.
+// Facts about a JSON text that the library does not keep: the places of its
+// keys, the keys that a later one of the same name replaces, comments, and
+// control characters that are not escaped. The library does keep the places of
+// values.
 
 #pragma once
 

@@ -15,7 +15,7 @@ constexpr std::array kKeys{"name", "program", "argc", "args"};
 
 using OtherName = std::pair<std::string_view, const char*>;
 
-// What other supervisors and programmers call them.
+// Names that other supervisors and programmers use for them.
 constexpr OtherName kOtherNames[] = {
     {"id", "name"},      {"label", "name"},        {"cmd", "program"},
     {"exec", "program"}, {"path", "program"},      {"command", "program"},

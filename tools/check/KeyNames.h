@@ -1,4 +1,4 @@
-// What the keys of an items file mean.
+// The meaning of the keys of an items file.
 
 #pragma once
 

@@ -20,14 +20,6 @@ namespace {
 constexpr const char* kAdviceForCarriageReturn =
     "end the script's lines with line feeds alone, without carriage returns";
 
-std::string Head(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::string head(kScriptLineBytes, '\0');
-  file.read(head.data(), static_cast<std::streamsize>(head.size()));
-  head.resize(static_cast<std::size_t>(file.gcount()));
-  return head;
-}
-
 // The first line of a script.
 struct ScriptLine {
   std::string interpreter;
@@ -150,9 +142,9 @@ std::optional<ProgramProblem> FindScriptProblem(const ScriptLine& line,
     return ProgramProblem{rule, "has a \"#!\" line that is too long"};
   }
   if (scripts >= kMostScripts) {
-    return ProgramProblem{
-        rule, "has an interpreter that is one script too many in a row",
-        "name a binary as the interpreter"};
+    return ProgramProblem{rule,
+                          "needs more scripts in a row than the system follows",
+                          "name a binary as the interpreter"};
   }
   if (auto problem = FindProblem(interpreter, scripts + 1)) {
     const bool is_chain =
@@ -177,7 +169,7 @@ std::optional<ProgramProblem> FindProblem(const std::string& path,
     return ProgramProblem{"program-unreadable",
                           "may be executed but not read by this user"};
   }
-  const std::string head = Head(path);
+  const std::string head = BytesAt(path, 0, kScriptLineBytes);
   return head.starts_with("#!")
              ? FindScriptProblem(ParseScriptLine(head), scripts)
              : FindBinaryProblem(path);
@@ -187,6 +179,16 @@ std::optional<ProgramProblem> FindProblem(const std::string& path,
 
 std::optional<ProgramProblem> FindProgramProblem(const std::string& path) {
   return FindProblem(path, 0);
+}
+
+std::string BytesAt(const std::string& path, std::uint64_t offset,
+                    std::size_t count) {
+  std::string bytes(count, '\0');
+  std::ifstream file(path, std::ios::binary);
+  file.seekg(static_cast<std::streamoff>(offset));
+  file.read(bytes.data(), static_cast<std::streamsize>(count));
+  bytes.resize(static_cast<std::size_t>(file.gcount()));
+  return bytes;
 }
 
 std::optional<ProgramProblem> FindAccessProblem(const std::string& path) {

@@ -1,8 +1,9 @@
-// Whether the system would execute a file, and what it takes with it.
+// Whether the system would execute a file, and the limits on its arguments.
 
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -19,12 +20,17 @@ struct ProgramProblem {
 // that shows without trying. Interpreters of scripts are followed.
 std::optional<ProgramProblem> FindProgramProblem(const std::string& path);
 
-// The part of that which is about the path and its permissions alone.
+// The same, but only for the path and its permissions.
 std::optional<ProgramProblem> FindAccessProblem(const std::string& path);
+
+// Up to `count` bytes of the file at `path` from `offset` on.
+std::string BytesAt(const std::string& path, std::uint64_t offset,
+                    std::size_t count);
 
 // The rest depends on the system.
 
-// The part which is about the readable file at `path`, which is no script.
+// The same for the contents of the file at `path`, which is readable and not a
+// script.
 std::optional<ProgramProblem> FindBinaryProblem(const std::string& path);
 
 // The most bytes that one argument may have, its terminating zero included.

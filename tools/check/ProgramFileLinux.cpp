@@ -6,7 +6,6 @@
 #include <climits>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -21,7 +20,7 @@ const std::size_t kScriptLineBytes = 256;
 const bool kSplitsScriptArguments = false;
 
 std::size_t LargestArgumentsBytes() {
-  // Whatever the limit on the stack, the kernel takes no more.
+  // The kernel accepts no more, whatever the limit on the stack.
   constexpr std::size_t kMostBytes = std::size_t{6} * 1024 * 1024;
   const long bytes = sysconf(_SC_ARG_MAX);
   return bytes <= 0 ? kMostBytes
@@ -30,37 +29,18 @@ std::size_t LargestArgumentsBytes() {
 
 namespace {
 
-// Parts of a file, read as the kernel does.
-class BinaryFile {
- public:
-  explicit BinaryFile(const std::string& path)
-      : stream_(path, std::ios::binary) {}
-
-  // The object at `offset`; nothing when the file ends before.
-  template <class Object>
-  std::optional<Object> At(std::uint64_t offset) {
-    Object object;
-    const auto text = TextAt(offset, sizeof(object));
-    if (text.size() != sizeof(object)) {
-      return std::nullopt;
-    }
-    std::memcpy(&object, text.data(), sizeof(object));
-    return object;
+// The object at `offset`; nothing when the file ends before.
+template <class Object>
+std::optional<Object> ObjectAt(const std::string& path,
+                               std::uint64_t offset = 0) {
+  Object object;
+  const std::string bytes = BytesAt(path, offset, sizeof(object));
+  if (bytes.size() != sizeof(object)) {
+    return std::nullopt;
   }
-
-  // Up to `bytes` of what is at `offset`.
-  std::string TextAt(std::uint64_t offset, std::size_t bytes) {
-    std::string text(bytes, '\0');
-    stream_.clear();
-    stream_.seekg(static_cast<std::streamoff>(offset));
-    stream_.read(text.data(), static_cast<std::streamsize>(bytes));
-    text.resize(static_cast<std::size_t>(stream_.gcount()));
-    return text;
-  }
-
- private:
-  std::ifstream stream_;
-};
+  std::memcpy(&object, bytes.data(), sizeof(object));
+  return object;
+}
 
 constexpr std::pair<std::string_view, const char*> kForeignFormats[] = {
     {"MZ", "is a Windows program"},
@@ -101,7 +81,7 @@ ProgramProblem NotElf(const std::string& head) {
 
 // This program's own machine.
 Elf64_Half OwnMachine() {
-  static const auto header = BinaryFile("/proc/self/exe").At<ElfW(Ehdr)>(0);
+  static const auto header = ObjectAt<ElfW(Ehdr)>("/proc/self/exe");
   return header ? header->e_machine : Elf64_Half{EM_NONE};
 }
 
@@ -114,10 +94,8 @@ Elf64_Half SmallMachine() {
 
 std::optional<ProgramProblem> FindLoaderProblem(const std::string& loader) {
   const auto problem = FindAccessProblem(loader);
-  const auto header = BinaryFile(loader).At<ElfW(Ehdr)>(0);
-  const bool is_elf =
-      header && std::memcmp(header->e_ident, ELFMAG, SELFMAG) == 0;
-  if (!problem && is_elf) {
+  const std::string head = BytesAt(loader, 0, sizeof(ElfW(Ehdr)));
+  if (!problem && head.starts_with(kElf) && head.size() == sizeof(ElfW(Ehdr))) {
     return std::nullopt;
   }
   return ProgramProblem{"program-loader",
@@ -127,41 +105,42 @@ std::optional<ProgramProblem> FindLoaderProblem(const std::string& loader) {
 
 // The path in the file's loader segment; empty when the kernel refuses it.
 template <class Segment>
-std::string LoaderIn(BinaryFile& file, const Segment& segment) {
+std::string LoaderIn(const std::string& path, const Segment& segment) {
   if (segment.p_filesz < 2 || segment.p_filesz > PATH_MAX) {
     return "";
   }
-  const std::string loader = file.TextAt(segment.p_offset, segment.p_filesz);
+  const std::string loader = BytesAt(path, segment.p_offset, segment.p_filesz);
   const bool is_whole = loader.size() == segment.p_filesz;
   return is_whole && loader.back() == '\0' ? loader.c_str() : "";
 }
 
 template <class Segment>
 std::optional<ProgramProblem> FindSegmentProblem(
-    BinaryFile& file, const std::vector<Segment>& segments) {
-  const auto loader = std::ranges::find(segments, PT_INTERP, &Segment::p_type);
-  if (loader != segments.end()) {
-    const std::string path = LoaderIn(file, *loader);
-    if (path.empty()) {
-      return WrongFormat("is an ELF file whose loader has no name");
+    const std::string& path, const std::vector<Segment>& segments) {
+  const auto interpreter =
+      std::ranges::find(segments, PT_INTERP, &Segment::p_type);
+  if (interpreter != segments.end()) {
+    const std::string loader = LoaderIn(path, *interpreter);
+    if (loader.empty()) {
+      return WrongFormat("is an ELF file that does not name its loader");
     }
-    if (auto problem = FindLoaderProblem(path)) {
+    if (auto problem = FindLoaderProblem(loader)) {
       return problem;
     }
   }
   const bool is_cut = std::ranges::any_of(segments, [&](const Segment& part) {
     return part.p_type == PT_LOAD && part.p_filesz > 0 &&
-           file.TextAt(part.p_offset + part.p_filesz - 1, 1).empty();
+           BytesAt(path, part.p_offset + part.p_filesz - 1, 1).empty();
   });
   if (is_cut) {
-    return ProgramProblem{"program-truncated", "is an ELF file that is cut"};
+    return ProgramProblem{"program-truncated", "is a truncated ELF file"};
   }
   return std::nullopt;
 }
 
 template <class Header, class Segment>
-std::optional<ProgramProblem> FindElfProblem(BinaryFile& file) {
-  const auto header = file.At<Header>(0);
+std::optional<ProgramProblem> FindElfProblem(const std::string& path) {
+  const auto header = ObjectAt<Header>(path);
   if (!header || header->e_phentsize != sizeof(Segment) ||
       header->e_phnum == 0) {
     return WrongFormat("is an ELF file without usable program headers");
@@ -169,16 +148,14 @@ std::optional<ProgramProblem> FindElfProblem(BinaryFile& file) {
   if (header->e_type != ET_EXEC && header->e_type != ET_DYN) {
     return WrongFormat("is an ELF file that is not a program");
   }
-  std::vector<Segment> segments;
-  for (std::uint64_t i = 0; i < header->e_phnum; ++i) {
-    const auto segment =
-        file.At<Segment>(header->e_phoff + i * sizeof(Segment));
-    if (!segment) {
-      return WrongFormat("is an ELF file that is cut within its headers");
-    }
-    segments.push_back(*segment);
+  std::vector<Segment> segments(header->e_phnum);
+  const std::size_t count = segments.size() * sizeof(Segment);
+  const std::string bytes = BytesAt(path, header->e_phoff, count);
+  if (bytes.size() != count) {
+    return WrongFormat("is an ELF file that ends within its headers");
   }
-  if (auto problem = FindSegmentProblem(file, segments)) {
+  std::memcpy(segments.data(), bytes.data(), count);
+  if (auto problem = FindSegmentProblem(path, segments)) {
     return problem;
   }
   const bool has_entry = header->e_type == ET_EXEC || header->e_entry != 0;
@@ -190,17 +167,16 @@ std::optional<ProgramProblem> FindElfProblem(BinaryFile& file) {
 }  // namespace
 
 std::optional<ProgramProblem> FindBinaryProblem(const std::string& path) {
-  BinaryFile file(path);
-  const std::string head = file.TextAt(0, EI_NIDENT);
+  const std::string head = BytesAt(path, 0, EI_NIDENT);
   std::optional<ProgramProblem> problem = NotElf(head);
   if (head.starts_with(kElf)) {
-    const auto header = file.At<ElfW(Ehdr)>(0);
+    const auto header = ObjectAt<ElfW(Ehdr)>(path);
     if (!header) {
-      problem = WrongFormat("is an ELF file that is cut within its headers");
+      problem = WrongFormat("is an ELF file that ends within its headers");
     } else if (header->e_machine == OwnMachine()) {
-      return FindElfProblem<ElfW(Ehdr), ElfW(Phdr)>(file);
+      return FindElfProblem<ElfW(Ehdr), ElfW(Phdr)>(path);
     } else if (header->e_machine == SmallMachine()) {
-      return FindElfProblem<Elf32_Ehdr, Elf32_Phdr>(file);
+      return FindElfProblem<Elf32_Ehdr, Elf32_Phdr>(path);
     } else {
       problem = {"program-machine", "is a program for another processor"};
     }

@@ -15,9 +15,9 @@ enum class Severity { kWarning, kError };
 struct Rule {
   const char* id;
   Severity severity;
-  const char* effect;            // what the launcher does about it
+  const char* effect;            // what happens then
   const char* advice;            // what to do instead, as an order
-  const char* logged = nullptr;  // what the launcher says then, if anything
+  const char* logged = nullptr;  // the launcher's message then, if any
 };
 
 namespace rules {

@@ -1,4 +1,4 @@
-// launcher-check: what the launcher would do with an items file.
+// launcher-check: says what the launcher would do with an items file.
 
 #include <unistd.h>
 
@@ -31,16 +31,15 @@ int StatusOf(const CheckResult& result, bool strict) {
   if (!result.readable) {
     return kUnusable;
   }
-  if (CountFindings(result, Severity::kError) > 0) {
+  if (CountFindings(result.findings, Severity::kError) > 0) {
     return kErrors;
   }
-  return strict && CountFindings(result, Severity::kWarning) > 0 ? kWarnings
-                                                                 : kClean;
+  return strict && !result.findings.empty() ? kWarnings : kClean;
 }
 
-// Writes the corrected file to standard output, if it can be corrected, and
-// what is left to standard error.
-ItemsText Fix(const ItemsText& file) {
+// Writes the corrected file to standard output, if it can be corrected, and the
+// corrections to standard error. Returns the file to check.
+CheckResult Fix(CheckResult file) {
   const auto fixed = file.text ? FixItems(*file.text) : std::nullopt;
   if (!fixed) {
     std::cerr << "not corrected: the file cannot be read as a list of items\n";
@@ -50,15 +49,15 @@ ItemsText Fix(const ItemsText& file) {
   for (const std::string& change : fixed->changes) {
     std::cerr << "corrected: " << change << "\n";
   }
-  return {fixed->text, true, {}};
+  return {true, fixed->text, {}, {}};
 }
 
 int Check(const Options& options) {
-  ItemsText file = ReadItemsFile(options.path);
+  CheckResult file = ReadItemsFile(options.path);
   if (options.fix) {
-    file = Fix(file);
+    file = Fix(std::move(file));
   }
-  const CheckResult result = CheckItems(file);
+  const CheckResult result = CheckItems(std::move(file));
   const std::string name =
       options.path == kStandardInput ? "(standard input)" : options.path;
   const int descriptor = options.fix ? STDERR_FILENO : STDOUT_FILENO;

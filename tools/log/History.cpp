@@ -8,10 +8,10 @@
 
 namespace {
 
-constexpr LogMicros kPause = std::chrono::microseconds(kRestartPause).count();
+constexpr Micros kPause = std::chrono::microseconds(kRestartPause).count();
 
 // An item that has not started again after this long will not.
-constexpr LogMicros kRestartSeen = kMicrosPerSecond;
+constexpr Micros kRestartSeen = kMicrosPerSecond;
 
 constexpr std::int64_t kMinuteSeconds = 60;
 constexpr std::uint32_t kLoopingPerMinute = 5;
@@ -45,7 +45,7 @@ std::uint64_t ItemHistory::Starts() const {
   return HasDerivedStarts() ? ends : logged_starts;
 }
 
-ItemState ItemHistory::StateAt(LogMicros now) const {
+ItemState ItemHistory::StateAt(Micros now) const {
   if (last_by_child && last_kind == LogEventKind::kStart) {
     return ItemState::kChain;
   }
@@ -82,18 +82,18 @@ bool ItemHistory::HasDerivedState() const {
   return last_kind == LogEventKind::kEnd && !last_logs_starts;
 }
 
-std::optional<LogMicros> ItemHistory::RunStart() const {
+std::optional<Micros> ItemHistory::RunStart() const {
   const auto latest =
       std::ranges::max_element(supervisors, {}, &Supervisor::last);
   return latest == supervisors.end() ? std::nullopt : latest->start;
 }
 
-std::optional<LogMicros> ItemHistory::Uptime(const Present& present) const {
+std::optional<Micros> ItemHistory::Uptime(const Present& present) const {
   const auto start = IsUp(StateAt(present)) ? RunStart() : std::nullopt;
   return start ? std::optional(present.now - *start) : std::nullopt;
 }
 
-std::optional<LogMicros> ItemHistory::Longest(const Present& present) const {
+std::optional<Micros> ItemHistory::Longest(const Present& present) const {
   return std::max(longest_ended, Uptime(present));
 }
 
@@ -211,7 +211,7 @@ void History::AddEnd(ItemHistory& item, const LogEvent& event, bool counts) {
   ++item.statuses[event.status];
   item.rate.Add(event.time / kMicrosPerSecond);
   if (start) {
-    const LogMicros life = std::max<LogMicros>(event.time - *start, 0);
+    const Micros life = std::max<Micros>(event.time - *start, 0);
     item.longest_ended = std::max(item.longest_ended.value_or(0), life);
   }
   if (on_run_) {

@@ -1,4 +1,4 @@
-// What a log says about items and launchers.
+// The history of items and launchers that a log shows.
 //
 // The launcher logs starts at level DEBUG only. Elsewhere they are derived from
 // the ends: the launcher starts a program again `kRestartPause` after its end.
@@ -24,7 +24,7 @@
 
 // The moment that a history is looked at, and which processes exist then.
 struct Present {
-  LogMicros now = 0;
+  Micros now = 0;
   std::function<bool(std::int64_t process)> exists;
 };
 
@@ -50,9 +50,9 @@ class MinuteRate {
 struct Supervisor {
   std::int64_t process = 0;
   std::int64_t thread = 0;
-  std::optional<LogMicros> start;  // of the present run, where it is known
+  std::optional<Micros> start;  // of the present run, where it is known
   bool logs_starts = false;
-  LogMicros last = 0;
+  Micros last = 0;
 };
 
 enum class ItemState {
@@ -102,54 +102,54 @@ struct ItemHistory {
   std::uint64_t copies = 0;  // starts by forked children: links of a chain
   std::uint64_t failed_forks = 0;
   std::map<int, std::uint64_t> statuses;  // how many ends had each
-  LogMicros last_time = 0;
+  Micros last_time = 0;
   LogEventKind last_kind = LogEventKind::kOther;
   std::int64_t launcher = 0;  // the process that supervised it last
   bool last_by_child = false;
   bool last_logs_starts = false;  // whether its supervisor does
-  LogMicros last_end = 0;
+  Micros last_end = 0;
   int last_status = 0;
-  std::optional<LogMicros> longest_ended;
+  std::optional<Micros> longest_ended;
   MinuteRate rate;
   std::vector<Supervisor> supervisors;
 
   bool HasDerivedStarts() const { return !logs_starts; }
   std::uint64_t Starts() const;
-  ItemState StateAt(LogMicros now) const;
+  ItemState StateAt(Micros now) const;
   ItemState StateAt(const Present& present) const;
-  // Whether what followed its last end is not logged.
+  // Whether the log does not show what followed the last end.
   bool HasDerivedState() const;
   // When the present run began, as far as it is known.
-  std::optional<LogMicros> RunStart() const;
+  std::optional<Micros> RunStart() const;
   // How long the present run has lasted; nothing when none is known.
-  std::optional<LogMicros> Uptime(const Present& present) const;
+  std::optional<Micros> Uptime(const Present& present) const;
   // The longest run, the present one included.
-  std::optional<LogMicros> Longest(const Present& present) const;
+  std::optional<Micros> Longest(const Present& present) const;
 };
 
 // A program's life from a start to an end.
 struct ProgramRun {
   std::size_t item = 0;
-  std::optional<LogMicros> start;
-  LogMicros end = 0;
+  std::optional<Micros> start;
+  Micros end = 0;
   int status = 0;
 };
 
 // A process that supervised items.
 struct LauncherSeen {
   std::int64_t process = 0;
-  LogMicros first = 0;
-  LogMicros last = 0;
+  Micros first = 0;
+  Micros last = 0;
   bool logs_starts = false;
 };
 
-// What of a log is wanted. Earlier events count for states alone.
+// The part of a log to report. Earlier events affect only the states.
 struct Selection {
-  std::optional<LogMicros> since;
+  std::optional<Micros> since;
   std::set<std::string> names;  // all when empty
 };
 
-// What a log holds apart from items, within the selection.
+// Figures of the whole log, within the selection.
 struct LogTotals {
   std::uint64_t lines = 0;
   std::uint64_t lost = 0;
@@ -158,8 +158,8 @@ struct LogTotals {
   std::uint64_t unrecognised = 0;  // with or without a selection
   std::uint64_t nameless = 0;
   std::uint64_t parse_failed = 0;
-  LogMicros first = 0;
-  LogMicros last = 0;
+  Micros first = 0;
+  Micros last = 0;
 };
 
 class History {

@@ -10,7 +10,7 @@
 
 namespace {
 
-// What a printf format's conversions gave in a message.
+// The parts of a message that a printf format's conversions wrote.
 struct Conversions {
   std::string_view text;                  // of %s
   std::array<std::int64_t, 3> numbers{};  // of %d and %llu, the last one first
@@ -22,8 +22,9 @@ struct MessageFormat {
   LogEventKind kind;
 };
 
-// The level tells a start apart from an end whose item's name begins alike.
-// Among the others an end goes first: it has the longest tail.
+// The level distinguishes a start from an end of an item whose name begins like
+// the start's message. Among the others an end comes first, since it has the
+// longest tail.
 constexpr std::array<MessageFormat, 7> kMessages{{
     {kEndMessage, LOGLEVEL_ERROR, LogEventKind::kEnd},
     {kStartMessage, LOGLEVEL_DEBUG, LogEventKind::kStart},
@@ -155,8 +156,8 @@ std::optional<LogEvent> ParseWhole(std::string_view line) {
 
 }  // namespace
 
-// A name may hold what looks like a whole line, but not one of a later time
-// than its own, for it was there before.
+// A name may look like a whole line, but not like one with a later time: the
+// items file was written before the line.
 std::optional<LogEvent> ParseLine(std::string_view line) {
   constexpr std::string_view kTimeEnd = "Z ";
   static_assert(kTimeShape.ends_with(kTimeEnd[0]));

@@ -11,9 +11,9 @@
 #include <string>
 #include <string_view>
 
-#include "tools/log/Times.h"
+#include "tools/text/Times.h"
 
-// What ended a program, from the harmless to the grave.
+// The causes of an end, from harmless to grave.
 enum class EndCause { kSuccess, kFailure, kKilled, kSignal, kCore };
 constexpr int kEndCauses = 5;
 
@@ -47,7 +47,7 @@ enum class LogEventKind {
 };
 
 struct LogEvent {
-  LogMicros time = 0;
+  Micros time = 0;
   std::int64_t process = 0;
   std::int64_t thread = 0;
   LogEventKind kind = LogEventKind::kOther;
@@ -66,8 +66,8 @@ struct LogEvent {
   bool IsFromForkedChild() const { return process == thread; }
 };
 
-// What `line`, which has no line feed, says; the result points into it. Nothing
-// when it is not laid out as a log's lines are.
+// Parses `line`, which has no line feed; the result points into it. Nothing
+// when it does not have the layout of a log line.
 std::optional<LogEvent> ParseLine(std::string_view line);
 
 // The text that the logger escaped.

@@ -145,7 +145,7 @@ void LogReader::ReadNew() {
       (!files_.empty() && IsSameFile(at_path, files_.back().status))) {
     return;
   }
-  // Rotated: what was written last to the old file comes first.
+  // Rotated: the last lines of the old file come first.
   if (!files_.empty()) {
     ReadToEnd(files_.back());
     GiveLastLine();

@@ -1,4 +1,4 @@
-// Reading a log: all its files, and what is written to it afterwards.
+// Reads a log: all its files, and lines that are written later.
 
 #pragma once
 
@@ -37,7 +37,7 @@ class LogReader {
   // the end of the last one is still being written, and is kept for `ReadNew`.
   void ReadAll();
 
-  // Reads what was written since, also to a file that took the place of the
+  // Reads lines written since, also in a file that took the place of the
   // last one. `Open` may have found no log.
   void ReadNew();
 

@@ -5,12 +5,13 @@
 #include <cmath>
 #include <iomanip>
 #include <map>
+#include <numeric>
 #include <sstream>
 #include <string_view>
 #include <utility>
 
-#include "tools/log/Times.h"
 #include "tools/text/Characters.h"
+#include "tools/text/Times.h"
 
 namespace {
 
@@ -55,12 +56,12 @@ std::string XmlText(std::string_view text) {
   return result;
 }
 
-constexpr LogMicros kMinute = 60 * kMicrosPerSecond;
-constexpr LogMicros kDay = 1440 * kMinute;
+constexpr Micros kMinute = 60 * kMicrosPerSecond;
+constexpr Micros kDay = 1440 * kMinute;
 
 // The span between two ticks of the time axis, of which there are eight at
 // most.
-LogMicros TickStep(LogMicros span) {
+Micros TickStep(Micros span) {
   constexpr int kMaxTicks = 8;
   for (const std::int64_t seconds :
        {1, 2, 5, 10, 15, 30, 60, 120, 300, 600, 900, 1800, 3600, 7200, 10800,
@@ -69,7 +70,7 @@ LogMicros TickStep(LogMicros span) {
       return seconds * kMicrosPerSecond;
     }
   }
-  LogMicros step = kDay;
+  Micros step = kDay;
   while (span / step >= kMaxTicks) {
     step *= 2;
   }
@@ -77,7 +78,7 @@ LogMicros TickStep(LogMicros span) {
 }
 
 // The date at midnight, else the time of day, with seconds for small steps.
-std::string TickText(LogMicros tick, LogMicros step) {
+std::string TickText(Micros tick, Micros step) {
   const std::string text = TimeText(tick);
   const std::size_t day_end = text.find('T');
   if (tick % kDay == 0) {
@@ -122,7 +123,7 @@ class SvgWriter {
   }
 
  private:
-  double X(LogMicros time) const {
+  double X(Micros time) const {
     const auto part = static_cast<double>(time - timeline_.Origin()) /
                       static_cast<double>(end_ - timeline_.Origin());
     return kLeft + std::clamp(part, 0.0, 1.0) * kWidth;
@@ -148,8 +149,8 @@ class SvgWriter {
 
   void WriteAxis() {
     constexpr const char* kCentred = R"(text-anchor="middle")";
-    const LogMicros step = TickStep(end_ - timeline_.Origin());
-    for (LogMicros tick = (timeline_.Origin() / step + 1) * step; tick <= end_;
+    const Micros step = TickStep(end_ - timeline_.Origin());
+    for (Micros tick = (timeline_.Origin() / step + 1) * step; tick <= end_;
          tick += step) {
       const double x = X(tick);
       const std::string text = TickText(tick, step);
@@ -175,7 +176,7 @@ class SvgWriter {
          << "\n";
     WriteLaneNotes(item, middle);
     const Timeline::Lane& lane = timeline_.Find(item.index);
-    for (const auto& [first, last] : lane.runs) {
+    for (const auto& [first, last] : lane.Runs()) {
       const double x = ColumnX(first);
       WriteBar(x, middle, std::max(ColumnX(last + 1) - x, 1.0),
                R"(class="run")");
@@ -204,14 +205,15 @@ class SvgWriter {
   void WriteMarks(const Timeline::Lane& lane, int middle) {
     double free_from = 0;  // for a number, beside the one before it
     for (auto next = lane.ends.begin(); next != lane.ends.end();) {
-      const double x = ColumnX(next->column);
-      Timeline::Ends ends{next->column};
-      for (; next != lane.ends.end() && ColumnX(next->column) < x + kMarkWidth;
+      const double x = ColumnX(next->first);
+      Timeline::Ends ends{};
+      for (; next != lane.ends.end() && ColumnX(next->first) < x + kMarkWidth;
            ++next) {
-        ends.Add(*next);
+        AddEnds(ends, next->second);
       }
       WriteMark(ends, x, middle);
-      free_from = WriteCount(ends.Sum(), x, middle, free_from);
+      free_from = WriteCount(std::reduce(ends.begin(), ends.end()), x, middle,
+                             free_from);
     }
   }
 
@@ -222,9 +224,9 @@ class SvgWriter {
     const char* shape = "";
     const char* separator = "";
     for (std::size_t cause = 0; cause < kEndCauses; ++cause) {
-      if (ends.counts[cause] > 0) {
+      if (ends[cause] > 0) {
         out_ << std::exchange(separator, ", ") << kCauses[cause] << ": "
-             << ends.counts[cause];
+             << ends[cause];
         shape = kShapes[cause];
       }
     }
@@ -277,7 +279,7 @@ class SvgWriter {
   const std::vector<const ItemHistory*> items_;
   const Timeline& timeline_;
   const Present& present_;
-  const LogMicros end_;
+  const Micros end_;
   const int bottom_;
   std::ostringstream out_;
 };

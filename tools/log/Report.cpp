@@ -52,12 +52,12 @@ std::string CausesText(const ItemHistory& item) {
   return text.empty() ? "-" : text;
 }
 
-std::string SpanOrDash(std::optional<LogMicros> span) {
+std::string SpanOrDash(std::optional<Micros> span) {
   return span ? SpanText(*span) : "-";
 }
 
 TableRow ItemRow(const ItemHistory& item, const Present& present) {
-  const LogMicros now = present.now;
+  const Micros now = present.now;
   const ItemState state = item.StateAt(present);
   return {Printable(item.name),
           CountText(item.Starts()) + (item.HasDerivedStarts() ? "~" : ""),
@@ -90,7 +90,7 @@ std::string LauncherText(const History& history, const Present& present) {
 std::string Source(const Report& report) {
   const LogTotals& totals = report.history.Totals();
   std::string text = report.files.empty()
-                         ? Printable(report.path) + ": not there yet"
+                         ? Printable(report.path) + ": does not exist yet"
                          : Printable(report.files.back());
   if (report.files.size() > 1) {
     text += " and " + std::to_string(report.files.size() - 1) + " older";
@@ -98,13 +98,13 @@ std::string Source(const Report& report) {
   text += totals.lines > 0
               ? "\n" + TimeText(totals.first) + " to " + TimeText(totals.last) +
                     ", lines: " + std::to_string(totals.lines) + "\n"
-              : "\nlines: 0; above level DEBUG, an item leaves none until it "
+              : "\nlines: 0; above level DEBUG, an item is not logged until it "
                 "ends\n";
   return text + LauncherText(report.history, report.present);
 }
 
-// `what` and the names, as many of them as fit a line of `width` columns, one
-// at least; nothing when there are none.
+// `what` and as many of the names as fit a line of `width` columns, at least
+// one; empty when there are no names.
 std::string NamesLine(std::string what, const std::vector<std::string>& names,
                       std::size_t width) {
   constexpr std::size_t kMoreWidth = 16;  // " and 12345 more"
@@ -147,7 +147,7 @@ std::string Remarks(const Report& report,
   return text;
 }
 
-Json::Value JsonMilliseconds(std::optional<LogMicros> span) {
+Json::Value JsonMilliseconds(std::optional<Micros> span) {
   return span ? Json::Value(*span / 1000) : Json::Value();
 }
 

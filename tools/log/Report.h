@@ -8,7 +8,7 @@
 
 #include "tools/log/History.h"
 
-// A history and what it is seen with.
+// A history and the circumstances that a report of it needs.
 struct Report {
   const History& history;
   std::string path;                // of the log

@@ -6,7 +6,7 @@
 
 namespace {
 
-// What precedes a column that is not the first: more where text meets text.
+// The blanks before a column that is not the first: more before text.
 std::size_t Gap(const TableColumn& column) {
   return column.is_right_aligned ? 1 : 2;
 }

@@ -2,59 +2,46 @@
 
 #include <algorithm>
 #include <functional>
-#include <iterator>
-#include <numeric>
+#include <utility>
 
-void Timeline::Ends::Add(const Ends& other) {
-  std::ranges::transform(counts, other.counts, counts.begin(), std::plus());
+void AddEnds(Timeline::Ends& ends, const Timeline::Ends& more) {
+  std::ranges::transform(ends, more, ends.begin(), std::plus());
 }
 
-std::uint32_t Timeline::Ends::Sum() const {
-  return std::reduce(counts.begin(), counts.end());
-}
-
-void Timeline::Lane::Add(Run run) {
-  const auto begin = std::ranges::lower_bound(
-      runs, run.first, {}, [](const Run& before) { return before.last + 1; });
-  const auto end = std::ranges::upper_bound(begin, runs.end(), run.last + 1, {},
-                                            &Run::first);
-  if (begin != end) {
-    run.first = std::min(run.first, begin->first);
-    run.last = std::max(run.last, std::prev(end)->last);
+std::vector<Timeline::Run> Timeline::Lane::Runs() const {
+  std::vector<Run> runs;
+  for (std::size_t column = 0; column < kColumns; ++column) {
+    if (!ran[column]) {
+      continue;
+    }
+    if (runs.empty() || runs.back().last + 1 < column) {
+      runs.push_back({column, column});
+    }
+    runs.back().last = column;
   }
-  runs.insert(runs.erase(begin, end), run);
-}
-
-void Timeline::Lane::Add(const Ends& more) {
-  const auto at =
-      std::ranges::lower_bound(ends, more.column, {}, &Ends::column);
-  if (at != ends.end() && at->column == more.column) {
-    at->Add(more);
-  } else {
-    ends.insert(at, more);
-  }
+  return runs;
 }
 
 void Timeline::Add(const ProgramRun& run) {
   if (run.start) {
-    Fill(run.item, *run.start, run.end);
+    AddRun(run.item, *run.start, run.end);
   }
-  Ends ends{Column(run.end)};
-  ends.counts[static_cast<std::size_t>(WaitStatus(run.status).Cause())] = 1;
-  lanes_[run.item].Add(ends);
+  const EndCause cause = WaitStatus(run.status).Cause();
+  const std::size_t column = Column(run.end);
+  ++lanes_[run.item].ends[column][static_cast<std::size_t>(cause)];
 }
 
 void Timeline::AddOpenRuns(const History& history) {
   for (const ItemHistory& item : history.AllItems()) {
     const auto start = item.RunStart();
     if (start && IsUp(item.StateAt(history.Totals().last))) {
-      Fill(item.index, *start, history.Totals().last);
+      AddRun(item.index, *start, history.Totals().last);
     }
   }
 }
 
-LogMicros Timeline::ColumnStart(std::size_t column) const {
-  return origin_ + static_cast<LogMicros>(column) * column_;
+Micros Timeline::ColumnStart(std::size_t column) const {
+  return origin_ + static_cast<Micros>(column) * column_;
 }
 
 const Timeline::Lane& Timeline::Find(std::size_t item) const {
@@ -63,9 +50,9 @@ const Timeline::Lane& Timeline::Find(std::size_t item) const {
   return lane == lanes_.end() ? kEmpty : lane->second;
 }
 
-std::size_t Timeline::Column(LogMicros time) {
-  const LogMicros past = std::max<LogMicros>(time - origin_, 0);
-  while (past / column_ >= static_cast<LogMicros>(kColumns)) {
+std::size_t Timeline::Column(Micros time) {
+  const Micros past = std::max<Micros>(time - origin_, 0);
+  while (past / column_ >= static_cast<Micros>(kColumns)) {
     Fold();
   }
   return static_cast<std::size_t>(past / column_);
@@ -75,17 +62,19 @@ void Timeline::Fold() {
   column_ *= 2;
   for (auto& [item, lane] : lanes_) {
     Lane folded;
-    for (const Run& run : lane.runs) {
-      folded.Add(Run{run.first / 2, run.last / 2});
+    for (std::size_t column = 0; column < kColumns; ++column) {
+      folded.ran[column / 2] = folded.ran[column / 2] || lane.ran[column];
     }
-    for (const Ends& ends : lane.ends) {
-      folded.Add(Ends{ends.column / 2, ends.counts});
+    for (const auto& [column, ends] : lane.ends) {
+      AddEnds(folded.ends[column / 2], ends);
     }
-    lane = folded;
+    lane = std::move(folded);
   }
 }
 
-void Timeline::Fill(std::size_t item, LogMicros start, LogMicros end) {
+void Timeline::AddRun(std::size_t item, Micros start, Micros end) {
   const std::size_t last = Column(std::max(start, end));
-  lanes_[item].Add(Run{Column(start), last});
+  for (std::size_t column = Column(start); column <= last; ++column) {
+    lanes_[item].ran.set(column);
+  }
 }

@@ -1,4 +1,4 @@
-// launcher-log: what became of the launcher's items, as its log shows.
+// launcher-log: shows from the launcher's log what happened to its items.
 
 #include <signal.h>
 #include <unistd.h>
@@ -23,8 +23,8 @@
 #include "tools/log/Report.h"
 #include "tools/log/Table.h"
 #include "tools/log/Timeline.h"
-#include "tools/log/Times.h"
 #include "tools/text/Terminal.h"
+#include "tools/text/Times.h"
 
 namespace {
 
@@ -106,7 +106,8 @@ class Program {
         throw std::runtime_error(options_.path + ": " + std::strerror(ENOENT));
       }
       if (!live) {
-        std::cerr << "launcher-log: " << options_.path << ": not there yet\n";
+        std::cerr << "launcher-log: " << options_.path
+                  << ": does not exist yet\n";
       }
     }
     reader_.ReadAll();
@@ -138,8 +139,8 @@ class Program {
 
   void CheckInput() const {
     if (!history_.HasLines() && history_.Totals().unrecognised > 0) {
-      throw std::runtime_error(options_.path +
-                               ": not a log, no line is laid out as one");
+      throw std::runtime_error(
+          options_.path + ": not a log: no line has the layout of a log line");
     }
     for (const std::string& name : history_.UnknownNames()) {
       throw std::runtime_error("--item: the log does not mention " + name);
@@ -150,7 +151,7 @@ class Program {
     return {history_, options_.path, reader_.Files(), {Now(), &Exists}};
   }
 
-  // Until the output is gone, or a signal ends the program.
+  // Returns when nobody reads the output any more.
   void Follow(bool live) {
     constexpr std::chrono::milliseconds kTablePause{1000};
     constexpr std::chrono::milliseconds kLinePause{200};
@@ -227,7 +228,7 @@ int RunProgram(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // What is flushed goes out in one piece.
+  // So that each flush is one write.
   std::ios::sync_with_stdio(false);
   try {
     return RunProgram(argc, argv);

@@ -1,7 +1,6 @@
 #include "tools/status/Report.h"
 
 #include <json/json.h>
-#include <time.h>
 
 #include <array>
 #include <iomanip>
@@ -10,6 +9,7 @@
 #include "tools/text/Characters.h"
 #include "tools/text/ShellQuote.h"
 #include "tools/text/Terminal.h"
+#include "tools/text/Times.h"
 
 namespace {
 
@@ -30,25 +30,22 @@ std::string Row(const std::string& name, const std::string& state,
   return row.str();
 }
 
-struct Unit {
-  double size;
-  char name;
-};
-using Units = std::array<Unit, 4>;
-
-constexpr Units kSeconds{{{1, 's'}, {60, 'm'}, {3600, 'h'}, {86400, 'd'}}};
-constexpr Units kBytes{
-    {{0x1p10, 'K'}, {0x1p20, 'M'}, {0x1p30, 'G'}, {0x1p40, 'T'}}};
-
-// In the last unit that `amount` fills, or in the first.
-std::string Scaled(double amount, const Units& units) {
-  Unit unit = units[0];
-  for (const Unit& larger : units) {
-    unit = amount >= larger.size ? larger : unit;
+// In the largest unit of which there is one.
+std::string MemoryText(std::uint64_t bytes) {
+  constexpr double kStep = 1024;
+  double amount = static_cast<double>(bytes) / kStep;
+  std::string units = "KMGT";
+  while (amount >= kStep && units.size() > 1) {
+    amount /= kStep;
+    units.erase(0, 1);
   }
   std::ostringstream text;
-  text << std::fixed << std::setprecision(1) << amount / unit.size << unit.name;
+  text << std::fixed << std::setprecision(1) << amount << units[0];
   return text.str();
+}
+
+Micros InMicros(std::chrono::milliseconds span) {
+  return std::chrono::microseconds(span).count();
 }
 
 double Seconds(std::chrono::milliseconds span) {
@@ -60,9 +57,9 @@ Numbers WorkerNumbers(const std::optional<Worker>& worker) {
     return {"-", "-", "-", "-"};
   }
   const Process& process = worker->process;
-  return {std::to_string(process.id), Scaled(Seconds(process.uptime), kSeconds),
-          Scaled(Seconds(process.processor_time), kSeconds),
-          Scaled(static_cast<double>(process.resident_bytes), kBytes)};
+  return {std::to_string(process.id), SpanText(InMicros(process.uptime)),
+          SpanText(InMicros(process.processor_time)),
+          MemoryText(process.resident_bytes)};
 }
 
 // Nothing when there are no workers.
@@ -77,13 +74,7 @@ std::string WorkerTable(const std::string& title,
 }
 
 std::string StartText(const Process& process) {
-  const std::time_t start = std::chrono::system_clock::to_time_t(
-      std::chrono::system_clock::now() - process.uptime);
-  std::tm fields{};
-  gmtime_r(&start, &fields);
-  std::ostringstream text;
-  text << std::put_time(&fields, "%Y-%m-%dT%H:%M:%SZ");
-  return text.str();
+  return TimeText(Now() - InMicros(process.uptime));
 }
 
 std::string Warnings(const LauncherStatus& launcher) {
@@ -93,7 +84,8 @@ std::string Warnings(const LauncherStatus& launcher) {
   }
   if (launcher.changed) {
     text +=
-        "the items file has changed since the start; only a restart helps\n";
+        "the items file has changed since the launcher's start; restart the "
+        "launcher to apply it\n";
   }
   if (launcher.shared) {
     text += "another launcher runs the same items file: each item runs twice\n";
@@ -113,8 +105,7 @@ std::string LauncherTable(const LauncherStatus& launcher, bool coloured) {
         Row(Printable(item.name), item.state, WorkerNumbers(item.worker)),
         Colour::kRed, coloured && item.state != kRunning);
   }
-  return text +
-         WorkerTable("processes of items not known", launcher.unassigned);
+  return text + WorkerTable("processes of unknown items", launcher.unassigned);
 }
 
 Json::Value JsonWorker(const Worker& worker) {

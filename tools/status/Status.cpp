@@ -22,11 +22,11 @@ constexpr std::size_t kOwnThreads = 2;
 constexpr std::chrono::seconds kLoadingTime{1};
 constexpr std::chrono::milliseconds kLoadingTimePerItem{20};
 
+// A forked child executes its program sooner than this.
+constexpr std::chrono::seconds kExecutionTime{1};
+
 // By which the clock may have been set since a launcher's start.
 constexpr std::chrono::seconds kClockSlack{1};
-
-// The supervision thread's stack has room for no more.
-constexpr std::int64_t kMostArguments = kSupervisionStackBytes / sizeof(char*);
 
 // The children of each process.
 using Children = std::multimap<pid_t, const Process*>;
@@ -48,6 +48,8 @@ bool IsLauncher(const Process& process) {
 bool IsForkedChild(const Process& process) {
   return LooksLikeLauncher(process) && process.threads == 1;
 }
+
+bool IsProgram(const Worker& worker) { return worker.links == 0; }
 
 std::string Command(const std::vector<std::string>& arguments) {
   std::string command;
@@ -73,12 +75,19 @@ Worker Follow(const Process& head, const Children& children) {
   return worker;
 }
 
-// Leaves out what has just been forked and may still execute its program.
+// Whether `worker` may be about to execute its program: it still has the
+// launcher's arguments, or none at all, as while `execv` replaces a process.
+bool MayBeStarting(const Worker& worker) {
+  const bool is_young = worker.process.uptime < kExecutionTime;
+  return worker.command.empty() &&
+         (worker.links == 1 || (IsProgram(worker) && is_young));
+}
+
 void AddWorker(const Process& head, const Children& children,
-               std::vector<Worker>* workers) {
+               std::vector<Worker>& workers) {
   Worker worker = Follow(head, children);
-  if (worker.links != 1 || !worker.command.empty()) {
-    workers->push_back(std::move(worker));
+  if (!MayBeStarting(worker)) {
+    workers.push_back(std::move(worker));
   }
 }
 
@@ -86,7 +95,7 @@ void AddWorker(const Process& head, const Children& children,
 std::string ItemCommand(JsonObject item) {
   try {
     const std::int64_t length = ItemVectorLength(item);
-    if (length > kMostArguments) {
+    if (length > kLargestArgc + 1) {
       return "";
     }
     std::vector<std::string> arguments{ItemProgram(item).c_str()};
@@ -115,21 +124,21 @@ std::vector<ItemStatus> ParseItems(const std::string& text) {
   return items;
 }
 
-void ReadItems(LauncherStatus* launcher) {
+void ReadItems(LauncherStatus& launcher) {
   std::error_code error;
-  if (!fs::is_regular_file(launcher->items_file, error)) {
-    launcher->problem = error ? error.message() : "not a regular file";
+  if (!fs::is_regular_file(launcher.items_file, error)) {
+    launcher.problem = error ? error.message() : "not a regular file";
     return;
   }
   const auto age = fs::file_time_type::clock::now() -
-                   fs::last_write_time(launcher->items_file, error);
-  launcher->changed = age + kClockSlack < launcher->process.uptime;
-  std::ifstream file(launcher->items_file, std::ios::binary);
+                   fs::last_write_time(launcher.items_file, error);
+  launcher.changed = age + kClockSlack < launcher.process.uptime;
+  std::ifstream file(launcher.items_file, std::ios::binary);
   const std::string text{std::istreambuf_iterator<char>(file), {}};
   try {
-    launcher->items = ParseItems(text);
-  } catch (...) {  // An AERROR, or what jsoncpp throws.
-    launcher->problem = "cannot be read as JSON";
+    launcher.items = ParseItems(text);
+  } catch (...) {  // An AERROR, or an exception of jsoncpp's.
+    launcher.problem = "cannot be read as JSON";
   }
 }
 
@@ -138,8 +147,6 @@ bool Waits(const ItemStatus& item) { return !item.worker; }
 std::size_t CountWaiting(const LauncherStatus& launcher) {
   return static_cast<std::size_t>(std::ranges::count_if(launcher.items, Waits));
 }
-
-bool IsProgram(const Worker& worker) { return worker.links == 0; }
 
 // Whether a worker's command fits an item's, from the surest rule to the last.
 using Rule = bool (*)(std::string_view command, std::string_view item);
@@ -156,13 +163,14 @@ bool IsSimilar(std::string_view command, std::string_view item) {
 
 bool IsLeft(std::string_view, std::string_view) { return true; }
 
-void Give(Rule fits, std::vector<Worker>* workers, LauncherStatus* launcher) {
-  std::erase_if(*workers, [&](const Worker& worker) {
+// Moves the workers that fit an item to it.
+void Give(Rule fits, std::vector<Worker>& workers, LauncherStatus& launcher) {
+  std::erase_if(workers, [&](const Worker& worker) {
     const auto found =
-        std::ranges::find_if(launcher->items, [&](const ItemStatus& item) {
+        std::ranges::find_if(launcher.items, [&](const ItemStatus& item) {
           return Waits(item) && fits(worker.command, item.command);
         });
-    if (found == launcher->items.end()) {
+    if (found == launcher.items.end()) {
       return false;
     }
     found->worker = worker;
@@ -170,14 +178,13 @@ void Give(Rule fits, std::vector<Worker>* workers, LauncherStatus* launcher) {
   });
 }
 
-// Stores the workers that fit no item as unassigned.
-void Match(std::vector<Worker> workers, LauncherStatus* launcher) {
-  Give(IsSame, &workers, launcher);
-  Give(IsSimilar, &workers, launcher);
-  if (workers.size() == 1 && CountWaiting(*launcher) == 1) {
-    Give(IsLeft, &workers, launcher);
+void AssignWorkers(LauncherStatus& launcher) {
+  std::vector<Worker>& workers = launcher.unassigned;
+  Give(IsSame, workers, launcher);
+  Give(IsSimilar, workers, launcher);
+  if (workers.size() == 1 && CountWaiting(launcher) == 1) {
+    Give(IsLeft, workers, launcher);
   }
-  launcher->unassigned = std::move(workers);
 }
 
 // The state of the items that have been given no process.
@@ -207,13 +214,12 @@ LauncherStatus Look(const Process& process, const Children& children) {
   LauncherStatus launcher;
   launcher.process = process;
   launcher.items_file = WorkingDirectory(process.id) / process.arguments[2];
-  ReadItems(&launcher);
-  std::vector<Worker> workers;
+  ReadItems(launcher);
   const auto [first, last] = children.equal_range(process.id);
   for (auto child = first; child != last; ++child) {
-    AddWorker(*child->second, children, &workers);
+    AddWorker(*child->second, children, launcher.unassigned);
   }
-  Match(std::move(workers), &launcher);
+  AssignWorkers(launcher);
   const char* const waiting = StateOfWaiting(launcher);
   for (ItemStatus& item : launcher.items) {
     item.state = item.worker ? WorkerState(*item.worker) : waiting;
@@ -274,7 +280,7 @@ Status FindStatus(const std::vector<Process>& processes, uid_t user) {
     if (process.user == user && adopters.contains(process.parent) &&
         !IsLauncher(process) &&
         (IsForkedChild(process) || RunsAnItem(process, status))) {
-      AddWorker(process, children, &status.orphans);
+      AddWorker(process, children, status.orphans);
     }
   }
   return status;

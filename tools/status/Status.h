@@ -1,5 +1,5 @@
-// What the launchers' items are doing, worked out from the process table and
-// the items files.
+// The state of the launchers' items, found from the process table and the items
+// files.
 //
 // A launcher has at least two threads. A forked child that could not execute
 // its program keeps the launcher's arguments, has one thread, and goes on as a
@@ -54,7 +54,7 @@ struct LauncherStatus {
 
 struct Status {
   std::vector<LauncherStatus> launchers;
-  // Chains, and programs of an item, that a launcher which is gone has left.
+  // Chains and items' programs whose launcher no longer runs.
   std::vector<Worker> orphans;
 };
 

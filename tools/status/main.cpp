@@ -1,4 +1,4 @@
-// launcher-status: what this user's launchers run right now.
+// launcher-status: shows what this user's launchers run right now.
 
 #include <unistd.h>
 
@@ -47,14 +47,15 @@ int ShowProcess(const Status& status, const std::string& name) {
     return Fail(Printable(name) + ": " + found->state, kNotAllRun);
   }
   if (!found->worker) {
-    return Fail(Printable(name) + ": its process cannot be told from others",
-                kNotAllRun);
+    return Fail(
+        Printable(name) + ": its process cannot be distinguished from others",
+        kNotAllRun);
   }
   std::cout << found->worker->process.id << "\n";
   return kAllRun;
 }
 
-// Until the output is gone, or a signal ends the program.
+// Returns when nobody reads the output any more.
 int Watch() {
   const bool live = TakesEscapes(STDOUT_FILENO);
   while (std::cout.good()) {

@@ -4,12 +4,12 @@
 
 #include <clocale>
 
+#include "common/util/StringHelpers.h"
+
 namespace {
 
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
 constexpr std::string_view kEllipsis = "\xE2\x80\xA6";
-
-unsigned char Byte(char c) { return static_cast<unsigned char>(c); }
 
 // The C library takes the widths from the program's locale, which is "C" until
 // the program asks for another.
@@ -39,7 +39,6 @@ bool IsPrintable(const Utf8Character& character) {
 }
 
 std::string Printable(std::string_view text) {
-  constexpr char kDigits[] = "0123456789abcdef";
   std::string result;
   while (!text.empty()) {
     const Utf8Character character = DecodeUtf8(text);
@@ -47,9 +46,7 @@ std::string Printable(std::string_view text) {
       if (IsPrintable(character)) {
         result += c;
       } else {
-        result += "\\x";
-        result += kDigits[Byte(c) >> 4U];
-        result += kDigits[Byte(c) & 0xFU];
+        result += string_format("\\x%02x", static_cast<unsigned char>(c));
       }
     }
     text.remove_prefix(character.bytes);

@@ -49,7 +49,7 @@ std::string Screenful(std::string_view text, TerminalSize size) {
   constexpr const char* kWipeBelow = "\x1b[J";
   auto left = static_cast<std::size_t>(std::ranges::count(text, '\n'));
   std::string result = kHome;
-  // The cursor takes a row, too.
+  // The cursor needs a row as well.
   for (std::size_t row = 2; left > 0 && row <= size.rows; ++row, --left) {
     const std::size_t end = text.find('\n');
     const bool is_last = row == size.rows && left > 1;

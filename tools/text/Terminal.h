@@ -9,8 +9,8 @@
 // Whether `descriptor` is a terminal that understands escape sequences.
 bool TakesEscapes(int descriptor);
 
-// Whether colours may be used on `descriptor`: it takes escapes, and NO_COLOR
-// is unset or empty.
+// Whether colours may be used on `descriptor`: it understands escapes, and
+// NO_COLOR is unset or empty.
 bool MayColour(int descriptor);
 
 // SGR parameters.

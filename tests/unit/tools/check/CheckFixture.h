@@ -1,4 +1,4 @@
-// Checking the text of an items file, and what is found.
+// Checks the text of an items file and compares the findings.
 
 #pragma once
 
@@ -60,17 +60,8 @@ class Check : public testing::Test {
                                  std::to_string(place.column);
   }
 
-  // Those of the items first.
-  Findings All() const {
-    Findings all;
-    for (const CheckedItem& item : result_.items) {
-      all.insert(all.end(), item.findings.begin(), item.findings.end());
-    }
-    all.insert(all.end(), result_.findings.begin(), result_.findings.end());
-    return all;
-  }
-
-  Finding First() const { return All().at(0); }
+  const Findings& All() const { return result_.findings; }
+  const Finding& First() const { return All().at(0); }
 
   TempDir directory_;
   CheckResult result_;

@@ -191,7 +191,7 @@ TEST_F(Check, SurvivesAnyNesting) {
   EXPECT_EQ(Ids(), Vector{"not-json"});
 }
 
-// Versions of the JSON library differ in what they make of them.
+// Some versions of the JSON library refuse them.
 TEST_F(Check, FindsRawControlCharacters) {
   Run(Item("\"argc\": 1, \"args\": {\"0\": \"a\tb\"}"));
   try {
@@ -206,7 +206,7 @@ TEST_F(Check, FindsRawControlCharacters) {
 class ItemsFile : public testing::Test {
  protected:
   // The rule of the only finding.
-  static std::string Id(const ItemsText& file) {
+  static std::string Id(const CheckResult& file) {
     return file.findings.size() == 1 ? file.findings[0].rule->id : "";
   }
 
@@ -215,21 +215,21 @@ class ItemsFile : public testing::Test {
 
 TEST_F(ItemsFile, IsReadToItsEnd) {
   const std::string text(200'000, 'x');
-  const ItemsText file = ReadItemsFile(directory_.Write("f", text));
+  const CheckResult file = ReadItemsFile(directory_.Write("f", text));
   EXPECT_TRUE(file.readable);
   EXPECT_EQ(file.text, text);
   EXPECT_TRUE(file.findings.empty());
 }
 
 TEST_F(ItemsFile, MustExist) {
-  const ItemsText file = ReadItemsFile(directory_.Path() / "none");
+  const CheckResult file = ReadItemsFile(directory_.Path() / "none");
   EXPECT_FALSE(file.readable);
   EXPECT_EQ(Id(file), "unreadable");
   EXPECT_NE(file.findings[0].problem.find("No such file"), std::string::npos);
 }
 
 TEST_F(ItemsFile, MustNotBeADirectory) {
-  const ItemsText file = ReadItemsFile(directory_.Path());
+  const CheckResult file = ReadItemsFile(directory_.Path());
   EXPECT_FALSE(file.readable);
   EXPECT_FALSE(file.text);
   EXPECT_EQ(Id(file), "directory");
@@ -240,7 +240,7 @@ TEST_F(ItemsFile, MustNotFailWhileItIsRead) {
   if (!std::filesystem::exists(unreadable)) {
     GTEST_SKIP() << "there is no such file here";
   }
-  const ItemsText file = ReadItemsFile(unreadable);
+  const CheckResult file = ReadItemsFile(unreadable);
   EXPECT_FALSE(file.readable);
   EXPECT_EQ(Id(file), "read-error");
 }
@@ -249,7 +249,7 @@ TEST_F(ItemsFile, MustBeARegularFile) {
   const std::string fifo = directory_.Path() / "fifo";
   mkfifo(fifo.c_str(), 0600);
   for (const std::string& path : {fifo, std::string("/dev/zero")}) {
-    const ItemsText file = ReadItemsFile(path);
+    const CheckResult file = ReadItemsFile(path);
     EXPECT_FALSE(file.readable);
     EXPECT_EQ(Id(file), "not-regular") << path;
   }
@@ -259,7 +259,7 @@ TEST_F(ItemsFile, MustNotBeUtf16) {
   using namespace std::string_view_literals;
   for (const std::string_view text :
        {"\xFF\xFE{\0}\0"sv, "\xFE\xFF\0{\0}"sv, "{\0}\0"sv, "\0{\0}"sv}) {
-    const ItemsText file = ReadItemsFile(directory_.Write("f", text));
+    const CheckResult file = ReadItemsFile(directory_.Write("f", text));
     EXPECT_TRUE(file.readable);
     EXPECT_FALSE(file.text);
     EXPECT_EQ(Id(file), "utf-16");
@@ -267,14 +267,14 @@ TEST_F(ItemsFile, MustNotBeUtf16) {
 }
 
 TEST_F(ItemsFile, MustNotBeEmpty) {
-  const ItemsText file = ReadItemsFile(directory_.Write("f", ""));
+  const CheckResult file = ReadItemsFile(directory_.Write("f", ""));
   EXPECT_TRUE(file.readable);
   EXPECT_FALSE(file.text);
   EXPECT_EQ(Id(file), "empty");
 }
 
 TEST_F(ItemsFile, IsCutAtANul) {
-  const ItemsText file =
+  const CheckResult file =
       ReadItemsFile(directory_.Write("f", std::string("a\nb\0c", 5)));
   EXPECT_TRUE(file.readable);
   EXPECT_EQ(file.text, "a\nb");

@@ -17,7 +17,7 @@ TEST(Findings, HaveTheEffectAndAdviceOfTheirRule) {
   EXPECT_EQ(finding.advice, rule->advice);
 }
 
-TEST(Findings, MayHaveAnAdviceOfTheirOwn) {
+TEST(Findings, MayHaveTheirOwnAdvice) {
   const RuleName rule = "gap";
   EXPECT_EQ(Found(rule, {}, "is odd", "mend it").advice, "mend it");
   EXPECT_EQ(Found(rule, {}, "is odd", "").advice, rule->advice);
@@ -33,22 +33,17 @@ TEST(Findings, SayWhatTheLauncherLogs) {
 TEST(Findings, AreCountedBySeverity) {
   const Finding error = Found("empty", {}, "");
   const Finding warning = Found("null", {}, "");
-  CheckResult result;
-  result.items.resize(2);
-  result.items[0].findings = {error, warning};
-  result.items[1].findings = {warning};
-  result.findings = {error, warning, error};
-  EXPECT_EQ(CountFindings(result, Severity::kError), 3U);
-  EXPECT_EQ(CountFindings(result, Severity::kWarning), 3U);
+  const Findings findings{error, warning, error};
+  EXPECT_EQ(CountFindings(findings, Severity::kError), 2U);
+  EXPECT_EQ(CountFindings(findings, Severity::kWarning), 1U);
 }
 
 // The line and column of the byte at `offset`.
 std::pair<std::size_t, std::size_t> PlaceOf(const std::string& text,
                                             std::size_t offset) {
-  CheckResult result;
-  result.findings = {Found("nul", {{}, "", offset}, "")};
-  CountLines(text, result);
-  return {result.findings[0].place.line, result.findings[0].place.column};
+  Findings findings{Found("nul", {{}, "", offset}, "")};
+  CountLines(text, findings);
+  return {findings[0].place.line, findings[0].place.column};
 }
 
 TEST(Findings, AreLocatedByLineAndCharacterFromOne) {
@@ -62,18 +57,14 @@ TEST(Findings, AreLocatedByLineAndCharacterFromOne) {
 }
 
 TEST(Findings, AreLocatedInAnyOrder) {
-  CheckResult result;
   const RuleName rule = "nul";
-  result.items.resize(1);
-  result.items[0].findings = {Found(rule, {{}, "", 4}, ""),
-                              Found(rule, {{}, "", 1}, ""),
-                              Found(rule, {}, "")};
-  result.findings = {Found(rule, {{}, "", 3}, "")};
-  CountLines("a\nbcd", result);
-  EXPECT_EQ(result.items[0].findings[0].place.column, 3U);
-  EXPECT_EQ(result.items[0].findings[1].place.line, 1U);
-  EXPECT_EQ(result.items[0].findings[2].place.line, 0U);
-  EXPECT_EQ(result.findings[0].place.column, 2U);
+  Findings findings{Found(rule, {{}, "", 4}, ""), Found(rule, {{}, "", 1}, ""),
+                    Found(rule, {}, ""), Found(rule, {{}, "", 3}, "")};
+  CountLines("a\nbcd", findings);
+  EXPECT_EQ(findings[0].place.column, 3U);
+  EXPECT_EQ(findings[1].place.line, 1U);
+  EXPECT_EQ(findings[2].place.line, 0U);
+  EXPECT_EQ(findings[3].place.column, 2U);
 }
 
 constexpr Rule kOdd{"odd", Severity::kWarning, "it is lost", "drop it"};
@@ -82,14 +73,14 @@ constexpr Rule kBad{"bad", Severity::kError, "it ends", "mend it"};
 CheckResult Example() {
   CheckResult result;
   result.readable = true;
-  result.items.push_back({0, "a\x1b", true, {{"/bin/echo", "a b"}}, {}});
-  result.items[0].findings.push_back(Found(kOdd, {0, "k\n", 4}, "is odd"));
-  result.items.push_back({1, {}, false, {}, {}});
-  result.items.push_back({2, "c", false, std::vector<std::string>{}, {}});
-  result.items.push_back({3, "d", true, {}, {}});
-  result.findings.push_back(Found(kBad, {}, "is bad"));
-  result.findings.push_back(Found(kBad, {4, "", {}}, "is worse"));
-  CountLines("{\n  x", result);
+  result.items = {{0, "a\x1b", true, {{"/bin/echo", "a b"}}},
+                  {1, {}, false, {}},
+                  {2, "c", false, std::vector<std::string>{}},
+                  {3, "d", true, {}}};
+  result.findings = {Found(kOdd, {0, "k\n", 4}, "is odd"),
+                     Found(kBad, {4, "", {}}, "is worse"),
+                     Found(kBad, {}, "is bad")};
+  CountLines("{\n  x", result.findings);
   return result;
 }
 
@@ -102,10 +93,10 @@ TEST(CheckReport, ShowsItemsInOrderWithTheirFindings) {
             "1 (no name): skipped\n"
             "2 c: (no arguments at all) (replaced by a later item)\n"
             "3 d: never starts its program\n"
-            "i.json: error: the file is bad [bad]\n"
+            "i.json: error: item 4 is worse [bad]\n"
             "    effect: it ends\n"
             "    fix: mend it\n"
-            "i.json: error: item 4 is worse [bad]\n"
+            "i.json: error: the file is bad [bad]\n"
             "    effect: it ends\n"
             "    fix: mend it\n"
             "4 items, 2 errors, 1 warning\n");

@@ -51,24 +51,24 @@ TEST(Fix, NumbersAnArrayOfItems) {
   EXPECT_NE(fixed.text.find("\"1\": {\n    \"name\": \"b\""),
             std::string::npos);
   EXPECT_EQ(fixed.changes,
-            Changes{"the list of items is an object with the keys \"0\", "
-                    "\"1\", ..."});
+            Changes{"turned the list of items into an object with the keys "
+                    "\"0\", \"1\", ..."});
 }
 
 TEST(Fix, ClosesGapsInTheNumbering) {
   const FixedItems fixed =
       Fixed(R"({"1": {"name": "a"}, "2": {"name": "b"}, "10": {"name": "c"}})");
-  EXPECT_EQ(fixed.changes,
-            (Changes{"item \"1\" is now \"0\"", "item \"2\" is now \"1\"",
-                     "item \"10\" is now \"2\""}));
+  EXPECT_EQ(fixed.changes, (Changes{"item \"1\": renumbered to \"0\"",
+                                    "item \"2\": renumbered to \"1\"",
+                                    "item \"10\": renumbered to \"2\""}));
   EXPECT_LT(fixed.text.find("\"b\""), fixed.text.find("\"c\""));
   EXPECT_EQ(fixed.text.find("\"10\""), std::string::npos);
 }
 
 TEST(Fix, CorrectsKeysUnlessTheRightOneIsThere) {
   EXPECT_EQ(Fixed(R"({"0": {"Name": "a", "command": "/x"}})").changes,
-            (Changes{"item 0: \"Name\" is now \"name\"",
-                     "item 0: \"command\" is now \"program\""}));
+            (Changes{"item 0: renamed \"Name\" to \"name\"",
+                     "item 0: renamed \"command\" to \"program\""}));
   EXPECT_EQ(Fixed(R"({"0": {"Name": "a", "name": "b", "foo": 1}})").changes,
             Changes{});
 }
@@ -85,7 +85,7 @@ TEST(Fix, CountsTheArguments) {
   const auto changes = [](const std::string& members) {
     return Fixed(R"({"0": {)" + members + "}}").changes;
   };
-  const Changes counted{"item 0: \"argc\" is 1"};
+  const Changes counted{"item 0: set \"argc\" to 1"};
   EXPECT_EQ(changes(R"("args": {"0": "a"})"), counted);
   EXPECT_EQ(changes(R"("args": {"0": "a"}, "argc": "1")"), counted);
   EXPECT_EQ(changes(R"("args": {"0": "a"}, "argc": 1)"), Changes{});
@@ -104,9 +104,9 @@ TEST(Fix, WritesNumbersAsTheyAreInTheFile) {
   EXPECT_NE(fixed.text.find(R"({ "0": "3.14", "1": "true" })"),
             std::string::npos);
   EXPECT_EQ(fixed.changes,
-            (Changes{"item 0: \"name\" is the text \"7\"",
-                     "item 0: \"args/0\" is the text \"3.14\"",
-                     "item 0: \"args/1\" is the text \"true\""}));
+            (Changes{"item 0: wrote \"name\" as the text \"7\"",
+                     "item 0: wrote \"args/0\" as the text \"3.14\"",
+                     "item 0: wrote \"args/1\" as the text \"true\""}));
 }
 
 TEST(Fix, CorrectsSmallSlipsOfSyntax) {

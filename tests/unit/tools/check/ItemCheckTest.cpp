@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <string>
 
+#include "launcher/Items.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/unit/tools/check/CheckFixture.h"
 #include "tools/check/ItemCheck.h"
@@ -106,12 +107,13 @@ TEST_F(ItemCheck, FindsAnArgcThatIsReadAsAnInteger) {
 }
 
 TEST_F(ItemCheck, FindsAVectorTooLargeForTheStack) {
-  for (const char* const value : {"65536", "63950", "63487"}) {
-    Run(Item("\"argc\": " + std::string(value)));
+  for (const std::int64_t value :
+       {std::int64_t{65536}, std::int64_t{63950}, kLargestArgc + 1}) {
+    Run(Item("\"argc\": " + std::to_string(value)));
     ExpectError("argc-too-large", "argc", "1:51");
     EXPECT_FALSE(result_.items[0].vector);
   }
-  Run(Item(R"("argc": 63486)"));
+  Run(Item("\"argc\": " + std::to_string(kLargestArgc)));
   ExpectWarning("arg-missing", "args/0", "1:7");
   Run(Item(R"("argc": 2147483647)"));
   ExpectError("argc-too-large", "argc", "1:51");

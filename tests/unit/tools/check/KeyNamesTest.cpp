@@ -4,7 +4,7 @@
 
 namespace {
 
-TEST(KeyNames, StandForThemselves) {
+TEST(KeyNames, MeanThemselves) {
   for (const char* const key : {"name", "program", "argc", "args"}) {
     EXPECT_EQ(KeyMeantBy(key), key);
   }

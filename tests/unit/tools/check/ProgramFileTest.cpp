@@ -19,7 +19,7 @@ namespace {
 constexpr int kNotExecuted = 99;
 constexpr int kNotFoundByEnv = 127;
 
-// What becomes of a process that executes `path`: its exit status, minus the
+// The end of a process that executes `path`: its exit status, minus the
 // number of the signal that ends it, or `kNotExecuted`.
 int Execute(const std::string& path) {
   return InForkedChild([&] {
@@ -156,7 +156,7 @@ TEST_F(ProgramFile, MustHaveAnInterpreterThatRuns) {
          "program-interpreter");
 }
 
-TEST_F(ProgramFile, MayLeadOverFewScripts) {
+TEST_F(ProgramFile, MayNeedOnlyAFewScriptsInARow) {
   std::string path = "/bin/true";
   for (int scripts = 1; scripts <= kMostScripts; ++scripts) {
     path = Executable("script" + std::to_string(scripts), "#!" + path + "\n");
@@ -276,7 +276,7 @@ TEST_F(ProgramFile, MustNotBeASharedLibrary) {
 
 #endif
 
-TEST_F(ProgramFile, IsOnlyDoubtedWhenItIsExecutableButNotReadable) {
+TEST_F(ProgramFile, IsAWarningWhenItIsExecutableButNotReadable) {
   REQUIRE_ANOTHER_USER();
   chmod(directory_.Path().c_str(), 0755);
   const std::string path = Executable("secret", "hello\n");

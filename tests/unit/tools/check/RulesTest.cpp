@@ -9,7 +9,7 @@
 
 namespace {
 
-TEST(Rules, HaveIdsOfTheirOwn) {
+TEST(Rules, HaveUniqueIds) {
   std::set<std::string> ids;
   for (const Rule& rule : rules::kAll) {
     EXPECT_TRUE(ids.insert(rule.id).second) << rule.id;

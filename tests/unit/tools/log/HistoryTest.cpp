@@ -7,8 +7,8 @@
 
 namespace {
 
-constexpr LogMicros kSecond = kMicrosPerSecond;
-constexpr LogMicros kStart = 1'000'000 * kSecond;
+constexpr Micros kSecond = kMicrosPerSecond;
+constexpr Micros kStart = 1'000'000 * kSecond;
 
 class HistoryOf : public testing::Test {
  protected:
@@ -29,8 +29,8 @@ class HistoryOf : public testing::Test {
     Add(seconds, LogEventKind::kEnd, "a", status);
   }
 
-  static LogMicros At(double seconds) {
-    return kStart + static_cast<LogMicros>(seconds * kSecond);
+  static Micros At(double seconds) {
+    return kStart + static_cast<Micros>(seconds * kSecond);
   }
   const ItemHistory& Item(std::size_t index = 0) const {
     return history_->AllItems().at(index);
@@ -301,7 +301,7 @@ TEST_F(HistoryOf, KeepsHealthyItemsThatTheSelectionPrecedes) {
   EXPECT_EQ(history_->Totals().first, At(100));
 }
 
-TEST_F(HistoryOf, HoldsSelectedItemsAlone) {
+TEST_F(HistoryOf, HoldsOnlySelectedItems) {
   Select({{}, {"x\ny", "missing"}});
   LogEvent event;
   event.kind = LogEventKind::kEnd;

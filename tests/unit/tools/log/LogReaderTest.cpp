@@ -86,7 +86,7 @@ TEST_F(Reader, GivesLinesLongerThanAReadPiece) {
   EXPECT_EQ(lines_[2], "b");
 }
 
-TEST_F(Reader, KeepsTheEndOfAnEndlessLineAlone) {
+TEST_F(Reader, KeepsOnlyTheEndOfAnEndlessLine) {
   constexpr std::size_t kLength = 40 * 1024 * 1024;
   Append(std::string(kLength, 'x') + "\nb\n");
   ReadAll();
@@ -162,7 +162,7 @@ TEST_F(Reader, FollowsTheLogThroughRotations) {
   EXPECT_EQ(lines_.back(), "beginning");
 }
 
-TEST_F(Reader, FollowsALogThatIsYetToCome) {
+TEST_F(Reader, FollowsALogThatDoesNotExistYet) {
   Start();
   EXPECT_FALSE(reader_->Open());
   reader_->ReadNew();

@@ -8,11 +8,11 @@
 
 namespace {
 
-constexpr LogMicros kSecond = kMicrosPerSecond;
+constexpr Micros kSecond = kMicrosPerSecond;
 
 class PlotOf : public testing::Test {
  protected:
-  void Add(LogMicros time, LogEventKind kind, const std::string& name,
+  void Add(Micros time, LogEventKind kind, const std::string& name,
            int status = 0) {
     LogEvent event;
     event.time = time;
@@ -88,7 +88,7 @@ TEST_F(PlotOf, DrawsNothingAfterAStop) {
   EXPECT_EQ(Count(svg, "width=\"960.0\""), 1U);
 }
 
-TEST_F(PlotOf, MarksEachCauseWithAShapeOfItsOwn) {
+TEST_F(PlotOf, MarksEachCauseWithItsOwnShape) {
   const std::string legend = Svg();
   for (const char* const shape : {"<circle r=\"4\"", "M-4,-4L4,4",
                                   "<rect x=\"-4\"", "M0,-5L5,4", "M0,-6L6,0"}) {
@@ -180,7 +180,7 @@ TEST_F(PlotOf, LeavesOutNumbersThatWouldOverlap) {
   }
 }
 
-TEST_F(PlotOf, SaysOnTheLaneWhatNeedsAttention) {
+TEST_F(PlotOf, ShowsOnTheLaneWhatNeedsAttention) {
   Add(0, LogEventKind::kForkFailed, "forkless");
   Add(0, LogEventKind::kNoProgram, "pathless");
   LogEvent link;
@@ -211,7 +211,7 @@ TEST_F(PlotOf, RepeatsTheTimeAboveManyLanes) {
 }
 
 TEST_F(PlotOf, ShowsTimesThatFitTheSpan) {
-  constexpr LogMicros kDay = 86400 * kSecond;
+  constexpr Micros kDay = 86400 * kSecond;
   Add(0, LogEventKind::kEnd, "a");
   Add(10 * kSecond, LogEventKind::kEnd, "a");
   EXPECT_EQ(Count(Svg(), ">00:00:06<"), 1U);

@@ -11,10 +11,10 @@
 
 namespace {
 
-constexpr LogMicros kSecond = kMicrosPerSecond;
-constexpr LogMicros kBegin = 1795242031 * kSecond;  // 2026-11-21T06:20:31Z
+constexpr Micros kSecond = kMicrosPerSecond;
+constexpr Micros kBegin = 1795242031 * kSecond;  // 2026-11-21T06:20:31Z
 
-void Add(History* history, LogMicros time, LogEventKind kind,
+void Add(History* history, Micros time, LogEventKind kind,
          const std::string& name, int status = 0) {
   LogEvent event;
   event.time = kBegin + time;
@@ -32,7 +32,7 @@ constexpr std::int64_t kLauncher = 10;
 bool IsLauncher(std::int64_t process) { return process == kLauncher; }
 bool IsNone(std::int64_t) { return false; }
 
-Report At(const History& history, LogMicros now,
+Report At(const History& history, Micros now,
           std::vector<std::string> files = {"/l/launcher.log"}) {
   return {history,
           "/l/launcher.log",
@@ -40,7 +40,7 @@ Report At(const History& history, LogMicros now,
           {kBegin + now, &IsLauncher}};
 }
 
-std::string Table(const History& history, LogMicros now,
+std::string Table(const History& history, Micros now,
                   std::size_t width = kAnyWidth) {
   return At(history, now).Table(width);
 }
@@ -101,9 +101,10 @@ TEST(LogReport, SaysThatTheLauncherIsGone) {
 
 TEST(LogReport, SaysThatThereIsNoLogYet) {
   const History history;
-  EXPECT_TRUE(At(history, 0, {})
-                  .Table(kAnyWidth)
-                  .starts_with("/l/launcher.log: not there yet\nlines: 0; "));
+  EXPECT_TRUE(
+      At(history, 0, {})
+          .Table(kAnyWidth)
+          .starts_with("/l/launcher.log: does not exist yet\nlines: 0; "));
 }
 
 TEST(LogReport, TalliesTheCausesWithTheLastOneFirst) {
@@ -173,7 +174,7 @@ TEST(LogReport, FitsEightyColumns) {
     Add(&history, 0, LogEventKind::kEnd, name + "silent" + std::to_string(i));
   }
   AddLost(&history, 1'000'000'000);
-  for (const LogMicros now : {LogMicros{0}, 1'000'000 * kSecond}) {
+  for (const Micros now : {Micros{0}, 1'000'000 * kSecond}) {
     std::istringstream lines(Table(history, now, 80));
     for (std::string line; std::getline(lines, line);) {
       EXPECT_LE(DisplayWidth(line), 80U) << line;

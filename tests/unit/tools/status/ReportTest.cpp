@@ -59,21 +59,19 @@ TEST_F(StatusReport, ShowsASpanInTheUnitThatFits) {
     status_.orphans = {Working(1, {"/a"})};
     status_.orphans[0].process.uptime = span;
     return Shows(" running                       1" +
-                 std::string(8 - text.size(), ' ') + text + "    0.0s");
+                 std::string(8 - text.size(), ' ') + text + "     0ms");
   };
-  EXPECT_TRUE(shows(0ms, "0.0s"));
-  EXPECT_TRUE(shows(59'900ms, "59.9s"));
-  EXPECT_TRUE(shows(60s, "1.0m"));
-  EXPECT_TRUE(shows(90min, "1.5h"));
-  EXPECT_TRUE(shows(24h, "1.0d"));
-  EXPECT_TRUE(shows(999 * 24h, "999.0d"));
+  EXPECT_TRUE(shows(0ms, "0ms"));
+  EXPECT_TRUE(shows(59'900ms, "59s"));
+  EXPECT_TRUE(shows(90min, "1h"));
+  EXPECT_TRUE(shows(999 * 24h, "999d"));
 }
 
 TEST_F(StatusReport, ShowsMemoryInTheUnitThatFits) {
   const auto shows = [&](std::uint64_t bytes, const std::string& text) {
     status_.orphans = {Working(1, {"/a"})};
     status_.orphans[0].process.resident_bytes = bytes;
-    return Shows("    0.0s" + std::string(8 - text.size(), ' ') + text + "\n");
+    return Shows("     0ms" + std::string(8 - text.size(), ' ') + text + "\n");
   };
   EXPECT_TRUE(shows(0, "0.0K"));
   EXPECT_TRUE(shows(1536, "1.5K"));
@@ -96,13 +94,13 @@ TEST_F(StatusReport, ShowsAnItemOnALine) {
   EXPECT_TRUE(
       Shows("\nitem                     state                   process  uptime"
             "     cpu  memory\n"
-            "web                      running                      81    1.1m"
+            "web                      running                      81      1m"
             "    1.5s    2.0M\n"
             "tick                     between two starts            -       -"
             "       -       -\n"));
 }
 
-TEST_F(StatusReport, KeepsToEightyColumns) {
+TEST_F(StatusReport, FitsEightyColumns) {
   Worker& worker = Add(std::string(100, 'x'), WorkerState(Chain(1, 99999)))
                        .worker.emplace(Busy(4194304));
   worker.links = 99999;
@@ -121,7 +119,7 @@ TEST_F(StatusReport, ShowsTheLauncherAndItsWarnings) {
                   .starts_with("launcher alpha, process 4711, since 2"));
   EXPECT_TRUE(Shows("Z\n/items.json\nitem "));
   Launcher().changed = true;
-  EXPECT_TRUE(Shows("\nthe items file has changed since the start"));
+  EXPECT_TRUE(Shows("\nthe items file has changed since the launcher's start"));
   Launcher().changed = false;
   Launcher().shared = true;
   EXPECT_TRUE(Shows("\nanother launcher runs the same items file"));
@@ -132,7 +130,7 @@ TEST_F(StatusReport, ShowsTheLauncherAndItsWarnings) {
 TEST_F(StatusReport, ShowsUnassignedProcessesAndOrphans) {
   Launcher().unassigned.push_back(Busy(5));
   EXPECT_TRUE(Shows(
-      "\nprocesses of items not known:\n/bin/web --port 80       running  "));
+      "\nprocesses of unknown items:\n/bin/web --port 80       running  "));
   EXPECT_FALSE(Shows("orphans"));
   status_.orphans = {Busy(6), Chain(7, 3)};
   EXPECT_TRUE(Shows("\n\norphans, which no launcher stops:\n/bin/web "));

@@ -173,8 +173,7 @@ TEST_F(StatusTest, AnItemWhoseArgumentsThrowIsStartedAgainAndAgain) {
 }
 
 TEST_F(StatusTest, DoesNotBuildMoreArgumentsThanALauncherCan) {
-  constexpr auto kMost = kSupervisionStackBytes / sizeof(char*);
-  const auto command = [&](std::size_t argc) {
+  const auto command = [&](std::int64_t argc) {
     file_ = directory_.Write(
         "items.json", R"({"0": {"name": "a", "program": "/a", "argc": )" +
                           std::to_string(argc) + "}}");
@@ -182,8 +181,9 @@ TEST_F(StatusTest, DoesNotBuildMoreArgumentsThanALauncherCan) {
     TheLauncher().threads = 3;
     return FindLauncher().items[0].command;
   };
-  EXPECT_EQ(command(kMost - 1), " /a" + std::string(kMost - 1, ' '));
-  EXPECT_EQ(command(kMost), "");
+  EXPECT_EQ(command(kLargestArgc),
+            " /a" + std::string(std::size_t{kLargestArgc}, ' '));
+  EXPECT_EQ(command(kLargestArgc + 1), "");
   EXPECT_EQ(command(2'147'483'646), "");
 }
 
@@ -203,14 +203,14 @@ TEST_F(StatusTest, GivesEqualItemsOneProcessEach) {
   EXPECT_EQ(Given(), (Ids{101, 102, 0, 0}));
 }
 
-TEST_F(StatusTest, LooksAfterAnInterpreter) {
+TEST_F(StatusTest, RecognisesAScriptAfterItsInterpreter) {
   Launch({{"/script", "x"}, {"/other"}, {"/last"}});
   Run(101, {"/bin/sh", "-e", "/script", "x"});
   Run(102, {"python3", "/other"});
   EXPECT_EQ(Given(), (Ids{101, 102, 0}));
 }
 
-TEST_F(StatusTest, PrefersTheSameArgumentsToAnInterpreters) {
+TEST_F(StatusTest, PrefersEqualArgumentsToAnInterpretersArguments) {
   Launch({{"/a"}, {"/bin/sh", "/a"}});
   Run(101, {"/bin/sh", "/a"});
   Run(102, {"/a"});
@@ -226,7 +226,7 @@ TEST_F(StatusTest, RecognisesWhatAnItemHasExecuted) {
   EXPECT_EQ(Given(), (Ids{102, 101, 0}));
 }
 
-TEST_F(StatusTest, WantsWholeWordsOfWhatAnItemHasExecuted) {
+TEST_F(StatusTest, ComparesWholeWordsOfWhatAnItemHasExecuted) {
   Launch({{"/bin/sh", "-c", "exec nosleep 5"}, {"/other"}});
   Run(101, {"sleep", "5"});
   EXPECT_EQ(Given(), (Ids{0, 0}));
@@ -240,7 +240,7 @@ TEST_F(StatusTest, GivesTheLastItemTheLastProcess) {
   EXPECT_TRUE(FindLauncher().unassigned.empty());
 }
 
-TEST_F(StatusTest, GuessesNothing) {
+TEST_F(StatusTest, LeavesProcessesUnassignedRatherThanGuess) {
   Launch({{"/a"}, {"/b"}});
   Run(101, {"x"});
   Run(102, {});
@@ -285,7 +285,7 @@ TEST_F(StatusTest, KnowsThatAllRunWithoutKnowingWhich) {
   EXPECT_TRUE(AllRun(FindLauncher()));
 }
 
-TEST_F(StatusTest, SaysNothingOfItemsThatMayBeOthersProcesses) {
+TEST_F(StatusTest, CallsNoItemRunningWhenProcessesAreFewerThanItems) {
   Launch("{" + Item(0, "a", "/a") + ", " + Item(1, "b", "/b") + ", " +
              Item(2, "c", "/c") + "}",
          3);
@@ -313,6 +313,25 @@ TEST_F(StatusTest, SeesTheProgramAtTheEndOfAChain) {
   processes_.push_back(Copy(101, kLauncher));
   Run(102, {"/b"}, 101);
   EXPECT_EQ(States(), (::States{kBetweenStarts, "chain of 1 process"}));
+}
+
+// While execv replaces a process, the kernel shows no arguments.
+TEST_F(StatusTest, LeavesOutAProcessThatMayBeInTheMiddleOfExecv) {
+  Launch(kTwo, 2);
+  Run(101, {"/a"});
+  Run(102, {});
+  processes_.back().uptime = 999ms;
+  EXPECT_EQ(States(), (::States{kRunning, kBetweenStarts}));
+  EXPECT_TRUE(FindLauncher().unassigned.empty());
+  processes_.back().uptime = 1s;
+  EXPECT_EQ(States(), (::States{kRunning, kRunning}));
+}
+
+TEST_F(StatusTest, LeavesOutAForkedChildWhoseOwnChildMayBeInExecv) {
+  Launch(kTwo, 2);
+  processes_.push_back(Copy(101, kLauncher));
+  Run(102, {}, 101);
+  EXPECT_EQ(States(), (::States{kBetweenStarts, kBetweenStarts}));
 }
 
 TEST_F(StatusTest, TwoUnassignedChainsAreNotRunningItems) {
@@ -410,7 +429,7 @@ TEST_F(StatusTest, FindsProgramsThatAnEarlierLauncherHasLeft) {
   EXPECT_EQ(status.orphans[1].process.id, 102);
 }
 
-TEST_F(StatusTest, DoesNotTakeALauncherThatIsAnItemForAnOrphan) {
+TEST_F(StatusTest, DoesNotMistakeALauncherThatIsAnItemForAnOrphan) {
   Launch("{" + Item(0, "a", "launcher") + "}", 1);
   directory_.Write("items.json", R"({"0": {"name": "a", "program": "launcher",
       "argc": 2, "args": {"0": "b", "1": "/c"}}})");

@@ -8,11 +8,11 @@
 #include <string_view>
 
 // Microseconds, of a span or since 1970, UTC.
-using LogMicros = std::int64_t;
+using Micros = std::int64_t;
 
-inline constexpr LogMicros kMicrosPerSecond = 1'000'000;
+inline constexpr Micros kMicrosPerSecond = 1'000'000;
 
-LogMicros Now();
+Micros Now();
 
 // The decimal number that `text` is; nothing for anything else.
 std::optional<std::int64_t> ToNumber(std::string_view text);
@@ -22,7 +22,7 @@ std::optional<std::int64_t> ToNumber(std::string_view text);
 //
 //   2026-11-21T06:20:31.123456Z ERROR ...  gives  1795242031123456
 //   2026-11-21T25:00:00.000000Z            gives  nothing
-std::optional<LogMicros> ParseLogTime(std::string_view text);
+std::optional<Micros> ParseLogTime(std::string_view text);
 
 // The forms that `ParseSince` reads, for messages.
 inline constexpr char kSinceForms[] =
@@ -31,14 +31,14 @@ inline constexpr char kSinceForms[] =
 
 // A span before `now`, or a UTC time, which may end with "Z". Nothing for
 // anything else.
-std::optional<LogMicros> ParseSince(std::string_view text, LogMicros now);
+std::optional<Micros> ParseSince(std::string_view text, Micros now);
 
 // "2026-11-21T06:20:31Z", UTC.
-std::string TimeText(LogMicros time);
+std::string TimeText(Micros time);
 
 // A span in at most five columns: "49ms", "3.2s", "45s", "12m", "3h", "5d".
 // Spans below 0 count as 0.
-std::string SpanText(LogMicros span);
+std::string SpanText(Micros span);
 
 // A count in at most five columns: "99999", "123k", "1.2M", "45G".
 std::string CountText(std::uint64_t count);

@@ -1,4 +1,4 @@
-#include "tools/log/Times.h"
+#include "tools/text/Times.h"
 
 #include <algorithm>
 #include <array>
@@ -10,14 +10,14 @@
 
 namespace {
 
-constexpr LogMicros kMinute = 60 * kMicrosPerSecond;
-constexpr LogMicros kHour = 60 * kMinute;
-constexpr LogMicros kDay = 24 * kHour;
+constexpr Micros kMinute = 60 * kMicrosPerSecond;
+constexpr Micros kHour = 60 * kMinute;
+constexpr Micros kDay = 24 * kHour;
 
-std::optional<LogMicros> ParseSpan(std::string_view text) {
+std::optional<Micros> ParseSpan(std::string_view text) {
   constexpr std::string_view kUnits = "smhd";
-  constexpr std::array<LogMicros, kUnits.size()> kSpans{kMicrosPerSecond,
-                                                        kMinute, kHour, kDay};
+  constexpr std::array<Micros, kUnits.size()> kSpans{kMicrosPerSecond, kMinute,
+                                                     kHour, kDay};
   constexpr std::int64_t kMaxNumber = 1'000'000;
   const std::size_t unit =
       text.empty() ? kUnits.npos : kUnits.find(text.back());
@@ -30,11 +30,11 @@ std::optional<LogMicros> ParseSpan(std::string_view text) {
              : std::nullopt;
 }
 
-// Year, month, day, hour, minute, second, microseconds, as `kTimeShape` has
-// them, and one for what follows.
+// Year, month, day, hour, minute, second and microseconds, in the order of
+// `kTimeShape`, and a last one for the end of the text.
 using TimeFields = std::array<int, 8>;
 
-std::optional<LogMicros> TimeOf(const TimeFields& fields) {
+std::optional<Micros> TimeOf(const TimeFields& fields) {
   using namespace std::chrono;
   const auto [y, m, d, hour, minute, second, micros, rest] = fields;
   const year_month_day date(year{y}, month{static_cast<unsigned>(m)},
@@ -69,13 +69,13 @@ std::optional<std::int64_t> ToNumber(std::string_view text) {
                                              : std::nullopt;
 }
 
-LogMicros Now() {
+Micros Now() {
   using namespace std::chrono;
   return duration_cast<microseconds>(system_clock::now().time_since_epoch())
       .count();
 }
 
-std::optional<LogMicros> ParseLogTime(std::string_view text) {
+std::optional<Micros> ParseLogTime(std::string_view text) {
   if (text.size() < kTimeShape.size()) {
     return std::nullopt;
   }
@@ -95,7 +95,7 @@ std::optional<LogMicros> ParseLogTime(std::string_view text) {
   return TimeOf(fields);
 }
 
-std::optional<LogMicros> ParseSince(std::string_view text, LogMicros now) {
+std::optional<Micros> ParseSince(std::string_view text, Micros now) {
   if (const auto span = ParseSpan(text)) {
     return now - *span;
   }
@@ -112,7 +112,7 @@ std::optional<LogMicros> ParseSince(std::string_view text, LogMicros now) {
   return std::nullopt;
 }
 
-std::string TimeText(LogMicros time) {
+std::string TimeText(Micros time) {
   const auto seconds = static_cast<std::time_t>(time / kMicrosPerSecond);
   std::tm utc{};
   gmtime_r(&seconds, &utc);
@@ -121,13 +121,13 @@ std::string TimeText(LogMicros time) {
   return text.data();
 }
 
-std::string SpanText(LogMicros span) {
-  span = std::max<LogMicros>(span, 0);
+std::string SpanText(Micros span) {
+  span = std::max<Micros>(span, 0);
   if (span < kMicrosPerSecond) {
     return std::to_string(span / 1000) + "ms";
   }
   if (span < kMinute) {
-    constexpr LogMicros kTenth = kMicrosPerSecond / 10;
+    constexpr Micros kTenth = kMicrosPerSecond / 10;
     return Short(static_cast<std::uint64_t>(span / kTenth), "s");
   }
   if (span < kHour) {

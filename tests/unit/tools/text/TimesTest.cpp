@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
-#include "tools/log/Times.h"
+#include "tools/text/Times.h"
 
 namespace {
 
-constexpr LogMicros kNow = 1795242031000000;  // 2026-11-21T06:20:31Z
+constexpr Micros kNow = 1795242031000000;  // 2026-11-21T06:20:31Z
 
 TEST(Times, ReadsSpansBeforeNow) {
   const auto ago = [](const char* text) {

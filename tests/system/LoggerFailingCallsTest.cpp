@@ -314,6 +314,19 @@ TEST_F(Fault, CountsEveryLineThatFails) {
   EXPECT_EQ(ReadMessages(log_), (Messages{LostReport(3, EIO), "whole"}));
 }
 
+TEST_F(Fault, WritesNoLineBeforeTheReportOfThoseThatAreLost) {
+  for (const int error : {EIO, ENOSPC}) {
+    g_on_write = [error](int, const void*, std::size_t) -> ssize_t {
+      g_on_write = nullptr;
+      errno = error;
+      return -1;
+    };
+    Log("lost");
+  }
+  Log("whole");
+  EXPECT_EQ(ReadMessages(log_), (Messages{LostReport(2, ENOSPC), "whole"}));
+}
+
 TEST_F(Fault, OpensTheFileAgainWhenInterrupted) {
   fs::remove(log_);
   g_interrupted_opens = 3;

@@ -1,7 +1,6 @@
 // Calls that fail, or during which something else happens: this program is
 // linked with its own version of each function that is wrapped here.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/wait.h>
@@ -439,10 +438,7 @@ class LockedRotationTest : public Fault {
  protected:
   static constexpr LogLimits kLimits{1, 3};
 
-  LockedRotationTest() { EXPECT_EQ(flock(lock_, LOCK_EX), 0); }
-  ~LockedRotationTest() override { close(lock_); }
-
-  const int lock_ = open(logs_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const HeldLock lock_{logs_};
 };
 
 TEST_F(LockedRotationTest, GetsSomeChancesToFinish) {

@@ -96,7 +96,7 @@ as_newcomer() {
   write_newcomer
   if ! "${@:2}" > "$out/$1.log" 2>&1 ||
     grep 'warning:' "$out/$1.log"; then
-    tail -n 200 "$out/$1.log"
+    grep -vE '^ +Start +[0-9]+: | Passed ' "$out/$1.log" | tail -n 200
     echo "failed: as $1 on $codename (all output: $out/$1.log)"
     exit 1
   fi

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Makes the Debian package, installs it in a system of its own that holds
-# Debian's essential packages and what the package asks for, and runs the
-# launcher there. Checks the service files, too.
+# Makes the Debian package and installs it in a system of its own that holds
+# Debian's essential packages, systemd, and what the package asks for. Runs the
+# launcher there, by hand and as a unit of systemd. Checks launchd's file, too.
 set -euo pipefail
 export LC_ALL=C
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -113,45 +113,21 @@ make_system() {
 }
 
 make_root() {
-  make_system --include="$(echo "$PWD/$out"/*.deb)" \
+  make_system --include="systemd,$(echo "$PWD/$out"/*.deb)" \
     --hook-dir=/usr/share/mmdebstrap/hooks/file-mirror-automount && return
   make_system --simulate ||
     skip "installing the package needs Debian's packages"
   fail "the package cannot be installed"
 }
 
-# Whatever is wrong is said, but not by the exit status.
-check_systemd_unit() {
-  local complaints
-  sed "s|=$tree|=$root$tree|" "$root/usr/lib/systemd/user/$1" > "$out/$1"
-  complaints=$(XDG_RUNTIME_DIR=$PWD/$out systemd-analyze --user --man=no \
-    verify "$out/${1/@/@alpha}" 2>&1) || true
-  [ -z "$complaints" ] || fail "$complaints"
-}
-
-# The launcher ends what it has started, and sometimes more: it gets processes
-# and a session of its own. Only SIGKILL ends unshare before its child.
-run_launcher() {
-  timeout --signal=KILL 60 unshare --pid --mount --fork --kill-child \
-    --root="$root" --mount-proc setsid --wait sh -eu /try "$tree"
-}
-
-write_try() {
-  cat > "$root/try" << 'END'
-export HOME=/root
-log=$HOME/Library/Logs/Demo/qvxlog/launcher.log
-cp /usr/share/doc/tamrel-launcher/examples/qvxapi.ini "$1/Contents/Frameworks"
-echo '{"0": {"name": "tick", "program": "/bin/true"}}' > /items.json
-launcher-check --strict /items.json
-launcher alpha /items.json &
-until grep -qs "tick .* is killed" "$log"; do sleep 0.1; done
-kill $!
-status=0
-wait $! || status=$?
-launcher-log
-launcher-log | grep -q '^tick '
-test "$status" = 1
-END
+# try_in_system SCRIPT: the launcher ends what it has started, and sometimes
+# more, so it gets processes and a session of its own. Only SIGKILL ends unshare
+# before its child.
+try_in_system() {
+  cp ".ci/$1" "$root/"
+  env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C \
+    timeout --signal=KILL 60 unshare --pid --mount --fork --kill-child \
+    --root="$root" --mount-proc setsid --wait "/$1"
 }
 
 scripts/bootstrap.sh cross || skip "what it needs cannot be installed"
@@ -164,7 +140,6 @@ check_policy
 check_reproducible
 [ "$(id -u)" = 0 ] || skip "installing the package needs root"
 make_root
-check_systemd_unit tamrel-launcher@.service
-write_try
-run_launcher
+try_in_system try-package.sh
+try_in_system try-unit.sh
 echo "Debian package: as it should be"

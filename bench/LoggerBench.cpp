@@ -38,7 +38,7 @@ constexpr char kName[] = "backup-agent";
 
 constexpr int kLines = 200'000;
 
-// What the threads of one run share.
+// The state that the threads of one run share.
 std::unique_ptr<TempDir> g_dir;
 int g_file = -1;
 Logger* g_logger = nullptr;
@@ -71,7 +71,7 @@ void BareWrite(benchmark::State& state) {
 using Clock = std::chrono::system_clock;
 
 // A look at the clock, printf's formatting and a `write`, which every logger of
-// such lines needs, and before the `write` whatever `look` does.
+// such lines needs. Calls `look` before the `write`.
 template <class Look>
 void WriteFormatted(benchmark::State& state, Look look) {
   std::array<char, 256> line;

@@ -36,7 +36,6 @@ bool Load() {
       reinterpret_cast<decltype(&InitLogger)>(dlsym(handle, "InitLogger")),
       reinterpret_cast<decltype(&GetLogger)>(dlsym(handle, "GetLogger"))};
   if (library.init_logger == nullptr || library.get_logger == nullptr) {
-    dlclose(handle);
     return false;
   }
   g_library = library;

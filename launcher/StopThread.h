@@ -23,5 +23,5 @@ bool WakeStopThread();
 
 // Waits for a call in progress, drops further wake-ups and ends the thread. The
 // pipe stays open, since a handler may be writing to it. Does nothing when no
-// thread has been started. Must be called at most once.
+// thread has been started. Must be called at most once for each start.
 void EndStopThread();

@@ -93,13 +93,13 @@ int LogFile::Open() {
   return 0;
 }
 
-bool LogFile::Append(std::string_view line) {
+bool LogFile::Append(const LogLine& line) {
+  const std::string_view text = line.text();
   {
     const SharedDescriptor::Use use(&shared_);
-    const auto state = StateAt(AT_FDCWD, path_.c_str());
-    if (use.IsGranted() && state && state->IsSameFile(use.state()) &&
-        !IsFull(state->bytes, line.size())) {
-      if (Write(use.number(), state->bytes, line)) {
+    const auto bytes = Look(use, line.time());
+    if (bytes && !IsFull(*bytes, text.size())) {
+      if (Write(use.number(), *bytes, text)) {
         return true;
       }
       if (errno != EFBIG) {
@@ -107,7 +107,31 @@ bool LogFile::Append(std::string_view line) {
       }
     }
   }
-  return AppendToFreshlyOpened(line);
+  return AppendToFreshlyOpened(text);
+}
+
+// The size of the open file, if that is the one at the path. After a recent
+// look at the path, only the size is asked for.
+std::optional<off_t> LogFile::Look(const SharedDescriptor::Use& use,
+                                   LogTime now) {
+  if (!use.IsGranted()) {
+    return std::nullopt;
+  }
+  const auto age = now - look_time_.load(std::memory_order_relaxed);
+  if (age >= age.zero() && age < kMaxLookAge) {
+    const off_t bytes = lseek(use.number(), 0, SEEK_END);
+    const off_t growth = bytes - look_bytes_.load(std::memory_order_relaxed);
+    if (growth >= 0 && growth < kMaxLookGrowth) {
+      return bytes;
+    }
+  }
+  const auto state = StateAt(AT_FDCWD, path_.c_str());
+  if (!state || !state->IsSameFile(use.state())) {
+    return std::nullopt;
+  }
+  look_time_.store(now, std::memory_order_relaxed);
+  look_bytes_.store(state->bytes, std::memory_order_relaxed);
+  return state->bytes;
 }
 
 bool LogFile::IsFull(off_t bytes, std::size_t line_bytes) const {

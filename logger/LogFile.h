@@ -4,6 +4,11 @@
 // and at the end of the file, whoever else writes. That needs no lock, so a
 // forked child can never find one held.
 //
+// Someone may rename or remove the file. A look at the path shows it, but costs
+// more than the `write`, so not every line has one; its time stands in for the
+// clock's. In between only the size is asked for. That is enough to notice that
+// the file is full, or that someone else has rotated it: then it was full.
+//
 // A line must not follow a fragment directly, or neither could be read. A
 // process that is killed while it writes leaves a fragment, so the end of the
 // file is looked at before a line is written, and a fragment is ended first. A
@@ -16,10 +21,13 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "logger/Descriptor.h"
+#include "logger/LogLine.h"
 #include "logger/Rotation.h"
 
 // The logger library uses the defaults; the tests lower them.
@@ -30,6 +38,11 @@ struct LogLimits {
   // The number of full files that are kept.
   int old_files = 5;
 };
+
+// A logger looks at the path again when its last look is that old, or when the
+// file has grown by that many bytes: the clock may stand still.
+constexpr std::chrono::microseconds kMaxLookAge{100};
+constexpr off_t kMaxLookGrowth = off_t{16} * 1024;
 
 // Whether `error`, an errno value, means that the disk has no space left.
 bool IsDiskFull(int error);
@@ -46,13 +59,14 @@ class LogFile {
   // Returns 0, also when the disk is full, or an errno value.
   int Open();
 
-  // Appends `line`, which ends with a line feed, to the file at the path. Makes
-  // the file when someone has removed or renamed it; rotates it when it is
-  // full. Never waits. Returns false, with errno set, when the line could not
-  // be written.
-  bool Append(std::string_view line);
+  // Appends `line` to the file at the path. Makes the file when someone has
+  // removed or renamed it, at the latest with the next look; rotates it when it
+  // is full. Never waits. Returns false, with errno set, when the line could
+  // not be written.
+  bool Append(const LogLine& line);
 
  private:
+  std::optional<off_t> Look(const SharedDescriptor::Use& use, LogTime now);
   bool IsFull(off_t bytes, std::size_t line_bytes) const;
   bool AppendToFreshlyOpened(std::string_view line);
   bool AppendToPresent(std::string_view line);
@@ -69,6 +83,10 @@ class LogFile {
 
   // The process's limit for the size of its files, when last asked for.
   std::atomic<off_t> process_limit_ = 0;
+
+  // The line's time at the last look at the path, and the file's size then.
+  std::atomic<LogTime> look_time_{LogTime{}};
+  std::atomic<off_t> look_bytes_ = 0;
 
   // A file of this size ends with this logger's last line. 0 when it has not
   // written to the present file.

@@ -86,7 +86,8 @@ std::size_t Severity(LOGLEVEL level) {
 }
 
 LogLine::LogLine(LogTime time, LOGLEVEL level, CallerIds ids,
-                 const char* format, va_list arguments) {
+                 const char* format, va_list arguments)
+    : time_(time) {
   char* out = PutTime(time, begin_);
   *out++ = ' ';
   out = Put(kLevelsBySeverity[Severity(level)].text, out);

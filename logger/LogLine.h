@@ -40,6 +40,7 @@ class LogLine {
   LogLine(const LogLine&) = delete;
   LogLine& operator=(const LogLine&) = delete;
 
+  LogTime time() const { return time_; }
   // The whole line with its line feed. Valid as long as this object.
   std::string_view text() const {
     return {begin_, static_cast<std::size_t>(end_ - begin_)};
@@ -72,6 +73,7 @@ class LogLine {
   };
   Moved MoveToMemory(std::size_t message_bytes);
 
+  const LogTime time_;
   std::array<char, kBytes> buffer_;
   Memory memory_;
   char* begin_ = buffer_.data();

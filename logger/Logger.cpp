@@ -54,7 +54,7 @@ void Logger::LogV(LOGLEVEL level, const char* format,
   const ErrnoKeeper keeper;
   const LogLine line(std::chrono::system_clock::now(), level, GetCallerIds(),
                      format, arguments);
-  if (!ReportLost() || !file_.Append(line.text())) {
+  if (!ReportLost() || !file_.Append(line)) {
     AddLost(1, errno);
   }
 }
@@ -87,5 +87,5 @@ bool Logger::Write(LOGLEVEL level, const char* format, ...) {
   const LogLine line(std::chrono::system_clock::now(), level, GetCallerIds(),
                      format, arguments);
   va_end(arguments);
-  return file_.Append(line.text());
+  return file_.Append(line);
 }

@@ -103,8 +103,15 @@ bool Rotation::SetAside(int directory, const FileState& full) const {
     return true;
   }
   const FileName aside = NewNameAside(directory);
-  return renameat(directory, log_.c_str(), directory, aside.data()) == 0 ||
-         errno == ENOENT;
+  if (renameat(directory, log_.c_str(), directory, aside.data()) != 0) {
+    return errno == ENOENT;
+  }
+  const auto moved = StateAt(directory, aside.data());
+  if (moved && !moved->IsSameFile(full)) {
+    renameat(directory, aside.data(), directory,
+             NewNameAside(directory).data());
+  }
+  return true;
 }
 
 // Files set aside that can be neither numbered nor removed are passed, oldest
@@ -195,13 +202,14 @@ int Rotation::FreeNumber(int directory) const {
 }
 
 // Removes the file with the highest number that can be removed. Returns that
-// number, also when someone else has just removed the file `highest`, or 0.
+// number or 0. The file `highest` counts as removed, too, when someone else has
+// just done so: otherwise one file too many would go.
 int Rotation::RemoveNumbered(int directory, int highest) const {
   for (int number = highest; number > 0; --number) {
     const FileName file = Numbered(number);
-    const Kind kind = KindOf(directory, file.data());
-    if ((kind == Kind::kFile && unlinkat(directory, file.data(), 0) == 0) ||
-        (kind == Kind::kNothing && number == highest)) {
+    if (KindOf(directory, file.data()) != Kind::kObstacle &&
+        (unlinkat(directory, file.data(), 0) == 0 ||
+         (errno == ENOENT && number == highest))) {
       return number;
     }
   }

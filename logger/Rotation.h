@@ -28,8 +28,9 @@
 //
 // `rename` cannot be told which file to move. If a process is stopped between
 // its look at the file and the `rename`, and others rotate in the meantime, it
-// moves a file that is not yet full. That file is numbered early; there is no
-// other consequence.
+// moves a file that is not yet full, under a name that is too old. So that the
+// file is not removed as the oldest, it gets another name at once. It is
+// numbered early; there is no other consequence.
 //
 // The lock belongs to an open file description, so forked children have it,
 // too. It is released explicitly and does not last until they end.

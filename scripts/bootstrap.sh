@@ -1,17 +1,18 @@
 #!/usr/bin/env bash
-# Installs what is missing to build this project, to test it, or to check it.
+# Installs the missing tools to build, test or check this project.
 set -euo pipefail
 
 usage='usage: scripts/bootstrap.sh build|test|check|cross
 
-build  what compiling and running the launcher needs
-test   that, and what its tests need
-check  that, and what the checks on the source need
-cross  what test installs, and what building for macOS, packaging and making
-       systems to try it in need'
+Installs the missing tools
+build  to compile and run the launcher
+test   like build, and to run its tests
+check  like test, and to check the source
+cross  like test, and to build for macOS, make packages, and make systems to
+       try them in'
 
-# What needs it, the Debian and Ubuntu package, the Homebrew formula ("-" where
-# the system brings it).
+# The purpose, the Debian and Ubuntu package, and the Homebrew formula ("-" if
+# the system has the tool).
 packages='
 build  g++             -
 build  cmake           cmake
@@ -38,7 +39,6 @@ cross  lintian         -
 cross  llvm            -
 cross  mmdebstrap      -
 cross  python3         -
-cross  systemd         -
 '
 
 # The names in column $1 of the packages that the purpose asks for.
@@ -47,13 +47,13 @@ wanted() {
     'NF && index(sets, $1) && $column != "-" { print $column }' <<<"$packages"
 }
 
-# As the package of that name, or as a command of that name from elsewhere.
+# Whether there is a package, or a command from elsewhere, of that name.
 is_installed() {
   command -v "$1" >/dev/null ||
     [[ $(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
 }
 
-# With sudo where that works, else this says what root has to do.
+# Uses sudo if necessary. If that fails, prints the commands for root.
 install_debian() {
   local as_root=()
   [[ $EUID -eq 0 ]] || as_root=(sudo)
@@ -63,7 +63,7 @@ install_debian() {
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
       apt-get install -qq --no-install-recommends "$@" && return
   echo "
-That needs root. The commands, for root to run:
+This needs root. As root, run:
 
 apt-get update
 apt-get install --no-install-recommends $*" >&2
@@ -93,7 +93,7 @@ bootstrap_macos() {
     echo "Installing with brew: ${missing[*]}"
     brew install "${missing[@]}"
   fi
-  # No C++20 program can be linked with this one release.
+  # No C++20 program links with this release.
   if [[ $(brew list --versions jsoncpp) == *' 1.9.7'* ]]; then
     echo 'Upgrading with brew: jsoncpp'
     brew upgrade jsoncpp
@@ -116,6 +116,6 @@ if [[ $(uname) == Darwin ]]; then
 elif command -v apt-get >/dev/null; then
   bootstrap_debian
 else
-  echo "This system has no apt-get. The tools are needed all the same:" \
+  echo "This system has no apt-get. Install these tools by hand:" \
     "$(wanted 2 | tr '\n' ' ')" >&2
 fi

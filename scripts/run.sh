@@ -9,22 +9,22 @@ set -euo pipefail
 usage='usage: scripts/run.sh [--user-home] [--stage DIR] [--despite-errors]
                       [ITEMS-FILE [OWNER]]
 
-ITEMS-FILE   what to run; examples/items.json when it is left out
-OWNER        the owner name; "example" when it is left out
---user-home  keep log and log level in your own HOME, not in build/home
---stage DIR  run what is staged in DIR (with DIR/../home as HOME), do not build
---despite-errors  start also when launcher-check finds errors in ITEMS-FILE'
+ITEMS-FILE   the items to run; by default examples/items.json
+OWNER        the owner name; by default "example"
+--user-home  use your own HOME for the log and the log level, not build/home
+--stage DIR  do not build; run the launcher in DIR, with DIR/../home as HOME
+--despite-errors  start even if launcher-check finds errors in ITEMS-FILE'
 
 # The pause between two looks at the launcher, in seconds; the number of looks
 # between two SIGTERMs; and the number after which it is killed.
 readonly look_pause=0.2 looks_per_term=5 looks_until_kill=50
 
-# The shell's exit statuses of a launcher that SIGTERM has stopped, of one that
-# was killed, and of one that did not handle SIGTERM yet.
+# The shell's exit statuses for a launcher that SIGTERM has stopped, that was
+# killed, and that had no handler for SIGTERM yet.
 readonly stopped=1 killed=137 terminated=143
 
-# On macOS, ps does not show sessions; the launcher's process group, which begins
-# as its session does, takes their place.
+# On macOS, ps does not show sessions. The launcher's process group, which has
+# the same id as its session, takes their place.
 if [[ $(uname) == Darwin ]]; then
   readonly session_column=pgid
 else
@@ -50,8 +50,8 @@ build() {
   )
 }
 
-# Puts the example configuration where the launcher looks for it. A log level
-# that is already there is left alone.
+# Puts the example configuration where the launcher looks for it. Keeps an
+# existing log level.
 configure() {
   local sdk_name log_ini
   cp "$root/examples/qvxapi.ini" "$stage/Contents/Frameworks/"
@@ -62,9 +62,9 @@ configure() {
   [[ -e $log_ini ]] || cp "$root/examples/log.ini" "$log_ini"
 }
 
-# Follows the log from its present end until this script ends, even when a
-# signal goes to the whole group. The log's directory is made here, as the
-# logger would make it: tail learns of changes only in a directory that exists.
+# Follows the log from its present end until this script ends, even if a signal
+# goes to the whole group. Makes the log's directory, as the logger would,
+# because tail notices changes only in a directory that exists.
 follow_log() {
   local lines=0
   (umask 077 && mkdir -p "$(dirname "$log")")
@@ -76,19 +76,18 @@ follow_log() {
   tail=$!
 }
 
-# Shows what the launcher will make of the items file. Ends the script when the
-# file has errors.
+# Shows the findings of launcher-check. Ends the script if the file has errors.
 check_items() {
   local check=$stage/Contents/MacOS/launcher-check
   [[ -x $check ]] || return 0
   "$check" "$items" && return
   [[ $despite_errors == no ]] || return 0
-  echo 'The launcher is not started because of these errors. To start it all' \
-    'the same, use --despite-errors.'
+  echo 'The launcher is not started because of these errors. To start it' \
+    'anyway, use --despite-errors.'
   exit 1
 }
 
-# Shows what became of the items since the start.
+# Shows the history of the items since the start.
 show_table() {
   local reader=$stage/Contents/MacOS/launcher-log
   [[ ! -x $reader || ! -e $log ]] || "$reader" --since "$started" "$log" ||
@@ -107,16 +106,15 @@ start_launcher() {
   launcher=$!
 }
 
-# Waits for the launcher's end and puts its exit status into `status`. The
-# launcher does not remember a SIGTERM that comes before it waits, so this
-# repeats it.
+# Waits for the launcher's end and puts its exit status into `status`. Repeats
+# SIGTERM, because the launcher forgets one that comes before it waits.
 await_end() {
   local looks=0
   while kill -0 "$launcher"; do
     if [[ $stopping == yes ]]; then
       ((looks % looks_per_term != 0)) || kill -TERM "$launcher" || true
       if ((++looks == looks_until_kill)); then
-        echo 'It does not end; killing it.'
+        echo 'The launcher does not end; killing it.'
         kill -KILL "$launcher" || true
       fi
     fi
@@ -126,8 +124,8 @@ await_end() {
   wait "$launcher" || status=$?
 }
 
-# When a program cannot be executed, forked children of the launcher go on in its
-# place, and programs may leave processes, too. They may still be multiplying.
+# If a program cannot be executed, forked children of the launcher go on in its
+# place, and programs may leave processes, too. These may still be multiplying.
 end_leftovers() {
   local looks members
   for ((looks = 0; looks < looks_until_kill; ++looks)); do
@@ -136,12 +134,12 @@ end_leftovers() {
       echo 'No process of its session is left.'
       return
     fi
-    echo "Ending what it left behind: ${members//$'\n'/ }"
+    echo "Killing the processes that it left: ${members//$'\n'/ }"
     # shellcheck disable=SC2086  # One argument an id.
     kill -KILL $members 2>/dev/null || true
     sleep "$look_pause" || true
   done
-  echo "Left behind, and could not be ended: ${members//$'\n'/ }"
+  echo "These processes could not be killed: ${members//$'\n'/ }"
   exit 1
 }
 
@@ -149,14 +147,14 @@ report() {
   echo "The launcher has ended with status $status."
   case $status in
     0)
-      echo 'It could not start: the items file cannot be read, is empty, or is' \
-        'malformed (then the log says so).'
+      echo 'It could not start: the items file cannot be read, is empty, or' \
+        'has errors. The log mentions only the last of these reasons.'
       ;;
     "$killed")
-      echo 'SIGKILL ended it. It sends that to itself when an item has no' \
-        'program, or when two items have the same name.'
+      echo 'SIGKILL ended it. It may send SIGKILL to itself if an item has no' \
+        'program, or if two items have the same name.'
       ;;
-    "$terminated") echo 'SIGTERM ended it before it had set itself up.' ;;
+    "$terminated") echo 'SIGTERM ended it before it had a handler for it.' ;;
   esac
 }
 
@@ -206,9 +204,9 @@ Home:   $home
 Log:    $log
 Ctrl-C stops it. The log from here on:
 "
-# The shell would report jobs that a signal has ended.
+# Hides the shell's messages about jobs that a signal has ended.
 await_end 2>/dev/null
-sleep 1 || true  # For tail, which may be a second behind.
+sleep 1 || true  # tail may be a second late.
 { kill -KILL "$tail" || true; wait "$tail" || true; } 2>/dev/null
 echo
 report

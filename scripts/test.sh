@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Sets up, builds, and runs every test. Says last which tests were skipped, and
-# why.
+# Sets up, builds, and runs every test. Lists the skipped tests at the end, and
+# the reasons.
 set -euo pipefail
 
 usage='usage: scripts/test.sh [--soak] [PRESET [CTEST-ARGUMENT...]]
 
 --soak  also run the tests that take minutes
-PRESET  how to build (CMakePresets.json); "debug" when it is left out'
+PRESET  a preset of CMakePresets.json; by default "debug"'
 
 soak='^soak$|'
 case ${1-} in

@@ -9,11 +9,6 @@
 
 namespace {
 
-// jsoncpp copies its null singleton, a function-local static, into each member
-// that it adds. This makes the singleton before any thread exists: a forked
-// child could wait forever for a thread that was just making it.
-[[maybe_unused]] const Json::Value& g_null = Json::Value::nullSingleton();
-
 std::string Trimmed(std::string text) { return trim(text); }
 
 }  // namespace

@@ -5,6 +5,6 @@
 #include <atomic>
 #include <cstddef>
 
-// Called before every `operator new`, unless null, as it is at first. It
-// refuses the memory by throwing std::bad_alloc.
+// Called before every `operator new` unless null, as it is at first. Throws
+// std::bad_alloc to refuse the memory.
 extern std::atomic<void (*)(std::size_t bytes)> g_on_allocation;

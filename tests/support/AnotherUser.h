@@ -16,7 +16,7 @@ inline bool CanBecomeAnotherUser() {
   return InForkedChild([] { return setuid(kAnotherUser) == 0 ? 0 : 1; }) == 0;
 }
 
-// Skips the running test where it cannot.
+// Skips the running test if the process cannot do that.
 #define REQUIRE_ANOTHER_USER()                                \
   if (!CanBecomeAnotherUser()) {                              \
     GTEST_SKIP() << "needs the right to become another user"; \

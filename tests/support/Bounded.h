@@ -1,4 +1,4 @@
-// Running code that may never return, in a forked child with limits.
+// Runs code that may never return, in a forked child with limits.
 
 #pragma once
 

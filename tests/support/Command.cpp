@@ -34,8 +34,8 @@ using Environment = std::map<std::string, std::string>;
   _exit(127);
 }
 
-// Appends what can be read; false at the end, which a terminal reports as an
-// error.
+// Appends the available output. Returns false at the end, which a terminal
+// reports as an error.
 bool ReadSome(int descriptor, std::string* text) {
   std::array<char, 4096> chunk{};
   const ssize_t count = read(descriptor, chunk.data(), chunk.size());

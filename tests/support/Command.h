@@ -1,4 +1,4 @@
-// Running commands and reading their output.
+// Runs commands and reads their output.
 
 #pragma once
 
@@ -36,7 +36,8 @@ class TerminalCommand {
   void Signal(int number) const;
   // The output so far, with "\r\n" at the end of lines.
   const std::string& Output();
-  // Waits for the command to end. Returns what `CommandResult::status` holds.
+  // Waits for the command to end. Returns its status, as `CommandResult` has
+  // it.
   int Wait();
 
  private:
@@ -45,7 +46,7 @@ class TerminalCommand {
   std::string output_;
 };
 
-// Like `RunCommand`, but on a terminal of 80 columns, whose output is all in
+// Like `RunCommand`, but on a terminal of 80 columns: all of its output is in
 // `output`, with "\n" at the end of lines.
 CommandResult RunOnTerminal(
     const std::vector<std::string>& vector,

@@ -1,4 +1,4 @@
-// A library to preload: makes calls of the launcher fail, as FAILING asks, and
+// A library to preload: makes calls of the launcher fail as FAILING says, and
 // keeps SIGKILL away from processes outside the launcher's group.
 //
 //   FAILING=fork:3     the third fork of the process fails
@@ -150,7 +150,7 @@ EXPORTED void* malloc(size_t size) {
   return Fails("malloc", ENOMEM) ? nullptr : __libc_malloc(size);
 }
 
-// By its type: where it is fortified, the name has several overloads.
+// By its type, because the name has several overloads where it is fortified.
 using Openat = int(int, const char*, int, ...);
 EXPORTED int openat(int directory, const char* path, int flags, ...) {
   va_list arguments;
@@ -162,7 +162,7 @@ EXPORTED int openat(int directory, const char* path, int flags, ...) {
              : Next<Openat>(nullptr, "openat")(directory, path, flags, mode);
 }
 
-// A pipe's write cannot fail for want of anything, so the stop's does not.
+// A write to a pipe lacks no resource, so the one for a stop never fails.
 EXPORTED ssize_t write(int file, const void* bytes, size_t count) {
   return !IsPipe(file) && Fails("write", ENOSPC)
              ? -1

@@ -1,4 +1,4 @@
-// A GetExecutablePath whose answer a test sets, in place of the platform's.
+// A GetExecutablePath whose result a test sets, in place of the platform's.
 
 #pragma once
 
@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-// The path to answer. Without one the path is unknown, as at first.
+// The path to return. Without one, as at first, the path is unknown.
 extern std::optional<std::string> g_executable_path;
 
 // The size of the buffer in the last call.

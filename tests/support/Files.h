@@ -1,4 +1,4 @@
-// Reading whole files.
+// Reads whole files.
 
 #pragma once
 

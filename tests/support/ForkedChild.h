@@ -1,4 +1,4 @@
-// Running code in a forked child, because it changes or ends its process.
+// Runs code in a forked child, because it changes or ends its process.
 
 #pragma once
 

@@ -1,5 +1,5 @@
-// Finds what GetPrivateProfileString should, in another way: from a file's
-// whole content, cut first into lines, then into pieces by a stream.
+// Computes the result of GetPrivateProfileString in another way: cuts a file's
+// whole content first into lines, and then into pieces by a stream.
 
 #pragma once
 

@@ -26,7 +26,7 @@ namespace {
 constexpr long kReadCall = SYS_read;
 constexpr long kLockCall = SYS_futex;
 #else
-// Without /proc no test asks.
+// No test calls this without /proc.
 constexpr long kReadCall = 0;
 constexpr long kLockCall = 0;
 #endif
@@ -162,8 +162,8 @@ void LauncherRun::AwaitReady(int children) {
   });
 }
 
-// Seen twice: the threads are looked at one after another, and one may wait for
-// a lock for a moment. The launcher may end instead.
+// The state must hold twice in a row: the threads are looked at one after
+// another, and one may wait for a lock for a moment. The launcher may also end.
 void LauncherRun::AwaitState(const std::function<bool()>& holds) {
   int seen = 0;
   EXPECT_TRUE(Eventually([&] {

@@ -42,7 +42,7 @@ class LauncherRun {
   std::filesystem::path Home() const;
   const TempDir& Directory() const { return directory_; }
 
-  // Puts `library` (a path) in the place of the logger library, or none when
+  // Installs the file `library` as the logger library, or none if `library` is
   // empty.
   void UseLibrary(const std::string& library);
   void SetEnvironment(const std::string& name, const std::string& value);
@@ -62,8 +62,8 @@ class LauncherRun {
   bool IsRunning();
   // Waits for the launcher's end and returns its wait status.
   int Wait();
-  // Waits until `main` and the stop thread read, the items file and the pipe:
-  // no SIGTERM is on its way.
+  // Waits until `main` reads the items file and the stop thread reads its pipe,
+  // so no SIGTERM is on its way.
   void AwaitReading();
   // Waits until `main` waits for the one SIGTERM that will end it.
   void AwaitWaiting();
@@ -72,13 +72,13 @@ class LauncherRun {
   // Waits until exactly `count` children run and are known to the launcher, and
   // returns them.
   std::vector<pid_t> AwaitChildren(int count);
-  // Sends SIGTERM until the launcher ends (one that comes too early is not
-  // remembered, by design) and returns its wait status.
+  // Sends SIGTERM until the launcher ends, because by design it forgets one
+  // that comes too early. Returns the launcher's wait status.
   int Stop();
-  // The same; expects the status 1 and that no process is left.
+  // The same, and expects that the status is 1 and no process is left.
   void ExpectStops();
 
-  // What the recording library has received.
+  // The records of the recording library.
   std::vector<LogRecord> Records() const;
   std::vector<std::string> Messages() const;
   // Whether one of these messages is `message`.

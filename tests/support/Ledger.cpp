@@ -1,18 +1,21 @@
-// What a test may not leave behind. Linked to every test program, this takes
-// stock when a test starts, and fails the test when it ends with other
-// descriptors, processes or temporary files, or with more threads. For the
-// sandbox, where every process is the test's. Temporary files go to a directory
-// of the program's own.
+// Fails a test that leaves something open or running. Linked to every test
+// program, this takes stock when a test starts, and fails the test if it ends
+// with other descriptors, processes or temporary files, or with more threads.
+// Works only in the sandbox, where every process belongs to the test. Temporary
+// files go to a directory of the program's own.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <iterator>
 #include <map>
 #include <memory>
+#include <ostream>
 #include <set>
+#include <string>
 
 #include "tests/support/Poll.h"
 #include "tests/support/Sandbox.h"
@@ -26,15 +29,30 @@ bool IsNumber(const std::string& text) {
   return std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
 }
 
-// Whether `descriptor`, open on `file`, is a logger's: it is never released, by
-// design.
+// An open file, whatever its name: another process may rename or remove a file
+// that this one has inherited, such as ctest's log.
+struct OpenFile {
+  std::string name;
+  dev_t device = 0;
+  ino_t inode = 0;
+
+  bool operator==(const OpenFile& other) const {
+    return device == other.device && inode == other.inode;
+  }
+};
+
+// Called by Google Test.
+void PrintTo(const OpenFile& file, std::ostream* out) { *out << file.name; }
+
+// Whether `descriptor`, open on `file`, belongs to a logger, which by design
+// never closes it.
 bool IsLoggers(int descriptor, const std::string& file) {
   return (fcntl(descriptor, F_GETFL) & O_APPEND) != 0 &&
          file.find(".log") != std::string::npos;
 }
 
 #ifdef __SANITIZE_THREAD__
-int Threads() { return 0; }  // It starts threads of its own at any time.
+int Threads() { return 0; }  // TSan starts threads of its own.
 #else
 int Threads() {
   return static_cast<int>(
@@ -45,7 +63,7 @@ int Threads() {
 class Ledger : public testing::EmptyTestEventListener {
  private:
   struct Stock {
-    std::map<int, std::string> descriptors;
+    std::map<int, OpenFile> descriptors;
     std::set<std::string> processes;
     std::set<fs::path> files;
   };
@@ -79,10 +97,12 @@ Ledger::Stock Ledger::Take() const {
     std::error_code vanished;
     const std::string target = fs::read_symlink(entry.path(), vanished);
     const int number = std::stoi(entry.path().filename());
-    // The directory that is being read is open, too.
+    // The directory that this reads is open, too.
     if (!vanished && !target.starts_with("/proc/") &&
         !IsLoggers(number, target)) {
-      stock.descriptors[number] = target;
+      struct stat status = {};
+      fstat(number, &status);
+      stock.descriptors[number] = {target, status.st_dev, status.st_ino};
     }
   }
   for (const auto& entry : fs::directory_iterator("/proc")) {
@@ -108,7 +128,7 @@ void Ledger::OnTestEnd(const testing::TestInfo&) {
   if (directory_ == nullptr) {
     return;
   }
-  // What has been killed or joined needs a moment to vanish.
+  // A killed process or a joined thread needs a moment to vanish.
   Eventually([&] {
     return Take().processes == start_.processes && Threads() <= threads_;
   });

@@ -1,4 +1,4 @@
-// Reading what the logger library has written.
+// Reads the files of the logger library.
 
 #pragma once
 
@@ -17,7 +17,7 @@
 
 using Messages = std::vector<std::string>;
 
-// The lines of the file at `path` without their line feeds. The file has to end
+// The lines of the file at `path` without their line feeds. The file must end
 // with one.
 inline std::vector<std::string> ReadLines(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
@@ -97,6 +97,15 @@ inline Messages ReadMessages(const std::filesystem::path& path) {
   Messages messages;
   for (const std::string& line : ReadLines(path)) {
     messages.push_back(MessageOf(line));
+  }
+  return messages;
+}
+
+// The same, but a line without a line's layout stays as it is.
+inline Messages ReadMessagesAndFragments(const std::filesystem::path& path) {
+  Messages messages;
+  for (const std::string& line : ReadLines(path)) {
+    messages.push_back(IsLine(line) ? MessageOf(line) : line);
   }
   return messages;
 }

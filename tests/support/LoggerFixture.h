@@ -4,9 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "logger/Logger.h"
@@ -36,6 +38,15 @@ class LoggerFixture : public testing::Test {
     }
   }
 
+  // Waits until the next line looks at the log's path again.
+  static void OutlastLook() {
+    using std::chrono::system_clock;
+    const auto end = system_clock::now() + kMaxLookAge;
+    while (system_clock::now() < end) {
+      std::this_thread::sleep_for(kMaxLookAge);
+    }
+  }
+
   static Messages Numbers(int first, int count) {
     Messages messages;
     for (int i = first; i < first + count; ++i) {
@@ -53,7 +64,7 @@ class LoggerFixture : public testing::Test {
     return std::filesystem::file_size(dir.Path() / LogFileName("x"));
   }
 
-  // Whether `body` passes in a forked child, which it may leave in any state.
+  // Whether `body` passes in a forked child. It may leave that in any state.
   template <class Body>
   static bool PassesInForkedChild(Body body) {
     return InForkedChild([&body] {

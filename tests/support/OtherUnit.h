@@ -1,4 +1,4 @@
-// The addresses of another source file's copies of the file-local functions.
+// The addresses of the file-local functions in another source file.
 
 #pragma once
 

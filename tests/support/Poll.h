@@ -1,12 +1,12 @@
-// Waiting for a condition instead of a fixed time.
+// Waits for a condition instead of a fixed time.
 
 #pragma once
 
 #include <chrono>
 #include <thread>
 
-// Polls `condition` until it holds. False after 60 seconds, far more than a
-// loaded machine needs.
+// Polls `condition` until it is true. Returns false after 60 seconds, far more
+// than a loaded machine needs.
 template <class Condition>
 bool Eventually(Condition condition) {
   constexpr std::chrono::seconds kPatience{60};

@@ -55,7 +55,8 @@ std::vector<ProcessEntry> Processes() {
     std::ifstream file(directory.path() / "stat");
     std::string stat;
     std::getline(file, stat);
-    // The name before may hold anything; state, parent, group, session follow.
+    // The name before may contain anything; state, parent, group, session
+    // follow.
     ProcessEntry entry{*process, 0, 0};
     const std::size_t name_end = stat.rfind(')');
     if (name_end != std::string::npos &&
@@ -145,7 +146,7 @@ void SignalThread(pid_t process, pid_t thread, int number) {
   syscall(SYS_tgkill, process, thread, number);
 }
 #else
-void SignalThread(pid_t, pid_t, int) {}  // Without a sandbox no test asks.
+void SignalThread(pid_t, pid_t, int) {}  // Never called without a sandbox.
 #endif
 
 std::vector<pid_t> SessionOf(pid_t leader) {

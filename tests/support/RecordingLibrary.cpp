@@ -5,7 +5,7 @@
 // RECORDER makes it misbehave:
 //
 //   leak      InitLogger opens a file that children inherit
-//   refuse    InitLogger returns 1
+//   refuse    InitLogger returns -1
 //   throw     InitLogger throws
 //   fail      GetLogger throws
 //   silent    GetLogger stores no logger
@@ -43,7 +43,7 @@ EXPORTED int InitLogger(const char* directory) {
   if (Variable("RECORDER") == "throw") {
     throw std::runtime_error("asked to");
   }
-  return Variable("RECORDER") == "refuse" ? 1 : 0;
+  return Variable("RECORDER") == "refuse" ? -1 : 0;
 }
 
 EXPORTED int GetLogger(int version, const char* name, LOGLEVEL threshold,

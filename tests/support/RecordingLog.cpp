@@ -13,7 +13,7 @@
 
 namespace {
 
-// Messages of the system hold neither.
+// The system's messages contain neither.
 constexpr char kFieldEnd = '\x1f';
 constexpr char kRecordEnd = '\x1e';
 

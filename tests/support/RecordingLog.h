@@ -1,9 +1,9 @@
 // A logger that keeps its messages, for one process and its forked children,
-// and what the launcher's messages mean.
+// and the meaning of the launcher's messages.
 //
 // Every call becomes one record in a file: one write in append mode, which
-// works from any thread and from any forked child. RecordingLibrary.cpp puts
-// the same logger behind the logger library's interface.
+// works from any thread and from any forked child. RecordingLibrary.cpp
+// offers the same logger through the logger library's interface.
 
 #pragma once
 

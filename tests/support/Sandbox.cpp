@@ -56,7 +56,7 @@ bool WriteFile(const char* path, const std::string& text) {
   return written;
 }
 
-// A user other than root needs a user namespace to make the others.
+// A user other than root needs a user namespace to create the others.
 bool Unshare() {
   constexpr int kNamespaces = CLONE_NEWPID | CLONE_NEWNS;
   const uid_t user = geteuid();
@@ -81,8 +81,8 @@ bool Unshare() {
   _exit(ExitStatus(status));
 }
 
-// In the calling process: ends as `child` does, or returns when that finds no
-// sandbox to be had.
+// In the calling process: ends as `child` does, or returns if `child` reports
+// that there is no sandbox.
 void Watch(pid_t child, std::chrono::seconds limit) {
   const auto deadline = std::chrono::steady_clock::now() + limit;
   int status = 0;
@@ -100,8 +100,8 @@ void Watch(pid_t child, std::chrono::seconds limit) {
   }
 }
 
-// In the namespace's first process: reaps orphans. Its end, after that of the
-// tests, ends every process of the namespace.
+// In the namespace's first process: reaps orphans until the tests end. Then it
+// ends, too, and with it every process of the namespace.
 [[noreturn]] void Init(pid_t tests) {
   for (;;) {
     int status = 0;
@@ -115,7 +115,7 @@ bool Mount(const char* source, const char* target, unsigned long flags) {
   return mount(source, target, nullptr, flags, nullptr) == 0;
 }
 
-// Keeps what the tests mount from the machine. In a chroot "/" is no mount
+// Hides the tests' mounts from the machine. In a chroot "/" is no mount
 // point, so its mount cannot be made private; the process then moves to a
 // private view of the same tree, which it mounts on /proc because only there
 // the machine does not see it.

@@ -12,7 +12,7 @@
 #include "tests/support/TempDir.h"
 
 // A tmpfs of a few pages and files, for the sandbox alone. It fills up a page
-// at a time, so a line across the end of the last page is written in part.
+// at a time, so a line across the end of the last page is written only in part.
 class SmallDisk {
  public:
   explicit SmallDisk(int pages) {
@@ -38,7 +38,7 @@ class SmallDisk {
   }
   void Free() { std::filesystem::remove(Path() / "ballast"); }
 
-  // From then on no file can be made, until they are freed.
+  // Then no file can be made until `FreeFiles`.
   void UseUpFiles() {
     std::filesystem::create_directory(Path() / "files");
     int file = 0;

@@ -17,7 +17,7 @@
 struct Stack {
   char* lowest = nullptr;
   std::size_t bytes = 0;
-  std::size_t guard_bytes = 0;  // of the C library's own making
+  std::size_t guard_bytes = 0;  // made by the C library
 };
 
 inline Stack OwnStack() {
@@ -32,8 +32,8 @@ inline Stack OwnStack() {
   return stack;
 }
 
-// Whether a write to the lowest byte of the stack faults, tried in a child that
-// `fork_call` makes.
+// Whether a write to the lowest byte of the stack faults, tried in a forked
+// child of `fork_call`.
 inline bool StackIsGuarded(pid_t (*fork_call)()) {
   const pid_t child = fork_call();
   if (child == 0) {

@@ -19,7 +19,7 @@
 
 namespace system_calls {
 
-// Undoes all replacements and forgets what was recorded.
+// Undoes all replacements and forgets the recorded calls.
 void Reset();
 
 // The (id, signal) pairs given to kill by this process.

@@ -26,7 +26,7 @@ void Check(bool succeeded, const char* call) {
 
 #ifdef __linux__
 
-// The sandbox's own /dev: nothing is made in the machine's.
+// The sandbox's own /dev, so that the machine's stays unchanged.
 void CoverDev() {
   const TempDir directory;
   const std::string dev = directory.Path();
@@ -42,7 +42,7 @@ void CoverDev() {
 
 #else
 
-// There is no sandbox, so no test gets here.
+// No test gets here, because there is no sandbox.
 void CoverDev() { throw std::logic_error("the machine's own /dev"); }
 
 #endif
@@ -62,7 +62,7 @@ SystemLog::SystemLog() {
 }
 
 SystemLog::~SystemLog() {
-  closelog();  // This program's own end, where it has written events.
+  closelog();  // The end that this program's own events go through.
   close(socket_);
 }
 

@@ -1,12 +1,12 @@
-// The system log, seen from its own end.
+// The receiving end of the system log.
 
 #pragma once
 
 #include <string>
 #include <vector>
 
-// Takes the place of the machine's system log for the sandbox that the test
-// runs in: receives what programs send to /dev/log. One object a test program.
+// Replaces the machine's system log in the test's sandbox: receives the
+// messages that programs send to /dev/log. One object per test program.
 class SystemLog {
  public:
   SystemLog();

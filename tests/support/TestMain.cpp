@@ -12,10 +12,10 @@ pid_t g_test_process = 0;
 
 }  // namespace
 
-// What the sanitizers ask for, where the program is built with them.
+// The sanitizers call these functions if the program is built with them.
 extern "C" {
 
-// Tests look at the statuses of children that end by a signal.
+// Tests check the wait statuses of children that a signal ends.
 __attribute__((visibility("default"))) const char* __asan_default_options() {
   return "handle_segv=0:handle_abort=0";
 }

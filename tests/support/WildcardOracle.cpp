@@ -22,7 +22,7 @@ class Step {
   Step(const std::u32string& name, bool ignore_case)
       : name_(name), ignore_case_(ignore_case) {}
 
-  // Adds to `next` the places that `character` leads to from `place`.
+  // Adds to `next` the positions that `character` leads to from `place`.
   void Follow(char32_t character, Place place, Places& next) const {
     switch (character) {
       case U'?':

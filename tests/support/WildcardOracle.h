@@ -1,6 +1,6 @@
-// Decides what the wildcard matcher should, in another way: without a search,
-// by the set of all places in the name that each expression character can lead
-// to.
+// Computes the result of the wildcard matcher in another way: without a search,
+// from the set of all positions in the name that each expression character can
+// lead to.
 
 #pragma once
 

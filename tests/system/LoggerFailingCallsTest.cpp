@@ -1,11 +1,14 @@
-// System calls that fail: this program is linked with `malloc`, `free`,
-// `write`, `pwrite`, `lseek`, `openat`, `renameat` and `flock` of its own.
+// Calls that fail, or during which something else happens: this program is
+// linked with its own version of each function that is wrapped here.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdlib>
 #include <fstream>
@@ -13,10 +16,8 @@
 #include <string>
 #include <vector>
 
-#include "logger/LogLine.h"
-#include "logger/Logger.h"
-#include "tests/support/LogReader.h"
-#include "tests/support/TempDir.h"
+#include "tests/support/Files.h"
+#include "tests/support/LoggerFixture.h"
 
 namespace {
 
@@ -32,6 +33,8 @@ std::function<void()> g_on_seek;
 int g_interrupted_opens = 0;
 bool g_flock_fails = false;
 std::function<void()> g_before_rename;
+std::function<void()> g_before_removal;
+std::function<void()> g_before_yield;
 // In the clock's own unit; 0 while it runs.
 long long g_clock = 0;
 
@@ -47,6 +50,8 @@ ssize_t __real_pwrite(int file, const void* data, std::size_t bytes,
 off_t __real_lseek(int file, off_t offset, int whence);
 int __real_openat(int directory, const char* path, int flags, ...);
 int __real_flock(int file, int operation);
+int __real_unlinkat(int directory, const char* path, int flags);
+int __real_sched_yield();
 int __real_renameat(int old_directory, const char* old_path, int new_directory,
                     const char* new_path);
 
@@ -119,6 +124,20 @@ int __wrap_renameat(int old_directory, const char* old_path, int new_directory,
   return __real_renameat(old_directory, old_path, new_directory, new_path);
 }
 
+int __wrap_unlinkat(int directory, const char* path, int flags) {
+  if (g_before_removal) {
+    g_before_removal();
+  }
+  return __real_unlinkat(directory, path, flags);
+}
+
+int __wrap_sched_yield() {
+  if (g_before_yield) {
+    g_before_yield();
+  }
+  return __real_sched_yield();
+}
+
 int __wrap_flock(int file, int operation) {
   if (g_flock_fails) {
     errno = ENOLCK;
@@ -131,10 +150,11 @@ int __wrap_flock(int file, int operation) {
 
 namespace {
 
-class Fault : public testing::Test {
+namespace fs = std::filesystem;
+
+class Fault : public LoggerFixture {
  protected:
-  Fault() : logger_(dir_.Path(), "x", LOGLEVEL_DEBUG) {
-    EXPECT_EQ(logger_.Open(), 0);
+  Fault() {
     g_writes.clear();
     g_allocated = 0;
   }
@@ -147,11 +167,12 @@ class Fault : public testing::Test {
     g_flock_fails = false;
     g_clock = 0;
     g_before_rename = nullptr;
+    g_before_removal = nullptr;
+    g_before_yield = nullptr;
   }
 
-  void Log(const std::string& text) {
-    logger_.Log(LOGLEVEL_ERROR, "%s", text.c_str());
-  }
+  using LoggerFixture::Log;
+  void Log(const std::string& text) { Log(logger_, text); }
 
   std::string MessageWithout(int good_allocations, const std::string& text) {
     g_good_allocations = good_allocations;
@@ -168,9 +189,19 @@ class Fault : public testing::Test {
     };
   }
 
-  const TempDir dir_;
-  const std::filesystem::path log_ = dir_.Path() / "x.log";
-  Logger logger_;
+  // The messages in all files of the log, by the files' names.
+  Messages MessagesInAllFiles() const {
+    Messages messages;
+    for (const auto& file : FilesIn(logs_)) {
+      for (const std::string& message : ReadMessages(file)) {
+        messages.push_back(message);
+      }
+    }
+    return messages;
+  }
+
+  const fs::path kept_ = logs_ / "kept";
+  Logger& logger_ = Open();
 };
 
 TEST_F(Fault, EveryLineIsOneWrite) {
@@ -230,9 +261,7 @@ TEST_F(Fault, EndsAFragmentAtOnce) {
   CutNextWrite(10);
   Log("torn");
   // Another launcher's line follows.
-  Logger other(dir_.Path(), "x", LOGLEVEL_DEBUG);
-  ASSERT_EQ(other.Open(), 0);
-  other.LogText(LOGLEVEL_ERROR, "whole");
+  Log(Open(), "whole");
   const auto lines = ReadLines(log_);
   ASSERT_EQ(lines.size(), 2U);
   EXPECT_EQ(lines[0].size(), 9U);
@@ -264,27 +293,12 @@ TEST_F(Fault, TearsNoLineThatFollowedTheFragment) {
   EXPECT_EQ(lines[0].substr(10), "theirs");
 }
 
-TEST_F(Fault, BeginsANewLineAfterAFragment) {
-  dir_.Write("x.log", "torn");
-  Logger other(dir_.Path(), "x", LOGLEVEL_DEBUG);
-  ASSERT_EQ(other.Open(), 0);
-  other.LogText(LOGLEVEL_ERROR, "whole");
-  const auto lines = ReadLines(log_);
-  ASSERT_EQ(lines.size(), 2U);
-  EXPECT_EQ(lines[0], "torn");
-  EXPECT_EQ(MessageOf(lines[1]), "whole");
-}
-
 TEST_F(Fault, DoesNotMistakeALineBeingWrittenForAFragment) {
-  std::ofstream theirs(dir_.Write("x.log", "begun"), std::ios::app);
+  std::ofstream theirs(dir_.Write("logs/x.log", "begun"), std::ios::app);
   g_on_seek = [&] { theirs << " and ended\n" << std::flush; };
-  Logger other(dir_.Path(), "x", LOGLEVEL_DEBUG);
-  ASSERT_EQ(other.Open(), 0);
-  other.LogText(LOGLEVEL_ERROR, "whole");
-  const auto lines = ReadLines(log_);
-  ASSERT_EQ(lines.size(), 2U);
-  EXPECT_EQ(lines[0], "begun and ended");
-  EXPECT_EQ(MessageOf(lines[1]), "whole");
+  Log(Open(), "whole");
+  EXPECT_EQ(ReadMessagesAndFragments(log_),
+            (Messages{"begun and ended", "whole"}));
 }
 
 TEST_F(Fault, CountsEveryLineThatFails) {
@@ -301,7 +315,7 @@ TEST_F(Fault, CountsEveryLineThatFails) {
 }
 
 TEST_F(Fault, OpensTheFileAgainWhenInterrupted) {
-  std::filesystem::remove(log_);
+  fs::remove(log_);
   g_interrupted_opens = 3;
   Log("whole");
   EXPECT_EQ(g_interrupted_opens, 0);
@@ -310,7 +324,7 @@ TEST_F(Fault, OpensTheFileAgainWhenInterrupted) {
 
 // The line feed takes a byte that the disk does not have.
 TEST_F(Fault, CountsTheLineWhoseFragmentCannotBeEnded) {
-  dir_.Write("x.log", "torn");
+  dir_.Write("logs/x.log", "torn");
   g_on_write = [](int, const void*, std::size_t) -> ssize_t {
     errno = ENOSPC;
     return -1;
@@ -319,11 +333,8 @@ TEST_F(Fault, CountsTheLineWhoseFragmentCannotBeEnded) {
   Log("lost");
   g_on_write = nullptr;
   Log("whole");
-  const auto lines = ReadLines(log_);
-  ASSERT_EQ(lines.size(), 3U);
-  EXPECT_EQ(lines[0], "torn");
-  EXPECT_EQ(MessageOf(lines[1]), LostReport(2, ENOSPC));
-  EXPECT_EQ(MessageOf(lines[2]), "whole");
+  EXPECT_EQ(ReadMessagesAndFragments(log_),
+            (Messages{"torn", LostReport(2, ENOSPC), "whole"}));
 }
 
 TEST_F(Fault, ReportsAFullDiskForALineThatWasCut) {
@@ -355,11 +366,8 @@ TEST_F(Fault, SeparatesALineFromAFragmentThatAppearedJustBeforeIt) {
     return __real_write(file, data, bytes);
   };
   Log("whole");
-  const auto lines = ReadLines(log_);
-  ASSERT_EQ(lines.size(), 5U);
-  EXPECT_EQ(MessageOf(lines[2]), "second");
-  EXPECT_EQ(lines[3], "fragmen");
-  EXPECT_EQ(MessageOf(lines[4]), "whole");
+  EXPECT_EQ(ReadMessagesAndFragments(log_),
+            (Messages{"first", "theirs", "second", "fragmen", "whole"}));
 }
 
 // Two threads share the descriptor's position.
@@ -374,45 +382,22 @@ TEST_F(Fault, LeavesLinesAloneWhenTheirPlaceIsNotKnown) {
     return written;
   };
   Log("second");
-  const auto lines = ReadLines(log_);
-  ASSERT_EQ(lines.size(), 5U);
-  EXPECT_EQ(MessageOf(lines[2]), "first");
-  EXPECT_EQ(MessageOf(lines[3]), "second");
-  EXPECT_EQ(lines[4], "another line");
+  EXPECT_EQ(ReadMessagesAndFragments(log_),
+            (Messages{"zeroth", "theirs", "first", "second", "another line"}));
 }
 
 TEST_F(Fault, RotatesWithoutALockThatFailsForGood) {
   constexpr int kOldFiles = 2;
   g_flock_fails = true;
-  Logger logger(dir_.Path(), "y", LOGLEVEL_DEBUG, {1, kOldFiles});
-  ASSERT_EQ(logger.Open(), 0);
-  for (const char* const text : {"1", "2", "3", "4", "5"}) {
-    logger.LogText(LOGLEVEL_ERROR, text);
-  }
-  Messages messages;
-  for (const auto& file : FilesIn(dir_.Path())) {
-    if (file != log_) {
-      messages.push_back(ReadMessages(file).at(0));
-    }
-  }
-  EXPECT_EQ(messages, (Messages{"2", "3", "4", "5"}));
+  LogNumbers(Open({1, kOldFiles}), 1, 5);
+  EXPECT_EQ(MessagesInAllFiles(), Numbers(2, 4));
 }
 
 TEST_F(Fault, LosesNoFileWhenTheClockStandsStill) {
   g_flock_fails = true;
   g_clock = 1'795'000'000'000'000;
-  Logger logger(dir_.Path(), "y", LOGLEVEL_DEBUG, {1, 10});
-  ASSERT_EQ(logger.Open(), 0);
-  for (const char* const text : {"1", "2", "3", "4", "5"}) {
-    logger.LogText(LOGLEVEL_ERROR, text);
-  }
-  Messages messages;
-  for (const auto& file : FilesIn(dir_.Path())) {
-    if (file != log_) {
-      messages.push_back(ReadMessages(file).at(0));
-    }
-  }
-  EXPECT_EQ(messages, (Messages{"1", "2", "3", "4", "5"}));
+  LogNumbers(Open({1, 10}), 1, 5);
+  EXPECT_EQ(MessagesInAllFiles(), Numbers(1, 5));
 }
 
 TEST_F(Fault, EndsNoFragmentInAFileThatTookTheLogsPlace) {
@@ -420,8 +405,8 @@ TEST_F(Fault, EndsNoFragmentInAFileThatTookTheLogsPlace) {
   g_on_write = [&](int file, const void* data, std::size_t) {
     g_on_write = nullptr;
     const ssize_t written = __real_write(file, data, 10);
-    std::filesystem::rename(log_, dir_.Path() / "kept");
-    dir_.Write("x.log", theirs + "\n");
+    fs::rename(log_, kept_);
+    dir_.Write("logs/x.log", theirs + "\n");
     return written;
   };
   Log("torn");
@@ -429,13 +414,163 @@ TEST_F(Fault, EndsNoFragmentInAFileThatTookTheLogsPlace) {
 }
 
 TEST_F(Fault, LosesNoLineWhenTheFullFileIsRemovedBeforeItIsRenamed) {
-  Logger logger(dir_.Path(), "y", LOGLEVEL_DEBUG, {1, 3});
-  ASSERT_EQ(logger.Open(), 0);
-  logger.LogText(LOGLEVEL_ERROR, "1");
-  const auto log = dir_.Path() / "y.log";
-  g_before_rename = [&] { std::filesystem::remove(log); };
-  logger.LogText(LOGLEVEL_ERROR, "2");
-  EXPECT_EQ(ReadMessages(log), Messages{"2"});
+  Logger& logger = Open({1, 3});
+  LogNumbers(logger, 1, 1);
+  g_before_rename = [&] { fs::remove(log_); };
+  LogNumbers(logger, 2, 1);
+  EXPECT_EQ(ReadMessages(log_), Numbers(2, 1));
+}
+
+// Another process's rotation, in the middle of which this process rotates.
+class LockedRotationTest : public Fault {
+ protected:
+  static constexpr LogLimits kLimits{1, 3};
+
+  LockedRotationTest() { EXPECT_EQ(flock(lock_, LOCK_EX), 0); }
+  ~LockedRotationTest() override { close(lock_); }
+
+  const int lock_ = open(logs_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+};
+
+TEST_F(LockedRotationTest, GetsSomeChancesToFinish) {
+  Logger& logger = Open(kLimits);
+  LogNumbers(logger, 1, 1);
+  int chances = 0;
+  g_before_yield = [&] {
+    if (++chances == 5) {
+      fs::rename(log_, Old(1));
+      dir_.Write("logs/x.log", "");
+    }
+  };
+  g_before_rename = [] { ADD_FAILURE() << "the file is renamed once more"; };
+  LogNumbers(logger, 2, 1);
+  EXPECT_EQ(chances, 5);
+  EXPECT_EQ(ReadMessages(log_), Numbers(2, 1));
+}
+
+TEST_F(LockedRotationTest, IsNotWaitedFor) {
+  constexpr int kManyChances = 100;
+  int chances = 0;
+  g_before_yield = [&] { ++chances; };
+  LogNumbers(Open(kLimits), 1, 2);
+  EXPECT_LT(chances, kManyChances);
+  EXPECT_EQ(ReadMessages(log_), Numbers(2, 1));
+}
+
+TEST_F(LockedRotationTest, RemovesNoMoreWhenBothRemoveTheSameFile) {
+  for (int number = 1; number <= kLimits.old_files; ++number) {
+    std::ofstream(Old(number)) << "old\n";
+  }
+  Logger& logger = Open(kLimits);
+  LogNumbers(logger, 1, 2);
+  g_before_removal = [this] { fs::remove(Old(kLimits.old_files)); };
+  LogNumbers(logger, 3, 1);
+  EXPECT_FALSE(fs::exists(Old(3)));
+  EXPECT_TRUE(fs::exists(Old(2)));
+}
+
+// The child inherits the directory's descriptor, and with it the lock.
+TEST_F(Fault, HoldsTheLockNoLongerThanTheRotationWhereAChildIsForkedInIt) {
+  Logger& logger = Open({1, 3});
+  LogNumbers(logger, 1, 1);
+  pid_t child = -1;
+  g_before_rename = [&child] {
+    g_before_rename = nullptr;
+    child = fork();
+    if (child == 0) {
+      pause();
+    }
+  };
+  LogNumbers(logger, 2, 2);
+  EXPECT_EQ(ReadMessages(Old(2)), Numbers(1, 1));
+  EXPECT_EQ(ReadMessages(Old(1)), Numbers(2, 1));
+  ASSERT_GT(child, 0);
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+}
+
+// Another launcher is stopped, with the lock, before one of the four renames of
+// its rotation.
+class StoppedRotationTest : public Fault,
+                            public testing::WithParamInterface<int> {};
+
+TEST_P(StoppedRotationTest, HoldsNobodyUpAndIsFinishedLater) {
+  constexpr LogLimits kLimits{1, 3};
+  Logger& logger = Open(kLimits);
+  LogNumbers(logger, 1, 3);
+  const pid_t child = fork();
+  if (child == 0) {
+    g_before_rename = [renames = GetParam()]() mutable {
+      if (--renames == 0) {
+        raise(SIGSTOP);
+      }
+    };
+    LogNumbers(logger, 4, 1);
+    _exit(0);
+  }
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, WUNTRACED), child);
+  EXPECT_TRUE(WIFSTOPPED(status)) << status;
+  for (int line = 5; line <= 14; ++line) {
+    LogNumbers(logger, line, 1);
+    EXPECT_EQ(ReadMessages(log_), Numbers(line, 1));
+    EXPECT_LE(FilesIn(logs_).size(), kLimits.old_files + 2U);
+  }
+  kill(child, SIGCONT);
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  LogNumbers(logger, 15, 1);
+  EXPECT_EQ(MessagesInAllFiles(), (Messages{"4", "14", "13", "15"}));
+}
+
+INSTANTIATE_TEST_SUITE_P(BeforeRename, StoppedRotationTest,
+                         testing::Range(1, 5));
+
+// The log is renamed after a line that looked at its path; the clock stands
+// still.
+class LookTest : public Fault {
+ protected:
+  LookTest() {
+    g_clock = kNow - kAge;
+    LogNumbers(logger_, 1, 1);
+    g_clock = kNow;
+    LogNumbers(logger_, 2, 1);
+    fs::rename(log_, kept_);
+  }
+
+  static constexpr long long kNow = 1'795'000'000'000'000;
+  static constexpr long long kAge = LogTime::duration(kMaxLookAge).count();
+};
+
+TEST_F(LookTest, IsRepeatedWhenItIsTooOld) {
+  g_clock = kNow + kAge - 1;
+  LogNumbers(logger_, 3, 1);
+  g_clock = kNow + kAge;
+  LogNumbers(logger_, 4, 1);
+  EXPECT_EQ(ReadMessages(kept_), Numbers(1, 3));
+  EXPECT_EQ(ReadMessages(log_), Numbers(4, 1));
+}
+
+TEST_F(LookTest, IsRepeatedWhenTheClockIsSetBack) {
+  g_clock = kNow - 1;
+  LogNumbers(logger_, 3, 1);
+  EXPECT_EQ(ReadMessages(log_), Numbers(3, 1));
+}
+
+TEST_F(LookTest, IsRepeatedWhenTheFileHasGrown) {
+  const std::size_t bytes =
+      LineBytes() + std::size_t{kMaxLookGrowth} - 1 - fs::file_size(kept_);
+  const std::string theirs(bytes - 1, '=');
+  std::ofstream(kept_, std::ios::app) << theirs << '\n';
+  LogNumbers(logger_, 3, 2);
+  EXPECT_EQ(ReadMessagesAndFragments(kept_), (Messages{"1", "2", theirs, "3"}));
+  EXPECT_EQ(ReadMessages(log_), Numbers(4, 1));
+}
+
+TEST_F(LookTest, IsRepeatedWhenTheFileHasBecomeShorter) {
+  fs::resize_file(kept_, 0);
+  LogNumbers(logger_, 3, 1);
+  EXPECT_EQ(ReadMessages(log_), Numbers(3, 1));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// scripts/run.sh, run for real on what this build has made.
+// scripts/run.sh, run for real on the programs of this build.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -182,7 +182,7 @@ TEST_F(RunTest, DoesNotStartAFileWithErrorsUnlessToldTo) {
   EXPECT_EQ(Output().find("The launcher runs"), std::string::npos);
 }
 
-TEST_F(RunTest, ShowsFirstWhatIsWrongWithTheItems) {
+TEST_F(RunTest, ShowsTheFindingsBeforeTheStart) {
   REQUIRE_SANDBOX();
   Execute({directory_.Write(
       "items.json", R"({"0": {"name": "sleeper", "program": "/bin/sleep",
@@ -195,7 +195,7 @@ TEST_F(RunTest, ShowsFirstWhatIsWrongWithTheItems) {
   Wait();
 }
 
-TEST_F(RunTest, ShowsAtTheEndWhatBecameOfTheItems) {
+TEST_F(RunTest, ShowsTheTableOfItemsAtTheEnd) {
   REQUIRE_SANDBOX();
   Start(EXAMPLE_ITEMS);
   Await("status = 768");
@@ -221,7 +221,7 @@ TEST_F(RunTest, OutlivesALauncherThatKillsItsGroup) {
   Await(kNothingLeft);
 }
 
-TEST_F(RunTest, EndsTheChainOfWhatCannotBeExecuted) {
+TEST_F(RunTest, KillsTheChainOfAProgramThatCannotBeExecuted) {
   REQUIRE_SANDBOX();
   StartItems(R"({"0": {"name": "missing", "program": "/no/such/program"}})");
   // One start a process of the chain.
@@ -237,7 +237,7 @@ TEST_F(RunTest, EndsTheChainOfWhatCannotBeExecuted) {
   })) << Output();
   kill(script_, SIGTERM);
   EXPECT_EQ(Wait(), 0);
-  Await("Ending what it left behind: ");
+  Await("Killing the processes that it left: ");
   Await(kNothingLeft);
 }
 
@@ -249,7 +249,7 @@ TEST_F(RunTest, KillsALauncherThatDoesNotEnd) {
       [&] { return DescriptorsOf(launcher)[0] == directory_.Path(); }));
   kill(script_, SIGTERM);
   EXPECT_EQ(Wait(), 1);
-  Await("It does not end; killing it.");
+  Await("The launcher does not end; killing it.");
 }
 
 }  // namespace

@@ -39,6 +39,21 @@ class StartingTest : public testing::Test {
   // Expects the launcher to end by itself with status 0.
   void ExpectNotStarted() { EXPECT_EQ(run_->Wait(), 0); }
 
+  // Starts the launcher on `items`, expects `count` children and stops it.
+  void RunItems(const std::string& items, int count) {
+    run_->StartItems(items);
+    run_->AwaitChildren(count);
+    run_->ExpectStops();
+  }
+  void RunOneItem() { RunItems(ItemsFile({Sleeper("a")}), 1); }
+
+  // Starts the launcher without items, waits for `message` and stops it.
+  void RunUntil(const std::string& message) {
+    run_->StartItems("{}");
+    run_->Await(message);
+    run_->ExpectStops();
+  }
+
   std::unique_ptr<LauncherRun> run_;
 };
 
@@ -69,27 +84,34 @@ class StartingEventTest : public StartingTest {
     EXPECT_TRUE(lines[0].ends_with(" launcher: " + text)) << lines[0];
   }
 
+  void ExpectWrongParameters(const std::vector<std::string>& arguments) {
+    run_->Start(arguments);
+    ExpectNotStarted();
+    ExpectEvent(std::string(kEventSource) + " : " + kWrongParametersEvent);
+    EXPECT_TRUE(run_->Records().empty()) << "no log is set up";
+  }
+
+  // Expects the launcher with `library` in the place of the logger library to
+  // say that it cannot log, and to run.
+  void ExpectRunsWithoutLog(const std::string& library) {
+    run_->UseLibrary(library);
+    RunOneItem();
+    ExpectEvent(kNoLogEvent);
+  }
+
   std::unique_ptr<SystemLog> system_log_;
 };
 
 TEST_F(StartingEventTest, WithoutArgumentsWritesAnEventAndEndsWithZero) {
-  run_->Start({});
-  ExpectNotStarted();
-  ExpectEvent(std::string(kEventSource) + " : " + kWrongParametersEvent);
-  EXPECT_TRUE(run_->Records().empty()) << "no log is set up";
+  ExpectWrongParameters({});
 }
 
 TEST_F(StartingEventTest, WithOneArgumentWritesAnEventAndEndsWithZero) {
-  run_->Start({"alpha"});
-  ExpectNotStarted();
-  ExpectEvent(std::string(kEventSource) + " : " + kWrongParametersEvent);
-  EXPECT_TRUE(run_->Records().empty()) << "no log is set up";
+  ExpectWrongParameters({"alpha"});
 }
 
 TEST_F(StartingEventTest, WritesNoEventWhenNothingFails) {
-  run_->StartItems("{}");
-  run_->Await("GetLogger");
-  run_->ExpectStops();
+  RunUntil("GetLogger");
   EXPECT_TRUE(system_log_->Lines().empty());
 }
 
@@ -104,52 +126,32 @@ TEST_F(StartingEventTest, RunsOnWithoutALoggerThatRefuses) {
 }
 
 TEST_F(StartingEventTest, RunsOnWithoutALoggerLibrary) {
-  run_->UseLibrary("");
-  run_->StartItems(ItemsFile({Sleeper("a")}));
-  ExpectEvent(kNoLogEvent);
-  run_->AwaitChildren(1);
-  run_->ExpectStops();
+  ExpectRunsWithoutLog("");
 }
 
 TEST_F(StartingEventTest, RunsOnWithALibraryThatCannotBeLoaded) {
-  run_->UseLibrary(run_->Directory().Write("no-library", "text"));
-  run_->StartItems(ItemsFile({Sleeper("a")}));
-  ExpectEvent(kNoLogEvent);
-  run_->AwaitChildren(1);
-  run_->ExpectStops();
+  ExpectRunsWithoutLog(run_->Directory().Write("no-library", "text"));
 }
 
 TEST_F(StartingEventTest, RunsOnWithALibraryThatLacksGetLogger) {
-  run_->UseLibrary(HALF_LIBRARY);
-  run_->StartItems(ItemsFile({Sleeper("a")}));
-  ExpectEvent(kNoLogEvent);
-  run_->AwaitChildren(1);
-  run_->ExpectStops();
+  ExpectRunsWithoutLog(HALF_LIBRARY);
 }
 
 TEST_F(StartingEventTest, RunsOnWithALibraryThatLacksInitLogger) {
-  run_->UseLibrary(OTHER_HALF_LIBRARY);
-  run_->StartItems(ItemsFile({Sleeper("a")}));
-  ExpectEvent(kNoLogEvent);
-  run_->AwaitChildren(1);
-  run_->ExpectStops();
+  ExpectRunsWithoutLog(OTHER_HALF_LIBRARY);
 }
 
 TEST_F(StartingEventTest, RunsOnWithALibraryThatThrows) {
   run_->SetEnvironment("RECORDER", "throw");
-  run_->StartItems(ItemsFile({Sleeper("a")}));
+  RunOneItem();
   ExpectEvent(kNoLogEvent);
-  run_->AwaitChildren(1);
-  run_->ExpectStops();
 }
 
 TEST_F(StartingEventTest, RunsOnSilentlyWhenTheLibraryGivesNoLogger) {
   for (const char* const recorder : {"silent", "fail"}) {
     run_ = std::make_unique<LauncherRun>();
     run_->SetEnvironment("RECORDER", recorder);
-    run_->StartItems(ItemsFile({Sleeper("a")}));
-    run_->AwaitChildren(1);
-    run_->ExpectStops();
+    RunOneItem();
     EXPECT_EQ(run_->Records().size(), 2U) << "InitLogger and GetLogger";
   }
   EXPECT_TRUE(system_log_->Lines().empty());
@@ -194,9 +196,7 @@ TEST_F(StartingTest, IgnoresFurtherArguments) {
 // Setting up the log.
 
 TEST_F(StartingTest, OpensTheLoggerOnTheUsersLogDirectory) {
-  run_->StartItems("{}");
-  run_->Await("GetLogger");
-  run_->ExpectStops();
+  RunUntil("GetLogger");
   const std::string directory = run_->Home() / "Library/Logs/Demo/qvxlog";
   EXPECT_EQ(run_->Messages(),
             (std::vector<std::string>{"InitLogger " + directory,
@@ -206,26 +206,20 @@ TEST_F(StartingTest, OpensTheLoggerOnTheUsersLogDirectory) {
 TEST_F(StartingTest, TakesTheLevelFromLogIni) {
   run_->Directory().Write("home/Library/Application Support/Demo/log.ini",
                           "[LOG]\nLEVEL=VERBOSE\n");
-  run_->StartItems("{}");
-  run_->Await("GetLogger 2 launcher 17");
-  run_->ExpectStops();
+  RunUntil("GetLogger 2 launcher 17");
 }
 
 TEST_F(StartingTest, StartsWithAnEmptyName) {
   run_->Directory().Write("Contents/Frameworks/qvxapi.ini", "");
   run_->Directory().Write("home/Library/Application Support/log.ini",
                           "[LOG]\nLEVEL=DEBUG\n");
-  run_->StartItems("{}");
-  run_->Await("GetLogger 2 launcher 1");
-  run_->ExpectStops();
+  RunUntil("GetLogger 2 launcher 1");
   EXPECT_EQ(run_->Messages()[0],
             "InitLogger " + run_->Home().string() + "/Library/Logs//qvxlog");
 }
 
 TEST_F(StartingTest, NeverLogsThatItReads) {
-  run_->StartItems(ItemsFile({Sleeper("a")}));
-  run_->AwaitChildren(1);
-  run_->ExpectStops();
+  RunOneItem();
   for (const std::string& message : run_->Messages()) {
     EXPECT_EQ(message.find("Read data"), std::string::npos);
   }
@@ -292,10 +286,9 @@ TEST_F(StartingTest, WaitsForSigtermWithoutItems) {
 }
 
 TEST_F(StartingTest, StopsAtTheFirstGapInTheNumbering) {
-  run_->StartItems(R"({"0": )" + Sleeper("a") + R"(, "1": )" + Sleeper("b") +
-                   R"(, "3": )" + Sleeper("d") + "}");
-  run_->AwaitChildren(2);
-  run_->ExpectStops();
+  RunItems(R"({"0": )" + Sleeper("a") + R"(, "1": )" + Sleeper("b") +
+               R"(, "3": )" + Sleeper("d") + "}",
+           2);
   EXPECT_FALSE(run_->HasLogged(Message(kStartMessage, "d")));
 }
 
@@ -305,17 +298,14 @@ TEST_F(StartingTest, CountsBeyondTen) {
     const std::string number = std::to_string(i);
     items += (i == 0 ? "\"" : ", \"") + number + "\": " + Sleeper("n" + number);
   }
-  run_->StartItems(items + "}");
-  run_->AwaitChildren(12);
-  run_->ExpectStops();
+  RunItems(items + "}", 12);
 }
 
 TEST_F(StartingTest, SkipsItemsWithoutANameWithAMessage) {
-  run_->StartItems(R"({"0": null, "1": {}, "2": {"program": "/bin/true"},
+  RunItems(R"({"0": null, "1": {}, "2": {"program": "/bin/true"},
                        "3": )" +
-                   Sleeper("named") + "}");
-  run_->AwaitChildren(1);
-  run_->ExpectStops();
+               Sleeper("named") + "}",
+           1);
   EXPECT_TRUE(run_->HasLogged(Message(kStartMessage, "named")));
   const auto skipped = run_->Await(kNamelessMessage);
   EXPECT_EQ(skipped.size(), 3U);
@@ -324,10 +314,9 @@ TEST_F(StartingTest, SkipsItemsWithoutANameWithAMessage) {
 }
 
 TEST_F(StartingTest, StartsAnItemWithANullNameUnderTheEmptyName) {
-  run_->StartItems(R"({"0": {"name": null, "program": "/bin/sleep",
-                       "argc": 1, "args": {"0": "1000"}}})");
-  run_->AwaitChildren(1);
-  run_->ExpectStops();
+  RunItems(R"({"0": {"name": null, "program": "/bin/sleep",
+                       "argc": 1, "args": {"0": "1000"}}})",
+           1);
   EXPECT_TRUE(run_->HasLogged(Message(kStartMessage, "")));
 }
 
@@ -362,9 +351,7 @@ TEST_F(StartingTest, KeepsTheLaterOfTwoItemsOfOneName) {
 
 TEST_F(StartingTest, ReadsTheItemsFileUpToItsFirstNul) {
   using std::string_literals::operator""s;
-  run_->StartItems(ItemsFile({Sleeper("a")}) + "\0garbage"s);
-  run_->AwaitChildren(1);
-  run_->ExpectStops();
+  RunItems(ItemsFile({Sleeper("a")}) + "\0garbage"s, 1);
 }
 
 TEST_F(StartingTest, SpinsOnADirectoryGivenAsItemsFile) {

@@ -2,10 +2,10 @@
 # Usage: documents.sh SOURCE-DIRECTORY WORK-DIRECTORY PROGRAM-DIRECTORY... --
 #        DOCUMENT...
 #
-# Holds the documents against the tree and its programs. In each document
+# Compares the documents with the tree and its programs. In each document
 # - the blocks marked "sh" run as one script, in a directory that has the source
 #   tree's documents and examples and is HOME as well. A block that cannot run
-#   here says why in the line before it: "<!-- not run here: why -->";
+#   here has the reason in the line before it: "<!-- not run here: why -->";
 # - each line of the blocks marked "text output" is among their output;
 # - each block marked "json" is an items file without faults, except that its
 #   programs may be missing on this machine;

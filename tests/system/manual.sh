@@ -1,9 +1,9 @@
 #!/bin/sh
 # Usage: manual.sh MAN-DIRECTORY BUILD-DIRECTORY PROGRAM...
 #
-# Checks the manual pages and renders them. Each PROGRAM's --help has to list
-# the options and the exit statuses of its page. Where mandoc is not installed,
-# this exits with 77, which CTest counts as skipped.
+# Checks the manual pages and renders them. Each PROGRAM's --help must list the
+# options and the exit statuses of its page. Without mandoc, this exits with 77,
+# which CTest counts as skipped.
 
 set -eu
 pages=$1
@@ -22,7 +22,7 @@ fail() {
   exit 1
 }
 
-# mandoc finds the pages that others refer to in the installed layout only.
+# mandoc finds referenced pages only in the installed layout.
 rm -rf "$build"
 for page in "$pages"/*.[158]; do
   section=$build/man${page##*.}

@@ -1,9 +1,7 @@
-// The steps of the launcher's start-up, called one by one. main.cpp is compiled
-// into this program with its `main` renamed.
+// The launcher's `main` and its steps.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -13,26 +11,21 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
-#include <future>
 #include <memory>
 #include <thread>
 #include <vector>
 
-#include "environment/Logging.h"
 #include "launcher/Forks.h"
 #include "launcher/Items.h"
 #include "launcher/Messages.h"
 #include "launcher/StopThread.h"
-#include "launcher/main.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/ChildProcFields.h"
 #include "tests/support/ForkedChild.h"
-#include "tests/support/LauncherRun.h"
-#include "tests/support/Poll.h"
-#include "tests/support/RecordingLog.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/SystemCalls.h"
 #include "tests/support/SystemLog.h"
-#include "tests/support/TempDir.h"
+#include "tests/unit/launcher/MainFixture.h"
 
 #ifdef __GLIBC__
 #include <malloc.h>
@@ -41,26 +34,6 @@
 int launcher_main(int argc, char** argv);
 
 namespace {
-
-class LoggedTest : public testing::Test {
- protected:
-  void SetUp() override { logger = &log_; }
-  void TearDown() override { logger = nullptr; }
-
-  // What is logged, as level and message.
-  using Lines = std::vector<std::pair<int, std::string>>;
-  Lines Logged() const {
-    Lines lines;
-    for (const LogRecord& record : RecordingLog::Read(log_file_)) {
-      lines.emplace_back(record.level, record.message);
-    }
-    return lines;
-  }
-
-  TempDir directory_;
-  std::string log_file_ = directory_.Path() / "log";
-  RecordingLog log_{log_file_};
-};
 
 using ReadDataTest = LoggedTest;
 
@@ -229,299 +202,7 @@ TEST(InitDaemon, InstallsTheHandlerForSigtermOnly) {
             0);
 }
 
-// Runs `trigger` while a thread waits as `main` does. Returns the end of the
-// wait.
-template <class Trigger>
-std::future<void> TriggerInAWait(Trigger trigger) {
-  std::atomic<bool> waiting = false;
-  std::packaged_task<void()> wait([&] {
-    std::unique_lock lock(g_process_mutex);
-    waiting = true;
-    g_process_condition.wait(lock);
-  });
-  std::future<void> woken = wait.get_future();
-  std::thread(std::move(wait)).detach();
-  Eventually([&] { return waiting.load(); });
-  { const std::lock_guard waits(g_process_mutex); }
-  trigger();
-  return woken;
-}
-
-template <class Trigger>
-bool IsWokenBy(Trigger trigger) {
-  const std::future<void> woken = TriggerInAWait(trigger);
-  return Eventually([&] {
-    return woken.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
-  });
-}
-
-template <class Trigger>
-bool StaysAsleepAfter(Trigger trigger) {
-  constexpr std::chrono::milliseconds kLongEnough{300};
-  const std::future<void> woken = TriggerInAWait(trigger);
-  return woken.wait_for(kLongEnough) == std::future_status::timeout;
-}
-
-using SigtermTest = LoggedTest;
-
-TEST_F(SigtermTest, EmptiesTheMapAndThenWakesTheWaitEveryTime) {
-  REQUIRE_SANDBOX();
-  EXPECT_EQ(InForkedChild([this] {
-              InitDaemon();
-              g_child_map["sleeper"] = std::make_shared<ChildProc>(
-                  "owner", JsonObject(R"({"name": "sleeper", "argc": 1,
-                      "program": "/bin/sleep", "args": {"0": "1000"}})"));
-              Eventually([] { return ThreadsInWait(getpid()) == 1; });
-              if (!IsWokenBy([] { raise(SIGTERM); })) return 1;
-              if (!g_child_map.empty()) return 2;
-              // The child has ended, and so has the pause after that.
-              const auto now = std::chrono::steady_clock::now();
-              const LogRecord end = RecordingLog::Read(log_file_).back();
-              if (now.time_since_epoch() - end.time < kRestartPause) return 3;
-              if (!IsWokenBy([] { raise(SIGTERM); })) return 4;
-              return 0;
-            }),
-            0);
-}
-
-// The supervision threads fork under the lock that guards the map, so nothing
-// may wait for one of them under it.
-TEST_F(SigtermTest, StopsAnItemThatIsAboutToFork) {
-  REQUIRE_SANDBOX();
-  EXPECT_EQ(InForkedChild([] {
-              static std::atomic<bool> at_fork = false;
-              static std::atomic<bool> may_fork = false;
-              system_calls::OnFork([] {
-                at_fork = true;
-                Eventually([] { return may_fork.load(); });
-                return system_calls::RealFork();
-              });
-              InitDaemon();
-              g_child_map["true"] = std::make_shared<ChildProc>(
-                  "owner",
-                  JsonObject(R"({"name": "true", "program": "/bin/true"})"));
-              Eventually([] { return at_fork.load(); });
-              raise(SIGTERM);
-              Eventually([] { return !system_calls::Kills().empty(); });
-              may_fork = true;
-              EndStopThread();
-              return g_child_map.empty() ? 0 : 1;
-            }),
-            0);
-}
-
-TEST(SigtermHandler, DoesNothingForOtherSignals) {
-  EXPECT_EQ(InForkedChild([] {
-              InitDaemon();
-              return StaysAsleepAfter([] { sigterm_handler(SIGINT); }) ? 0 : 1;
-            }),
-            0);
-}
-
-TEST(SigtermHandler, KeepsErrno) {
-  EXPECT_EQ(InForkedChild([] {
-              InitDaemon();
-              // Without its pipe the handler's write fails.
-              constexpr int kHighest = 1024;
-              for (int i = 3; i < kHighest; ++i) {
-                close(i);
-              }
-              errno = EDOM;
-              sigterm_handler(SIGTERM);
-              return errno == EDOM ? 0 : 1;
-            }),
-            0);
-}
-
-TEST(SigtermHandler, WakesAllThatWait) {
-  EXPECT_EQ(InForkedChild([] {
-              InitDaemon();
-              bool woken = false;
-              const bool other_woken =
-                  IsWokenBy([&] { woken = IsWokenBy([] { raise(SIGTERM); }); });
-              return woken && other_woken ? 0 : 1;
-            }),
-            0);
-}
-
-using NoStopThreadTest = LoggedTest;
-
-// Puts a running item into the map; expects the handler, called by `trigger`,
-// to stop it and to wake the wait at once.
-template <class Trigger>
-int StopsAnItem(Trigger trigger) {
-  g_child_map["sleeper"] = std::make_shared<ChildProc>(
-      "owner", JsonObject(R"({"name": "sleeper", "argc": 1,
-                    "program": "/bin/sleep", "args": {"0": "1000"}})"));
-  Eventually([] { return ThreadsInWait(getpid()) == 1; });
-  bool stopped = false;
-  const bool woken = IsWokenBy([&] {
-    trigger();
-    stopped = g_child_map.empty() && system_calls::Kills().size() == 1;
-  });
-  return !stopped ? 1 : woken ? 0 : 2;
-}
-
-TEST_F(NoStopThreadTest, TheHandlerStopsTheItemsItselfBeforeInitDaemon) {
-  REQUIRE_SANDBOX();
-  EXPECT_EQ(InForkedChild(
-                [] { return StopsAnItem([] { sigterm_handler(SIGTERM); }); }),
-            0);
-}
-
-TEST_F(NoStopThreadTest, TheHandlerStopsTheItemsItselfWithoutAPipe) {
-  REQUIRE_SANDBOX();
-  EXPECT_EQ(InForkedChild([] {
-              system_calls::OnPipe([] { return EMFILE; });
-              InitDaemon();
-              return StopsAnItem([] { raise(SIGTERM); });
-            }),
-            0);
-}
-
-TEST_F(NoStopThreadTest, TheHandlerWakesTheWaitWithoutAThread) {
-  EXPECT_EQ(InForkedChild([] {
-              system_calls::OnCreateThread([] { return EAGAIN; });
-              InitDaemon();
-              system_calls::Reset();
-              return IsWokenBy([] { raise(SIGTERM); }) ? 0 : 1;
-            }),
-            0);
-}
-
-// A supervision thread that did the work would join itself.
-TEST_F(NoStopThreadTest,
-       TheMainThreadDoesTheWorkWhicheverThreadTheKernelPicks) {
-  REQUIRE_SANDBOX();
-  EXPECT_EQ(InForkedChild([] {
-              system_calls::OnPipe([] { return EMFILE; });
-              InitDaemon();
-              g_child_map["sleeper"] = std::make_shared<ChildProc>(
-                  "owner", JsonObject(R"({"name": "sleeper", "argc": 1,
-                      "program": "/bin/sleep", "args": {"0": "1000"}})"));
-              Eventually([] { return ThreadsInWait(getpid()) == 1; });
-              for (const pid_t thread : ThreadsOf(getpid())) {
-                if (thread != getpid()) {
-                  SignalThread(getpid(), thread, SIGTERM);
-                }
-              }
-              return Eventually([] { return g_child_map.empty(); }) ? 0 : 1;
-            }),
-            0);
-}
-
-TEST_F(NoStopThreadTest, TheHandlerLeavesTheMapToAnExit) {
-  EXPECT_EQ(InForkedChild([] {
-              system_calls::OnPipe([] { return EMFILE; });
-              InitDaemon();
-              g_child_map["nothing"] = nullptr;
-              AnnounceExit();
-              raise(SIGTERM);
-              return g_child_map.size() == 1 ? 0 : 1;
-            }),
-            0);
-}
-
-TEST(SigtermHandler, EndsAForkedChildAsByDefaultAndSparesTheLauncher) {
-  EXPECT_EQ(InForkedChild([] {
-              InitDaemon();
-              bool child_ended = false;
-              const bool spared = StaysAsleepAfter([&] {
-                child_ended = InForkedChild([] {
-                                raise(SIGTERM);
-                                return 0;
-                              }) == -SIGTERM;
-              });
-              if (!child_ended) return 1;
-              return spared ? 0 : 2;
-            }),
-            0);
-}
-
-bool g_signals_early = false;
-
-// Registered before the launcher's own fork handlers, so it runs before them.
-[[gnu::constructor(101)]] void RegisterEarlyHandler() {
-  pthread_atfork(nullptr, nullptr, [] {
-    if (g_signals_early) {
-      raise(SIGTERM);
-    }
-  });
-}
-
-TEST(SigtermHandler, EndsAForkedChildBeforeItsForkHandlersHaveRun) {
-  EXPECT_EQ(InForkedChild([] {
-              InitDaemon();
-              bool child_ended = false;
-              const bool spared = StaysAsleepAfter([&] {
-                g_signals_early = true;
-                child_ended = InForkedChild([] { return 0; }) == -SIGTERM;
-              });
-              if (!child_ended) return 1;
-              return spared ? 0 : 2;
-            }),
-            0);
-}
-
-// Process ids are reused: a chain's tail may get the id of the launcher, which
-// has ended.
-TEST(SigtermHandler, EndsAForkedChildThatHasTheLaunchersProcessId) {
-  EXPECT_EQ(InForkedChild([] {
-              InitDaemon();
-              return -InForkedChild([] {
-                system_calls::OnGetpid([id = getppid()] { return id; });
-                raise(SIGTERM);
-                return 0;
-              });
-            }),
-            SIGTERM);
-}
-
-// A condition variable that remembers a waiter is not destroyed before that
-// waiter has gone, and the forked child has no such thread.
-TEST(Globals, AreDestroyedInAForkedChildThoughMainWaits) {
-  EXPECT_EQ(InForkedChild([] {
-              InitDaemon();
-              int status = -1;
-              const auto waiter = TriggerInAWait([&] {
-                status = InForkedChild([]() -> int { std::exit(7); });
-              });
-              return status == 7 ? 0 : 1;
-            }),
-            0);
-}
-
-#ifdef __GLIBC__
-
-// The C library holds up the destruction of a condition variable that has a
-// waiter; the map must not be destroyed by then.
-TEST(Globals, AreDestroyedInTheOrderConditionMutexMap) {
-  REQUIRE_SANDBOX();
-  EXPECT_EQ(InForkedChild([]() -> int {
-              g_child_map["sleeper"] = std::make_shared<ChildProc>(
-                  "owner", JsonObject(R"({"name": "sleeper", "argc": 1,
-                      "program": "/bin/sleep", "args": {"0": "1000"}})"));
-              Eventually([] { return ThreadsInWait(getpid()) == 1; });
-              const auto waiter = TriggerInAWait([] {});
-              std::thread([] {
-                std::this_thread::sleep_for(std::chrono::milliseconds(300));
-                if (!system_calls::Kills().empty()) _exit(1);
-                g_process_condition.notify_all();
-              }).detach();
-              std::exit(0);
-            }),
-            0);
-}
-
-#endif
-
-TEST(Globals, AreWhatTheirUsersRelyOn) {
-  EXPECT_TRUE(g_child_map.empty());
-  EXPECT_EQ(g_child_map.max_load_factor(), 1.0F);
-}
-
-// The launcher's `main`, with a logger that is there from the start and without
-// a logger library.
+// `main`, without a logger library.
 
 class MainTest : public LoggedTest {
  protected:
@@ -574,6 +255,56 @@ TEST_F(MainTest, TakesNoArgumentsAtAllForTooFew) {
   EXPECT_TRUE(events[0].ends_with(kWrongParametersEvent)) << events[0];
 }
 
+// So the connection to the system log takes number 0.
+TEST_F(MainTest, ClosesTheStandardDescriptorsBeforeItLooksAtItsArguments) {
+  EXPECT_EQ(InForkedChild([] {
+              std::array<char*, 1> arguments{nullptr};
+              launcher_main(0, arguments.data());
+              if (fcntl(STDIN_FILENO, F_GETFD) == -1) return 1;
+              if (fcntl(STDOUT_FILENO, F_GETFD) != -1) return 2;
+              return fcntl(STDERR_FILENO, F_GETFD) != -1 ? 3 : 0;
+            }),
+            0);
+}
+
+TEST_F(MainTest, GivesItsItemsTheOwner) {
+  const std::string file = WriteItems(ItemsFile({Sleeper("a")}));
+  EXPECT_EQ(InForkedChild([&] {
+              std::thread([] {
+                Eventually([] { return ThreadsInWait(getpid()) == 1; });
+                Repeat([] { g_process_condition.notify_all(); });
+              }).detach();
+              Main(file);
+              const std::string owner = FieldOf<kOwner>(*g_child_map.at("a"));
+              g_child_map.clear();
+              return owner == "alpha" ? 0 : 1;
+            }),
+            0);
+}
+
+TEST_F(MainTest, WaitsWithItsMutex) {
+  const std::string file = WriteItems("{}");
+  EXPECT_EQ(InForkedChild([&] {
+              std::atomic<bool> held = false;
+              std::atomic<bool> released = false;
+              std::thread([&] {
+                std::unique_lock lock(g_process_mutex);
+                held = true;
+                for (int i = 0; i < 100; ++i) {
+                  g_process_condition.notify_all();
+                  std::this_thread::sleep_for(std::chrono::milliseconds(2));
+                }
+                released = true;
+                lock.unlock();
+                Repeat([] { g_process_condition.notify_all(); });
+              }).detach();
+              Eventually([&] { return held.load(); });
+              Main(file);
+              return released ? 0 : 1;
+            }),
+            0);
+}
+
 // The items that still run are stopped by exit-time destruction.
 TEST_F(MainTest, AnyWakeUpEndsItsWaitThoughItemsRun) {
   const std::string file = WriteItems(ItemsFile({Sleeper("a"), Sleeper("b")}));
@@ -623,10 +354,7 @@ TEST_F(MainTest, GivesMemoryBackOnceTheItemsAreLoaded) {
                         before + kBytes / 2;
               });
               std::thread([] {
-                for (;;) {
-                  g_process_condition.notify_all();
-                  std::this_thread::sleep_for(std::chrono::milliseconds(2));
-                }
+                Repeat([] { g_process_condition.notify_all(); });
               }).detach();
               if (Main(file) != 1) return 1;
               if (trims != 1) return 2;
@@ -652,20 +380,16 @@ TEST_F(MainTest, EndsWhenTheSystemRefusesASupervisionThread) {
 
 TEST_F(MainTest, StartsWithoutAThreadForSigterm) {
   const std::string file = WriteItems("{}");
-  EXPECT_EQ(InForkedChild([&] {
-              system_calls::OnCreateThread([] { return EAGAIN; });
-              system_calls::OnTrim([] {
-                system_calls::OnCreateThread({});
-                std::thread([] {
-                  for (;;) {
-                    kill(getpid(), SIGTERM);
-                    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-                  }
-                }).detach();
-              });
-              return Main(file);
-            }),
-            1);
+  EXPECT_EQ(
+      InForkedChild([&] {
+        system_calls::OnCreateThread([] { return EAGAIN; });
+        system_calls::OnTrim([] {
+          system_calls::OnCreateThread({});
+          std::thread([] { Repeat([] { kill(getpid(), SIGTERM); }); }).detach();
+        });
+        return Main(file);
+      }),
+      1);
 }
 
 // The earlier of the two is stopped while it is about to fork: its process
@@ -694,10 +418,7 @@ TEST_F(MainTest, ReplacesAnItemThatIsAboutToFork) {
             return forks == 2 && std::ranges::any_of(Logged(), has_ended) &&
                    ThreadsInWait(getpid()) == 1;
           });
-          for (;;) {
-            raise(SIGTERM);
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-          }
+          Repeat([] { raise(SIGTERM); });
         }).detach();
         // The third thread is the later twin's.
         system_calls::OnCreateThread([made = 0]() mutable {

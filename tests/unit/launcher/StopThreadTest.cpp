@@ -157,6 +157,20 @@ TEST(StopThread, SaysWhetherItCanBeWoken) {
             0);
 }
 
+TEST(StopThread, CanBeStartedAgainAfterItsEnd) {
+  EXPECT_EQ(InForkedChild([] {
+              StartStopThread(Count);
+              EndStopThread();
+              StartStopThread(Count);
+              for (int wake_ups = 1; wake_ups <= 2; ++wake_ups) {
+                WakeStopThread();
+                if (!Eventually([&] { return g_calls == wake_ups; })) return 1;
+              }
+              return 0;
+            }),
+            0);
+}
+
 TEST(StopThread, CannotBeWokenAfterAStartThatIsRefused) {
   EXPECT_EQ(InForkedChild([] {
               StartStopThread(Count);

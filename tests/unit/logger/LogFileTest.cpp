@@ -31,11 +31,8 @@ TEST_F(LogFileTest, EndsTheFragmentThatADeadWriterLeft) {
   Logger& logger = Open();
   Log(logger, "first");
   Log(logger, "second");
-  const auto lines = ReadLines(log_);
-  ASSERT_EQ(lines.size(), 3U);
-  EXPECT_EQ(lines[0], "2026-11-21T06:2");
-  EXPECT_EQ(MessageOf(lines[1]), "first");
-  EXPECT_EQ(MessageOf(lines[2]), "second");
+  EXPECT_EQ(ReadMessagesAndFragments(log_),
+            (Messages{"2026-11-21T06:2", "first", "second"}));
 }
 
 TEST_F(LogFileTest, BeginsANewFileWhenTheOldOneIsFull) {
@@ -67,6 +64,7 @@ TEST_F(LogFileTest, GoesOnInANewFileWhenItWasRenamed) {
   Logger& logger = Open();
   LogNumbers(logger, 1, 20);
   fs::rename(log_, logs_ / "kept");
+  OutlastLook();
   LogNumbers(logger, 21, 20);
   EXPECT_EQ(ReadMessages(logs_ / "kept"), Numbers(1, 20));
   EXPECT_EQ(ReadMessages(log_), Numbers(21, 20));
@@ -76,6 +74,7 @@ TEST_F(LogFileTest, GoesOnInANewFileWhenItWasRemoved) {
   Logger& logger = Open();
   LogNumbers(logger, 1, 20);
   fs::remove(log_);
+  OutlastLook();
   LogNumbers(logger, 21, 20);
   EXPECT_EQ(ReadMessages(log_), Numbers(21, 20));
 }
@@ -85,12 +84,10 @@ TEST_F(LogFileTest, GoesOnInTheFileThatWasPutInItsPlace) {
   Log(logger, "1");
   fs::rename(log_, logs_ / "kept");
   dir_.Write("logs/x.log", "theirs\n");
+  OutlastLook();
   Log(logger, "2");
   Log(logger, "3");
-  const auto lines = ReadLines(log_);
-  ASSERT_EQ(lines.size(), 3U);
-  EXPECT_EQ(lines[0], "theirs");
-  EXPECT_EQ(MessageOf(lines[2]), "3");
+  EXPECT_EQ(ReadMessagesAndFragments(log_), (Messages{"theirs", "2", "3"}));
 }
 
 TEST_F(LogFileTest, AvoidsTheStandardStreamsAndClosesOnExec) {
@@ -117,10 +114,7 @@ TEST_F(LogFileTest, AvoidsTheStandardStreamsAndClosesOnExec) {
 TEST_F(LogFileTest, EndsAFragmentOfOneByte) {
   dir_.Write("logs/x.log", "2");
   LogNumbers(Open(), 1, 1);
-  const auto lines = ReadLines(log_);
-  ASSERT_EQ(lines.size(), 2U);
-  EXPECT_EQ(lines[0], "2");
-  EXPECT_EQ(MessageOf(lines[1]), "1");
+  EXPECT_EQ(ReadMessagesAndFragments(log_), (Messages{"2", "1"}));
 }
 
 TEST_F(LogFileTest, EndsAFragmentThatAppearsWhileItIsOpen) {
@@ -128,11 +122,8 @@ TEST_F(LogFileTest, EndsAFragmentThatAppearsWhileItIsOpen) {
   LogNumbers(logger, 1, 3);
   std::ofstream(log_, std::ios::app) << "2026-11-21T06:2";
   LogNumbers(logger, 4, 2);
-  const auto lines = ReadLines(log_);
-  ASSERT_EQ(lines.size(), 6U);
-  EXPECT_EQ(lines[3], "2026-11-21T06:2");
-  EXPECT_EQ(MessageOf(lines[4]), "4");
-  EXPECT_EQ(MessageOf(lines[5]), "5");
+  EXPECT_EQ(ReadMessagesAndFragments(log_),
+            (Messages{"1", "2", "3", "2026-11-21T06:2", "4", "5"}));
 }
 
 TEST_F(LogFileTest, EndsAFragmentInAFileThatTookItsPlace) {
@@ -141,11 +132,9 @@ TEST_F(LogFileTest, EndsAFragmentInAFileThatTookItsPlace) {
   const std::string fragment(LineBytes(), '.');
   fs::remove(log_);
   dir_.Write("logs/x.log", fragment);
+  OutlastLook();
   LogNumbers(logger, 2, 1);
-  const auto lines = ReadLines(log_);
-  ASSERT_EQ(lines.size(), 2U);
-  EXPECT_EQ(lines[0], fragment);
-  EXPECT_EQ(MessageOf(lines[1]), "2");
+  EXPECT_EQ(ReadMessagesAndFragments(log_), (Messages{fragment, "2"}));
 }
 
 TEST_F(LogFileTest, GivesAPipeInItsPlaceNoLine) {
@@ -300,10 +289,12 @@ TEST_F(LogFileTest, LosesAndCountsLinesWhileItsPlaceIsTaken) {
   fs::rename(log_, logs_ / "kept");
   fs::create_symlink("kept", log_);
   EXPECT_EQ(lchown(log_.c_str(), kAnotherUser, kAnotherUser), 0);
+  OutlastLook();
   Log(logger, "the file itself, reached by their link");
   fs::remove(log_);
   dir_.Write("logs/x.log", "theirs\n");
   EXPECT_EQ(chown(log_.c_str(), kAnotherUser, kAnotherUser), 0);
+  OutlastLook();
   LogNumbers(logger, 2, 2);
   EXPECT_EQ(ReadFile(log_), "theirs\n");
   fs::remove(log_);

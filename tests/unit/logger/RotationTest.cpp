@@ -217,9 +217,8 @@ class ObstacleTest : public RotationTest {
     Messages lines;
     for (const fs::path& file : FilesIn(logs_)) {
       if (fs::is_regular_file(file)) {
-        for (const std::string& line : ReadLines(file)) {
-          lines.push_back(IsLine(line) ? MessageOf(line) : line);
-        }
+        const Messages messages = ReadMessagesAndFragments(file);
+        lines.insert(lines.end(), messages.begin(), messages.end());
       }
     }
     return lines;

@@ -10,10 +10,26 @@
 #include <type_traits>
 
 #include "common/json/JsonObject.h"
+#include "tests/support/LocalStatics.h"
 
 namespace {
 
 using namespace std::string_literals;
+
+#ifdef __linux__
+
+// jsoncpp copies its null, a function-local static, into each member that it
+// adds. It makes it when the program starts. A forked child that had to make it
+// could wait for ever for a thread that was making it at the fork. This test
+// must be the first to use jsoncpp.
+TEST(JsonObjectNull, IsMadeBeforeAnyThread) {
+  JsonObject document("{}");
+  const int before = LocalStaticsMade();
+  document["x"];
+  EXPECT_EQ(LocalStaticsMade(), before);
+}
+
+#endif
 
 // The AERROR that `action` throws, if any.
 template <class Action>

@@ -156,6 +156,25 @@ TEST_F(EntryPoints, RefuseUnusableArgumentsAndMakeNothing) {
   EXPECT_TRUE(fs::is_empty(logs_));
 }
 
+TEST_F(EntryPoints, RefuseARelativePathInARemovedWorkingDirectory) {
+  EXPECT_EQ(InForkedChild([&] {
+              fs::create_directories(logs_);
+              fs::current_path(logs_);
+              fs::remove(logs_);
+              return InitLogger("logs") == ENOENT ? 0 : 1;
+            }),
+            0);
+}
+
+TEST_F(EntryPoints, SayWhyTheLogCannotBeOpened) {
+  ASSERT_EQ(InitLogger(logs_.c_str()), 0);
+  fs::create_directory(logs_ / "launcher.log");
+  EXPECT_EQ(
+      GetLogger(kLoggerInterfaceVersion, "launcher", LOGLEVEL_DEBUG, &log_),
+      EISDIR);
+  EXPECT_EQ(log_, untouched_);
+}
+
 TEST_F(EntryPoints, RotateUnderTheLongestName) {
   ASSERT_EQ(InitLogger(logs_.c_str()), 0);
   const std::string name(200, 'x');

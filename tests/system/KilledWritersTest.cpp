@@ -24,9 +24,7 @@ using std::chrono::microseconds;
 
 constexpr char kSurvivor[] = "survivor";
 
-// Nearly always none. A survivor may lose the processor between its look at the
-// end of the file and its write, and a victim may be killed meanwhile. Without
-// the look there are ten times as many.
+// Nearly always none. The first line on which two writers meet may be glued.
 constexpr int kMostGlued = 2;
 
 struct Kills {

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Checks the source itself: its layout, what clang-tidy finds in the product, and the
-# scripts. Everything found is an error.
+# Checks the source itself: its layout, the product by clang-tidy, and the
+# scripts. Every finding is an error.
 set -euo pipefail
 
 cd "$(dirname "${BASH_SOURCE[0]}")/.."

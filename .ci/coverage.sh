@@ -3,10 +3,10 @@
 # that they do not, and fails below 97 % of the lines or 90 % of the branches.
 #
 # A forked child that counts from the middle of a function on may leave a
-# negative count; that is no error. Branches that only an exception takes do not count:
-# the compiler makes one of nearly every call. Neither do those on lines without
-# code of their own, such as closing braces. docs/what-it-survives.md says why
-# what is left is left.
+# negative count; that is no error. Branches that only an exception takes do not
+# count: the compiler makes one of nearly every call. Neither do those on lines
+# without code of their own, such as closing braces. docs/what-it-survives.md
+# says why no test runs the other lines.
 set -euo pipefail
 
 cd "$(dirname "${BASH_SOURCE[0]}")/.."

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds everything for macOS 10.15 on x86-64, on Linux, makes the package and
-# checks what comes out. Nothing of it is run: there is no Mac here.
+# Builds everything for macOS 10.15 on x86-64, on Linux, makes the package, and
+# checks both. It runs nothing of them: there is no Mac here.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 export LC_ALL=C
@@ -10,7 +10,7 @@ readonly out=build/ZigMacos
 readonly stage=$out/unpacked
 readonly system=/usr/lib/libSystem.B.dylib
 
-# What Linux has and macOS 10.15 has not.
+# Calls that Linux has and macOS 10.15 lacks.
 linux_only='accept4|close_range|dup3|epoll_.*|eventfd|execveat|getauxval'
 linux_only+='|getdents64|gettid|inotify_.*|memfd_create|pidfd_.*|pipe2|ppoll'
 linux_only+='|prctl|pthread_setattr_default_np|sched_.*affinity|sendfile64'
@@ -44,7 +44,7 @@ check_binary() {
   expect "$file: linked libraries" "$system" "$(
     llvm-objdump --macho --dylibs-used "$file" |
       awk '/compatibility/ { print $1 }' | grep -v '^@rpath/')"
-  expect "$file: symbols that nobody has" "" \
+  expect "$file: symbols that macOS lacks" "" \
     "$(undefined_symbols "$file" | comm -23 - "$out/known-symbols")"
   expect "$file: calls of Linux" "" \
     "$(undefined_symbols "$file" | grep -xE "_($linux_only)" || true)"
@@ -58,14 +58,26 @@ Contents/MacOS/launcher
 Contents/MacOS/launcher-check
 Contents/MacOS/launcher-log
 Contents/MacOS/launcher-status
+Contents/Resources/copyright
 Contents/Resources/items.schema.json
 Contents/Resources/man/man1/launcher-check.1
 Contents/Resources/man/man1/launcher-log.1
 Contents/Resources/man/man1/launcher-status.1
 Contents/Resources/man/man5/launcher-items.5
 Contents/Resources/man/man8/launcher.8
+Contents/Resources/notices/jsoncpp
+Contents/Resources/notices/libc++
+Contents/Resources/notices/libc++abi
 END
   )" "$(cd "$1" && find . ! -type d -printf '%P\n' | sort)"
+}
+
+# Each names the library that it is for.
+check_notices() {
+  local notice
+  for notice in "$1"/Contents/Resources/notices/*; do
+    expect "$notice" "$notice" "$(grep -liF "${notice##*/}" "$notice" || true)"
+  done
 }
 
 check_product() {
@@ -95,7 +107,8 @@ check_product() {
     "$(strings --all "${programs[@]}" "$logger" | grep -F "$PWD" || true)"
 }
 
-# The product's calls, those aside that only touch memory and text.
+# Every call of the product is treated, except those that only touch memory and
+# text.
 check_documentation() {
   local call missing
   missing=$(
@@ -124,6 +137,7 @@ mkdir "$stage"
 (cd "$out" && quietly package cpack)
 tar -xzf "$out"/*.tar.gz -C "$stage" --strip-components=1
 check_contents "$stage"
+check_notices "$stage"
 check_product "$stage"
 check_documentation
 
@@ -135,4 +149,4 @@ find "$out" -path '*/CMakeFiles' -prune -o -path "$stage" -prune -o \
       *) check_binary "$file" EXECUTE ;;
     esac
   done
-echo "builds for macOS: as they should be"
+echo "The builds for macOS are as expected."

@@ -5,8 +5,8 @@
 #   .ci/fuzz.sh SECONDS [TARGET...]
 #
 # TARGET is a folder's name in tests/fuzz/corpus; without one, all are run. New
-# inputs and what makes a target fail are kept in build/fuzz/found. Ends with
-# the first target that fails.
+# inputs, and those that make a target fail, are kept in build/fuzz/found. Ends
+# with the first target that fails.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

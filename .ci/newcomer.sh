@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Types the README's two commands on a fresh Debian that has git and sudo besides
-# its essential packages: as root in a chroot whose "/" is no mount point, as
-# package builders use, and as an ordinary user in a system of its own.
+# Types the README's two commands on a fresh Debian that has git and sudo
+# besides its essential packages: as root in a chroot whose "/" is no mount
+# point, as package builders use, and as an ordinary user in a system of its own.
 #
 #   .ci/newcomer.sh CODENAME
 #
@@ -12,7 +12,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 readonly codename=${1:?"usage: .ci/newcomer.sh CODENAME"}
 readonly packages=git,mount,passwd,sudo days_kept=7
-readonly cache=${XDG_CACHE_HOME:-$HOME/.cache}/tamrel-launcher/$codename-$packages
+readonly caches=${XDG_CACHE_HOME:-$HOME/.cache}/tamrel-launcher
+readonly cache=$caches/$codename-$packages
 readonly out=$PWD/build/newcomer
 readonly root=$out/root
 
@@ -90,7 +91,7 @@ wait $! || { cat ~/run.log; exit 1; }
 END
 }
 
-# What the commands print is shown when they fail; a compiler's warning is a
+# Shows the output of the commands when they fail. A compiler's warning is a
 # failure here.
 as_newcomer() {
   write_newcomer

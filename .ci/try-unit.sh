@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # Run by .ci/package.sh in the system that the package is installed in: starts
-# systemd's manager for the user, and takes the launcher's unit through its life.
-# Needs processes and mounts of its own.
+# systemd's manager of the user's units, and takes the launcher's unit through
+# its life. Needs processes and mounts of its own.
 set -euo pipefail
 
 export XDG_RUNTIME_DIR=/run/user/0
-readonly unit=tamrel-launcher@alpha
+readonly unit=tamrel-launcher@alpha.service
 readonly items=$HOME/.config/tamrel-launcher/alpha.json
 
 fail() {
@@ -34,7 +34,7 @@ expect_gone() {
 }
 
 processes() {
-  cat "$group"/app.slice/*/"$unit.service/cgroup.procs" 2> /dev/null
+  cat "$group"/app.slice/*/"$unit/cgroup.procs" 2> /dev/null
 }
 
 # wait_until WHEN NUMBER: it has that many processes.
@@ -74,7 +74,7 @@ end_manager() {
 start_manager
 trap end_manager EXIT
 # A mistake in the unit shows in its output, but not in its exit status.
-complaints=$(systemd-analyze --user --man=no verify "$unit.service" 2>&1) || true
+complaints=$(systemd-analyze --user --man=no verify "$unit" 2>&1) || true
 [ -z "$complaints" ] || fail "$complaints"
 
 systemctl --user start "$unit"

@@ -1,5 +1,4 @@
 # shellcheck shell=bash
-# shellcheck shell=bash
 #
 # Sourced by the scripts that build with the Zig compiler, which carries macOS's
 # standard library (libc++) and interface stubs. Everything is kept below
@@ -13,6 +12,8 @@ readonly jsoncpp_version=1.9.5-4
 readonly zig_dir=$PWD/build/zig
 export ZIG_GLOBAL_CACHE_DIR=$zig_dir/cache
 export ZIG_LOCAL_CACHE_DIR=$zig_dir/cache
+# The compiler has a cache of its own.
+unset CMAKE_CXX_COMPILER_LAUNCHER
 
 skip() {
   echo "skipped ${0##*/}: $1"
@@ -103,6 +104,15 @@ copy_cli11() {
   cp -R /usr/share/cmake/CLI11 "$prefix/share/cmake"
 }
 
+# What is linked into the programs asks to be named in their package.
+copy_notices() {
+  local notices=$zig_dir/$1/share/notices
+  mkdir -p "$notices"
+  cp "$zig_dir/jsoncpp/LICENSE" "$notices/jsoncpp"
+  cp "$zig_dir/lib/libcxx/LICENSE.TXT" "$notices/libc++"
+  cp "$zig_dir/lib/libcxxabi/LICENSE.TXT" "$notices/libc++abi"
+}
+
 # zig_build TOOLCHAIN: makes the compiler and its libraries, then builds
 # everything in build/TOOLCHAIN.
 zig_build() {
@@ -117,6 +127,7 @@ zig_build() {
     -DJSONCPP_WITH_POST_BUILD_UNITTEST=OFF
   build_library "$toolchain" googletest /usr/src/googletest -DBUILD_GMOCK=OFF
   copy_cli11 "$toolchain"
+  copy_notices "$toolchain"
   quietly "$toolchain" cmake -S . -B "build/$toolchain" -G Ninja \
     -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/zig/$toolchain.cmake" \
     -DCMAKE_BUILD_TYPE=Release -DLAUNCHER_WERROR=ON

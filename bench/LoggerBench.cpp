@@ -100,8 +100,8 @@ void LookAtPath(const std::string& path) {
 }
 
 // The two ways in which a logger can notice that its file was renamed or is
-// full: a look at the path with every line, or one a millisecond and in between
-// a look at the size.
+// full: a look at the path with every line, or, as the logger does, now and
+// then and a look at the size in between.
 void FormattedWriteAndPath(benchmark::State& state) {
   const std::string path = Path();
   WriteFormatted(state, [&](auto) { LookAtPath(path); });
@@ -111,7 +111,7 @@ void FormattedWriteAndPathNowAndThen(benchmark::State& state) {
   const std::string path = Path();
   Clock::time_point last;
   WriteFormatted(state, [&](auto now) {
-    if (now - last > std::chrono::milliseconds(1)) {
+    if (now - last >= kMaxLookAge) {
       LookAtPath(path);
       last = now;
     } else {

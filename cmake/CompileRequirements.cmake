@@ -35,7 +35,7 @@ target_compile_options(
             -Woverloaded-virtual
             $<$<BOOL:${LAUNCHER_WERROR}>:-Werror>)
 
-# Wherever it is built, the result is the same.
+# The result does not depend on the folder that it is built in.
 target_compile_options(
   requirements INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
 

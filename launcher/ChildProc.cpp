@@ -74,8 +74,8 @@ ChildProc::~ChildProc() {
 }
 
 // Deliberate: the target is `pid` as it is, also 0 and -1
-// (docs/sharp-edges.md). Otherwise an item that has not forked yet, or could
-// not, would leave alive what was started together with it.
+// (docs/sharp-edges.md). Otherwise the processes that were started together
+// with an item that has not forked yet, or could not, would run on.
 void ChildProc::Stop() {
   running = false;
   kill(pid, SIGKILL);

@@ -1,3 +1,8 @@
+// A forked child of the launcher is not the launcher: it has none of its
+// threads, and its signals are its own. Its process id does not show that,
+// since ids are reused and a chain of forked children outlives the launcher. So
+// a handler counts every fork.
+
 #include "launcher/Forks.h"
 
 #include <pthread.h>

@@ -1,3 +1,6 @@
+// Items are passed by reference: a copy of a document copies its value, and the
+// supervisor reads its item at every start.
+
 #include "launcher/Items.h"
 
 #include <algorithm>

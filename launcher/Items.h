@@ -1,11 +1,6 @@
-// Reading an items document: the walk over its items, and an item's argument
-// vector. The launcher and the program that checks items files both use this,
-// so that they cannot drift apart.
-//
-// Items are passed by reference: passing a document by value copies it whole,
-// and the supervisor reads its item at every start.
-//
-// All of these let jsoncpp's type errors propagate.
+// Reading an items document, for the launcher and for the programs that check
+// it and look up its items. jsoncpp's type errors propagate. The functions of
+// an item are safe in a forked child of a threaded process.
 
 #pragma once
 
@@ -17,7 +12,7 @@
 
 #include "common/json/JsonObject.h"
 
-// How long an item rests between the end of its program and the next start.
+// The pause between the end of an item's program and the next start.
 inline constexpr std::chrono::milliseconds kRestartPause{50};
 
 // The stack of a supervision thread, and of the forked child that builds the
@@ -32,10 +27,9 @@ inline constexpr std::size_t kSupervisionStackBytes = std::size_t{512} * 1024;
 inline constexpr std::int64_t kLargestArgc =
     (kSupervisionStackBytes - std::size_t{16} * 1024) / sizeof(char*) - 2;
 
-// Calls `named` with each item that has a member "name", and `nameless` with
-// each other item, null included, in the order of the keys "0", "1", "2", ...
-// The first missing key ends the walk: items after a gap, and other keys, are
-// never read. The items are views of `items`.
+// Calls `named` with a view of each item that has a member "name", and
+// `nameless` with each other item, null included, in the order of the keys "0",
+// "1", "2", ... The first missing key ends the walk.
 using ItemVisitor = std::function<void(int index, JsonObject item)>;
 void WalkItems(JsonObject& items, const ItemVisitor& named,
                const ItemVisitor& nameless);
@@ -44,12 +38,10 @@ void WalkItems(JsonObject& items, const ItemVisitor& named,
 std::string ItemProgram(JsonObject& item);
 
 // The length of the item's argument vector without its terminator: "argc", cut
-// to 32 bits, plus 1 for the program's path; 1 without "argc". An "argc" of -1
-// or less gives 0, a vector of the terminator alone. Safe in a forked child of
-// a threaded process.
+// to 32 bits, plus 1 for the program's path; 1 without "argc", and 0 for an
+// "argc" below 0.
 std::int64_t ItemVectorLength(JsonObject& item);
 
 // The text at `position`, 1 or more, of the item's argument vector. When "args"
-// has none, the text is empty and "args" gains a null member. Safe in a forked
-// child of a threaded process.
+// has none, the text is empty and "args" gains a null member.
 std::string ItemArgument(JsonObject& item, std::int64_t position);

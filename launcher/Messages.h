@@ -1,9 +1,6 @@
-// The formats of the launcher's log messages and the texts of its events. The
-// launcher writes them, launcher-log reads them back, and the tests compare
-// with them, all from here.
-//
-// Users and other programs search logs for these texts, so the wording is
-// fixed: "is killed" means any end.
+// The formats of the launcher's log messages and the texts of its events. Users
+// and other programs search logs for them, so the wording is fixed: "is killed"
+// means any end.
 
 #pragma once
 

@@ -1,3 +1,13 @@
+// Stopping the children inside a signal handler would deadlock when the signal
+// interrupts an allocation, and would join a supervision thread to itself when
+// the kernel picks that thread. So the handler only writes a byte into a pipe,
+// and a thread that waits at the other end does the work at once. Each byte is
+// one SIGTERM.
+//
+// These are functions and not an object, because a forked child of the launcher
+// may run exit-time destruction and has no such thread to join. The pipe stays
+// open after the thread's end, since a handler may be writing to it.
+
 #include "launcher/StopThread.h"
 
 #include <fcntl.h>

@@ -1,12 +1,5 @@
-// The stacks of the launcher's own threads: a seam to the platform, one source
-// file for each.
-//
-// A fork copies every mapping of the process, one after another. A stack with a
-// guard page is two mappings; without one, neighbouring stacks are a single
-// mapping, however many there are. So on Linux our stacks come without, and
-// each thread guards its own, with a mark in the page table that needs no
-// mapping. Threads that others start, a logger library for one, are not
-// concerned: the process's defaults stay as they are.
+// The stacks of the launcher's own threads: a seam to the platform. The threads
+// of others, a logger library for one, keep the process's defaults.
 
 #pragma once
 

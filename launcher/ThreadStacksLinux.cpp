@@ -1,3 +1,8 @@
+// A fork copies every mapping of the process, one after another. A stack with a
+// guard page is two mappings; without one, neighbouring stacks are a single
+// mapping, however many there are. So our stacks come without, and each thread
+// guards its own, with a mark in the page table that needs no mapping.
+
 #include <pthread.h>
 #include <sys/mman.h>
 #include <unistd.h>

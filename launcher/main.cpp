@@ -96,7 +96,7 @@ void StopAll() {
 // For the handler, where there is no stop thread. Only `main` can do the work:
 // a supervision thread would join itself. This may deadlock when the signal
 // interrupts an allocation or an insertion, which is why there is a stop thread
-// if the system lets us have one.
+// wherever the system allows one.
 void StopAllInHandler() {
   if (IsExiting()) {
     return;

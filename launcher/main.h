@@ -10,7 +10,7 @@
 
 #include "launcher/ChildProc.h"
 
-// The running items by name. Holds the only reference to each, so removing or
+// The running items by name, with the only reference to each: removing or
 // replacing an entry stops that item. Destroyed at exit, after the two below.
 extern std::unordered_map<std::string, std::shared_ptr<ChildProc>> g_child_map;
 
@@ -20,18 +20,16 @@ extern std::mutex g_process_mutex;
 // `main` waits on it once; every SIGTERM notifies it.
 extern std::condition_variable g_process_condition;
 
-// Reads the whole file at `path`, of any size, and stores its text up to the
-// first NUL in `data`. Returns false, with `data` left alone, when the file
-// cannot be opened or is empty. Does not return when the file opens but cannot
-// be read, as a directory: only the end of the file ends the reading. Throws
-// std::bad_alloc, with `data` left alone, when there is no memory for the file.
+// Reads the whole file at `path` and stores its text up to the first NUL in
+// `data`. Returns false, with `data` left alone, when the file cannot be opened
+// or is empty. Never returns when the file opens but cannot be read, as a
+// directory. Throws std::bad_alloc, with `data` left alone.
 bool ReadData(std::string path, std::string& data);
 
 // The SIGTERM handler: empties `g_child_map`, one child after another, and then
-// notifies `g_process_condition`. The stop thread does both; where there is
-// none, because `InitDaemon` has not been called or the system refused the
-// thread, the handler does both itself. In a forked child of the launcher it
-// ends the child as SIGTERM does by default. Does nothing for other signals.
+// notifies `g_process_condition`. The stop thread does both or, where
+// `InitDaemon` has not started one, the handler itself. Ends a forked child of
+// the launcher as SIGTERM does by default. Does nothing for other signals.
 // Async-signal-safe where there is a stop thread; keeps `errno`.
 void sigterm_handler(int sig);
 

@@ -5,9 +5,9 @@
 // forked child can never find one held.
 //
 // Someone may rename or remove the file. A look at the path shows it, but costs
-// more than the `write`, so not every line has one; its time stands in for the
-// clock's. In between only the size is asked for. That is enough to notice that
-// the file is full, or that someone else has rotated it: then it was full.
+// more than the `write`, so there is only one now and then, when the time of a
+// line says so. In between the logger asks for the size. That is enough to
+// notice a full file, and one that someone else has rotated: it was full, too.
 //
 // A line must not follow a fragment directly, or neither could be read. A
 // process that is killed while it writes leaves a fragment, so the end of the
@@ -59,10 +59,10 @@ class LogFile {
   // Returns 0, also when the disk is full, or an errno value.
   int Open();
 
-  // Appends `line` to the file at the path. Makes the file when someone has
-  // removed or renamed it, at the latest with the next look; rotates it when it
-  // is full. Never waits. Returns false, with errno set, when the line could
-  // not be written.
+  // Appends `line` to the file at the path; rotates it when it is full. Makes
+  // the file when someone has removed or renamed it; until the next look at the
+  // path, lines still go to the old one. Never waits. Returns false, with errno
+  // set, when the line could not be written.
   bool Append(const LogLine& line);
 
  private:

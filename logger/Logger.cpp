@@ -55,17 +55,14 @@ void Logger::LogV(LOGLEVEL level, const char* format,
   const LogLine line(std::chrono::system_clock::now(), level, GetCallerIds(),
                      format, arguments);
   if (!ReportLost() || !file_.Append(line)) {
-    AddLost(1, errno);
+    lost_->error.store(errno, std::memory_order_relaxed);
+    lost_->count.fetch_add(1, std::memory_order_relaxed);
   }
 }
 
-void Logger::AddLost(std::uint64_t lines, int error) {
-  lost_->error.store(error, std::memory_order_relaxed);
-  lost_->count.fetch_add(lines, std::memory_order_relaxed);
-}
-
-// Whatever the threshold: a log with a gap says so. Nearly always there is
-// nothing to report, and to look is cheaper than to exchange.
+// Whatever the threshold: a log with a gap says so. When this fails, errno is
+// set, and the caller's line must not be written before the report. Nearly
+// always there is nothing to report, and to look is cheaper than to exchange.
 bool Logger::ReportLost() {
   if (lost_->count.load(std::memory_order_relaxed) == 0) {
     return true;
@@ -77,7 +74,7 @@ bool Logger::ReportLost() {
                           static_cast<unsigned long long>(lines), error)) {
     return true;
   }
-  AddLost(lines, errno);
+  lost_->count.fetch_add(lines, std::memory_order_relaxed);
   return false;
 }
 

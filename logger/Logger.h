@@ -36,7 +36,6 @@ class Logger final : public ILog {
   };
   static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 
-  void AddLost(std::uint64_t lines, int error);
   bool ReportLost();
   [[gnu::format(printf, 3, 4)]] bool Write(LOGLEVEL level, const char* format,
                                            ...);

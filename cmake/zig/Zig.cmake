@@ -1,5 +1,6 @@
-# What the two toolchain files share. LAUNCHER_ZIG_TARGET names the target, and
-# so the directory that its libraries (jsoncpp, GoogleTest) are installed in.
+# The common part of the two toolchain files. LAUNCHER_ZIG_TARGET is the
+# compiler's name of the target, LAUNCHER_TOOLCHAIN the directory that its
+# libraries (jsoncpp, GoogleTest) are installed in.
 
 set(LAUNCHER_ZIG_DIR ${CMAKE_CURRENT_LIST_DIR}/../../build/zig)
 set(LAUNCHER_ZIG_PREFIX ${LAUNCHER_ZIG_DIR}/${LAUNCHER_TOOLCHAIN})

@@ -1,16 +1,15 @@
 // JsonObject: a handle on a JSON node, on top of jsoncpp.
 //
 // An object is a document, which owns its value, or a view of a node in another
-// object's document. Most operations return views, so walking a document copies
-// nothing. A view is valid while its document lives and its node is not removed
-// or moved; nothing checks this.
+// object's document. A view is valid while its document lives and its node is
+// not removed or moved; nothing checks this.
 //
 // jsoncpp's type errors propagate: Json::LogicError and Json::RuntimeError,
 // which derive from Json::Exception and std::exception only.
 //
-// Threads: one thread at a time may use a document and its views; even reading
-// by `operator[]` may add to it. Forks: a forked child of a threaded process
-// may use the objects that it inherits.
+// One thread at a time may use a document and its views; even reading by
+// `operator[]` may add to it. A forked child of a threaded process may use the
+// objects that it inherits.
 
 #pragma once
 

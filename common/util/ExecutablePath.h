@@ -1,4 +1,4 @@
-// The path of the running executable; each platform has its own source file.
+// The path of the running executable: a seam to the platform.
 
 #pragma once
 

@@ -17,7 +17,7 @@ namespace {
 
 // A fixed array, so that no allocation can fail before main runs.
 struct StartPath {
-  char text[2 * PATH_MAX];
+  char text[2 * PATH_MAX] = {};
 
   StartPath() {
     if (!ReadAuxiliaryVector()) {
@@ -46,8 +46,8 @@ struct StartPath {
   }
 
   void ReadProc() {
-    const ssize_t length = readlink("/proc/self/exe", text, sizeof text - 1);
-    text[length < 0 ? 0 : length] = '\0';
+    [[maybe_unused]] const ssize_t length =
+        readlink("/proc/self/exe", text, sizeof text - 1);
   }
 };
 

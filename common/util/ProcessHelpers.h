@@ -4,27 +4,22 @@
 
 #include <string>
 
-// Runs `command` in the system shell, with the caller's environment and working
-// directory, waits for it to end and returns its standard output. The exit
-// status is discarded. Output is read in pieces that end after a line feed or
-// 127 bytes; a NUL ends a piece's text. Throws
-// std::runtime_error("popen() failed!") when the shell cannot be started, and
-// exceptions of the string library, after the command has ended.
+// Runs `command` in the system shell, waits for it to end and returns its
+// standard output, read in pieces that end after a line feed or 127 bytes; a
+// NUL ends a piece's text. Throws std::runtime_error("popen() failed!") when
+// the shell cannot be started, and exceptions of the string library, after the
+// command has ended.
 //
 //   pexec("echo a; echo b")      gives  "a\nb\n"
-//   pexec("true")                gives  ""
 //   pexec("printf 'a\\0b\\nc'")  gives  "ac"
 std::string pexec(std::string command);
 
 // Whether the caller may signal the process whose id is in the low 32 bits of
-// `pid`. True also for an ended process that its parent has not waited for. 0
-// and negative ids mean what they mean to `kill`.
+// `pid`, which mean what they mean to `kill`. True also for an ended process
+// that its parent has not waited for.
 bool IsRunningPID(long long pid);
 
 // The running executable's folder, without a final slash; symbolic links, "."
-// and ".." are not resolved. Empty when the executable is in the root folder,
-// and when its path is unknown or longer than 1,024 bytes.
-//
-//   /usr/local/bin/tool  gives  "/usr/local/bin"
-//   /tool                gives  ""
+// and ".." are not resolved. Empty for the root folder, and when the
+// executable's path is unknown or longer than 1,024 bytes.
 std::string GetCurrentPath();

@@ -1,11 +1,7 @@
-// String helpers: splitting, formatting, replacing, a suffix test, and
-// conversion between UTF-8 and wide strings, which hold one code point in each
-// (32-bit) character.
+// String helpers. Wide strings hold one code point in each (32-bit) character.
 //
-// The functions share no state: any thread may call them at any time, on
-// distinct strings. Besides the exceptions named below they throw those of the
-// string library: std::bad_alloc, and std::length_error beyond the longest
-// string.
+// Safe from any thread on distinct strings. All throw the exceptions of the
+// string library, std::bad_alloc and std::length_error, too.
 
 #pragma once
 
@@ -17,10 +13,8 @@
 // kept, except one after the last match. Throws std::regex_error when the
 // standard library finds the matching too complex.
 //
-//   split("a/b/", "/")  gives  "a", "b"
-//   split("/a", "/")    gives  "", "a"
-//   split("a//b", "/")  gives  "a", "", "b"
-//   split("", "/")      gives  ""
+//   split("/a//b/", "/")  gives  "", "a", "", "b"
+//   split("", "/")        gives  ""
 std::vector<std::string> split(const std::string& text,
                                const std::regex& separator);
 std::vector<std::wstring> split(const std::wstring& text,
@@ -30,8 +24,6 @@ std::vector<std::wstring> split(const std::wstring& text,
 // an argument cannot be formatted (a wide character without a multibyte form).
 // Throws std::bad_alloc when the result and its terminator have more bytes than
 // an int counts.
-//
-//   string_format("%d-%s", 7, "x")  gives  "7-x"
 std::string string_format(std::string format, ...);
 
 // Replaces `search` in `text` from left to right. After each replacement the
@@ -42,32 +34,21 @@ std::string string_format(std::string format, ...);
 // If `text` outgrows the memory, it keeps the replacements made so far.
 //
 //   aa by b in aaaa    gives  baa
-//   x by yy in axbx    gives  ayybyy
 //   a by xa in a       does not return
-//   "" by anything     does not return
 void replace_all(std::string& text, const std::string& search,
                  const std::string& replacement);
 void replace_all(std::wstring& text, const std::wstring& search,
                  const std::wstring& replacement);
 
-// Byte for byte, without regard to the locale.
-//
-//   ends_with("abc", "")    gives  true
-//   ends_with("bc", "abc")  gives  false
-//   ends_with("abc", "BC")  gives  false
+// Byte for byte, without regard to the locale; true for an empty `suffix`.
 bool ends_with(const std::string& text, const std::string& suffix);
 
 // Decodes all of `text` from UTF-8, zero bytes and a byte-order mark included.
 // Throws std::range_error("wstring_convert: from_bytes error") unless each code
 // point is at most U+10FFFF, no surrogate, and in its shortest form.
-//
-//   s2ws("\xC3\xA9")  gives   L"\u00E9"
-//   s2ws("\xFF")      throws  std::range_error
 std::wstring s2ws(const std::string& text);
 
 // Encodes all of `text` as UTF-8, zero characters included, without adding a
 // byte-order mark. Throws std::range_error("wstring_convert: to_bytes error")
 // for a surrogate or a value above U+10FFFF.
-//
-//   ws2s(L"\U0001F600")  gives  "\xF0\x9F\x98\x80"
 std::string ws2s(const std::wstring& text);

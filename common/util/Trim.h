@@ -1,8 +1,7 @@
 // Trimming white space from both ends of a string.
 //
-// `static inline`: every source file that includes this header has its own copy
-// of the function. Safe from any thread and in a forked child of a threaded
-// process.
+// `static inline`: every source file that includes this header has its own
+// copy. Safe from any thread and in a forked child of a threaded process.
 
 #pragma once
 
@@ -13,9 +12,7 @@
 // whatever the current one: space, \t, \n, \v, \f and \r. Bytes of 0x80 and
 // above are not white space.
 //
-//   " \t a b\r\n"   becomes  "a b"
-//   "   "           becomes  ""
-//   "\xA0 a"        stays    "\xA0 a"
+//   " \t a b\r\n"  becomes  "a b"
 static inline std::string& trim(std::string& text) {
   constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
   text.erase(text.find_last_not_of(kWhiteSpace) + 1);

@@ -14,7 +14,6 @@ int LocalStaticsMade() { return g_made; }
 
 // Replaces the runtime's own function, which compiled code calls before it
 // initialises a static.
-// NOLINTNEXTLINE(bugprone-reserved-identifier)
 extern "C" __attribute__((visibility("default"))) int __cxa_guard_acquire(
     void* guard) {
   ++g_made;

@@ -2,7 +2,9 @@
 
 #pragma once
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 
 #include <chrono>
 #include <filesystem>
@@ -11,10 +13,23 @@
 #include <thread>
 #include <vector>
 
+#include "logger/Descriptor.h"
 #include "logger/Logger.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/LogReader.h"
 #include "tests/support/TempDir.h"
+
+// Holds the lock of the rotations in a directory, as another process would.
+class HeldLock {
+ public:
+  explicit HeldLock(const std::filesystem::path& directory)
+      : directory_(Open(AT_FDCWD, directory.c_str(), O_RDONLY)) {
+    EXPECT_EQ(flock(directory_.number(), LOCK_EX), 0);
+  }
+
+ private:
+  const Descriptor directory_;
+};
 
 class LoggerFixture : public testing::Test {
  protected:

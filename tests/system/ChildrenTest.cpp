@@ -214,7 +214,7 @@ TEST_F(ChildrenTest, DoNotInheritTheLog) {
       [](const auto& entry) { return entry.second.ends_with(".log"); }));
 }
 
-TEST_F(ChildrenTest, InheritWhateverIsOpenedAsDescriptorZero) {
+TEST_F(ChildrenTest, InheritAFileOpenedAsDescriptorZero) {
   run_.SetEnvironment("RECORDER", "leak");
   EXPECT_EQ(DescriptorsOf(StartStopped({})).at(0), "/dev/zero");
 }

@@ -29,7 +29,7 @@ using namespace std::chrono_literals;
 constexpr int kNotStarted = 0;
 constexpr int kStopped = 1 << 8;
 
-// A kill as it is noted.
+// A line of the file that KILLS names.
 constexpr std::string_view kEveryProcess = "-1\n";
 
 class FaultRun {
@@ -238,8 +238,9 @@ TEST_F(FaultTest, TheLauncherDoesWithoutALogThatCannotBeOpenedOrWritten) {
   FailEach("write", 1, ExpectStopped);
 }
 
-// Refused memory ends nothing, the start or, outside the reading of the items,
-// the process. A start that ends logs it, once there is a log.
+// A refused allocation changes nothing, ends the start or, outside the reading
+// of the items, aborts the launcher. A start that ends logs it, once there is a
+// log.
 TEST_F(FaultTest, RefusedMemoryEndsTheLauncherInOrderOrByAbort) {
   FailEach("malloc", SoakOr(1, 12), [](FaultRun& run, int, int status) {
     EXPECT_TRUE(status == kNotStarted || status == kStopped ||
@@ -289,9 +290,8 @@ TEST_F(FaultTest, StoppingAfterAFailedForkKillsEveryProcessForReal) {
   EXPECT_EQ(ReadFile(report), std::to_string(kStopped) + " 9");
 }
 
-// Its exit-time destruction signals every process: its own item has the id -1.
-// Its exit-time destruction stops the item, if `main` had stored that before
-// the fork.
+// Its exit-time destruction signals every process, since its item has the id
+// -1. If `main` had not stored the item before the fork, the test tries again.
 TEST_F(FaultTest, ALinkOfAChainWhoseForkFailsEndsWithStatusZero) {
   std::string kills;
   for (int i = 0; kills.empty() && i < 200; ++i) {

@@ -27,7 +27,7 @@ class HostileStartTest : public testing::Test {
  protected:
   void SetUp() override { REQUIRE_SANDBOX(); }
 
-  // Expects a launcher with one item to start, and to stop in order.
+  // Expects a launcher with one item to start and to stop cleanly.
   void ExpectRunsAndStops(const std::function<void()>& prepare) {
     run_.StartItems(ItemsFile({Sleeper("a")}), prepare);
     run_.AwaitReady(1);

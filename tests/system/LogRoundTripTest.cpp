@@ -136,7 +136,7 @@ class LogRoundTrip : public testing::Test {
   }
   int Number(const char* key) const { return static_cast<int>(Report()[key]); }
 
-  // What launcher-log reports of an item.
+  // The report of launcher-log on an item.
   JsonObject Item(const std::string& name) const {
     JsonObject report(
         RunCommand({LAUNCHER_LOG, "--json", "--item", name, Log()})
@@ -177,6 +177,8 @@ TEST_F(LogRoundTrip, ReadsWhatBecomesOfItems) {
   EXPECT_TRUE(
       Eventually([&] { return NamesIn(LogEventKind::kEnd) == ending; }));
   EXPECT_TRUE(Eventually([&] { return Count(LogEventKind::kStart) > 30; }));
+  EXPECT_TRUE(Eventually(
+      [&] { return NamesIn(LogEventKind::kStart).contains("sleeper"); }));
   EXPECT_EQ(static_cast<std::string>(Item("sleeper")["state"]), "running");
   EXPECT_TRUE(Eventually([&] {
     return static_cast<std::string>(Item("exits")["state"]) == "looping";
@@ -239,8 +241,9 @@ TEST_F(LogRoundTrip, ReadsHowManyLinesWereLost) {
   const fs::path away = launcher_.Root() / "away";
   EXPECT_TRUE(Eventually([&] {
     fs::rename(LogDirectory(), away);
-    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
     fs::rename(away, LogDirectory());
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
     return Count(LogEventKind::kLost) > 0;
   }));
   launcher_.Stop();

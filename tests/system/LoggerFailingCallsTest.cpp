@@ -1,7 +1,6 @@
 // Calls that fail, or during which something else happens: this program is
 // linked with its own version of each function that is wrapped here.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/wait.h>
@@ -314,6 +313,19 @@ TEST_F(Fault, CountsEveryLineThatFails) {
   EXPECT_EQ(ReadMessages(log_), (Messages{LostReport(3, EIO), "whole"}));
 }
 
+TEST_F(Fault, WritesNoLineBeforeTheReportOfThoseThatAreLost) {
+  for (const int error : {EIO, ENOSPC}) {
+    g_on_write = [error](int, const void*, std::size_t) -> ssize_t {
+      g_on_write = nullptr;
+      errno = error;
+      return -1;
+    };
+    Log("lost");
+  }
+  Log("whole");
+  EXPECT_EQ(ReadMessages(log_), (Messages{LostReport(2, ENOSPC), "whole"}));
+}
+
 TEST_F(Fault, OpensTheFileAgainWhenInterrupted) {
   fs::remove(log_);
   g_interrupted_opens = 3;
@@ -426,10 +438,7 @@ class LockedRotationTest : public Fault {
  protected:
   static constexpr LogLimits kLimits{1, 3};
 
-  LockedRotationTest() { EXPECT_EQ(flock(lock_, LOCK_EX), 0); }
-  ~LockedRotationTest() override { close(lock_); }
-
-  const int lock_ = open(logs_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const HeldLock lock_{logs_};
 };
 
 TEST_F(LockedRotationTest, GetsSomeChancesToFinish) {

@@ -113,8 +113,11 @@ const Names kAllowed{
     // This library's std::string throws inline when it becomes too long.
     "_ZNSt11logic_errorC2EPKc",
     "_ZNSt12length_errorD1Ev",
+    "_ZNSt12out_of_rangeD1Ev",
     "_ZTISt12length_error",
+    "_ZTISt12out_of_range",
     "_ZTVSt12length_error",
+    "_ZTVSt12out_of_range",
     "__cxa_allocate_exception",
     "__cxa_free_exception",
     "__cxa_throw",

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
@@ -230,9 +229,6 @@ CheckResult CheckItems(CheckResult file) {
   if (file.text) {
     DocumentCheck(file).Run();
     CountLines(*file.text, file.findings);
-    std::ranges::stable_sort(file.findings, {}, [](const Finding& finding) {
-      return finding.place.item.value_or(INT_MAX);
-    });
   }
   return file;
 }

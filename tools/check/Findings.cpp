@@ -165,15 +165,18 @@ std::string TextReport(const std::string& path, const CheckResult& result,
                        bool coloured) {
   std::string text;
   auto next = result.findings.begin();
+  const auto add_findings_of = [&](std::optional<int> item) {
+    for (; next != result.findings.end() && next->place.item == item; ++next) {
+      text += Lines(path, *next, coloured);
+    }
+  };
+  add_findings_of(std::nullopt);
   for (const CheckedItem& item : result.items) {
     const std::string name = item.name ? Printable(*item.name) : "(no name)";
     text += Coloured(std::to_string(item.index) + " " + name, Colour::kBold,
                      coloured) +
             ": " + Outcome(item) + "\n";
-    for (; next != result.findings.end() && next->place.item == item.index;
-         ++next) {
-      text += Lines(path, *next, coloured);
-    }
+    add_findings_of(item.index);
   }
   for (; next != result.findings.end(); ++next) {
     text += Lines(path, *next, coloured);

@@ -48,7 +48,8 @@ struct CheckResult {
   // when it reads none.
   std::optional<std::string> text;
   std::vector<CheckedItem> items;
-  Findings findings;  // in the order of the items, then those of no item
+  // Those about the reading, those of each item, those about the whole text.
+  Findings findings;
 };
 
 std::size_t CountFindings(const Findings& findings, Severity severity);

@@ -3,9 +3,8 @@
 #include <json/json.h>
 
 #include <array>
-#include <iomanip>
-#include <sstream>
 
+#include "common/util/StringHelpers.h"
 #include "tools/text/Characters.h"
 #include "tools/text/ShellQuote.h"
 #include "tools/text/Terminal.h"
@@ -21,27 +20,24 @@ using Numbers = std::array<std::string, 4>;
 
 std::string Row(const std::string& name, const std::string& state,
                 const Numbers& numbers) {
-  std::ostringstream row;
-  row << Fitted(name, kNameColumns) << ' ' << Fitted(state, kStateColumns);
+  std::string row =
+      Fitted(name, kNameColumns) + " " + Fitted(state, kStateColumns);
   for (const std::string& number : numbers) {
-    row << std::setw(kNumberColumns) << number;
+    row += string_format("%*s", kNumberColumns, number.c_str());
   }
-  row << '\n';
-  return row.str();
+  return row + "\n";
 }
 
 // In the largest unit of which there is one.
 std::string MemoryText(std::uint64_t bytes) {
   constexpr double kStep = 1024;
   double amount = static_cast<double>(bytes) / kStep;
-  std::string units = "KMGT";
-  while (amount >= kStep && units.size() > 1) {
+  const char* unit = "KMGT";
+  while (amount >= kStep && *unit != 'T') {
     amount /= kStep;
-    units.erase(0, 1);
+    ++unit;
   }
-  std::ostringstream text;
-  text << std::fixed << std::setprecision(1) << amount << units[0];
-  return text.str();
+  return string_format("%.1f%c", amount, *unit);
 }
 
 Micros InMicros(std::chrono::milliseconds span) {

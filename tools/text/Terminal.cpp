@@ -36,8 +36,8 @@ std::string Coloured(std::string_view text, Colour colour, bool enabled) {
 TerminalSize SizeOf(int descriptor) {
   constexpr TerminalSize kUsual{24, 80};
   winsize size{};
-  if (ioctl(descriptor, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 ||
-      size.ws_col == 0) {
+  ioctl(descriptor, TIOCGWINSZ, &size);
+  if (size.ws_row == 0 || size.ws_col == 0) {
     return kUsual;
   }
   return {size.ws_row, size.ws_col};

@@ -134,7 +134,7 @@ TEST_F(GetLogLevelTest, DropsTheMessageWithoutALogger) {
 // Puts the probe at `probe` below a directory of its own, the recording library
 // and an SDK name into the framework directory at `frameworks`, and a level of
 // DEBUG into "log.ini" below `data`; then initialises the log in the probe.
-// Returns what the library was told and has logged.
+// Returns the calls and messages that the library got after the first call.
 std::vector<std::string> MessagesOfInitLog(const std::string& probe,
                                            const std::string& frameworks,
                                            const std::string& data) {

@@ -1,5 +1,5 @@
-// The forked child's side of a ChildProc: what it executes, how it ends, and
-// what it does when it can do neither.
+// The forked child's side of a ChildProc: its argument vector, its end, and the
+// chain that it begins when its program cannot be executed.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -266,7 +266,7 @@ TEST_F(ChildProcTest, AFailedExecFreesEveryArgument) {
   const std::string text(kBytes, 'x');
   system_calls::StartRecordingExec("");
   system_calls::OnExecv([] { return -1; });
-  // Logs before each fork what the process that forks has allocated.
+  // Before each fork, logs the bytes that the forking process has allocated.
   system_calls::OnFork([] {
     const auto info = mallinfo2();
     __LOG__A(logger, LOGLEVEL_MESSAGE, "%zu bytes",
@@ -332,8 +332,7 @@ TEST_F(ChildProcTest, JoinsNothingInAForkedChildThatHasTheLaunchersProcessId) {
   AwaitChild();
 }
 
-// Its signals go to its process group, also when an earlier child of the
-// launcher had an id.
+// So its signals go to its process group, also after earlier children.
 TEST_F(ChildProcTest, TheForkedChildHasTheProcessIdZeroForItsItem) {
   system_calls::OnFork([this] {
     if (++forks_ == 2) {
@@ -355,7 +354,7 @@ TEST_F(ChildProcTest, TheForkedChildHasTheProcessIdZeroForItsItem) {
   EXPECT_EQ(EndIn(ends.at(1)).value().status, 768);
 }
 
-// An `exit` that a C library guards with a lock would wait for it for ever.
+// In `exit` it could wait for ever for a lock that was held at the fork.
 TEST_F(ChildProcTest, TheForkedChildOfAnExitingLauncherEndsWithoutAnExit) {
   const std::string file = directory_.Path() / "buffered";
   EXPECT_EQ(InForkedChild([&] {

@@ -59,7 +59,7 @@ TEST_F(ChildProcTest, CanBeDestroyedWithoutItsThread) {
   EXPECT_EQ(system_calls::Kills().size(), 2U);
 }
 
-TEST_F(ChildProcTest, RunsItsThreadOnAStackOfItsOwnKind) {
+TEST_F(ChildProcTest, RunsItsThreadOnASmallGuardedStack) {
 #ifdef __SANITIZE_THREAD__
   GTEST_SKIP() << "ThreadSanitizer needs the default stacks";
 #endif

@@ -64,7 +64,7 @@ TEST(Heap, IsOneForAllThreads) {
             0);
 }
 
-TEST(Heap, ReturnsWhatIsFreeBelowWhatIsNot) {
+TEST(Heap, ReturnsUnusedMemoryBelowUsedMemory) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "the sanitizer has a heap of its own";
 #endif

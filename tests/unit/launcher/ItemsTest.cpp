@@ -10,7 +10,7 @@ namespace {
 
 using namespace std::string_literals;
 
-// What a walk over `items` calls, in order: "0 name" for a named item, "1 -"
+// The calls of a walk over `items`, in order: "0 name" for a named item, "1 -"
 // for a nameless one.
 std::vector<std::string> Walk(const std::string& items) {
   JsonObject document(items.c_str());
@@ -48,7 +48,7 @@ TEST(WalkItems, EndsAtTheFirstMissingKey) {
   EXPECT_EQ(Walk("null"), Calls{});
 }
 
-TEST(WalkItems, TellsItemsWithoutAName) {
+TEST(WalkItems, HasACallOfItsOwnForItemsWithoutAName) {
   EXPECT_EQ(Walk(R"({"0": null, "1": {}, "2": {"name": null}, "3": {"Name": 1},
                      "4": {"name": 4}})"),
             (Calls{"0 -", "1 -", "2 ", "3 -", "4 4"}));
@@ -62,7 +62,7 @@ TEST(WalkItems, GivesViews) {
             R"({"0":{"name":"a","seen":"yes"},"1":{"seen":"yes"}})");
 }
 
-TEST(WalkItems, RefusesWhatIsNoObject) {
+TEST(WalkItems, ThrowsForAnythingButAnObject) {
   for (const char* const items :
        {"[]", "5", "true", R"({"0": 5})", R"({"0": []})"}) {
     EXPECT_THROW(Walk(items), Json::LogicError) << items;

@@ -51,7 +51,7 @@ TEST_F(ReadDataTest, ReadsFilesOfAnySizeWhole) {
   EXPECT_TRUE(Logged().empty());
 }
 
-TEST_F(ReadDataTest, ReplacesWhatWasThere) {
+TEST_F(ReadDataTest, ReplacesTheOldText) {
   std::string data = "something longer than the file";
   EXPECT_TRUE(ReadData(directory_.Write("items", "new"), data));
   EXPECT_EQ(data, "new");
@@ -227,7 +227,7 @@ class MainTest : public LoggedTest {
   std::unique_ptr<SystemLog> system_log_;
 };
 
-TEST_F(MainTest, LogsWhatItReadsBeforeItReads) {
+TEST_F(MainTest, LogsThePathBeforeItReads) {
   EXPECT_EQ(InForkedChild([] { return Main("/nonexistent/items"); }), 0);
   EXPECT_EQ(Logged(),
             (Lines{{8, Message(kReadDataMessage, "/nonexistent/items")},
@@ -243,7 +243,7 @@ TEST_F(MainTest, LogsThatAnEmptyFileCannotBeRead) {
                              {8, Message(kReadFailedMessage, file.c_str())}}));
 }
 
-TEST_F(MainTest, TakesNoArgumentsAtAllForTooFew) {
+TEST_F(MainTest, WritesAnEventWithoutAnyArguments) {
   EXPECT_EQ(InForkedChild([] {
               std::array<char*, 1> arguments{nullptr};
               return launcher_main(0, arguments.data());
@@ -453,7 +453,7 @@ TEST_F(MainTest, SigtermsWhileItLoadsRaceOverOrderOnly) {
   }
   const std::string file = WriteItems(items + "}");
   EXPECT_EQ(InForkedChild([&] {
-              // What has failed to fork is stopped at once.
+              // An item whose fork failed is stopped at once.
               static std::atomic<bool> loads = false;
               system_calls::OnFork([] {
                 loads = true;

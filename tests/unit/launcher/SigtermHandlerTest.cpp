@@ -1,4 +1,4 @@
-// What a SIGTERM does, and the state that it works on.
+// The handling of SIGTERM, and the globals that it works on.
 
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -279,7 +279,7 @@ TEST(Globals, AreDestroyedInTheOrderConditionMutexMap) {
 
 #endif
 
-TEST(Globals, AreWhatTheirUsersRelyOn) {
+TEST(Globals, StartEmptyWithALoadFactorOfOne) {
   EXPECT_TRUE(g_child_map.empty());
   EXPECT_EQ(g_child_map.max_load_factor(), 1.0F);
 }

@@ -59,7 +59,7 @@ TEST(StopThread, CallsOnceForEachWakeUpUntilItsEnd) {
             0);
 }
 
-TEST(StopThread, TakesWakeUpsDuringACallIntoAccount) {
+TEST(StopThread, RemembersWakeUpsDuringACall) {
   EXPECT_EQ(InForkedChild([] {
               StartStopThread(Hold);
               WakeStopThread();

@@ -22,6 +22,10 @@
 #include "tests/support/StackGuard.h"
 #include "tests/support/SystemCalls.h"
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 namespace {
 
 #ifdef __linux__
@@ -153,8 +157,10 @@ TEST(ThreadStacks, KeepTheirGuardInAForkedChild) {
 TEST(ThreadStacks, FaultWhereTheKernelRefusesTheMark) {
   for (const std::ptrdiff_t beyond : {0, 1}) {
     const int status = InForkedChild([&] {
-      // They take the stacks that earlier threads have marked.
-      for (int i = 0; i < 8; ++i) {
+      // They take the stacks that earlier threads have marked, of which the C
+      // library keeps 40 MiB.
+      constexpr int kKept = 100;
+      for (int i = 0; i < kKept; ++i) {
         pthread_t idle;
         CreateThread(
             &idle, [](void*) -> void* { return WaitForEver(); }, nullptr);
@@ -170,6 +176,23 @@ TEST(ThreadStacks, FaultWhereTheKernelRefusesTheMark) {
     EXPECT_EQ(status, beyond == 0 ? -SIGSEGV : 0);
   }
 }
+
+#ifdef __GLIBC__
+
+TEST(ThreadStacks, KeepNoMemoryOfTheirThreads) {
+  EXPECT_EQ(InForkedChild([] {
+              constexpr std::size_t kThreads = 500;
+              OnGuardedThread([] {});
+              const std::size_t before = mallinfo2().uordblks;
+              for (std::size_t i = 0; i < kThreads; ++i) {
+                OnGuardedThread([] {});
+              }
+              return mallinfo2().uordblks < before + 8 * kThreads ? 0 : 1;
+            }),
+            0);
+}
+
+#endif
 
 // The cost of a fork depends on this.
 TEST(ThreadStacks, NeedNoMappingEach) {

@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -142,14 +142,13 @@ TEST_F(RotationTest, LeavesTheFilesOfOtherLoggersAlone) {
 }
 
 TEST_F(RotationTest, DoesNotWaitForTheLockOfARotation) {
-  const int lock = open(logs_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  ASSERT_EQ(flock(lock, LOCK_EX), 0);
+  std::optional<HeldLock> lock(logs_);
   Logger& logger = Open({1, 5});
   LogNumbers(logger, 1, 4);
   EXPECT_EQ(ReadMessages(log_), Numbers(4, 1));
   EXPECT_FALSE(fs::exists(Old(1)));
   // Numbered, in their order, by the first rotation that gets the lock.
-  close(lock);
+  lock.reset();
   LogNumbers(logger, 5, 1);
   EXPECT_EQ(FilesIn(logs_).size(), 5U);
   for (int number = 1; number <= 4; ++number) {
@@ -282,12 +281,11 @@ TEST_F(ObstacleTest, PassesAFileSetAsideThatCannotBeRenamed) {
 }
 
 TEST_F(ObstacleTest, PassesALockThatIsHeldForEver) {
-  const int lock = open(logs_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  ASSERT_EQ(flock(lock, LOCK_EX), 0);
+  std::optional<HeldLock> lock(logs_);
   Logger& logger = OpenSmall();
   LogAndExpectABound(logger);
   EXPECT_EQ(Aside(), kOldFiles + 1);
-  close(lock);
+  lock.reset();
   LogNumbers(logger, 41, 1);
   EXPECT_EQ(Lines(), (Messages{"40", "39", "38", "41"}));
 }
@@ -295,14 +293,20 @@ TEST_F(ObstacleTest, PassesALockThatIsHeldForEver) {
 TEST_F(ObstacleTest, RemovesTheOldestNumberedFilesFirstWhileTheLockIsHeld) {
   Logger& logger = OpenSmall();
   LogNumbers(logger, 1, 4);
-  const int lock = open(logs_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  ASSERT_EQ(flock(lock, LOCK_EX), 0);
+  const HeldLock lock(logs_);
   LogNumbers(logger, 5, 2);
   Messages lines = Lines();
   std::sort(lines.begin(), lines.end());
   EXPECT_EQ(lines, Numbers(2, 5));
   LogAndExpectABound(logger);
-  close(lock);
+}
+
+TEST_F(ObstacleTest, PassesAFileThatCannotBeRemovedWhileTheLockIsHeld) {
+  REQUIRE_SANDBOX();
+  dir_.Write(fs::relative(Old(kOldFiles), dir_.Path()), "theirs\n");
+  const Immovable file(Old(kOldFiles));
+  const HeldLock lock(logs_);
+  LogAndExpectABound(OpenSmall());
 }
 
 TEST_F(ObstacleTest, LeavesUnrelatedFilesWithSimilarNamesAlone) {

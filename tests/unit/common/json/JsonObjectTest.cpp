@@ -19,9 +19,9 @@ using namespace std::string_literals;
 #ifdef __linux__
 
 // jsoncpp copies its null, a function-local static, into each member that it
-// adds. It makes it when the program starts. A forked child that had to make it
-// could wait for ever for a thread that was making it at the fork. This test
-// must be the first to use jsoncpp.
+// adds. A forked child that had to make the null could wait for ever for a
+// thread that was making it at the fork. This test must be the first to use
+// jsoncpp.
 TEST(JsonObjectNull, IsMadeBeforeAnyThread) {
   JsonObject document("{}");
   const int before = LocalStaticsMade();
@@ -118,7 +118,7 @@ TEST_P(JsonObjectFromText, ThrowsAParseErrorWhenTheTextIsNotJson) {
   }
 }
 
-TEST_P(JsonObjectFromText, IgnoresWhatFollowsACompleteValue) {
+TEST_P(JsonObjectFromText, IgnoresTextAfterACompleteValue) {
   EXPECT_EQ(Parse("{} x").ToText(), "{}");
   EXPECT_EQ(Parse("1 2").ToText(), "1");
   EXPECT_EQ(Parse("{}}").ToText(), "{}");

@@ -36,7 +36,7 @@ int NextDescriptor() {
 
 using namespace std::string_literals;
 
-TEST(Pexec, ReturnsWhatTheCommandWrites) {
+TEST(Pexec, ReturnsTheCommandsOutput) {
   EXPECT_EQ(pexec("echo a; echo b"), "a\nb\n");
   EXPECT_EQ(pexec("printf 'no line end'"), "no line end");
   EXPECT_EQ(pexec("printf 'a\\r\\n\\n b '"), "a\r\n\n b ");

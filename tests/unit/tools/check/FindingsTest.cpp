@@ -77,15 +77,18 @@ CheckResult Example() {
                   {1, {}, false, {}},
                   {2, "c", false, std::vector<std::string>{}},
                   {3, "d", true, {}}};
-  result.findings = {Found(kOdd, {0, "k\n", 4}, "is odd"),
-                     Found(kBad, {4, "", {}}, "is worse"),
-                     Found(kBad, {}, "is bad")};
+  result.findings = {
+      Found(kOdd, {}, "was read oddly"), Found(kOdd, {0, "k\n", 4}, "is odd"),
+      Found(kBad, {4, "", {}}, "is worse"), Found(kBad, {}, "is bad")};
   CountLines("{\n  x", result.findings);
   return result;
 }
 
 TEST(CheckReport, ShowsItemsInOrderWithTheirFindings) {
   EXPECT_EQ(TextReport("i.json", Example(), false),
+            "i.json: warning: the file was read oddly [odd]\n"
+            "    effect: it is lost\n"
+            "    fix: drop it\n"
             "0 a\\x1b: /bin/echo 'a b'\n"
             "i.json:2:3: warning: item 0: \"k\\x0a\" is odd [odd]\n"
             "    effect: it is lost\n"
@@ -99,7 +102,7 @@ TEST(CheckReport, ShowsItemsInOrderWithTheirFindings) {
             "i.json: error: the file is bad [bad]\n"
             "    effect: it ends\n"
             "    fix: mend it\n"
-            "4 items, 2 errors, 1 warning\n");
+            "4 items, 2 errors, 2 warnings\n");
 }
 
 TEST(CheckReport, ColoursNamesAndSeverities) {
@@ -112,7 +115,7 @@ TEST(CheckReport, IsAJsonDocument) {
   JsonObject report(JsonReport("i\xFF.json", Example()).c_str());
   EXPECT_EQ(static_cast<std::string>(report["file"]), "i\uFFFD.json");
   EXPECT_EQ(static_cast<int>(report["errors"]), 2);
-  EXPECT_EQ(static_cast<int>(report["warnings"]), 1);
+  EXPECT_EQ(static_cast<int>(report["warnings"]), 2);
   EXPECT_TRUE(static_cast<bool>(report["readable"]));
   JsonObject first = report["items"][0];
   EXPECT_EQ(static_cast<int>(first["index"]), 0);
@@ -122,7 +125,7 @@ TEST(CheckReport, IsAJsonDocument) {
   EXPECT_EQ(static_cast<std::string>(first["command"]), "/bin/echo 'a b'");
   EXPECT_FALSE(report["items"][1]["name"].IsValid());
   EXPECT_FALSE(report["items"][1]["vector"].IsValid());
-  JsonObject finding = report["findings"][0];
+  JsonObject finding = report["findings"][1];
   EXPECT_EQ(static_cast<std::string>(finding["severity"]), "warning");
   EXPECT_EQ(static_cast<std::string>(finding["id"]), "odd");
   EXPECT_EQ(static_cast<int>(finding["line"]), 2);
@@ -132,7 +135,7 @@ TEST(CheckReport, IsAJsonDocument) {
   EXPECT_EQ(static_cast<std::string>(finding["problem"]), "is odd");
   EXPECT_EQ(static_cast<std::string>(finding["effect"]), "it is lost");
   EXPECT_EQ(static_cast<std::string>(finding["advice"]), "drop it");
-  EXPECT_FALSE(report["findings"][1].HasObject("line"));
+  EXPECT_FALSE(report["findings"][2].HasObject("line"));
 }
 
 }  // namespace

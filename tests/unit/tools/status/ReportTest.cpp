@@ -137,6 +137,14 @@ TEST_F(StatusReport, ShowsUnassignedProcessesAndOrphans) {
   EXPECT_TRUE(Shows("\nlauncher o i             chain of 3 processes  "));
 }
 
+TEST_F(StatusReport, ShowsEachLauncher) {
+  LauncherStatus second = Launcher();
+  second.process.id = 4712;
+  status_.launchers.push_back(second);
+  EXPECT_TRUE(Shows("launcher alpha, process 4711, "));
+  EXPECT_TRUE(Shows("\n\nlauncher alpha, process 4712, "));
+}
+
 TEST_F(StatusReport, SaysThatThereIsNoLauncher) {
   status_.launchers.clear();
   EXPECT_EQ(TableReport(status_, false), "no launcher of this user runs\n");

@@ -13,7 +13,7 @@
 inline constexpr char kNoLevelMessage[] =
     "[SERVICE   ] Failed to get log level";
 
-// The event that `InitLog` writes. The owner's name follows its source.
+// The event that `InitLog` writes. Its source is followed by the owner's name.
 inline constexpr char kOwnerEventSource[] = "Tamrel Launcher for ";
 inline constexpr char kNoLoggerEvent[] = "Failed to initialize logger";
 

@@ -10,6 +10,5 @@ int ForkDepth();
 // later inherit the record.
 void AnnounceExit();
 
-// Whether `AnnounceExit` has been called, by this process or by one that it
-// descends from before the fork.
+// Whether this process has called `AnnounceExit` or has inherited that record.
 bool IsExiting();

@@ -1,7 +1,7 @@
 // The library's own descriptors and the files they refer to.
 //
-// The descriptors are never 0, 1 or 2: the launcher closes these and leaves
-// them to the programs that it starts. `execv` closes the descriptors.
+// The library's descriptors are never 0, 1 or 2: the launcher closes these and
+// leaves them to the programs that it starts. `execv` closes the library's.
 
 #pragma once
 

@@ -14,7 +14,7 @@
 //   \\    a backslash
 //   \xNN  any other byte, as two lower-case hexadecimal digits
 //   \...  the message was cut here; ends the line
-//   \?    formatting failed, and the message is the format; ends the line
+//   \?    formatting failed, and this is the format; ends the line
 
 #pragma once
 

@@ -1,8 +1,8 @@
 // The file that a logger appends to.
 //
 // Every line is one `write` in append mode. The system puts it at the end of
-// the file in one piece, even while others write. So no lock is needed, which a
-// forked child could find held for ever.
+// the file in one piece, even while others write. This needs no lock: a
+// forked child could find a lock held for ever.
 //
 // Someone may rename or remove the file. Only a look at the path shows that,
 // and it costs more than the `write`. So the logger looks only when its last
@@ -12,12 +12,13 @@
 //
 // A line that follows a fragment directly makes both unreadable. A process that
 // is killed while it writes leaves a fragment, so a writer checks the end of
-// the file before its line and ends a fragment with a line feed. The other
-// process may also be killed after that check, while the writer waits for it.
-// So in a file with several writers, a writer checks the byte before its line
-// afterwards, too. If that byte belongs to a fragment, the writer replaces it
-// with a line feed. When a full disk cuts a line, the writer replaces the last
-// byte of the fragment: the disk may not have space for another one.
+// the file before its line and ends a fragment with a line feed. After that
+// check, however, the writer may have to wait for another process's `write`,
+// and that process may be killed in it. So in a file with several writers, a
+// writer checks the byte before its line afterwards, too. If that byte belongs
+// to a fragment, the writer replaces it with a line feed. When a full disk cuts
+// a line, the writer replaces the last byte of the fragment: the disk may not
+// have space for another one.
 
 #pragma once
 

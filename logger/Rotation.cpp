@@ -203,10 +203,10 @@ int Rotation::FreeNumber(int directory) const {
   return RemoveNumbered(directory, old_files_);
 }
 
-// Removes the file with the highest number, from `highest` down, that can be
-// removed. Returns its number, or 0 if there is none. If another process has
-// just removed the file `highest`, that counts as well: otherwise one file too
-// many would be removed.
+// Removes one file: the first that can be removed, from the number `highest`
+// down. Returns its number, or 0 if there is none. If another process has just
+// removed the file `highest`, that counts as well: otherwise one file too many
+// would be removed.
 int Rotation::RemoveNumbered(int directory, int highest) const {
   for (int number = highest; number > 0; --number) {
     const FileName file = Numbered(number);

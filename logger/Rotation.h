@@ -17,8 +17,8 @@
 // times. If the full file is still at the path afterwards, the thread sets it
 // aside without the lock: otherwise the file would grow while the holder is
 // stopped. If the lock is still held then, the holder or the next rotation does
-// the numbering. A rotation numbers only a few files, because others may set
-// files aside faster than it can number them, and it must end.
+// the numbering. A rotation numbers only a few files: it would never end if
+// others set files aside faster than it numbers them.
 //
 // A rotation skips obstacles: a number whose name belongs to something other
 // than a file, and a file that cannot be renamed. The directory does not grow

@@ -190,7 +190,8 @@ TEST(Storm, DoesNotMistakeALongLineBeingWrittenForAFragment) {
     }
     stop = true;
   });
-  // A logger keeps a mapping for ever, and their number is limited.
+  // Each logger keeps a mapping for ever, and a process may have only a limited
+  // number of mappings.
   for (int opened = 0; opened < kMaxOpened && !stop; ++opened) {
     Logger opener(dir.Path(), kName, LOGLEVEL_DEBUG, {});
     EXPECT_EQ(opener.Open(), 0);

@@ -1,14 +1,14 @@
 // The file that a logger appends to.
 //
 // Every line is one `write` in append mode. The system puts it at the end of
-// the file in one piece, even while others write. This needs no lock: a
-// forked child could find a lock held for ever.
+// the file in one piece, even while others write. This needs no lock: a forked
+// child could find a lock held for ever.
 //
 // Someone may rename or remove the file. Only a look at the path shows that,
 // and it costs more than the `write`. So the logger looks only when its last
-// look is too old, by the times of the lines. In between it asks for the file's
-// size. The size shows when the file is full, and also when another process has
-// rotated it: only full files are rotated.
+// look is too old by the time of the present line. In between it asks for the
+// file's size. The size shows when the file is full, and also when another
+// process has rotated it: only full files are rotated.
 //
 // A line that follows a fragment directly makes both unreadable. A process that
 // is killed while it writes leaves a fragment, so a writer checks the end of

@@ -114,8 +114,8 @@ bool Rotation::SetAside(int directory, const FileState& full) const {
   return true;
 }
 
-// Skips the files set aside that can be neither numbered nor removed: all up to
-// `passed`.
+// Skips the files set aside that can be neither numbered nor removed; `passed`
+// is the last of them.
 void Rotation::TidyUp(int directory, bool locked) const {
   FileName passed{};
   for (int step = 0; step < kMaxSteps;) {
@@ -238,8 +238,8 @@ int Rotation::NumberOf(std::string_view file) const {
   return kept && file == Numbered(number).data() ? number : 0;
 }
 
-// Names sort by time. The next nanosecond replaces a time whose name is taken,
-// which happens when the clock has stopped or was set back.
+// Names sort by time. When the clock has stopped or was set back, a name may be
+// taken; the next nanosecond gives another one.
 Rotation::FileName Rotation::NewNameAside(int directory) const {
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   long long time = std::chrono::nanoseconds(now).count();

@@ -1,7 +1,7 @@
 // String helpers. Wide strings hold one code point in each (32-bit) character.
 //
-// Safe from any thread on distinct strings. All also throw the exceptions of
-// the string library, std::bad_alloc and std::length_error.
+// Safe from any thread on distinct strings. All may also throw the exceptions
+// of the string library, std::bad_alloc and std::length_error.
 
 #pragma once
 

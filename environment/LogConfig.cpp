@@ -27,8 +27,8 @@ constexpr std::size_t kLevelBytes = 1024;
 
 }  // namespace
 
-// Deliberate: at start-up this runs before there is a logger, which drops its
-// message. The logger cannot be made before its level is known.
+// Deliberate: at start-up this runs before there is a logger, so its message is
+// dropped. The logger cannot be made before its level is known.
 LOGLEVEL GetLogLevel() {
   const std::string name = GetSDKName();
   const std::string file = GetAppDataPath() + "/" + name + "/log.ini";

@@ -9,17 +9,17 @@
 
 #include "environment/LoggerLibrary.h"
 
-// The message of `GetLogLevel`, logged at LOGLEVEL_ERROR.
+// The message that `GetLogLevel` logs at LOGLEVEL_ERROR.
 inline constexpr char kNoLevelMessage[] =
     "[SERVICE   ] Failed to get log level";
 
-// The event of `InitLog`. The owner's name follows its source.
+// The event that `InitLog` writes. Its source is followed by the owner's name.
 inline constexpr char kOwnerEventSource[] = "Tamrel Launcher for ";
 inline constexpr char kNoLoggerEvent[] = "Failed to initialize logger";
 
-// The level that is named by "LEVEL" in section "LOG" of `GetAppDataPath()` +
-// "/" + `GetSDKName()` + "/log.ini". If there is no such entry, logs
-// `kNoLevelMessage` and returns LOGLEVEL_ERROR.
+// Returns the level that is the value of "LEVEL" in section "LOG" of
+// `GetAppDataPath()` + "/" + `GetSDKName()` + "/log.ini". If there is no such
+// entry, logs `kNoLevelMessage` and returns LOGLEVEL_ERROR.
 LOGLEVEL GetLogLevel();
 
 // The level with exactly this name: "DEBUG", "MESSAGE", "WARNING", "ERROR",

@@ -1,7 +1,7 @@
 // The launcher's own InitLogger and GetLogger load the logger library at run
-// time and forward to it, so that the launcher starts, reports wrong arguments
-// and supervises without the library. It is never unloaded, because its logger
-// lives until the process ends.
+// time and forward to it. So the launcher can start, report wrong arguments and
+// supervise without the library. It is never unloaded, because its logger lives
+// until the process ends.
 
 #include "environment/LoggerLibrary.h"
 

@@ -12,7 +12,7 @@
 // VERBOSE < DEBUG < MESSAGE < WARNING < ERROR < CRITICAL.
 //
 // Deliberate: LOGLEVEL_VERBOSE is 17, not a bit of its own. Logger libraries
-// are built with these values and would take another one for another level.
+// are built with these values and would mistake a new value for another level.
 enum LOGLEVEL : int {
   LOGLEVEL_DEBUG = 1,
   LOGLEVEL_MESSAGE = 2,
@@ -22,11 +22,13 @@ enum LOGLEVEL : int {
   LOGLEVEL_VERBOSE = 17,
 };
 
-// A logger. It belongs to the library, lives until the process ends, exit-time
-// destruction included (the launcher logs ends of children during it), and is
-// never deleted. Deliberate: `LogV` is the third virtual operation and there is
-// no virtual destructor, which would take slots. Callers and libraries that are
-// built apart would call the wrong operation.
+// A logger. It belongs to the library and is never deleted. It lives until the
+// process ends, because the launcher logs ends of children even during
+// exit-time destruction.
+//
+// Deliberate: `LogV` is the third virtual function, and there is no virtual
+// destructor, which would take slots in the table. Otherwise callers and
+// libraries that are built separately would call the wrong function.
 class ILog {
  public:
   // Writes `message` unchanged, '%' included, through `LogV`.
@@ -61,16 +63,15 @@ inline constexpr int kLoggerInterfaceVersion = 2;
 
 extern "C" {
 
-// Prepares the directory at the path `directory`, made with its parents if
-// missing, to hold the logs. Returns 0, or the errno value for which logs
-// cannot be written there; in the launcher also ENOENT if the library cannot be
-// loaded and ECANCELED if it throws. Must be called once, before other threads
-// exist.
+// Prepares `directory` to hold the logs. Makes it and its parents if they are
+// missing. Returns 0, or an errno value that says why logs cannot be written
+// there. In the launcher, also returns ENOENT if the library cannot be loaded
+// and ECANCELED if it throws. Must be called once, before other threads exist.
 int InitLogger(const char* directory);
 
 // Makes the logger `name` and stores it in `*logger`. `version` is the
 // `kLoggerInterfaceVersion` that the caller was built with. Returns 0, or an
-// errno value with `*logger` left alone. Must be called after `InitLogger` has
+// errno value and leaves `*logger` alone. Must be called after `InitLogger` has
 // returned 0.
 int GetLogger(int version, const char* name, LOGLEVEL threshold, ILog** logger);
 

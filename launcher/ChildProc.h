@@ -42,7 +42,7 @@ class ChildProc {
   ChildProc(std::string owner_name, JsonObject item_node);
 
   // Stops the child (see `Stop`) and joins the supervision thread, which takes
-  // 50 ms at least while a child runs. Must not run on the supervision thread
+  // at least 50 ms while a child runs. Must not run on the supervision thread
   // itself. A forked child of the constructing process has no thread to join.
   ~ChildProc();
 

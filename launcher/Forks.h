@@ -2,14 +2,13 @@
 
 #pragma once
 
-// How many forks lie between the program's start and this process. A signal may
-// reach a forked child before the child is counted.
+// The number of forks between the program's start and this process. A signal
+// may reach a forked child before the child is counted.
 int ForkDepth();
 
-// Says that this process is about to call `exit`. The children that it forks
-// from then on inherit that.
+// Records that this process is about to call `exit`. Children that it forks
+// later inherit the record.
 void AnnounceExit();
 
-// Whether this process, or the one that it was forked from by then, is inside
-// `exit` or about to be.
+// Whether this process has called `AnnounceExit` or has inherited that record.
 bool IsExiting();

@@ -21,9 +21,9 @@ inline constexpr std::size_t kSupervisionStackBytes = std::size_t{512} * 1024;
 
 // The largest "argc" with which a program certainly starts. The stack also
 // holds the thread's own block and the frames of its functions, 12 to 13 KiB,
-// as the C library decides; this leaves 16 KiB to them. The vector adds the
+// depending on the C library; this leaves 16 KiB for them. The vector adds the
 // program's path and a terminator. The launcher does not check this limit: a
-// forked child whose vector does not fit ends by a memory fault.
+// forked child whose vector does not fit is ended by a memory fault.
 inline constexpr std::int64_t kLargestArgc =
     (kSupervisionStackBytes - std::size_t{16} * 1024) / sizeof(char*) - 2;
 

@@ -1,6 +1,6 @@
 // The formats of the launcher's log messages and the texts of its events. Users
 // and other programs search logs for them, so the wording is fixed: "is killed"
-// means any end.
+// is logged for any end.
 
 #pragma once
 
@@ -25,8 +25,8 @@ inline constexpr char kForkFailedMessage[] = "[LAUNCHER  ] Failed to fork %s";
 inline constexpr char kNoProgramMessage[] =
     "[LAUNCHER  ] program path of %s is empty";
 
-// Arguments: the item's name, the child's process id, what waitpid returned,
-// the wait status as waitpid stored it.
+// Arguments: the item's name, the child's process id, the result of waitpid,
+// and the wait status that it stored.
 inline constexpr char kEndMessage[] =
     "[LAUNCHER  ] %s %d is killed. ret = %d, status = %d";
 

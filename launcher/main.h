@@ -21,9 +21,9 @@ extern std::mutex g_process_mutex;
 extern std::condition_variable g_process_condition;
 
 // Reads the whole file at `path` and stores its text up to the first NUL in
-// `data`. Returns false, with `data` left alone, when the file cannot be opened
-// or is empty. Never returns when the file opens but cannot be read, as a
-// directory. Throws std::bad_alloc, with `data` left alone.
+// `data`. Returns false, and leaves `data` alone, when the file cannot be
+// opened or is empty. Never returns when the file opens but cannot be read, for
+// example a directory. Throws std::bad_alloc, and leaves `data` alone.
 bool ReadData(std::string path, std::string& data);
 
 // The SIGTERM handler: empties `g_child_map`, one child after another, and then
@@ -34,6 +34,6 @@ bool ReadData(std::string path, std::string& data);
 void sigterm_handler(int sig);
 
 // Closes descriptors 0, 1 and 2, starts the stop thread and installs
-// `sigterm_handler`. Must be called once, first, on the main thread, while
-// there is no other.
+// `sigterm_handler`. Must be called first and once, on the main thread, before
+// other threads exist.
 void InitDaemon();

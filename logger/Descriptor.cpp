@@ -82,8 +82,8 @@ Descriptor Open(int directory, const char* path, int flags) {
   return Descriptor(number);
 }
 
-// O_NONBLOCK means nothing to a regular file; without it a pipe that someone
-// has put in the log's place would hold up the caller.
+// O_NONBLOCK has no effect on a regular file. Without it, the caller could hang
+// if someone has put a pipe in the log's place.
 Descriptor OpenLog(const char* path) {
   constexpr int kFlags = O_RDWR | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY;
   Descriptor file = Open(AT_FDCWD, path, kFlags | O_NOFOLLOW);

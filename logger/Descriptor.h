@@ -1,7 +1,7 @@
 // The library's own descriptors and the files they refer to.
 //
-// The descriptors are never among 0 to 2, which the launcher closes and leaves
-// to the programs it starts, and they are closed when a program is executed.
+// The library's descriptors are never 0, 1 or 2: the launcher closes these and
+// leaves them to the programs that it starts. `execv` closes the library's.
 
 #pragma once
 
@@ -12,7 +12,7 @@
 #include <optional>
 #include <utility>
 
-// A file's identity, whatever its name, with its size and number of names.
+// A file's identity, independent of its name; its size and its number of names.
 struct FileState {
   dev_t device;
   ino_t inode;
@@ -24,12 +24,12 @@ struct FileState {
   }
 };
 
-// The file at `path`, which may be relative to the open `directory`. Nothing
-// when there is none; errno says why.
+// The state of the file at `path`, which may be relative to the open
+// `directory`. Returns nullopt, with errno set, when there is none.
 std::optional<FileState> StateAt(int directory, const char* path);
 
-// The file that the descriptor `number` refers to. Nothing when that is not
-// open.
+// The state of the file that the descriptor `number` refers to. Returns
+// nullopt, with errno set, when the descriptor is not open.
 std::optional<FileState> StateOf(int number);
 
 // Owns a descriptor, and closes it. Closing keeps errno.
@@ -37,7 +37,7 @@ class Descriptor {
  public:
   Descriptor() = default;
   // Owns `number` or, when that is a standard stream's, another descriptor for
-  // the same file. Owns nothing when `number` is -1.
+  // the same file. Owns nothing when `number` is -1 or no descriptor is free.
   explicit Descriptor(int number);
   ~Descriptor();
   Descriptor(Descriptor&& other) noexcept
@@ -57,31 +57,31 @@ class Descriptor {
 };
 
 // Opens `path`, which may be relative to the open `directory`; tries again when
-// a signal interrupts it. When that fails the result is not open and errno set.
+// a signal interrupts it. On failure the result is not open and errno is set.
 Descriptor Open(int directory, const char* path, int flags);
 
 // Opens the log at `path` for appending and reading, and makes it, with mode
-// 0600, when it is missing. Only a regular file of the effective user is a log;
-// one with a wider mode gets mode 0600. A symbolic link is followed if the
-// effective user or root has made it. Anything else is refused with EPERM. When
-// that or the opening fails the result is not open and errno set.
+// 0600, when it is missing. Accepts only a regular file of the effective user,
+// and changes a wider mode to 0600. Follows a symbolic link that the effective
+// user or root has made. Refuses anything else with EPERM. On failure the
+// result is not open and errno is set.
 Descriptor OpenLog(const char* path);
 
 // The descriptor that all threads of a logger write to at the same time.
 //
-// After a rotation another one takes its place. A number must not be closed
-// while a thread is about to write to it: another thread might open some other
-// file under that number, which would receive the line. A lock would do, but a
-// forked child could find it held by a thread that does not exist in the child,
-// and wait for ever. dup2 would exchange the file under the number, but on our
-// platforms it leaves the number open across execv until a second call.
+// A rotation replaces the descriptor. A number must not be closed while a
+// thread is about to write to it: another thread might open some other file
+// under that number, which would receive the line. A lock would prevent that,
+// but a forked child could find it held by a thread that does not exist in the
+// child, and wait for ever. dup2 would exchange the file under the number, but
+// on our platforms it leaves the number open across execv until a second call.
 //
-// So the users are counted. The descriptor is replaced only while no thread
-// uses it. Otherwise the thread with the new descriptor writes its line there
+// So this class counts the users, and replaces the descriptor only while there
+// are none. Otherwise the thread with the new descriptor writes its line there
 // and closes it, and the next thread tries again: no thread ever waits. In a
-// forked child the count may say for ever that there are users, or that a
+// forked child the count may show for ever that there are users, or that a
 // replacement is under way. The child then opens the file for every line that
-// the old descriptor cannot take, which is slow but right.
+// the old descriptor cannot take, which is slow but correct.
 //
 // Safe from any thread and in a forked child.
 class SharedDescriptor {
@@ -97,7 +97,7 @@ class SharedDescriptor {
     // False while the descriptor is being replaced.
     bool IsGranted() const { return granted_; }
     int number() const { return shared_->descriptor_.number(); }
-    // The file's state when the descriptor was put here.
+    // The file's state when `Replace` put the descriptor here.
     const FileState& state() const { return shared_->state_; }
 
    private:
@@ -105,14 +105,15 @@ class SharedDescriptor {
     const bool granted_;
   };
 
-  // Puts `descriptor`, for the file `state`, in place of the present one, which
-  // is closed. While that is in use, does nothing and returns false.
+  // Takes `descriptor`, which refers to the file `state`, and closes the
+  // present one. While a thread uses the present one, closes `descriptor` and
+  // returns false.
   bool Replace(Descriptor descriptor, const FileState& state);
 
  private:
   static constexpr std::uint32_t kReplacing = 1U << 31U;
 
-  // The number of users, and kReplacing while the rest is being changed.
+  // The number of users, and kReplacing while the other members change.
   std::atomic<std::uint32_t> users_ = 0;
   Descriptor descriptor_;
   FileState state_{};

@@ -1,4 +1,4 @@
-// The library's two entry points: all that it exports.
+// The library's two entry points. It exports nothing else.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -21,19 +21,19 @@
 
 namespace {
 
-// Empty until InitLogger has succeeded.
+// The directory of the logs. Empty until InitLogger has succeeded.
 std::string g_directory;
 
 void DoNothing(int /*signal*/) {}
 
-// Has a `write` beyond the process's file-size limit (RLIMIT_FSIZE) fail with
-// EFBIG instead of ending the process: SIGXFSZ gets a handler, unless its
-// disposition has been changed already.
+// Makes a `write` beyond the process's file-size limit (RLIMIT_FSIZE) fail with
+// EFBIG instead of ending the process: installs a handler for SIGXFSZ, unless
+// the process has already changed the signal's disposition.
 //
-// Unlike an ignored signal, one with a handler has its default disposition
-// again in a program that is executed, so nothing changes for the children.
-// Blocking the signal around every `write` would cost two system calls a line
-// and would not help where it is sent to the process as a whole.
+// `execv` restores the default disposition of a signal with a handler, but not
+// of an ignored one, so a handler changes nothing for the children. Blocking
+// the signal around every `write` would cost two system calls a line, and would
+// not help where the system sends the signal to the whole process.
 void SurviveFileSizeLimit() {
   struct sigaction present {};
   if (sigaction(SIGXFSZ, nullptr, &present) == 0 &&
@@ -47,15 +47,15 @@ void SurviveFileSizeLimit() {
 
 constexpr mode_t kDirectoryMode = 0700;
 
-// Empty when `path` is one component, or the root.
+// The parent's path. Empty when `path` is one component, or the root.
 std::string Parent(std::string path) {
   path.resize(path.find_last_not_of('/') + 1);
   path.resize(path.rfind('/') + 1);
   return path;
 }
 
-// Begins with the innermost, so that nothing is asked of parents that exist:
-// one of them may be read-only.
+// Tries the innermost directory first, and makes a parent only if it is
+// missing: an existing one may be read-only. Returns 0 or an errno value.
 int MakeDirectories(const std::string& path) {
   if (mkdir(path.c_str(), kDirectoryMode) == 0 || errno == EEXIST) {
     return 0;
@@ -71,8 +71,7 @@ int MakeDirectories(const std::string& path) {
   return made || errno == EEXIST ? 0 : errno;
 }
 
-// Whether a file can be written in `directory`: 0 or an errno value. Leaves
-// nothing behind.
+// Writes a file in `directory` and removes it. Returns 0 or an errno value.
 int Probe(const std::string& directory) {
   std::string path = directory + "/.probe-XXXXXX";
   const int probe = mkostemp(path.data(), O_CLOEXEC);
@@ -85,9 +84,8 @@ int Probe(const std::string& directory) {
   return error;
 }
 
-// The path is made absolute, since the process may change its working
-// directory. A full disk is no reason to refuse: logging begins when there is
-// space.
+// Makes the path absolute, because the process may change its working
+// directory. A full disk is not an error: logging begins when there is space.
 int Init(const char* directory) {
   SurviveFileSizeLimit();
   const std::string path = std::filesystem::absolute(directory).string();

@@ -11,8 +11,8 @@ constexpr unsigned char kDelete = 0x7F;
 
 unsigned char Byte(char c) { return static_cast<unsigned char>(c); }
 
-// True for nearly every message. Without an early exit and without branches the
-// compiler looks at many bytes at a time.
+// True for nearly every message. The loop has no early exit and no branch, so
+// the compiler can check many bytes at a time.
 bool IsPlainAscii(std::string_view text) {
   unsigned char odd = 0;
   for (const char c : text) {
@@ -73,8 +73,8 @@ bool IsPlain(std::string_view text) {
   return true;
 }
 
-// The bytes of a character that must not be shown are escaped one by one: after
-// the first, the others are not characters by themselves.
+// Escapes the bytes of a character that must not be shown one by one: after the
+// first, the others are not characters by themselves.
 char* Escape(std::string_view text, char* out) {
   while (!text.empty()) {
     const std::size_t length = ShownCharacter(text);

@@ -1,12 +1,12 @@
-// How a log is written: the line's layout, the levels' texts, the escapes, the
-// names of the files, and the library's own messages. The library writes by
-// this header, launcher-log reads by it, and the tests compare with it.
+// The format of a log: the layout of a line, the levels' texts, the escapes,
+// the names of the files, and the library's own message. The library,
+// launcher-log and the tests share these definitions.
 //
 //   2026-11-21T06:20:31.123456Z ERROR 4711:4713 [LAUNCHER  ] the message
 //
-// A line is the time (UTC), the level's text, the process id and the thread id
-// with a colon between them, and the message, separated by single blanks,
-// and a line feed.
+// A line has four fields, separated by single blanks: the time (UTC), the
+// level's text, the process id and the thread id with a colon between them, and
+// the message. It ends with a line feed.
 //
 // A backslash in a line always begins an escape:
 //
@@ -14,7 +14,7 @@
 //   \\    a backslash
 //   \xNN  any other byte, as two lower-case hexadecimal digits
 //   \...  the message was cut here; ends the line
-//   \?    the message is a format that could not be formatted; ends the line
+//   \?    formatting failed, and this is the format; ends the line
 
 #pragma once
 
@@ -25,7 +25,8 @@
 
 #include "environment/LoggerLibrary.h"
 
-// kTimeDigit stands for a digit, everything else for itself.
+// In kTimeShape, kTimeDigit is the place of a digit; other characters are
+// literal.
 inline constexpr std::string_view kTimeShape = "dddd-dd-ddTdd:dd:dd.ddddddZ";
 inline constexpr char kTimeDigit = 'd';
 
@@ -51,13 +52,13 @@ inline constexpr std::string_view kCutMark = "\\...";
 inline constexpr std::string_view kUnformattableMark = "\\?";
 
 // Logged at LOGLEVEL_CRITICAL, whatever the threshold. Arguments: the number of
-// lines lost (unsigned long long), and the errno value of the last.
+// lost lines (unsigned long long), and the errno value of the last one.
 inline constexpr char kLostLinesMessage[] =
     "[LOGGER    ] lines that could not be written: %llu, errno = %d";
 
-// The log `<name>.log`, its full predecessors `<name>.1.log` (the latest),
-// `<name>.2.log` and so on, and files that wait for their number during a
-// rotation: `<name>.<time>-<thread>.full`.
+// A log's files: `<name>.log`; its full predecessors `<name>.1.log` (the
+// latest), `<name>.2.log` and so on; and full files that have no number yet,
+// `<name>.<time>-<thread>.full`.
 inline constexpr std::string_view kLogSuffix = ".log";
 inline constexpr std::string_view kAsideSuffix = ".full";
 

@@ -16,8 +16,8 @@ namespace {
 
 constexpr std::string_view kLineFeed = "\n";
 
-// This many full files, one after the other, before a line goes to one
-// regardless. The lines of others have filled them all in the meantime.
+// A writer that finds this many full files in a row, because others fill each
+// new one first, writes to the last one anyway.
 constexpr int kMaxFullFiles = 100;
 
 off_t ProcessLimit() {
@@ -43,13 +43,13 @@ bool EndsInsideALine(int descriptor, off_t bytes) {
          last != '\n';
 }
 
-// Whether a fragment ends the file. A line that is being written right now
-// looks the same: the system shows its beginning before its end.
+// Whether a fragment ends the file. A line that is still being written looks
+// the same: the system shows its beginning before its end.
 bool EndsWithAFragment(int descriptor, off_t bytes) {
   if (!EndsInsideALine(descriptor, bytes)) {
     return false;
   }
-  // Only its side effect counts: it waits for a `write` that is under way.
+  // Called for its side effect: it waits for a `write` that is under way.
   lseek(descriptor, 0, SEEK_HOLE);
   const auto state = StateOf(descriptor);
   return state && state->bytes == bytes && EndsInsideALine(descriptor, bytes);
@@ -65,8 +65,8 @@ bool Has(int descriptor, off_t offset, std::string_view text) {
          std::equal(text.begin(), text.end(), read.begin());
 }
 
-// The end of what was last written through `descriptor`. Threads share it, so
-// it may belong to another thread's line.
+// The end of the last `write` through `descriptor`. Threads share the
+// descriptor, so that may be another thread's line.
 off_t EndOfLastWrite(int descriptor) { return lseek(descriptor, 0, SEEK_CUR); }
 
 }  // namespace
@@ -110,8 +110,8 @@ bool LogFile::Append(const LogLine& line) {
   return AppendToFreshlyOpened(text);
 }
 
-// The size of the open file, if that is the one at the path. After a recent
-// look at the path, only the size is asked for.
+// The size of the open file, if it can be used and is the file at the path.
+// Soon after a look at the path, asks only for the size.
 std::optional<off_t> LogFile::Look(const SharedDescriptor::Use& use,
                                    LogTime now) {
   if (!use.IsGranted()) {
@@ -142,7 +142,7 @@ bool LogFile::IsFull(off_t bytes, std::size_t line_bytes) const {
 
 bool LogFile::AppendToFreshlyOpened(std::string_view line) {
   process_limit_ = ProcessLimit();
-  // No file is large enough: rotating would only cost the old ones.
+  // No file can hold the line: a rotation would only remove old files.
   if (static_cast<off_t>(line.size()) > process_limit_) {
     errno = EFBIG;
     return false;
@@ -168,8 +168,8 @@ bool LogFile::AppendToFreshlyOpened(std::string_view line) {
   }
 }
 
-// With no descriptor free, the file that is open goes on being used, full or
-// renamed. A file without a name would be lost with the line.
+// When no descriptor is free, the line goes to the open file, even to a full or
+// renamed one. It does not go to a removed file, which is lost with its lines.
 bool LogFile::AppendToPresent(std::string_view line) {
   const int error = errno;
   const SharedDescriptor::Use use(&shared_);
@@ -207,7 +207,7 @@ bool LogFile::Write(int descriptor, off_t bytes, std::string_view line) {
   return true;
 }
 
-// The system does not say why it has written only a part.
+// Sets errno, because a `write` of only a part sets none.
 void LogFile::EndFragment(int descriptor, std::string_view fragment) const {
   const off_t end = EndOfLastWrite(descriptor);
   if (Has(descriptor, end - static_cast<off_t>(fragment.size()), fragment)) {
@@ -216,7 +216,7 @@ void LogFile::EndFragment(int descriptor, std::string_view fragment) const {
   errno = end >= ProcessLimit() ? EFBIG : ENOSPC;
 }
 
-// The file had `bytes` and ended with a line before `line` was written.
+// Before `line` was written, the file had `bytes` and ended with a whole line.
 void LogFile::SeparateFromFragment(int descriptor, off_t bytes,
                                    std::string_view line) const {
   const off_t begin =
@@ -227,14 +227,15 @@ void LogFile::SeparateFromFragment(int descriptor, off_t bytes,
   }
 }
 
-// The file is opened once more because on some systems `pwrite`, too, appends
-// when the descriptor is in append mode.
+// Opens the file again, because on some systems even `pwrite` appends when the
+// descriptor is in append mode.
 void LogFile::PutLineFeed(int descriptor, off_t offset) const {
   const Descriptor file = ::Open(AT_FDCWD, path_.c_str(), O_RDWR | O_NONBLOCK);
   const auto opened = StateOf(file.number());
   const auto written = StateOf(descriptor);
   if (opened && written && opened->IsSameFile(*written)) {
-    // When this fails, the next line's look at the end finds the fragment.
+    // If this fails at the file's end, the next line's writer ends the
+    // fragment.
     [[maybe_unused]] const ssize_t result =
         pwrite(file.number(), kLineFeed.data(), kLineFeed.size(), offset);
   }

@@ -1,22 +1,24 @@
 // The file that a logger appends to.
 //
-// Every line is one `write` in append mode, which the system carries out whole
-// and at the end of the file, whoever else writes. That needs no lock, so a
-// forked child can never find one held.
+// Every line is one `write` in append mode. The system puts it at the end of
+// the file in one piece, even while others write. This needs no lock: a forked
+// child could find a lock held for ever.
 //
-// Someone may rename or remove the file. A look at the path shows it, but costs
-// more than the `write`, so there is only one now and then, when the time of a
-// line says so. In between the logger asks for the size. That is enough to
-// notice a full file, and one that someone else has rotated: it was full, too.
+// Someone may rename or remove the file. Only a look at the path shows that,
+// and it costs more than the `write`. So the logger looks only when its last
+// look is too old by the time of the present line. In between it asks for the
+// file's size. The size shows when the file is full, and also when another
+// process has rotated it: only full files are rotated.
 //
-// A line must not follow a fragment directly, or neither could be read. A
-// process that is killed while it writes leaves a fragment, so the end of the
-// file is looked at before a line is written, and a fragment is ended first. A
-// process may also be killed after that look, while others wait to write. So in
-// a file with several writers the byte before the line is looked at afterwards,
-// too; if it belongs to a fragment, it becomes a line feed. The same happens to
-// the last byte of a line that a full disk has cut: there may be no space for
-// one byte more.
+// A line that follows a fragment directly makes both unreadable. A process that
+// is killed while it writes leaves a fragment, so a writer checks the end of
+// the file before its line and ends a fragment with a line feed. After that
+// check, however, the writer may have to wait for another process's `write`,
+// and that process may be killed in it. So in a file with several writers, a
+// writer checks the byte before its line afterwards, too. If that byte belongs
+// to a fragment, the writer replaces it with a line feed. When a full disk cuts
+// a line, the writer replaces the last byte of the fragment: the disk may not
+// have space for another one.
 
 #pragma once
 
@@ -39,8 +41,8 @@ struct LogLimits {
   int old_files = 5;
 };
 
-// A logger looks at the path again when its last look is that old, or when the
-// file has grown by that many bytes: the clock may stand still.
+// A logger looks at the path again when its last look is this old, or when the
+// file has grown by this many bytes since: the clock may have stopped.
 constexpr std::chrono::microseconds kMaxLookAge{100};
 constexpr off_t kMaxLookGrowth = off_t{16} * 1024;
 
@@ -55,14 +57,15 @@ class LogFile {
   LogFile(const std::string& directory, const std::string& name,
           const LogLimits& limits);
 
-  // Must be called first. Opens the file, making it (0600) when it is missing.
-  // Returns 0, also when the disk is full, or an errno value.
+  // Must be called first. Opens the file, and makes it, with mode 0600, when it
+  // is missing. Returns 0, even when the disk is full, or an errno value.
   int Open();
 
-  // Appends `line` to the file at the path; rotates it when it is full. Makes
-  // the file when someone has removed or renamed it; until the next look at the
-  // path, lines still go to the old one. Never waits. Returns false, with errno
-  // set, when the line could not be written.
+  // Appends `line` to the file at the path. Rotates a full file, and makes a
+  // missing one. When someone renames or removes the file, lines go to the old
+  // one until the next look at the path. Never waits for another writer, except
+  // inside a system call. Returns false, with errno set, when the line could
+  // not be written whole.
   bool Append(const LogLine& line);
 
  private:
@@ -81,18 +84,19 @@ class LogFile {
   const Rotation rotation_;
   SharedDescriptor shared_;
 
-  // The process's limit for the size of its files, when last asked for.
+  // The process's limit for the size of a file, in bytes, as last read.
   std::atomic<off_t> process_limit_ = 0;
 
-  // The line's time at the last look at the path, and the file's size then.
+  // The last look at the path: the time of its line, and the file's size.
   std::atomic<LogTime> look_time_{LogTime{}};
   std::atomic<off_t> look_bytes_ = 0;
 
-  // A file of this size ends with this logger's last line. 0 when it has not
-  // written to the present file.
+  // A file of this size ends with this logger's last line. 0 when the logger
+  // has not written to the open file yet.
   std::atomic<off_t> own_end_ = 0;
 
-  // Whether anyone else has ever written between two lines of this logger. The
-  // look after a line is for those: it would cost a lone launcher a tenth.
+  // Whether others have ever written between two lines of this logger. Only
+  // then does it check the byte before a line afterwards, because the check
+  // would make a lone launcher's logging a tenth slower.
   std::atomic<bool> others_write_ = false;
 };

@@ -11,12 +11,12 @@
 
 namespace {
 
-// What follows the message.
+// The end of a line, after the message.
 constexpr std::size_t kMaxMarkBytes =
     std::max(kCutMark.size(), kUnformattableMark.size());
 constexpr std::size_t kTailBytes = kMaxMarkBytes + 1;
 
-// Without memory, this much of a message that has to be escaped is kept.
+// When an allocation fails, this much of a message that needs escapes is kept.
 constexpr std::size_t kKeptWithoutMemory = 512;
 
 char* Put(std::string_view text, char* out) {
@@ -71,7 +71,7 @@ char* PutTime(LogTime time, char* out) {
 
 }  // namespace
 
-// A level's value says nothing about its severity.
+// The levels' values are not in the order of their severity.
 std::size_t Severity(LOGLEVEL level) {
   std::size_t error = 0;
   for (std::size_t i = 0; i < kLevelsBySeverity.size(); ++i) {
@@ -123,7 +123,7 @@ void LogLine::Format(const char* format, va_list arguments) {
   va_end(again);
 }
 
-// The buffer holds the beginning of the message already.
+// The buffer already holds the beginning of the message.
 void LogLine::FormatLong(std::size_t length, const char* format,
                          va_list arguments) {
   const std::size_t kept = std::min(length, kMaxMessageBytes);

@@ -1,12 +1,12 @@
 // One line of a log, laid out as Format.h says, with the message escaped as
 // Escape.h says.
 //
-// A message of up to a few thousand bytes needs no allocation. A longer one, or
-// one with escapes, takes at most about five times `kMaxMessageBytes` of
-// memory, which is freed with the line. Without memory the message is cut to
-// what fits.
+// A message of up to a few thousand bytes without escapes needs no allocation.
+// Any other takes at most about five times `kMaxMessageBytes` of memory, which
+// is freed with the line. When an allocation fails, the message is cut to fit.
 //
-// Takes no lock, whatever the message: safe in a forked child.
+// Takes no lock but malloc's, which `fork` releases in the child: safe in a
+// forked child.
 
 #pragma once
 
@@ -24,8 +24,8 @@
 // A longer message is cut to this length, before escaping.
 constexpr std::size_t kMaxMessageBytes = std::size_t{1024} * 1024;
 
-// The level's place in kLevelsBySeverity. A value that is not a level counts as
-// LOGLEVEL_ERROR, as an unknown text does in the level's configuration.
+// The index of `level` in kLevelsBySeverity. A value that is not a level counts
+// as LOGLEVEL_ERROR, like an unknown text in the configuration.
 std::size_t Severity(LOGLEVEL level);
 
 using LogTime = std::chrono::system_clock::time_point;
@@ -65,8 +65,9 @@ class LogLine {
                                                 va_list arguments);
   void EscapeMessage();
 
-  // Gives the line room for a message of `message_bytes` and drops its present
-  // message. Returns the memory that held it; on failure changes nothing.
+  // Moves the line to memory with room for a message of `message_bytes`, and
+  // drops its present message. Returns the old memory, which still holds that
+  // message; on failure changes nothing.
   struct Moved {
     bool moved;
     Memory before;

@@ -42,10 +42,11 @@ int Logger::Open() {
   return file_.Open();
 }
 
-// From here to the `write`, nothing takes a lock, looks at the time zone, uses
-// stdio's streams or has a function-local static. A forked child of a threaded
-// process logs, and would wait for ever for a lock that another thread held at
-// the fork. A test checks the list of the functions that are called.
+// From here to the `write`, no function takes a lock that another thread may
+// have held at a fork, reads the time zone, uses stdio's streams or has a
+// function-local static. A forked child of a threaded process logs, and would
+// wait for such a lock for ever. A test compares the functions that are called
+// with a list.
 void Logger::LogV(LOGLEVEL level, const char* format,
                   va_list arguments) noexcept {
   if (Severity(level) < threshold_) {
@@ -60,9 +61,10 @@ void Logger::LogV(LOGLEVEL level, const char* format,
   }
 }
 
-// Whatever the threshold: a log with a gap says so. When this fails, errno is
-// set, and the caller's line must not be written before the report. Nearly
-// always there is nothing to report, and to look is cheaper than to exchange.
+// Reports lost lines, whatever the threshold, so that a log never hides a gap.
+// Returns false, with errno set, when the report cannot be written; the caller
+// must then not write its line. There is nearly always nothing to report, and a
+// load is cheaper than an exchange.
 bool Logger::ReportLost() {
   if (lost_->count.load(std::memory_order_relaxed) == 0) {
     return true;

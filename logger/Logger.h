@@ -11,25 +11,25 @@
 #include "environment/LoggerLibrary.h"
 #include "logger/LogFile.h"
 
-// Lives until the process ends: forked children log during the exit-time
+// Lives until the process ends, because forked children log during exit-time
 // destruction.
 class Logger final : public ILog {
  public:
-  // A logger on the log `name` in `directory`, an absolute path.
+  // A logger that writes the log `name` in `directory`, an absolute path.
   Logger(const std::string& directory, const std::string& name,
          LOGLEVEL threshold, const LogLimits& limits = {});
 
-  // Must be called first. Opens the logger's file. Returns 0 or an errno value.
+  // Must be called first. Opens the log. Returns 0 or an errno value.
   int Open();
 
   void LogV(LOGLEVEL level, const char* format,
             va_list arguments) noexcept override;
 
  private:
-  // The lines that could not be written since the last report, and the errno
-  // value of the last of them. A process and its forked children share this
-  // memory: a child may be gone before writing works again, and two processes
-  // must not report the same lines.
+  // The number of lines that could not be written since the last report, and
+  // the errno value of the last one. A process and its forked children share
+  // this memory: a child may have ended before writing works again, and two
+  // processes must not report the same lines.
   struct LostLines {
     std::atomic<std::uint64_t> count;
     std::atomic<int> error;

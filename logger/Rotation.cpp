@@ -19,11 +19,11 @@
 
 namespace {
 
-// How often the holder of the lock is given a chance to run.
+// How often a thread yields to the holder of the lock.
 constexpr int kChances = 20;
 
-// One rotation numbers or removes at most this many files. More than one, so
-// that a backlog becomes smaller.
+// One rotation numbers or removes at most this many files. It is more than one,
+// so that a backlog shrinks.
 constexpr int kMaxSteps = 10;
 
 class DirectoryLock {
@@ -37,7 +37,7 @@ class DirectoryLock {
   DirectoryLock(const DirectoryLock&) = delete;
   DirectoryLock& operator=(const DirectoryLock&) = delete;
 
-  // Takes the lock if it is free. Whether this object holds it.
+  // Takes the lock if it is free. Returns whether this object holds it.
   bool Take() {
     taken_ = taken_ || flock(directory_, LOCK_EX | LOCK_NB) == 0;
     return taken_;
@@ -114,8 +114,8 @@ bool Rotation::SetAside(int directory, const FileState& full) const {
   return true;
 }
 
-// Files set aside that can be neither numbered nor removed are passed, oldest
-// first.
+// Skips the files set aside that can be neither numbered nor removed; `passed`
+// is the last of them.
 void Rotation::TidyUp(int directory, bool locked) const {
   FileName passed{};
   for (int step = 0; step < kMaxSteps;) {
@@ -138,7 +138,7 @@ void Rotation::TidyUp(int directory, bool locked) const {
   }
 }
 
-// Looks for the oldest file set aside among those after `passed`.
+// Counts the old files, and finds the oldest one set aside after `passed`.
 Rotation::OldFiles Rotation::List(int directory, const FileName& passed) const {
   OldFiles files;
   Descriptor listed = Open(directory, ".", O_RDONLY | O_DIRECTORY);
@@ -171,8 +171,9 @@ void Rotation::Count(const char* file, const FileName& passed,
   }
 }
 
-// Moves up the files below the first number that is free. A file that cannot be
-// renamed keeps its number, and the others pass it.
+// Moves the files below the first free number up by one, and gives `aside` the
+// number that they leave free. A file that cannot be renamed keeps its number,
+// and the others skip it.
 bool Rotation::Number(int directory, const FileName& aside) const {
   int free = FreeNumber(directory);
   if (free == 0) {
@@ -190,8 +191,9 @@ bool Rotation::Number(int directory, const FileName& aside) const {
          0;
 }
 
-// The lowest number that no file has; if all are taken, that of the oldest file
-// that can be removed. 0 if there is none.
+// Returns the lowest number that no file has. If all are taken, removes the
+// oldest file that can be removed and returns its number, or 0 if there is
+// none.
 int Rotation::FreeNumber(int directory) const {
   for (int number = 1; number <= old_files_; ++number) {
     if (KindOf(directory, Numbered(number).data()) == Kind::kNothing) {
@@ -201,9 +203,10 @@ int Rotation::FreeNumber(int directory) const {
   return RemoveNumbered(directory, old_files_);
 }
 
-// Removes the file with the highest number that can be removed. Returns that
-// number or 0. The file `highest` counts as removed, too, when someone else has
-// just done so: otherwise one file too many would go.
+// Removes one file: the first that can be removed, from the number `highest`
+// down. Returns its number, or 0 if there is none. If another process has just
+// removed the file `highest`, that counts as well: otherwise one file too many
+// would be removed.
 int Rotation::RemoveNumbered(int directory, int highest) const {
   for (int number = highest; number > 0; --number) {
     const FileName file = Numbered(number);
@@ -223,7 +226,7 @@ Rotation::FileName Rotation::Numbered(int number) const {
   return file;
 }
 
-// The number of an old file by its name; 0 when it has another name.
+// The number of an old file that is kept, by its name; 0 for all other names.
 int Rotation::NumberOf(std::string_view file) const {
   if (!file.starts_with(name_) || file.size() <= name_.size() + 1) {
     return 0;
@@ -235,7 +238,8 @@ int Rotation::NumberOf(std::string_view file) const {
   return kept && file == Numbered(number).data() ? number : 0;
 }
 
-// Names sort by time. The clock may stand still, or be set back.
+// Names sort by time. When the clock has stopped or was set back, a name may be
+// taken; the next nanosecond gives another one.
 Rotation::FileName Rotation::NewNameAside(int directory) const {
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   long long time = std::chrono::nanoseconds(now).count();

@@ -1,39 +1,39 @@
 // Rotation: a full log becomes <name>.1.log, the one before it <name>.2.log and
 // so on; the oldest is removed.
 //
-// Threads, processes and forked children all write to the file, all may find it
-// full at the same moment, and none may wait, not even for a process that was
-// stopped half-way. So a rotation has two steps:
+// Threads and processes, forked children included, write to the same file, and
+// all may find it full at the same moment. None may wait, because the process
+// that it waits for may be stopped half-way. So a rotation has two steps:
 //
 //  1. Setting aside. One `rename` gives the file a name of its own,
-//     <name>.<time>-<thread>.full. From then on the next thread that wants to
-//     write makes a new <name>.log. Lines that are being written go to the file
-//     under its new name, so nothing is lost.
-//  2. Numbering. The files set aside, the oldest first, get number 1; all
-//     others move up by one.
+//     <name>.<time>-<thread>.full. The next writer makes a new <name>.log. A
+//     `write` that is under way goes to the renamed file, so no line is lost.
+//  2. Numbering. Each file set aside, the oldest first, gets number 1. The
+//     numbered files up to the first gap move up by one.
 //
-// Both are done under a lock on the directory, which is taken only if it is
-// free. (With a lock file, someone could remove it, and two processes would
-// number at once.) A thread that finds the lock held gives the holder some
-// chances to run. If the full file is still there, it sets that aside without
-// the lock: otherwise the file would grow while the holder is stopped. The
-// numbering is then left to the holder, or to the next rotation. Each rotation
-// numbers only a few files: others may set aside faster than one can number,
-// and no thread should be held up for ever.
+// Both steps run under a lock on the directory, which a thread takes only if it
+// is free. (Someone could remove a lock file, and then two processes would
+// number at once.) A thread that finds the lock held yields to its holder a few
+// times. If the full file is still at the path afterwards, the thread sets it
+// aside without the lock: otherwise the file would grow while the holder is
+// stopped. If the lock is still held then, the holder or the next rotation does
+// the numbering. A rotation numbers only a few files: it would never end if
+// others set files aside faster than it numbers them.
 //
-// Obstacles are passed over: a number whose name is taken by something that is
-// not a file, and a file that cannot be renamed. Even if files can never be
-// numbered, the directory does not grow: every rotation, with or without the
-// lock, removes the oldest files beyond one more than are to be kept.
+// A rotation skips obstacles: a number whose name belongs to something other
+// than a file, and a file that cannot be renamed. The directory does not grow
+// even if files can never be numbered: every rotation, with or without the
+// lock, removes the oldest files while there are more than `old_files` + 1.
 //
-// `rename` cannot be told which file to move. If a process is stopped between
-// its look at the file and the `rename`, and others rotate in the meantime, it
-// moves a file that is not yet full, under a name that is too old. So that the
-// file is not removed as the oldest, it gets another name at once. It is
-// numbered early; there is no other consequence.
+// `rename` takes a path, not an open file. A process may be stopped between its
+// check of the path and the `rename`, while others rotate. It then renames a
+// file that is not yet full, and the time in its name is too early. A rotation
+// would remove that file as the oldest, so it gets a new name at once. The file
+// is numbered early; there is no other consequence.
 //
-// The lock belongs to an open file description, so forked children have it,
-// too. It is released explicitly and does not last until they end.
+// The lock belongs to an open file description, so a child that is forked
+// during a rotation holds it, too. The rotation unlocks it explicitly, because
+// otherwise it would stay locked until the child ends.
 
 #pragma once
 
@@ -46,18 +46,18 @@
 
 class Rotation {
  public:
-  // Rotates the log `name` in `directory` and keeps `old_files` old files. The
-  // name has at most `kMaxNameBytes`.
+  // Rotates the log `name` in `directory` and keeps `old_files` old files.
+  // `name` must have at most `kMaxNameBytes` bytes.
   Rotation(const std::string& directory, const std::string& name,
            int old_files);
 
-  // With a longer name, the names that a rotation gives would be too long.
+  // A rotation adds to the name, and the result must fit in a file name.
   static constexpr std::size_t kMaxNameBytes = 200;
 
-  // Sets `full` aside if that is the file at the path, and numbers the files
-  // set aside. Returns false when it stays at the path because it cannot be
-  // renamed. Never waits, and takes no lock within the process: safe from any
-  // thread and in a forked child.
+  // Sets `full` aside if it is the file at the path, and numbers the files set
+  // aside. Returns false when the file stays at the path, because it cannot be
+  // renamed or the directory cannot be opened. Never waits, and takes no lock
+  // within the process: safe from any thread and in a forked child.
   bool Rotate(const FileState& full) const;
 
  private:

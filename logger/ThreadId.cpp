@@ -7,11 +7,11 @@
 
 namespace {
 
-// Asking the system twice for every line would cost half as much as the
-// `write`. So both numbers are kept: the process's until a fork, the thread's
-// together with the process's number.
+// Two more system calls for every line would cost half as much as the `write`.
+// So both numbers are kept: the process's until a fork, the thread's while the
+// process's number stays the same.
 
-// 0 until forks are watched.
+// 0 until WatchForks has been called.
 constinit std::atomic<pid_t> g_process = 0;
 
 constinit thread_local CallerIds t_ids{0, 0};

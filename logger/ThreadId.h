@@ -1,5 +1,4 @@
-// The numbers of the calling process and thread, as a line of the log shows
-// them.
+// The numbers of the calling process and thread, as the log shows them.
 
 #pragma once
 
@@ -12,15 +11,16 @@ struct CallerIds {
   std::uint64_t thread;
 };
 
-// Must be called before GetCallerIds: has the numbers looked up again in forked
-// children. Returns 0 or an errno value. Later calls do nothing.
+// Gives forked children their own numbers, by a handler that runs in each. Must
+// be called before GetCallerIds. Returns 0 or an errno value. Later calls do
+// nothing.
 int WatchForks();
 
-// The caller's numbers. The thread that goes on in a forked child has the
-// process's number there, on every platform, so that a reader of the log can
+// The caller's numbers. In a forked child, the thread that called `fork` has
+// the child's process number on every platform, so that a reader of the log can
 // recognise it. Takes no lock.
 CallerIds GetCallerIds();
 
-// The number by which the system's own tools know the calling thread. The only
-// function here that differs by platform. Takes no lock.
+// The number that the system's own tools show for the calling thread. Only this
+// function differs by platform. Takes no lock.
 std::uint64_t ThreadId();

@@ -1,8 +1,8 @@
 // JsonObject: a handle on a JSON node, on top of jsoncpp.
 //
-// An object is a document, which owns its value, or a view of a node in another
-// object's document. A view is valid while its document lives and its node is
-// not removed or moved; nothing checks this.
+// An object is either a document, which owns its value, or a view of a node in
+// another object's document. A view is valid while its document lives and its
+// node is not removed or moved; nothing checks this.
 //
 // jsoncpp's type errors propagate: Json::LogicError and Json::RuntimeError,
 // which derive from Json::Exception and std::exception only.
@@ -67,7 +67,7 @@ class JsonObject {
   // The names of an object's members, in ascending order of their bytes.
   std::vector<std::string> GetKeys();
 
-  // A view of the node below this one that `path` leads to by member names with
+  // A view of a node below this one. `path` consists of member names with
   // slashes between them. Empty names are skipped: "/a//b/" is "a/b", and "" is
   // this node. Throws AERROR_NOT_FOUND for a missing member, which is not
   // added, and Json::LogicError for a name in an array or scalar: paths do not
@@ -85,12 +85,13 @@ class JsonObject {
   // A view of this node: the two share the value.
   JsonObject Copy();
 
-  // Overwrites the node with a string, also through a view.
+  // Overwrites the node with a string, even if this object is a view.
   JsonObject& operator=(std::string text);
 
-  // From a document: becomes a document with a deep copy; a node that this
-  // object viewed stays unchanged. From a view, or a document that holds null:
-  // overwrites this object's node with a deep copy, also through a view.
+  // If `other` is a document, this object becomes a document with a deep copy;
+  // a node that it viewed stays unchanged. If `other` is a view, or a document
+  // that holds null, overwrites this object's node with a deep copy, even if
+  // this object is a view.
   JsonObject& operator=(const JsonObject& other);
 
   // Stores a deep copy of `item`, or `text` as encoded by `ws2s`, under `key`.

@@ -3,13 +3,13 @@
 //   [ Section ]    a header, with at least 3 characters from "[" to "]"; the
 //                  name is trimmed
 //   key=value      an entry; a space before the "=" belongs to the key, one
-//                  after it to the value, which ends at the next "="
+//                  after it to the value; the next "=" ends the value
 //
 // Lines end with LF or CR LF and are trimmed by `trim`. A line longer than
 // 2,047 bytes counts as several; a NUL ends a line's text. There are no
-// comments. ASCII case does not matter in names. Only the first section of a
-// name counts, up to any line that begins with "[", and the first entry of a
-// key in it.
+// comments. ASCII case does not matter in names. Only the first section with a
+// given name counts, up to the next line that begins with "[". In it, only the
+// first entry with a given key and a value counts.
 
 #pragma once
 

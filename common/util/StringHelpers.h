@@ -1,7 +1,7 @@
 // String helpers. Wide strings hold one code point in each (32-bit) character.
 //
-// Safe from any thread on distinct strings. All throw the exceptions of the
-// string library, std::bad_alloc and std::length_error, too.
+// Safe from any thread on distinct strings. All may also throw the exceptions
+// of the string library, std::bad_alloc and std::length_error.
 
 #pragma once
 
@@ -45,7 +45,7 @@ bool ends_with(const std::string& text, const std::string& suffix);
 
 // Decodes all of `text` from UTF-8, zero bytes and a byte-order mark included.
 // Throws std::range_error("wstring_convert: from_bytes error") unless each code
-// point is at most U+10FFFF, no surrogate, and in its shortest form.
+// point is at most U+10FFFF, is not a surrogate, and has its shortest form.
 std::wstring s2ws(const std::string& text);
 
 // Encodes all of `text` as UTF-8, zero characters included, without adding a

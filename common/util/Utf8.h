@@ -13,7 +13,7 @@ struct Utf8Character {
 };
 
 // The character at the start of `text`, which must not be empty. Overlong
-// forms, surrogates and code points above U+10FFFF are not valid. Allocates
+// forms, surrogates and code points above U+10FFFF are invalid. Allocates
 // nothing; safe from any thread and in a forked child.
 //
 //   "\xC3\xA9!"  gives  {0xE9, 2, true}

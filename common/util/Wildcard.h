@@ -8,9 +8,9 @@
 //       nothing at the last dot
 //   "   a dot, if there is one; nothing otherwise
 //
-// Any other character stands for itself. There is no escape, and a wildcard in
-// a name is an ordinary character. "?" and ">" may move past the end of the
-// name; from there only a "*" at the end of the expression matches.
+// Any other character matches itself. There is no escape, and a wildcard in a
+// name is an ordinary character. "?" and ">" may move past the end of the name;
+// from there only a "*" at the end of the expression matches.
 //
 // A long name that does not match takes time exponential in the number of "*"
 // and "<"; the recursion is at most that deep. Nothing is allocated. Safe from

@@ -27,7 +27,7 @@ Logger& Open(const fs::path& directory, const LogLimits& limits = {}) {
 
 constexpr std::size_t kTextBytes = 250;
 
-// All of one length, which does not divide a page's.
+// All messages have one length, which does not divide a page's.
 std::string Text(int number) {
   std::string text = std::to_string(number);
   return text.insert(0, kTextBytes - text.size(), '.');
@@ -39,7 +39,7 @@ struct Outcome {
   int reported_lost = 0;
 };
 
-// Counts the lost lines that `message` reports; false when it is no report.
+// Counts the lost lines that `message` reports. False when it is not a report.
 bool IsReport(const std::string& message, Outcome* outcome) {
   unsigned long long lost = 0;
   int error = 0;
@@ -51,7 +51,7 @@ bool IsReport(const std::string& message, Outcome* outcome) {
   return true;
 }
 
-// What is in the log. A line longer than those that were logged is two.
+// Reads the log. A line longer than the logged ones is two glued lines.
 Outcome Read(const fs::path& log) {
   constexpr std::size_t kMaxPrefixBytes = 60;
   Outcome outcome;
@@ -123,7 +123,7 @@ TEST(FullDisk, IsSurvivedByARotation) {
   for (int i = 0; i < 1'000; ++i) {
     logger.Log(LOGLEVEL_ERROR, "%s", Text(i).c_str());
   }
-  // The old files alone are more than the disk holds.
+  // The old files alone would not fit on the disk.
   for (const fs::path& file : FilesIn(disk.Path())) {
     Read(file);
   }

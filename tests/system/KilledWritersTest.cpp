@@ -1,4 +1,4 @@
-// Writers that are killed in the middle of a line, beside writers that go on.
+// Kills writers in the middle of a line, while other writers go on.
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -24,12 +24,12 @@ using std::chrono::microseconds;
 
 constexpr char kSurvivor[] = "survivor";
 
-// Nearly always none. The first line on which two writers meet may be glued.
+// Nearly always 0, but the first line on which two writers meet may be glued.
 constexpr int kMostGlued = 2;
 
 struct Kills {
   std::size_t victim_bytes;
-  // Between the lines of a survivor; nothing for a tight loop.
+  // Between the lines of a survivor; 0 for a tight loop.
   microseconds pause;
 };
 
@@ -38,8 +38,8 @@ class KilledWritersTest : public LoggerFixture {
   static constexpr int kSurvivors = 2;
   static constexpr int kMaxLifeMicroseconds = 3'000;
 
-  // Kills `kills` writers, one after the other, while the survivors log, and
-  // counts what the log then holds.
+  // Kills writers, one after the other, while the survivors log. Then counts
+  // the lines in the log.
   void Run(const Kills& kills) {
     std::vector<pid_t> survivors;
     for (int i = 0; i < kSurvivors; ++i) {
@@ -105,7 +105,7 @@ class KilledWritersTest : public LoggerFixture {
       ::new (mmap(nullptr, sizeof(std::atomic<bool>), PROT_READ | PROT_WRITE,
                   MAP_SHARED | MAP_ANON, -1, 0)) std::atomic<bool>(false);
 
-  // A fragment that a survivor's line follows directly is glued.
+  // A line is glued when it directly follows a fragment.
   void CountLines() {
     for (const std::string& line : ReadLines(log_)) {
       if (!line.ends_with(kSurvivor)) {
@@ -123,25 +123,26 @@ class KilledWritersTest : public LoggerFixture {
   }
 };
 
-TEST_F(KilledWritersTest, GlueHardlyALineOfAWriterThatPauses) {
+TEST_F(KilledWritersTest, GlueHardlyAnyLineOfAWriterThatPauses) {
   Run({60'000, microseconds(200)});
   EXPECT_LE(glued_, kMostGlued);
   EXPECT_GT(survivors_lines_, 0);
 }
 
-TEST_F(KilledWritersTest, GlueNoLineToAShortOne) {
+TEST_F(KilledWritersTest, GlueNoLineToAShortFragment) {
   Run({100, microseconds(200)});
   EXPECT_EQ(glued_, 0);
   EXPECT_GT(survivors_lines_, 0);
 }
 
-TEST_F(KilledWritersTest, GlueHardlyALineOfAWriterInATightLoop) {
+TEST_F(KilledWritersTest, GlueHardlyAnyLineOfAWriterInATightLoop) {
   Run({60'000, microseconds(0)});
   EXPECT_LE(glued_, kMostGlued);
   EXPECT_GT(survivors_lines_, 0);
 }
 
-TEST_F(KilledWritersTest, GlueHardlyALineOfAWriterInATightLoopToAShortOne) {
+TEST_F(KilledWritersTest,
+       GlueHardlyAnyLineOfAWriterInATightLoopToAShortFragment) {
   Run({100, microseconds(0)});
   EXPECT_LE(glued_, kMostGlued);
   EXPECT_GT(survivors_lines_, 0);

@@ -1,4 +1,4 @@
-// Calls that fail, or during which something else happens: this program is
+// Calls that fail, or during which something else happens. This program is
 // linked with its own version of each function that is wrapped here.
 
 #include <gtest/gtest.h>
@@ -34,7 +34,7 @@ bool g_flock_fails = false;
 std::function<void()> g_before_rename;
 std::function<void()> g_before_removal;
 std::function<void()> g_before_yield;
-// In the clock's own unit; 0 while it runs.
+// In the clock's own unit; 0 for the real clock.
 long long g_clock = 0;
 
 }  // namespace
@@ -54,8 +54,8 @@ int __real_sched_yield();
 int __real_renameat(int old_directory, const char* old_path, int new_directory,
                     const char* new_path);
 
-// std::chrono::system_clock::now, of which it is only known here that the time
-// is returned like a number.
+// std::chrono::system_clock::now. These declarations rely on one fact: it
+// returns the time like a number.
 #ifdef _LIBCPP_VERSION
 #define REAL_NOW __real__ZNSt3__16chrono12system_clock3nowEv
 #define WRAP_NOW __wrap__ZNSt3__16chrono12system_clock3nowEv
@@ -180,7 +180,7 @@ class Fault : public LoggerFixture {
     return ReadMessages(log_).at(0);
   }
 
-  // Has the next `write` take only `kept` bytes.
+  // Makes the next `write` take only `kept` bytes.
   static void CutNextWrite(std::size_t kept) {
     g_on_write = [kept](int file, const void* data, std::size_t) {
       g_on_write = nullptr;
@@ -334,7 +334,7 @@ TEST_F(Fault, OpensTheFileAgainWhenInterrupted) {
   EXPECT_EQ(ReadMessages(log_), Messages{"whole"});
 }
 
-// The line feed takes a byte that the disk does not have.
+// The line feed would take a byte that the disk does not have.
 TEST_F(Fault, CountsTheLineWhoseFragmentCannotBeEnded) {
   dir_.Write("logs/x.log", "torn");
   g_on_write = [](int, const void*, std::size_t) -> ssize_t {
@@ -367,7 +367,7 @@ TEST_F(Fault, ReportsLostLinesAsCritical) {
   EXPECT_EQ(WordsOf(lines.at(2)).level, "ERROR");
 }
 
-// A writer was killed after the look at the end, while this line waited.
+// Another writer is killed after the check of the end, while this line waits.
 TEST_F(Fault, SeparatesALineFromAFragmentThatAppearedJustBeforeIt) {
   Log("first");
   std::ofstream(log_, std::ios::app) << "theirs\n";
@@ -433,7 +433,7 @@ TEST_F(Fault, LosesNoLineWhenTheFullFileIsRemovedBeforeItIsRenamed) {
   EXPECT_EQ(ReadMessages(log_), Numbers(2, 1));
 }
 
-// Another process's rotation, in the middle of which this process rotates.
+// This process rotates in the middle of another process's rotation.
 class LockedRotationTest : public Fault {
  protected:
   static constexpr LogLimits kLimits{1, 3};
@@ -498,12 +498,12 @@ TEST_F(Fault, HoldsTheLockNoLongerThanTheRotationWhereAChildIsForkedInIt) {
   waitpid(child, nullptr, 0);
 }
 
-// Another launcher is stopped, with the lock, before one of the four renames of
-// its rotation.
+// Another launcher is stopped while it holds the lock, before one of the four
+// renames of its rotation.
 class StoppedRotationTest : public Fault,
                             public testing::WithParamInterface<int> {};
 
-TEST_P(StoppedRotationTest, HoldsNobodyUpAndIsFinishedLater) {
+TEST_P(StoppedRotationTest, DelaysNoOtherWriterAndIsFinishedLater) {
   constexpr LogLimits kLimits{1, 3};
   Logger& logger = Open(kLimits);
   LogNumbers(logger, 1, 3);
@@ -535,8 +535,8 @@ TEST_P(StoppedRotationTest, HoldsNobodyUpAndIsFinishedLater) {
 INSTANTIATE_TEST_SUITE_P(BeforeRename, StoppedRotationTest,
                          testing::Range(1, 5));
 
-// The log is renamed after a line that looked at its path; the clock stands
-// still.
+// The log is renamed after a line that looked at its path; the clock has
+// stopped.
 class LookTest : public Fault {
  protected:
   LookTest() {

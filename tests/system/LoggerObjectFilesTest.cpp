@@ -38,12 +38,12 @@ TEST(Library, ExportsItsTwoEntryPointsAndNothingElse) {
             (Names{"GetLogger", "InitLogger"}));
 }
 
-// A forked child of a threaded process logs. So no function may be added here
-// that takes a lock that another thread may have held at the fork, looks at the
-// time zone or uses stdio's streams.
+// A forked child of a threaded process logs. So this list must not gain a
+// function that takes a lock that another thread may have held at the fork,
+// reads the time zone or uses stdio's streams.
 const Names kAllowed{
-    // From LogV to the `write`, rotation included. readdir locks the listing
-    // that was opened for it, which no other thread has; fork repairs malloc.
+    // From LogV to the `write`, rotation included. readdir locks only the
+    // listing that the rotation has opened; fork repairs malloc.
     "__errno_location",
     "close",
     "closedir",
@@ -98,7 +98,7 @@ const Names kAllowed{
     "pthread_atfork",
     "__register_atfork",
     "__dso_handle",
-    // Added by the compiler; runs only if something is broken.
+    // Added by the compiler; these run only if something is broken.
     "_GLOBAL_OFFSET_TABLE_",
     "_Unwind_Resume",
     "__cxa_begin_catch",

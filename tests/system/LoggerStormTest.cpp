@@ -23,7 +23,7 @@ namespace {
 constexpr char kName[] = "storm";
 
 Logger& MakeLogger(const TempDir& dir, const LogLimits& limits) {
-  // Never deleted, as those of the library.
+  // Never deleted, like the library's loggers.
   auto* const logger = new Logger(dir.Path(), kName, LOGLEVEL_DEBUG, limits);
   EXPECT_EQ(logger->Open(), 0);
   return *logger;
@@ -39,7 +39,7 @@ void RunThreads(int count, const std::function<void(int)>& body) {
   }
 }
 
-// Runs `body` in a forked child, which is ended if it takes far too long.
+// Runs `body` in a forked child. An alarm ends it if it takes far too long.
 pid_t Fork(const std::function<void()>& body) {
   constexpr int kPatienceSeconds = 600;
   const pid_t child = fork();
@@ -129,8 +129,8 @@ void RunStorm(const Storm& storm) {
   }
 }
 
-// Every child is forked while other threads format, write and rotate, and then
-// does the same.
+// Forks every child while other threads format, write and rotate. The child
+// then does the same.
 void RunForks(int forks) {
   constexpr int kThreads = 4;
   constexpr int kLongMessage = 10'000;
@@ -175,7 +175,7 @@ TEST(Storm, LosesTearsAndDoublesNothingWhenEveryFileHoldsFewLines) {
   RunStorm({4, 4, 200, 1'000});
 }
 
-// While a long line is written, others see the file end inside it.
+// While one thread writes a long line, others see the file end inside it.
 TEST(Storm, DoesNotMistakeALongLineBeingWrittenForAFragment) {
   constexpr int kLines = 200;
   constexpr int kMaxOpened = 10'000;
@@ -190,7 +190,8 @@ TEST(Storm, DoesNotMistakeALongLineBeingWrittenForAFragment) {
     }
     stop = true;
   });
-  // A logger keeps a page for ever, and a process may only have so many.
+  // Each logger keeps a mapping for ever, and a process may have only a limited
+  // number of mappings.
   for (int opened = 0; opened < kMaxOpened && !stop; ++opened) {
     Logger opener(dir.Path(), kName, LOGLEVEL_DEBUG, {});
     EXPECT_EQ(opener.Open(), 0);

@@ -82,7 +82,7 @@ class OpenLogTest : public testing::Test {
     EXPECT_EQ(chmod(log_.parent_path().c_str(), 0777), 0);
   }
 
-  // Has another user run `body`. Needs root.
+  // Runs `body` as another user. Needs root.
   template <class Body>
   static void AsOtherUser(Body body) {
     EXPECT_EQ(InForkedChild([&body] {
@@ -99,7 +99,7 @@ class OpenLogTest : public testing::Test {
     return status.st_mode & 07777U;
   }
 
-  // The errno value with which the log is refused; 0 when it is opened.
+  // The errno value with which OpenLog refuses the log; 0 when it opens it.
   int Error() const {
     errno = 0;
     return OpenLog(log_.c_str()).IsOpen() ? 0 : errno;

@@ -33,7 +33,7 @@ class EntryPoints : public testing::Test {
  protected:
   TempDir dir_;
   const fs::path logs_ = dir_.Path() / "a" / "b" / "logs";
-  // Shows whether the result is left alone.
+  // Never valid, so that a test sees whether the result is left alone.
   ILog* const untouched_ = reinterpret_cast<ILog*>(&dir_);
   ILog* log_ = untouched_;
 };
@@ -188,7 +188,7 @@ TEST_F(EntryPoints, RotateUnderTheLongestName) {
   EXPECT_TRUE(fs::exists(logs_ / (name + ".1.log")));
 }
 
-TEST_F(EntryPoints, ReportAFileSizeLimitOfNothing) {
+TEST_F(EntryPoints, ReportAFileSizeLimitOfZero) {
   EXPECT_EQ(InForkedChild([&] {
               constexpr rlimit kNothing{0, 0};
               setrlimit(RLIMIT_FSIZE, &kNothing);

@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 
 using LogFileTest = LoggerFixture;
 
-TEST_F(LogFileTest, AppendsToWhatIsThere) {
+TEST_F(LogFileTest, AppendsToAnExistingFile) {
   Log(Open(), "first");
   Log(Open(), "second");
   EXPECT_EQ(ReadMessages(log_), (Messages{"first", "second"}));
@@ -137,7 +137,7 @@ TEST_F(LogFileTest, EndsAFragmentInAFileThatTookItsPlace) {
   EXPECT_EQ(ReadMessagesAndFragments(log_), (Messages{fragment, "2"}));
 }
 
-TEST_F(LogFileTest, GivesAPipeInItsPlaceNoLine) {
+TEST_F(LogFileTest, WritesNoLineToAPipeInItsPlace) {
   Logger& logger = Open();
   fs::remove(log_);
   ASSERT_EQ(mkfifo(log_.c_str(), 0600), 0);
@@ -151,7 +151,7 @@ TEST_F(LogFileTest, GivesAPipeInItsPlaceNoLine) {
   EXPECT_EQ(ReadMessages(log_), (Messages{LostReport(10'000, EPERM), "1"}));
 }
 
-// The descriptors that are free are used up in a forked child.
+// Uses up the free descriptors in a forked child.
 class NoDescriptorTest : public LoggerFixture {
  protected:
   static void UseUpDescriptors(int left) {
@@ -222,7 +222,7 @@ TEST_F(NoDescriptorTest, LosesAndCountsTheLinesOfAFileThatWasRemoved) {
 
 class FileSizeLimitTest : public LoggerFixture {
  protected:
-  // The limit is the process's: for forked children only.
+  // The limit is the whole process's, so only forked children set it.
   static void SetLimit(rlim_t bytes) {
     std::signal(SIGXFSZ, SIG_IGN);
     const rlimit limit{bytes, RLIM_INFINITY};

@@ -74,7 +74,7 @@ TEST(LogLine, FollowsTheCalendar) {
 }
 
 TEST(LogLine, CutsTheTimeToMicroseconds) {
-  // The clock itself counts microseconds with some standard libraries.
+  // With some standard libraries the clock itself counts microseconds.
   const auto time = std::chrono::time_point_cast<LogTime::duration>(
       kTime + std::chrono::nanoseconds(999));
   EXPECT_EQ(LineOf(time, LOGLEVEL_ERROR, {4711, 4713}, "m"),

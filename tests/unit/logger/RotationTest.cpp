@@ -35,7 +35,7 @@ int OpenDescriptors() {
   return count;
 }
 
-// Also drops root's, in the sandbox, so that the modes of files count.
+// Drops all capabilities, root's too, so that the modes of files count.
 void DropPrivileges() {
 #ifdef __linux__
   __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
@@ -46,7 +46,7 @@ void DropPrivileges() {
 
 class RotationTest : public LoggerFixture {
  protected:
-  // How many files wait for their number.
+  // The number of files set aside that have no number yet.
   std::ptrdiff_t Aside() const {
     return std::ranges::count_if(FilesIn(logs_), [](const fs::path& file) {
       return fs::is_regular_file(file) && file.extension() == kAsideSuffix;
@@ -54,7 +54,7 @@ class RotationTest : public LoggerFixture {
   }
 };
 
-TEST_F(RotationTest, KeepsThatManyOldFilesAndNothingElse) {
+TEST_F(RotationTest, KeepsTheGivenNumberOfOldFilesAndNoOthers) {
   LogNumbers(Open({1, 3}), 1, 8);
   EXPECT_EQ(FilesIn(logs_),
             (std::vector<fs::path>{Old(1), Old(2), Old(3), log_}));
@@ -105,7 +105,7 @@ TEST_F(RotationTest, FillsTheGapThatARemovedOldFileLeaves) {
   EXPECT_EQ(ReadMessages(Old(1)), Numbers(4, 1));
 }
 
-TEST_F(RotationTest, NumbersManyFilesThatWereLeftAsideAFewAtATime) {
+TEST_F(RotationTest, NumbersABacklogAFewFilesAtATime) {
   for (int file = 10; file < 35; ++file) {
     const std::string time = "000000000000000000" + std::to_string(file);
     dir_.Write("logs/x." + time + "-1.full", time + "\n");
@@ -147,7 +147,7 @@ TEST_F(RotationTest, DoesNotWaitForTheLockOfARotation) {
   LogNumbers(logger, 1, 4);
   EXPECT_EQ(ReadMessages(log_), Numbers(4, 1));
   EXPECT_FALSE(fs::exists(Old(1)));
-  // Numbered, in their order, by the first rotation that gets the lock.
+  // The first rotation that gets the lock numbers them in their order.
   lock.reset();
   LogNumbers(logger, 5, 1);
   EXPECT_EQ(FilesIn(logs_).size(), 5U);
@@ -200,7 +200,7 @@ class ObstacleTest : public RotationTest {
   static constexpr int kOldFiles = 3;
 
   // Logs far more lines than are kept, each of which fills a file. Expects the
-  // latest to be kept, in as many files as there may be.
+  // latest lines in no more files than the limit allows.
   void LogAndExpectABound(Logger& logger) {
     constexpr int kLines = 40;
     for (int line = 1; line <= kLines; ++line) {
@@ -226,7 +226,7 @@ class ObstacleTest : public RotationTest {
   Logger& OpenSmall() { return Open({1, kOldFiles}); }
 };
 
-TEST_F(ObstacleTest, PassesADirectoryWithANumberedName) {
+TEST_F(ObstacleTest, SkipsADirectoryWithANumberedName) {
   for (int number = 1; number <= kOldFiles; ++number) {
     fs::create_directory(Old(number));
     LogAndExpectABound(OpenSmall());
@@ -246,7 +246,7 @@ TEST_F(ObstacleTest, KeepsTheOrderAroundADirectoryWithANumberedName) {
   EXPECT_EQ(ReadMessages(log_), Numbers(6, 1));
 }
 
-TEST_F(ObstacleTest, PassesADirectoryWithTheNameOfAFileSetAside) {
+TEST_F(ObstacleTest, SkipsADirectoryWithTheNameOfAFileSetAside) {
   fs::create_directory(logs_ / "x.0-0.full");
   LogAndExpectABound(OpenSmall());
   EXPECT_TRUE(fs::is_directory(logs_ / "x.0-0.full"));
@@ -254,7 +254,7 @@ TEST_F(ObstacleTest, PassesADirectoryWithTheNameOfAFileSetAside) {
   EXPECT_EQ(Lines(), (Messages{"39", "38", "37", "40"}));
 }
 
-TEST_F(ObstacleTest, PassesAFileThatCannotBeRenamed) {
+TEST_F(ObstacleTest, SkipsAFileThatCannotBeRenamed) {
   REQUIRE_SANDBOX();
   for (int number = 1; number <= kOldFiles; ++number) {
     dir_.Write(fs::relative(Old(number), dir_.Path()), "theirs\n");
@@ -270,7 +270,7 @@ TEST_F(ObstacleTest, PassesAFileThatCannotBeRenamed) {
   }
 }
 
-TEST_F(ObstacleTest, PassesAFileSetAsideThatCannotBeRenamed) {
+TEST_F(ObstacleTest, SkipsAFileSetAsideThatCannotBeRenamed) {
   REQUIRE_SANDBOX();
   const fs::path aside = logs_ / "x.0-0.full";
   dir_.Write("logs/x.0-0.full", "theirs\n");
@@ -280,7 +280,7 @@ TEST_F(ObstacleTest, PassesAFileSetAsideThatCannotBeRenamed) {
   EXPECT_EQ(Aside(), 1);
 }
 
-TEST_F(ObstacleTest, PassesALockThatIsHeldForEver) {
+TEST_F(ObstacleTest, DoesNotWaitForALockThatIsHeldForEver) {
   std::optional<HeldLock> lock(logs_);
   Logger& logger = OpenSmall();
   LogAndExpectABound(logger);
@@ -301,7 +301,7 @@ TEST_F(ObstacleTest, RemovesTheOldestNumberedFilesFirstWhileTheLockIsHeld) {
   LogAndExpectABound(logger);
 }
 
-TEST_F(ObstacleTest, PassesAFileThatCannotBeRemovedWhileTheLockIsHeld) {
+TEST_F(ObstacleTest, SkipsAFileThatCannotBeRemovedWhileTheLockIsHeld) {
   REQUIRE_SANDBOX();
   dir_.Write(fs::relative(Old(kOldFiles), dir_.Path()), "theirs\n");
   const Immovable file(Old(kOldFiles));

@@ -25,7 +25,7 @@ using std::chrono::microseconds;
 constexpr char kSurvivor[] = "survivor";
 
 // Nearly always none. The first line on which two writers meet may be glued.
-constexpr int kGluedInATightLoop = 2;
+constexpr int kMostGlued = 2;
 
 struct Kills {
   std::size_t victim_bytes;
@@ -47,7 +47,7 @@ class KilledWritersTest : public LoggerFixture {
     }
     std::mt19937 random(1);
     std::uniform_int_distribution<int> life(0, kMaxLifeMicroseconds);
-    for (int kill_number = 0; kill_number < SoakOr(400, 60); ++kill_number) {
+    for (int kill_number = 0; kill_number < SoakOr(400, 120); ++kill_number) {
       const pid_t victim = Fork([&] { LogForEver(kills.victim_bytes); });
       std::this_thread::sleep_for(microseconds(life(random)));
       Kill(victim);
@@ -123,9 +123,9 @@ class KilledWritersTest : public LoggerFixture {
   }
 };
 
-TEST_F(KilledWritersTest, GlueNoLineOfAWriterThatPauses) {
+TEST_F(KilledWritersTest, GlueHardlyALineOfAWriterThatPauses) {
   Run({60'000, microseconds(200)});
-  EXPECT_EQ(glued_, 0);
+  EXPECT_LE(glued_, kMostGlued);
   EXPECT_GT(survivors_lines_, 0);
 }
 
@@ -137,13 +137,13 @@ TEST_F(KilledWritersTest, GlueNoLineToAShortOne) {
 
 TEST_F(KilledWritersTest, GlueHardlyALineOfAWriterInATightLoop) {
   Run({60'000, microseconds(0)});
-  EXPECT_LE(glued_, kGluedInATightLoop);
+  EXPECT_LE(glued_, kMostGlued);
   EXPECT_GT(survivors_lines_, 0);
 }
 
 TEST_F(KilledWritersTest, GlueHardlyALineOfAWriterInATightLoopToAShortOne) {
   Run({100, microseconds(0)});
-  EXPECT_LE(glued_, kGluedInATightLoop);
+  EXPECT_LE(glued_, kMostGlued);
   EXPECT_GT(survivors_lines_, 0);
 }
 

@@ -223,6 +223,9 @@ TEST_F(GracefulTest, CleanUpAtTheStop) {
       "echo up >~/up\n"
       "while :; do sleep 0.1; done\n");
   EXPECT_TRUE(Eventually([&] { return fs::exists(run_.Home() / "up"); }));
+  // The server and the watcher, which the script starts last.
+  const pid_t script = ChildrenOf(run_.Process()).at(0);
+  EXPECT_TRUE(Eventually([&] { return ChildrenOf(script).size() == 2; }));
   StopAll();
   EXPECT_EQ(ReadFile(run_.Home() / "saved"), "--quiet\n");
 }

@@ -45,10 +45,11 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
                          INTERFACE $<$<CONFIG:Release>:-Wno-restrict>)
 endif()
 
-# Hardening, where the compiler supports it. The code probes the stack page by
-# page: an argument vector too large for the stack ends the child and never
-# reaches the memory beyond. clang on macOS probes, too, but its driver drops
-# the option with a warning.
+# Hardening, where the compiler supports it.
+#
+# Stack clash protection probes the stack page by page: an argument vector too
+# large for the stack ends the child and never reaches the memory beyond. clang
+# on macOS does that, too, but its driver drops the option with a warning.
 set(LAUNCHER_STACK_CLASH -fstack-clash-protection)
 if(APPLE)
   string(PREPEND LAUNCHER_STACK_CLASH "-Xclang ")

@@ -2,17 +2,17 @@
 # Measures how much of the system's own code the tests run. Prints the lines
 # that they do not, and fails below 97 % of the lines or 90 % of the branches.
 #
-# A forked child that counts from the middle of a function on may leave a
-# negative count; that is no error. Branches that only an exception takes do not
-# count: the compiler makes one of nearly every call. Neither do those on lines
-# without code of their own, such as closing braces. docs/what-it-survives.md
-# says why no test runs the other lines.
+# A forked child starts to count in the middle of a function, so a count may be
+# negative; that is not an error. Branches that only an exception takes do not
+# count, since the compiler adds one to nearly every call. Neither do branches
+# on lines without code of their own, such as closing braces.
+# docs/what-it-survives.md says why no test runs the other lines.
 set -euo pipefail
 
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 scripts/bootstrap.sh check
 
-# What earlier runs have counted.
+# The counts of earlier runs.
 find build/coverage -name '*.gcda' -delete 2>/dev/null || true
 scripts/test.sh coverage
 

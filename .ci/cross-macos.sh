@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds everything for macOS 10.15 on x86-64, on Linux, makes the package, and
-# checks both. It runs nothing of them: there is no Mac here.
+# checks both. It runs none of the programs: there is no Mac here.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 export LC_ALL=C
@@ -28,8 +28,8 @@ undefined_symbols() {
   llvm-nm --undefined-only --just-symbol-name "$1" | sort
 }
 
-# Everything is bound to the system's own library, down to the last symbol. Only
-# tests are linked to libraries of this tree.
+# Every symbol of every file comes from the system's own library. Only tests are
+# linked to libraries of this tree.
 check_binary() {
   local file=$1 type=$2
   local header version
@@ -72,7 +72,7 @@ END
   )" "$(cd "$1" && find . ! -type d -printf '%P\n' | sort)"
 }
 
-# Each names the library that it is for.
+# Each notice names its library.
 check_notices() {
   local notice
   for notice in "$1"/Contents/Resources/notices/*; do
@@ -86,7 +86,7 @@ check_product() {
   local program
   for program in "${programs[@]}"; do
     check_binary "$program" EXECUTE
-    # The launcher loads the library at run time, from beside itself.
+    # The launcher loads the library at run time, relative to its own path.
     expect "$program: the logger library" "" \
       "$(llvm-objdump --macho --dylibs-used "$program" | grep liblogger ||
         true)"
@@ -94,8 +94,8 @@ check_product() {
   check_binary "$logger" DYLIB
   expect "$logger: install name" @rpath/liblogger.1.dylib \
     "$(llvm-objdump --macho --dylib-id "$logger" | tail -n 1)"
-  # This linker does not know lists of exports: it adds two symbols of its own
-  # and, from libc++, the operators new and delete.
+  # This linker does not support lists of exports, so there are two symbols of
+  # its own and, from libc++, the operators new and delete.
   expect "$logger: exports" "_GetLogger _InitLogger" \
     "$(llvm-nm --extern-only --defined-only --just-symbol-name "$logger" |
       grep -vE '^(___dso_handle|__mh_dylib_header|__Z(n[aw]|d[al])P?[vm].*)$' |
@@ -107,8 +107,8 @@ check_product() {
     "$(strings --all "${programs[@]}" "$logger" | grep -F "$PWD" || true)"
 }
 
-# Every call of the product is treated, except those that only touch memory and
-# text.
+# docs/platforms.md describes every call of the product, except those that only
+# touch memory and text.
 check_documentation() {
   local call missing
   missing=$(
@@ -121,11 +121,12 @@ check_documentation() {
         grep -qF "\`$call\`" docs/platforms.md || echo "$call"
       done
   )
-  expect "calls that docs/platforms.md does not treat" "" "$missing"
+  expect "calls that docs/platforms.md does not describe" "" "$missing"
 }
 
 zig_build ZigMacos
-# Beside the system's symbols those of the library: a test is linked to it.
+# The library's symbols are allowed besides the system's: a test is linked to
+# it.
 {
   grep -oE '[_[:alnum:]$]+' "$zig_dir/lib/libc/darwin/libSystem.tbd"
   llvm-nm --extern-only --defined-only --just-symbol-name \

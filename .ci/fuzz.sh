@@ -4,9 +4,9 @@
 #
 #   .ci/fuzz.sh SECONDS [TARGET...]
 #
-# TARGET is a folder's name in tests/fuzz/corpus; without one, all are run. New
-# inputs, and those that make a target fail, are kept in build/fuzz/found. Ends
-# with the first target that fails.
+# TARGET is the name of a folder in tests/fuzz/corpus; the default is all of
+# them. Keeps new inputs, and those that make a target fail, in
+# build/fuzz/found. Ends when a target fails.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

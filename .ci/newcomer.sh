@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # Types the README's two commands on a fresh Debian that has git and sudo
 # besides its essential packages: as root in a chroot whose "/" is no mount
-# point, as package builders use, and as an ordinary user in a system of its own.
+# point, as package builders use, and as an ordinary user in a system of its
+# own.
 #
 #   .ci/newcomer.sh CODENAME
 #
 # The fresh system and the packages fetched for it are kept for a week below
-# ~/.cache, so that another clone finds them, too.
+# ~/.cache, where other clones find them, too.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -40,7 +41,7 @@ make_system() {
   mkdir -p "$cache/archives/partial"
   local sources
   sources=$(write_sources)
-  # shellcheck disable=SC2086  # One argument a file.
+  # shellcheck disable=SC2086  # One argument for each file.
   unshare --mount mmdebstrap --quiet --variant=apt --include="$packages" \
     "$codename" "$cache/new.tar" $sources ||
     skip "the packages of $codename are not available"
@@ -91,8 +92,8 @@ wait $! || { cat ~/run.log; exit 1; }
 END
 }
 
-# Shows the output of the commands when they fail. A compiler's warning is a
-# failure here.
+# Shows the output of the commands if they fail. A compiler warning is a failure
+# here.
 as_newcomer() {
   write_newcomer
   if ! "${@:2}" > "$out/$1.log" 2>&1 ||

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Makes the Debian package and installs it in a system of its own that holds
-# Debian's essential packages, systemd, and what the package asks for. Runs the
+# Debian's essential packages, systemd, and the package's dependencies. Runs the
 # launcher there, by hand and as a unit of systemd. Checks launchd's file, too.
 set -euo pipefail
 export LC_ALL=C
@@ -57,8 +57,8 @@ make_package() {
   (cd "$2" && cpack > /dev/null)
 }
 
-# Built again in another folder, without a compiler cache, the package is the
-# same, byte for byte.
+# Builds the package again in another folder, without a compiler cache. The
+# result must be the same, byte for byte.
 check_reproducible() {
   local -x CCACHE_DISABLE=1
   rm -rf "$out/again"
@@ -66,7 +66,7 @@ check_reproducible() {
   git ls-files -z | xargs -0 cp --parents -t "$out/again/source"
   make_package "$out/again/source" "$out/again/build"
   cmp "$out"/*.deb "$out"/again/build/*.deb ||
-    fail "the package depends on the folder that it is built in"
+    fail "the package differs when it is built in another folder"
 }
 
 check_policy() {
@@ -76,7 +76,7 @@ check_policy() {
 
 check_contents() {
   diff - <(dpkg-deb --fsys-tarfile "$out"/*.deb | tar -t | grep -v '/$' | sort) \
-    << END || fail "the package holds something else"
+    << END || fail "the package's content is not as expected"
 ./usr/bin/launcher
 ./usr/bin/launcher-check
 ./usr/bin/launcher-log
@@ -102,7 +102,7 @@ check_contents() {
 END
 }
 
-# Further options are mmdebstrap's.
+# Passes further options to mmdebstrap.
 make_system() {
   local codename sources
   codename=$(. /etc/os-release && echo "${VERSION_CODENAME:-}")
@@ -122,9 +122,9 @@ make_root() {
   fail "the package cannot be installed"
 }
 
-# try_in_system SCRIPT: the launcher ends what it has started, and sometimes
-# more, so it gets processes and a session of its own. Only SIGKILL ends unshare
-# before its child.
+# try_in_system SCRIPT: the launcher kills its programs, and sometimes more, so
+# it gets processes and a session of its own. Only SIGKILL ends unshare before
+# its child.
 try_in_system() {
   cp ".ci/$1" "$root/"
   env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C \

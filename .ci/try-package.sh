@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Run by .ci/package.sh in the system that the package is installed in: starts
-# the launcher by hand, as its manual says.
+# Starts the launcher by hand, as its manual says. .ci/package.sh runs this in
+# the system in which it has installed the package.
 set -euo pipefail
 
 readonly log=$HOME/Library/Logs/Demo/qvxlog/launcher.log

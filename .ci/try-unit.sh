@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Run by .ci/package.sh in the system that the package is installed in: starts
-# systemd's manager of the user's units, and takes the launcher's unit through
-# its life. Needs processes and mounts of its own.
+# Starts systemd's manager of the user's units, and takes the launcher's unit
+# through its life. .ci/package.sh runs this in the system in which it has
+# installed the package, with processes and mounts of its own.
 set -euo pipefail
 
 export XDG_RUNTIME_DIR=/run/user/0
@@ -37,17 +37,17 @@ processes() {
   cat "$group"/app.slice/*/"$unit/cgroup.procs" 2> /dev/null
 }
 
-# wait_until WHEN NUMBER: it has that many processes.
+# wait_until WHEN NUMBER: waits until the unit has that many processes.
 wait_until() {
   for _ in {1..300}; do
     [ "$(processes | wc -l)" != "$2" ] || return 0
     sleep 0.1
   done
-  fail "$1 it does not come to $2 processes"
+  fail "$1 it does not reach $2 processes"
 }
 
-# A manager controls the control group that it is started in, all of which is
-# this one's.
+# A manager controls the control group that it is started in, so it gets an
+# empty one.
 start_manager() {
   mount -t tmpfs none /run
   mount -t tmpfs none /sys
@@ -73,7 +73,7 @@ end_manager() {
 
 start_manager
 trap end_manager EXIT
-# A mistake in the unit shows in its output, but not in its exit status.
+# For a mistake in the unit, systemd-analyze prints a message but returns 0.
 complaints=$(systemd-analyze --user --man=no verify "$unit" 2>&1) || true
 [ -z "$complaints" ] || fail "$complaints"
 
@@ -85,28 +85,28 @@ echo '{"0": {"name": "early", "program": "/bin/touch", "argc": 1,
   "args": {"0": "/early"}}, "1": {"name": "no program"}}' > "$items"
 systemctl --user start "$unit"
 expect "with an error in the items file" inactive
-[ ! -e /early ] || fail "with an error in the items file it is started"
+[ ! -e /early ] || fail "with an error in the items file it starts an item"
 
 cat > "$items" << 'END'
 {"0": {"name": "stay", "program": "/bin/sh", "argc": 2,
        "args": {"0": "-c", "1": "trap '> /told' TERM; sleep 1000 & wait"}}}
 END
 systemctl --user enable --now "$unit" 2> /dev/null
-expect "started" active
-# The launcher, a shell and what that runs.
-wait_until "started" 3
+expect "after its start" active
+# The launcher, a shell and the shell's child.
+wait_until "after its start" 3
 
-# After a crash, no child is left, and the launcher is started again.
+# After a crash, systemd kills the children and starts the launcher again.
 left=$(processes)
 kill -KILL "$(property MainPID)"
 until [ "$(property NRestarts)" = 1 ]; do sleep 0.1; done
-wait_until "killed" 3
-expect_gone "killed" "$left"
+wait_until "after a crash" 3
+expect_gone "after a crash" "$left"
 
-# A stopped launcher ends with 1. That is no failure. Its children do not see
-# the SIGTERM.
+# A stopped launcher ends with 1, which is not a failure. Its children do not
+# get the SIGTERM.
 left=$(processes)
 systemctl --user stop "$unit"
-expect "stopped" inactive
-expect_gone "stopped" "$left"
-[ ! -e /told ] || fail "stopped it gets its children a SIGTERM"
+expect "after a stop" inactive
+expect_gone "after a stop" "$left"
+[ ! -e /told ] || fail "when it is stopped, its children get a SIGTERM"

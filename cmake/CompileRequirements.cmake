@@ -17,11 +17,11 @@ if(NOT CMAKE_BUILD_TYPE)
   set(CMAKE_BUILD_TYPE Release)
 endif()
 
-# Every target links this one; programs that use the installed package do not.
+# Every target links this one. Programs that use the installed package do not.
 add_library(requirements INTERFACE)
 link_libraries($<BUILD_INTERFACE:requirements>)
 
-# Includes are written from the root.
+# Includes are relative to the root.
 target_include_directories(requirements INTERFACE ${PROJECT_SOURCE_DIR})
 
 target_compile_options(
@@ -45,10 +45,11 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
                          INTERFACE $<$<CONFIG:Release>:-Wno-restrict>)
 endif()
 
-# Hardening, where the compiler has it.
-# The stack is probed page by page: an argument vector too large for its stack
-# ends the child and never reaches the memory beyond. clang on macOS does that,
-# too, but its driver drops the option with a warning.
+# Hardening, where the compiler supports it.
+#
+# Stack clash protection probes the stack page by page: an argument vector too
+# large for the stack ends the child and never reaches the memory beyond. clang
+# on macOS does that, too, but its driver drops the option with a warning.
 set(LAUNCHER_STACK_CLASH -fstack-clash-protection)
 if(APPLE)
   string(PREPEND LAUNCHER_STACK_CLASH "-Xclang ")
@@ -83,8 +84,8 @@ target_compile_definitions(requirements
                            INTERFACE $<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>)
 check_pie_supported()
 
-# A forked child would otherwise look up anew each call that only it makes, such
-# as execv; afterwards the table of calls is read-only.
+# Otherwise each forked child would look up the calls that only it makes, such
+# as execv. After the start the table of calls is read-only.
 if(NOT APPLE)
   target_link_options(requirements INTERFACE LINKER:-z,relro,-z,now)
 endif()

@@ -1,6 +1,6 @@
-# The platform seam: which of a source's per-platform files is compiled, and
-# what the logger library's file is called. Where a platform needs nothing done,
-# its file is called "Default".
+# The platform seam: which of a source's per-platform files is compiled, and the
+# name of the logger library's file. A platform that needs no code of its own
+# uses the file "Default".
 
 if(APPLE)
   set(LAUNCHER_PLATFORM Macos)

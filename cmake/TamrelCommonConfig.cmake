@@ -2,7 +2,7 @@
 #
 #   TamrelCommon::util   string helpers, INI profile reader, wildcard matching,
 #                        process helpers
-#   TamrelCommon::json   JsonObject; brings jsoncpp, found by pkg-config
+#   TamrelCommon::json   JsonObject; links jsoncpp, found by pkg-config
 #
 # Headers are included as "common/util/StringHelpers.h".
 

@@ -1,2 +1,2 @@
-# CMake knows only on a Mac that libraries may be named relative to @rpath.
+# Only on a Mac does CMake know that an install name may begin with @rpath.
 set(CMAKE_SHARED_LIBRARY_RUNTIME_C_FLAG -Wl,-rpath,)

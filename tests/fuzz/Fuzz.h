@@ -13,7 +13,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data,
                                       std::size_t size);
 
-// Aborts, which the fuzzer notices, unless `holds`.
+// Aborts unless `holds`; the fuzzer then reports a failure.
 inline void Require(bool holds) {
   if (!holds) {
     std::abort();

@@ -16,7 +16,7 @@ constexpr char kUntouched = '#';
 std::optional<std::string> Read(const std::string& section,
                                 const std::string& key, std::size_t room,
                                 int size, const std::string& file) {
-  // No more room than needed, so that one byte too many is noticed.
+  // Exactly enough room, so that AddressSanitizer finds one byte too many.
   std::vector<char> buffer(room, kUntouched);
   const bool found =
       GetPrivateProfileString(section, key, "", buffer.data(), size, file);

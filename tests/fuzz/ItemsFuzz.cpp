@@ -8,8 +8,8 @@
 
 namespace {
 
-// Does what a supervisor does with its item, for as many arguments as an input
-// can have.
+// Reads the item as a supervisor does, for as many arguments as an input can
+// have.
 void ReadItem(JsonObject item) {
   constexpr std::int64_t kMostArguments = 64;
   const std::string name = item.GetObject("name");

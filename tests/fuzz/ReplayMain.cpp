@@ -1,5 +1,5 @@
-// Runs the fuzz target that this is linked with on every file in the folder
-// named on the command line.
+// Runs the linked fuzz target on every file in the folder that the command line
+// names.
 
 #include <cstdio>
 #include <filesystem>

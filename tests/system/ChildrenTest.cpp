@@ -99,8 +99,8 @@ class ChildrenTest : public testing::Test {
     EXPECT_EQ(numbers, (std::set<int>{5, 900}));
   }
 
-  // Lets several items take the numbers from 0 to `numbers` - 1, a multiple of
-  // eight, each its own part of them. `action` uses $n. Returns the status
+  // Divides the numbers from 0 to `numbers` - 1, a multiple of eight, among
+  // several items. `action` uses $n. Returns the status
   // logged for each number.
   std::vector<int> StatusesOf(int numbers, const std::string& action) {
     constexpr int kItems = 8;
@@ -234,7 +234,7 @@ TEST_F(ChildrenTest, HaveEveryExitCodeLoggedRaw) {
   EXPECT_EQ(WEXITSTATUS(run_.Stop()), 1);
 }
 
-// For a signal that does not terminate the shell exits with 77.
+// After a signal that does not terminate it, the shell exits with 77.
 TEST_F(ChildrenTest, HaveEveryTerminatingSignalLoggedRaw) {
   constexpr int kSignals = 64;
   constexpr int kCoreFlag = 0x80;

@@ -83,8 +83,8 @@ class FaultRun {
            R"(", "program": "/bin/sleep", "argc": 1, "args": {"0": "2"}})";
   }
 
-  // Whether the launcher has no more open than one log and the two ends of its
-  // pipe for SIGTERM.
+  // Whether the launcher has only one log and the two ends of its pipe for
+  // SIGTERM open.
   bool HoldsLittle() const {
     int logs = 0;
     int others = 0;
@@ -105,7 +105,7 @@ class FaultTest : public testing::Test {
 
   // Runs the launcher with each `call` failing, from the first to the last that
   // it makes, once and from there on; every `stride`th only. `expect` checks
-  // the run and its wait status. Returns how many could fail once.
+  // the run and its wait status. Returns the number of calls that failed once.
   template <class Expect>
   int FailEach(const std::string& call, int stride, Expect expect) {
     int failed_once = 0;
@@ -152,7 +152,7 @@ class FaultTest : public testing::Test {
     return failed_once;
   }
 
-  // In place of the recording library, unless empty.
+  // Replaces the recording library, unless empty.
   std::string library_;
 };
 

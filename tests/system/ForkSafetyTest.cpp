@@ -96,8 +96,8 @@ TEST(ForkSafety, NoForkHangsWhileOthersLogParseAndAllocate) {
       children.push_back(
           std::make_unique<ChildProc>("owner", JsonObject(item.c_str())));
     }
-    // Every item goes on, again and again: a forked child that hung would hold
-    // up its item for ever.
+    // Every item restarts repeatedly: a forked child that hung would stop its
+    // item for ever.
     for (std::size_t least = 0; least < forks / kItems;) {
       const std::size_t before = least;
       ASSERT_TRUE(Eventually([&] {
@@ -121,7 +121,7 @@ TEST(ForkSafety, NoForkHangsWhileOthersLogParseAndAllocate) {
   RecordProperty("longest_ms", static_cast<int>(std::ranges::max(all) / 1ms));
 }
 
-// Without "(...)" and "[abi:...]".
+// Drops "(...)" and "[abi:...]".
 std::string PlainName(const std::string& symbol) {
   return symbol.substr(0, symbol.find_first_of("(["));
 }
@@ -145,7 +145,7 @@ std::set<std::string> CalleesOf(const std::string& function) {
       callees.insert(PlainName(match[2]));
     }
   }
-  // Every function passes exceptions on through this.
+  // Every function that an exception may pass through calls this.
   callees.erase("_Unwind_Resume");
   // A hardened build aborts through these.
   callees.erase("__stack_chk_fail");
@@ -153,7 +153,7 @@ std::set<std::string> CalleesOf(const std::string& function) {
   return callees;
 }
 
-TEST(ForkedSide, CallsWhatIsListedAboveItAndNothingElse) {
+TEST(ForkedSide, MakesOnlyTheListedCalls) {
   EXPECT_EQ(CalleesOf("ChildProc::Execute"),
             (std::set<std::string>{"ItemArgument", "ItemVectorLength", "execv",
                                    "free", "operator delete", "strdup"}));

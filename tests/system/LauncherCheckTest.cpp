@@ -92,8 +92,8 @@ TEST_F(LauncherCheck, ColoursOnATerminalOnly) {
   EXPECT_EQ(Run(kBad).output.find('\x1b'), std::string::npos);
 }
 
-// Waits for the arguments that the launcher really gives to a script, which
-// writes them down with a NUL after each.
+// Waits for the arguments that the launcher really gives to a script. The
+// script writes them to a file, with a NUL after each.
 std::string AwaitWords(const std::string& file) {
   std::string words;
   EXPECT_TRUE(Eventually([&] {
@@ -127,7 +127,7 @@ TEST_F(LauncherCheck, ShowsTheVectorThatTheLauncherExecutes) {
   EXPECT_EQ(words, expected + std::string(".\0", 2));
 }
 
-TEST_F(LauncherCheck, FindsWhatEndsTheLauncherAtItsStart) {
+TEST_F(LauncherCheck, FindsFaultsThatEndTheLauncherAtItsStart) {
   REQUIRE_SANDBOX();
   for (const char* const text :
        {"", "{", "[]", "5", "nul", R"({"0": 5})", R"({"0": null, "1": []})",
@@ -149,7 +149,7 @@ TEST_F(LauncherCheck, FindsWhatEndsTheLauncherAtItsStart) {
   }
 }
 
-TEST_F(LauncherCheck, FindsWhatAbortsTheForkedChild) {
+TEST_F(LauncherCheck, FindsFaultsThatAbortTheForkedChild) {
   REQUIRE_SANDBOX();
   for (const std::string rest :
        {R"("argc": "1")", R"("argc": 1, "args": ["x"])",
@@ -174,7 +174,7 @@ bool IsChain(pid_t launcher) {
   return !second.empty() && !ChildrenOf(second[0]).empty();
 }
 
-TEST_F(LauncherCheck, FindsWhatLeavesAChainOfProcesses) {
+TEST_F(LauncherCheck, FindsFaultsThatLeaveAChainOfProcesses) {
   REQUIRE_SANDBOX();
   const auto file = [&](const std::string& name, const std::string& content) {
     const std::string path = directory_.Write(name, content);
@@ -240,7 +240,7 @@ TEST_F(LauncherCheck, FindsAnArgcThatEndsTheForkedChild) {
 }
 
 // The launcher's forked child dies, or the program never does.
-TEST_F(LauncherCheck, FindsWhatKeepsAnItemFromBeingStarted) {
+TEST_F(LauncherCheck, FindsFaultsThatKeepAnItemFromStarting) {
   REQUIRE_SANDBOX();
   const std::string a = R"({"name": "a", "program": "/bin/sleep", "argc": 1,
                             "args": {"0": "1000"}})";

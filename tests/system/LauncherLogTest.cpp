@@ -132,7 +132,7 @@ TEST_F(LauncherLog, FollowsWithALineForEachEvent) {
   const std::string log = directory_.Write("launcher.log", Line("old"));
   const std::string output = directory_.Path() / "output";
   const Followed followed(log, output);
-  // Whatever is written before it has read the old lines counts as old.
+  // Lines written before it has read the old ones also count as old.
   int number = 0;
   EXPECT_TRUE(Eventually([&] {
     std::ofstream(log, std::ios::app) << Line("new" + std::to_string(++number));
@@ -146,7 +146,7 @@ TEST_F(LauncherLog, FollowsWithALineForEachEvent) {
   }));
 }
 
-// The last table that is whole.
+// The last complete table.
 std::string Screen(const std::string& output) {
   const std::size_t end = output.rfind("\x1b[J");
   const std::size_t start = output.rfind("\x1b[H", end);

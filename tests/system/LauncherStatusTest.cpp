@@ -134,7 +134,7 @@ TEST_F(LauncherStatus, RestartsAnItemWithoutAProgramAgainAndAgain) {
 }
 #endif
 
-TEST_F(LauncherStatus, RecognisesScriptsAndWhatAnItemHasExecuted) {
+TEST_F(LauncherStatus, RecognisesScriptsAndExecutedPrograms) {
   const std::string script =
       launcher_.Directory().Write("script", "#!/bin/sh\nread x </dev/zero\n");
   fs::permissions(script, fs::perms::owner_all);
@@ -241,7 +241,7 @@ TEST_F(LauncherStatus, NoticesAFileThatHasChanged) {
   EXPECT_EQ(Run().status, 1);
 }
 
-TEST_F(LauncherStatus, ShowsWhatALauncherThatIsGoneHasLeft) {
+TEST_F(LauncherStatus, ShowsTheProcessesThatALauncherLeft) {
   launcher_.StartItems(ItemsFile({Sleeper("a"), ::Item("b", "/nonexistent")}));
   EXPECT_TRUE(Eventually([] {
     return Item(0)["state"] == "running" &&

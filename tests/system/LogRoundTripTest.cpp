@@ -102,7 +102,7 @@ class LogRoundTrip : public testing::Test {
         std::ranges::count(Events(), kind, &LogEvent::kind));
   }
 
-  // Expects every line to be known with its meaning; gives the kinds seen.
+  // Expects every line to be recognised with its meaning. Returns the kinds.
   Kinds ExpectMeanings() {
     Kinds kinds;
     const std::vector<LogEvent> events = Events();
@@ -153,7 +153,7 @@ class LogRoundTrip : public testing::Test {
   std::deque<std::string> lines_;
 };
 
-TEST_F(LogRoundTrip, ReadsWhatBecomesOfItems) {
+TEST_F(LogRoundTrip, ReadsTheHistoryOfItems) {
   const std::vector<std::string> odd_names{
       "a\nb",
       "\x1b[31m",
@@ -235,7 +235,7 @@ TEST_F(LogRoundTrip, ReadsAChain) {
   EXPECT_TRUE(HasEventLine("chain cannot be executed; tried again"));
 }
 
-TEST_F(LogRoundTrip, ReadsHowManyLinesWereLost) {
+TEST_F(LogRoundTrip, ReadsTheNumberOfLostLines) {
   launcher_.StartItems(ItemsFile({Tick("tick")}));
   EXPECT_TRUE(Eventually([&] { return Count(LogEventKind::kEnd) > 0; }));
   const fs::path away = launcher_.Root() / "away";

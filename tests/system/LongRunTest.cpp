@@ -123,7 +123,7 @@ class LongRunTest : public testing::Test {
     return pause.Mean();
   }
 
-  // Expects the launcher to stay as it is for `time`.
+  // Expects the launcher's resources not to change for `time`.
   void Watch(int count, std::chrono::seconds time) {
     const pid_t launcher = run_.Process();
     const auto descriptors = DescriptorsOf(launcher);

@@ -100,14 +100,14 @@ class GracefulTest : public RecipesTest {
     run_.StartItems(recipe["json"]);
   }
 
-  // Nothing that the recipe has started outlives the launcher for long.
+  // The recipe's processes do not outlive the launcher for long.
   void StopAll() {
     run_.Stop();
     EXPECT_TRUE(Eventually([&] { return SessionOf(run_.Process()).empty(); }));
   }
 };
 
-// Test names are headings without blanks and hyphens, in camel case.
+// Test names are the headings in camel case, without blanks and hyphens.
 TEST_F(RecipesTest, EveryRecipeHasATest) {
   std::set<std::string> tests;
   const testing::UnitTest& all = *testing::UnitTest::GetInstance();

@@ -131,7 +131,7 @@ class RunGroupTest : public RunTest, public testing::WithParamInterface<int> {};
 TEST_P(RunGroupTest, ShowsTheStopToItsEnd) {
   REQUIRE_SANDBOX();
   Start(EXAMPLE_ITEMS);
-  // By then every item has forked, without which its stop would end the group.
+  // By then every item has forked. Stopping one that has not ends the group.
   Await("status = 0\n");
   kill(-script_, GetParam());
   EXPECT_EQ(Wait(), 0);
@@ -224,7 +224,7 @@ TEST_F(RunTest, OutlivesALauncherThatKillsItsGroup) {
 TEST_F(RunTest, KillsTheChainOfAProgramThatCannotBeExecuted) {
   REQUIRE_SANDBOX();
   StartItems(R"({"0": {"name": "missing", "program": "/no/such/program"}})");
-  // One start a process of the chain.
+  // One start for each process of the chain.
   ASSERT_TRUE(Eventually([&] {
     const std::string output = Output();
     std::size_t starts = 0;

@@ -30,7 +30,7 @@ int Pick(Random& random, int below) {
 }
 
 // Sends one, two or a thousand SIGTERMs to `process` or to single threads of
-// it, with other signals between them, and lets it run on.
+// it, with other signals between them. Continues it at the end.
 void Storm(pid_t process, Random& random) {
   const int count = std::array{1, 2, 1000}[random() % 3];
   const bool mixed = random() % 2 == 0;
@@ -159,7 +159,7 @@ TEST_F(SignalStormTest, BeforeTheWaitIsNotRemembered) {
 }
 
 // A SIGTERM that finds an item that has not forked kills the launcher's process
-// group, by design. So there are two ends here, and none besides.
+// group, by design. So exactly two ends are possible here.
 TEST_F(SignalStormTest, DuringLoadingOfTwoHundredItems) {
   const std::string file = TwoHundred("1000");
   std::atomic<int> stopped = 0;

@@ -180,8 +180,8 @@ TEST_F(LateForkTest, TheChildOfAnEmptyProgramKillsTheOtherProgramsById) {
 
 // A C library that holds a lock inside `exit` would keep it in this child.
 TEST_F(LateForkTest, AChildForkedDuringTheExitEndsWithStatusZero) {
-  // The exit may also come before the item's first look at its flag; then it
-  // forks nothing.
+  // The exit may also come before the item first checks its flag; then it does
+  // not fork.
   for (int i = 0; run_->Ends("empty").empty() && i < 200; ++i) {
     run_ = std::make_unique<LauncherRun>();
     HoldTheFirstFork();

@@ -21,7 +21,7 @@
 
 namespace {
 
-// A pipe or a device, whose reading might never end.
+// A pipe or a device: reading it might never end.
 bool IsSpecial(const std::string& path) {
   struct stat status {};
   return path != kStandardInput && stat(path.c_str(), &status) == 0 &&
@@ -47,7 +47,7 @@ int ReadAll(std::FILE* file, std::string& text) {
   return 0;
 }
 
-// How a file names its schema to editors.
+// The key by which a file names its schema to editors.
 constexpr const char* kSchemaKey = "$schema";
 
 class DocumentCheck {

@@ -1,5 +1,5 @@
-// Finds out what the launcher would do with an items file. It reads the file
-// through the launcher's own walk (launcher/Items.h) and starts nothing.
+// Predicts how the launcher would act on an items file. Uses the launcher's own
+// walk (launcher/Items.h) and starts nothing.
 
 #pragma once
 

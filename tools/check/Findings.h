@@ -37,18 +37,19 @@ struct CheckedItem {
   int index = 0;
   std::optional<std::string> name;
   bool runs = false;  // false when it is skipped, or replaced by a later one
-  // The program's argument vector, its path first; nothing where the launcher
-  // does not get that far.
+  // The program's argument vector, its path first; nullopt if the launcher does
+  // not get that far.
   std::optional<std::vector<std::string>> vector;
 };
 
 struct CheckResult {
   bool readable = false;  // whether the file could be read to its end
-  // The text that the launcher reads: the file up to its first NUL. Nothing
-  // when it reads none.
+  // The text that the launcher reads: the file up to its first NUL. nullopt if
+  // it reads none.
   std::optional<std::string> text;
   std::vector<CheckedItem> items;
-  // Those about the reading, those of each item, those about the whole text.
+  // First those about the reading, then those of each item, then those about
+  // the whole text.
   Findings findings;
 };
 
@@ -57,7 +58,7 @@ std::size_t CountFindings(const Findings& findings, Severity severity);
 // Fills in the lines and columns of all places in `text`.
 void CountLines(const std::string& text, Findings& findings);
 
-// For people. A finding begins like a compiler's message, with
+// The report for people. A finding begins like a compiler's message, with
 // "<path>:<line>:<column>: error: ", and names its rule in brackets.
 std::string TextReport(const std::string& path, const CheckResult& result,
                        bool coloured);

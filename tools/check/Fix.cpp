@@ -117,8 +117,8 @@ class Fixer {
     FixArgs(where, item);
   }
 
-  // A number or boolean becomes the text that it is written as. `name` is how
-  // the change calls the member `key`.
+  // Turns a number or boolean into its text in the file. `name` is the name of
+  // the member `key` in the list of changes.
   void FixText(const std::string& where, const std::string& name,
                Json::Value& object, const std::string& key) {
     if (!object.isMember(key)) {
@@ -154,7 +154,7 @@ class Fixer {
     const auto count = static_cast<int>(args.size());
     for (int i = 0; i < count; ++i) {
       if (!args.isMember(std::to_string(i))) {
-        return;  // How many arguments are meant is not certain.
+        return;  // The intended number of arguments is not certain.
       }
     }
     const Json::Value& argc = std::as_const(item)["argc"];
@@ -173,8 +173,8 @@ class Fixer {
     return std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter());
   }
 
-  // Objects down to the items on lines of their own. The members in a natural
-  // order: known keys first, numbers by value.
+  // Writes objects down to the items on lines of their own, and members in a
+  // natural order: known keys first, numbers by value.
   void Write(const Json::Value& value, const std::string& indent) {
     constexpr std::string_view kFirst[] = {"$schema", "name", "program", "argc",
                                            "args"};

@@ -1,4 +1,4 @@
-// Correcting an items file where only one correction can be meant.
+// Corrects an items file where only one correction is possible.
 
 #pragma once
 
@@ -14,6 +14,6 @@ struct FixedItems {
 
 // The items file `text` without the faults that can be corrected for certain:
 // lists written as arrays, gaps in the numbering, a missing "argc", misspelt
-// keys, numbers in place of texts, and small slips of syntax. Nothing when
-// `text` cannot be read as a list of items.
+// keys, numbers in place of texts, and small slips of syntax. nullopt if `text`
+// cannot be read as a list of items.
 std::optional<FixedItems> FixItems(const std::string& text);

@@ -24,7 +24,7 @@ const Json::Value* Find(const Json::Value& object, const std::string& key) {
                            : nullptr;
 }
 
-// What this process's environment takes of the room for arguments.
+// The part of the room for arguments that this process's environment takes.
 std::size_t EnvironmentBytes() {
   std::size_t bytes = 0;
   for (char** variable = environ; *variable != nullptr; ++variable) {
@@ -96,7 +96,7 @@ class ItemCheck {
     }
   }
 
-  // False when there is nothing to execute.
+  // False if there is nothing to execute.
   bool CheckProgram() {
     const Json::Value* const value = Find(source_.value, "program");
     std::string program;
@@ -181,7 +181,7 @@ class ItemCheck {
   bool CheckArgs() {
     CheckUnreadArgs();
     if (length_ == 0) {
-      vector_.clear();  // The program's path gives way to the terminator.
+      vector_.clear();  // The terminator replaces the program's path.
     }
     std::string missing;  // the first
     std::int64_t more = -1;

@@ -10,7 +10,7 @@
 #include "tools/check/Findings.h"
 #include "tools/check/JsonText.h"
 
-// An item as it is written, and the text that it is part of.
+// An item as it is in the file, and the whole text.
 struct ItemSource {
   int index;
   const Json::Value& value;

@@ -12,7 +12,7 @@ namespace {
 
 constexpr const char* kBlanks = " \t\r\n";
 
-// The library decodes a key, so that both understand it alike.
+// The library decodes a key, so the result is the launcher's.
 std::string Decoded(const std::string& quoted) {
   if (quoted.find('\\') == std::string::npos) {
     return quoted.substr(1, quoted.size() - 2);
@@ -31,7 +31,7 @@ std::size_t EndOfString(const std::string& text, std::size_t start) {
   return std::min(at + 1, text.size());
 }
 
-// An error by the text that the parser refuses, or else by its own message.
+// An error, described by the rejected text or else by the parser's message.
 Finding Named(std::string_view text, std::size_t offset,
               const std::string& message) {
   constexpr std::u32string_view kTypographicQuotes =
@@ -136,8 +136,8 @@ std::size_t NextToken(const std::string& text, std::size_t offset) {
   }
 }
 
-// The launcher's own reader, since others accept more. Its ready-made text
-// about all errors reads beyond the end of some texts.
+// Uses the launcher's own reader, since others accept more. The library's own
+// formatting of the errors reads beyond the end of some texts.
 Findings FindSyntaxErrors(const std::string& text) {
   Findings findings;
   std::size_t start = 0;

@@ -32,17 +32,17 @@ struct JsonText {
   // The keys of the object whose opening brace is at `offset`.
   const std::vector<JsonKey>& KeysAt(std::size_t offset) const;
 
-  // Those of them that a later one of the same name replaces.
+  // The keys among these that a later one of the same name replaces.
   std::vector<JsonKey> ReplacedKeysAt(std::size_t offset) const;
 };
 
-// For texts that the library accepts, including the errors that it overlooks;
-// gives something for any other. Takes time in proportion to the text, however
-// deep it is nested.
+// Scans a text that the library accepts, including errors that it overlooks;
+// the result for any other text is unspecified. Takes linear time at any
+// nesting.
 JsonText ScanJson(const std::string& text);
 
 // The first byte of `text` at or after `offset` that is neither white space nor
-// in a comment; the text's size when there is none.
+// in a comment; the text's size if there is none.
 std::size_t NextToken(const std::string& text, std::size_t offset);
 
 // Why a text is not JSON for the launcher: one finding for each place where the

@@ -6,10 +6,11 @@
 #include <optional>
 #include <string>
 
-// The key of an item that `key` means: "program", say, for "Programm" and
-// "command"; "" for a key that resembles none. A key of an item means itself.
+// The key of an item that `key` probably means: "program" for "Programm" and
+// "command", for example; "" if it resembles none. A key of an item means
+// itself.
 std::string KeyMeantBy(const std::string& key);
 
-// The number of an item or argument that `key` is: 10 for "10", but none for
+// The number of an item or argument in `key`: 10 for "10", but nullopt for
 // "01", "+1" or "x".
 std::optional<std::uint64_t> IndexOf(const std::string& key);

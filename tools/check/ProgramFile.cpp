@@ -41,7 +41,7 @@ ScriptLine ParseScriptLine(const std::string& head) {
   return {line.substr(0, end), line.substr(rest), is_cut};
 }
 
-// The path of the executable `name` in PATH; empty when there is none.
+// The path of the executable `name` in PATH; empty if there is none.
 std::string FindInPath(const std::string& name) {
   const char* const path = std::getenv("PATH");
   std::istringstream directories(path == nullptr ? "" : path);
@@ -64,7 +64,7 @@ std::string Expanded(const std::string& path) {
   return path;
 }
 
-// The advice when there is no file at `path`.
+// The advice if there is no file at `path`.
 std::string AdviceForMissing(const std::string& path) {
   const std::string first = path.substr(0, path.find(' '));
   const std::string rest =
@@ -86,8 +86,8 @@ std::string AdviceForMissing(const std::string& path) {
              : "";
 }
 
-// The program that "env" executes when the system gives it `rest`; empty when
-// there is none, or when an option makes that hard to see.
+// The program that "env" executes with the arguments `rest`; empty if there is
+// none, or if an option makes that hard to determine.
 std::string ProgramOfEnv(const std::string& rest) {
   constexpr std::string_view kSplit = "-S";
   const bool splits = kSplitsScriptArguments || rest.starts_with(kSplit);

@@ -12,12 +12,13 @@
 struct ProgramProblem {
   RuleName rule;
   std::string text;      // a predicate: "does not exist"
-  std::string advice{};  // empty where the rule's own will do
+  std::string advice{};  // empty if the rule's own is enough
 };
 
-// Why `execv` would fail on `path`, which must not be empty, or the program end
-// at once, for this process's user and from its working directory, as far as
-// that shows without trying. Interpreters of scripts are followed.
+// The reason that `execv` would fail on `path`, or that the program would end
+// at once, as far as the files show without a trial. Assumes this process's
+// user and working directory, and follows interpreters of scripts. `path` must
+// not be empty.
 std::optional<ProgramProblem> FindProgramProblem(const std::string& path);
 
 // The same, but only for the path and its permissions.
@@ -27,7 +28,7 @@ std::optional<ProgramProblem> FindAccessProblem(const std::string& path);
 std::string BytesAt(const std::string& path, std::uint64_t offset,
                     std::size_t count);
 
-// The rest depends on the system.
+// These functions depend on the system.
 
 // The same for the contents of the file at `path`, which is readable and not a
 // script.

@@ -29,7 +29,7 @@ std::size_t LargestArgumentsBytes() {
 
 namespace {
 
-// The object at `offset`; nothing when the file ends before.
+// The object at `offset`; nullopt if the file ends before it does.
 template <class Object>
 std::optional<Object> ObjectAt(const std::string& path,
                                std::uint64_t offset = 0) {
@@ -52,7 +52,7 @@ constexpr std::pair<std::string_view, const char*> kForeignFormats[] = {
 
 constexpr std::string_view kElf(ELFMAG, SELFMAG);
 
-// Whether the system has been taught further formats (binfmt_misc).
+// Whether further formats are registered with the system (binfmt_misc).
 bool KnowsFurtherFormats() {
   std::error_code ignored;
   const std::filesystem::directory_iterator entries("/proc/sys/fs/binfmt_misc",
@@ -103,7 +103,7 @@ std::optional<ProgramProblem> FindLoaderProblem(const std::string& loader) {
                             (problem ? problem->text : "is not an ELF file")};
 }
 
-// The path in the file's loader segment; empty when the kernel refuses it.
+// The path in the file's loader segment; empty if the kernel rejects it.
 template <class Segment>
 std::string LoaderIn(const std::string& path, const Segment& segment) {
   if (segment.p_filesz < 2 || segment.p_filesz > PATH_MAX) {

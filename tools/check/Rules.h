@@ -1,4 +1,4 @@
-// Everything that launcher-check can find, one row each.
+// The rules of launcher-check, one row for each kind of finding.
 //
 // An id never changes its meaning: scripts read it, and docs/sharp-edges.md and
 // the manual page explain each by its id.
@@ -15,8 +15,8 @@ enum class Severity { kWarning, kError };
 struct Rule {
   const char* id;
   Severity severity;
-  const char* effect;            // what happens then
-  const char* advice;            // what to do instead, as an order
+  const char* effect;            // the consequence
+  const char* advice;            // the remedy, as an order
   const char* logged = nullptr;  // the launcher's message then, if any
 };
 

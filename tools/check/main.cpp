@@ -1,4 +1,4 @@
-// launcher-check: says what the launcher would do with an items file.
+// launcher-check: predicts how the launcher would act on an items file.
 
 #include <unistd.h>
 
@@ -15,7 +15,7 @@ namespace {
 
 enum ExitStatus : int {
   kClean = 0,
-  kWarnings = 1,  // only when they are asked for
+  kWarnings = 1,  // only with --strict
   kErrors = 2,
   kUnusable = 3,  // wrong arguments, or a file that cannot be read
 };

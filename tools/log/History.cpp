@@ -66,8 +66,8 @@ ItemState ItemHistory::StateAt(Micros now) const {
   if (paused) {
     return ItemState::kPausing;
   }
-  // By rule it was started again. The rule ends with the launcher, which kills
-  // its programs.
+  // By rule it was started again, unless its launcher has stopped, which
+  // kills the programs.
   const bool killed = WaitStatus(last_status).signal == SIGKILL;
   return HasDerivedState() && overdue && killed ? ItemState::kSilent
                                                 : ItemState::kRunning;

@@ -22,7 +22,7 @@
 
 #include "tools/log/LogLine.h"
 
-// The moment that a history is looked at, and which processes exist then.
+// The time at which a history is read, and the processes that exist then.
 struct Present {
   Micros now = 0;
   std::function<bool(std::int64_t process)> exists;
@@ -121,7 +121,7 @@ struct ItemHistory {
   bool HasDerivedState() const;
   // When the present run began, as far as it is known.
   std::optional<Micros> RunStart() const;
-  // How long the present run has lasted; nothing when none is known.
+  // How long the present run has lasted; nullopt if none is known.
   std::optional<Micros> Uptime(const Present& present) const;
   // The longest run, the present one included.
   std::optional<Micros> Longest(const Present& present) const;
@@ -175,10 +175,10 @@ class History {
 
   // Every item, in the order of their first lines. Items do not move.
   const std::deque<ItemHistory>& AllItems() const { return items_; }
-  // The items with events within the selection, and those whose launcher is
-  // there or was the last one.
+  // The items with events within the selection, and those whose launcher exists
+  // or was the last one.
   std::vector<const ItemHistory*> Items(const Present& present) const;
-  // The selected names that no line mentions.
+  // The selected names that no line contains.
   std::vector<std::string> UnknownNames() const;
   // The latest ones that are kept, the latest last.
   std::vector<LauncherSeen> Launchers() const;

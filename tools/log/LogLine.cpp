@@ -55,8 +55,7 @@ std::optional<std::int64_t> TakeLastNumber(std::string_view& text) {
   return number;
 }
 
-// Takes `message` apart by `format`, which has at most one %s, before all
-// numbers.
+// Splits `message` by `format`, which has at most one %s, before all numbers.
 std::optional<Conversions> Match(std::string_view message,
                                  std::string_view format) {
   Conversions result;

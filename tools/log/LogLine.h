@@ -1,4 +1,4 @@
-// A log's lines, taken apart by the formats that they are written with.
+// Parses the lines of a log by the formats that the launcher writes them with.
 //
 // An item's name may look like any part of a message, so a message is matched
 // from its end, where the launcher's own words are.
@@ -66,8 +66,8 @@ struct LogEvent {
   bool IsFromForkedChild() const { return process == thread; }
 };
 
-// Parses `line`, which has no line feed; the result points into it. Nothing
-// when it does not have the layout of a log line.
+// Parses `line`, which has no line feed; the result points into it. nullopt if
+// it does not have the layout of a log line.
 std::optional<LogEvent> ParseLine(std::string_view line);
 
 // The text that the logger escaped.

@@ -40,7 +40,7 @@ bool IsSameFile(const struct stat& a, const struct stat& b) {
   return a.st_ino == b.st_ino && a.st_dev == b.st_dev;
 }
 
-// Not for a pipe, from which nothing can be read twice.
+// Not for a pipe, which can be read only once.
 bool IsCompressed(int descriptor) {
   constexpr std::string_view kGzipMark = "\x1f\x8b";
   std::array<char, kGzipMark.size()> start{};
@@ -97,7 +97,7 @@ bool LogReader::Open() {
   return !files_.empty();
 }
 
-// False when it is not there or was opened before.
+// False if it does not exist or was opened before.
 bool LogReader::OpenFile(const std::string& path) {
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (descriptor < 0 && errno != ENOENT) {

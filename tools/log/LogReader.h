@@ -1,4 +1,4 @@
-// Reads a log: all its files, and lines that are written later.
+// Reads a log: all its files, then the lines written afterwards.
 
 #pragma once
 
@@ -9,24 +9,24 @@
 #include <string_view>
 #include <vector>
 
-// The files that a log consists of, the oldest first: for "launcher.log" that
-// is ..., "launcher.2.log", "launcher.1.log", those that a rotation has set
-// aside ("launcher.<time>-<thread>.full"), and "launcher.log" itself. Only
-// existing ones.
+// The existing files of a log, the oldest first. For "launcher.log" these are
+// ..., "launcher.2.log", "launcher.1.log", those that a rotation has set aside
+// ("launcher.<time>-<thread>.full"), and "launcher.log" itself.
 std::vector<std::string> FindLogFiles(const std::string& path);
 
 class LogReader {
  public:
   using LineSink = std::function<void(std::string_view line)>;
 
-  // Gives `on_line` each line, without its line feed. Memory is bounded: of a
-  // line of more than 16 MiB, which no logger writes, only the end is given.
+  // Passes each line to `on_line`, without its line feed. Memory is bounded: of
+  // a line of more than 16 MiB, which no logger writes, `on_line` gets only the
+  // end.
   LogReader(std::string path, LineSink on_line);
   ~LogReader();
   LogReader(const LogReader&) = delete;
   LogReader& operator=(const LogReader&) = delete;
 
-  // Opens all of the log's files; false when there is none. Throws
+  // Opens all of the log's files; false if there is none. Throws
   // std::runtime_error, which names the file, for one that cannot be read.
   bool Open();
 
@@ -37,8 +37,8 @@ class LogReader {
   // the end of the last one is still being written, and is kept for `ReadNew`.
   void ReadAll();
 
-  // Reads lines written since, also in a file that took the place of the
-  // last one. `Open` may have found no log.
+  // Reads the lines written since then, including those in a file that has
+  // replaced the last one. `Open` may have found no log.
   void ReadNew();
 
  private:

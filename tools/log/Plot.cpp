@@ -30,13 +30,13 @@ constexpr int kMarkWidth = 12;  // marks closer than this become one
 constexpr int kDigitWidth = 6;  // of the numbers above marks
 constexpr int kNumberGap = 4;   // between two of them
 
-// More lanes than a screen holds; the time is shown above them as well.
+// More lanes than fit on a screen; the time axis is also above them.
 constexpr std::size_t kManyLanes = 15;
 
 constexpr std::array<const char*, kEndCauses> kCauses{
     "exit 0", "exit 1 or more", "SIGKILL", "other signal", "core file"};
 
-// They differ in shape, not only in colour. The centre is at 0, 0.
+// The marks differ in shape, not only in colour. The centre is at 0, 0.
 constexpr std::array<const char*, kEndCauses> kShapes{
     R"(<circle r="4" fill="#fff" stroke="#007a5a" stroke-width="2"/>)",
     R"(<path d="M-4,-4L4,4M-4,4L4,-4" stroke="#a35200" stroke-width="3"/>)",
@@ -184,7 +184,7 @@ class SvgWriter {
     WriteMarks(lane, middle);
   }
 
-  // How often it ended and, where that needs attention, its state.
+  // The number of its ends and, if it needs attention, its state.
   void WriteLaneNotes(const ItemHistory& item, int middle) {
     constexpr int kLineHalf = 7;
     const StateText& state = TextOf(item.StateAt(present_));
@@ -200,8 +200,8 @@ class SvgWriter {
     }
   }
 
-  // A mark is where the first of its ends was; those that follow within the
-  // mark's width are counted with it.
+  // A mark is at the first of its ends, and counts the ends that follow within
+  // its width.
   void WriteMarks(const Timeline::Lane& lane, int middle) {
     double free_from = 0;  // for a number, beside the one before it
     for (auto next = lane.ends.begin(); next != lane.ends.end();) {
@@ -233,9 +233,9 @@ class SvgWriter {
     out_ << "</title>" << shape << "</g>\n";
   }
 
-  // Shows that a mark is several ends: a column whose height grows with their
-  // number, and the number where there is room from `free_from` on. Returns
-  // from where there is room then.
+  // Shows that a mark counts several ends: draws a column whose height grows
+  // with their number, and the number if there is room from `free_from` on.
+  // Returns the new start of the free room.
   double WriteCount(std::uint32_t ends, double x, int middle,
                     double free_from) {
     if (ends < 2) {

@@ -1,5 +1,5 @@
-// A picture of a log: one lane per item over time, with bars while its program
-// ran and marks where it ended.
+// A picture of a log: one lane per item over time, with bars for the runs of
+// its program and marks for their ends.
 
 #pragma once
 

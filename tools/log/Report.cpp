@@ -11,7 +11,7 @@
 
 namespace {
 
-// Below these, a name and the causes of ends are not cut.
+// The least widths of a name and of the causes of ends.
 constexpr std::size_t kLeastName = 12;
 constexpr std::size_t kLeastCauses = 8;
 
@@ -22,8 +22,8 @@ const std::vector<TableColumn> kColumns{
     {"LONGEST", true, kAnyWidth}, {"UP", true, kAnyWidth},
     {"STATE", false, kAnyWidth},  {"ENDED BY", false, kLeastCauses}};
 
-// Whether the item's last state was derived. Looping shows in the log itself,
-// and gone in the table of processes.
+// Whether the item's last state was derived. The log itself shows a loop, and
+// the process table shows that the launcher is gone.
 bool ShowsDerivedState(const ItemHistory& item, ItemState state) {
   return item.HasDerivedState() && state != ItemState::kLooping &&
          state != ItemState::kGone;
@@ -103,8 +103,8 @@ std::string Source(const Report& report) {
   return text + LauncherText(report.history, report.present);
 }
 
-// `what` and as many of the names as fit a line of `width` columns, at least
-// one; empty when there are no names.
+// `what` and as many of the names as fit on a line of `width` columns, at
+// least one; empty if there are no names.
 std::string NamesLine(std::string what, const std::vector<std::string>& names,
                       std::size_t width) {
   constexpr std::size_t kMoreWidth = 16;  // " and 12345 more"

@@ -1,4 +1,4 @@
-// A log's history, for people and for machines.
+// Reports a log's history to people and to programs.
 
 #pragma once
 
@@ -15,9 +15,8 @@ struct Report {
   std::vector<std::string> files;  // those that were read, the oldest first
   Present present;
 
-  // The table, with where it comes from above it and the remarks below it. On a
-  // line of at most `width` columns, names and causes are cut where there is no
-  // room for them.
+  // The table, with its source above it and remarks below it. Cuts names and
+  // causes so that lines have at most `width` columns.
   std::string Table(std::size_t width) const;
 
   // A line for each kind of trouble; empty when all is well.
@@ -27,5 +26,5 @@ struct Report {
   std::string Json() const;
 };
 
-// One event in words, with a line feed; empty for a message that is not known.
+// One event in words, with a line feed; empty for an unknown message.
 std::string EventLine(const LogEvent& event);

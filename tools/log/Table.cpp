@@ -6,7 +6,7 @@
 
 namespace {
 
-// The blanks before a column that is not the first: more before text.
+// The blanks before a column other than the first: more before text.
 std::size_t Gap(const TableColumn& column) {
   return column.is_right_aligned ? 1 : 2;
 }

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-// The width of a line that nothing cuts.
+// The width for lines that are never cut.
 inline constexpr std::size_t kAnyWidth =
     std::numeric_limits<std::size_t>::max();
 
@@ -22,7 +22,7 @@ struct TableColumn {
 };
 
 // The rows below the headings, all of printable text, each column as wide as
-// its widest cell. Where a line would be wider than `width`, columns that may
-// be cut are, the first of them last.
+// its widest cell. If a line would be wider than `width`, cuts the columns that
+// may be cut, the first of them last.
 std::string TableText(const std::vector<TableColumn>& columns,
                       std::vector<TableRow> rows, std::size_t width);

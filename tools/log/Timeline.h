@@ -1,7 +1,7 @@
 // When items ran and ended, for a picture: a lane for each item.
 //
-// Time is cut into a fixed number of columns. When it outgrows them, two become
-// one, so memory grows with the items and not with the log.
+// Time is divided into a fixed number of columns. When it outgrows them, each
+// two become one, so memory grows with the items and not with the log.
 
 #pragma once
 
@@ -24,7 +24,7 @@ class Timeline {
     std::size_t last;
   };
 
-  // How many ends had each cause.
+  // The number of ends for each cause.
   using Ends = std::array<std::uint32_t, kEndCauses>;
 
   struct Lane {
@@ -44,7 +44,7 @@ class Timeline {
 
   Micros Origin() const { return origin_; }
   Micros ColumnStart(std::size_t column) const;
-  // The item's lane; empty when it has neither run nor ended.
+  // The item's lane; empty if it has neither run nor ended.
   const Lane& Find(std::size_t item) const;
 
  private:

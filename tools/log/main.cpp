@@ -1,4 +1,4 @@
-// launcher-log: shows from the launcher's log what happened to its items.
+// launcher-log: shows the history of the launcher's items from its log.
 
 #include <signal.h>
 #include <unistd.h>
@@ -30,7 +30,7 @@ namespace {
 
 enum ExitStatus : int {
   kDone = 0,
-  kTrouble = 1,   // found by --alert
+  kTrouble = 1,   // only with --alert
   kUnusable = 3,  // wrong arguments, or a file that cannot be read or written
 };
 
@@ -151,7 +151,7 @@ class Program {
     return {history_, options_.path, reader_.Files(), {Now(), &Exists}};
   }
 
-  // Returns when nobody reads the output any more.
+  // Returns once the output has no reader.
   void Follow(bool live) {
     constexpr std::chrono::milliseconds kTablePause{1000};
     constexpr std::chrono::milliseconds kLinePause{200};

@@ -1,4 +1,4 @@
-// The machine's processes as they are right now: the seam to the platform, one
+// The machine's present processes. This is a seam to the platform, with one
 // source file for each.
 
 #pragma once
@@ -23,10 +23,10 @@ struct Process {
 };
 
 // The processes that have not ended, in ascending order of their ids. They are
-// read one after another: one may end, or start, meanwhile. Those that the
-// system hides from this user are left out. Throws std::system_error when the
+// read one after another: one may end, or start, meanwhile. Processes that the
+// system hides from this user are left out. Throws std::system_error if the
 // system has no table.
 std::vector<Process> ReadProcesses();
 
-// Empty when it cannot be read.
+// Empty if it cannot be read.
 std::filesystem::path WorkingDirectory(pid_t process);

@@ -37,7 +37,7 @@ std::vector<std::string> Words(const std::string& path) {
   return words;
 }
 
-// Nothing for a process that has ended.
+// nullopt for a process that has ended.
 std::optional<Process> ReadProcess(pid_t id) {
   const std::string directory = "/proc/" + std::to_string(id);
   struct stat properties {};
@@ -51,7 +51,7 @@ std::optional<Process> ReadProcess(pid_t id) {
   unsigned long long system_ticks = 0;
   unsigned long long start_ticks = 0;
   unsigned long long pages = 0;
-  // The name before this may hold anything, parentheses among it.
+  // The name before this may contain any character, even parentheses.
   std::sscanf(text[0].substr(text[0].rfind(')')).c_str(),
               ") %c %d %*d %*d %*d %*d %*u %*u %*u %*u %*u %llu %llu %*d "
               "%*d %*d %*d %d %*d %llu %*u %llu",

@@ -18,8 +18,8 @@ namespace {
 using std::chrono::duration_cast;
 using std::chrono::milliseconds;
 
-// The kernel gives the number of arguments, the executable's path, NULs that
-// align what follows, the arguments, the environment.
+// The kernel gives the number of arguments, the executable's path, NULs for
+// alignment, the arguments, the environment.
 std::vector<std::string> Arguments(pid_t process, std::vector<char>& buffer) {
   int name[] = {CTL_KERN, KERN_PROCARGS2, process};
   int count = 0;
@@ -43,7 +43,7 @@ std::vector<std::string> Arguments(pid_t process, std::vector<char>& buffer) {
   return arguments;
 }
 
-// Processor time counts in units of the machine's own.
+// Processor time is in units of the machine's own.
 milliseconds ProcessorTime(const proc_taskinfo& task) {
   mach_timebase_info_data_t base{};
   mach_timebase_info(&base);
@@ -59,7 +59,7 @@ milliseconds SinceStart(const proc_bsdinfo& info) {
                   milliseconds(0));
 }
 
-// Nothing for a process that has ended or that this user may not see.
+// nullopt for a process that has ended or that this user may not see.
 std::optional<Process> ReadProcess(pid_t id, std::vector<char>& buffer) {
   proc_taskallinfo info{};
   if (proc_pidinfo(id, PROC_PIDTASKALLINFO, 0, &info, sizeof info) !=

@@ -28,7 +28,7 @@ std::string Row(const std::string& name, const std::string& state,
   return row + "\n";
 }
 
-// In the largest unit of which there is one.
+// In the largest unit that gives at least 1.
 std::string MemoryText(std::uint64_t bytes) {
   constexpr double kStep = 1024;
   double amount = static_cast<double>(bytes) / kStep;
@@ -58,7 +58,7 @@ Numbers WorkerNumbers(const std::optional<Worker>& worker) {
           MemoryText(process.resident_bytes)};
 }
 
-// Nothing when there are no workers.
+// Empty if there are no workers.
 std::string WorkerTable(const std::string& title,
                         const std::vector<Worker>& workers) {
   std::string text = workers.empty() ? "" : title + ":\n";

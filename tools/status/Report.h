@@ -1,4 +1,4 @@
-// Showing a status, to people and to programs.
+// Reports a status to people and to programs.
 
 #pragma once
 

@@ -15,17 +15,17 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// `main` and the stop thread; every item that has not been given up has one.
+// `main` and the stop thread. Every item has a thread unless it is given up.
 constexpr std::size_t kOwnThreads = 2;
 
-// While a launcher is this young it may not have come to all of its items.
+// A launcher younger than this may not have started all of its items.
 constexpr std::chrono::seconds kLoadingTime{1};
 constexpr std::chrono::milliseconds kLoadingTimePerItem{20};
 
 // A forked child executes its program sooner than this.
 constexpr std::chrono::seconds kExecutionTime{1};
 
-// By which the clock may have been set since a launcher's start.
+// The clock may have been set by this much since a launcher's start.
 constexpr std::chrono::seconds kClockSlack{1};
 
 // The children of each process.
@@ -59,7 +59,7 @@ std::string Command(const std::vector<std::string>& arguments) {
   return command;
 }
 
-// Along a chain, if `head` begins one, to the program at its end.
+// Follows the chain, if `head` begins one, to the program at its end.
 Worker Follow(const Process& head, const Children& children) {
   Worker worker{head, 0, ""};
   const Process* process = &head;
@@ -108,7 +108,7 @@ std::string ItemCommand(JsonObject item) {
   }
 }
 
-// Of two items with one name the later counts.
+// Of two items with the same name, the later counts.
 std::vector<ItemStatus> ParseItems(const std::string& text) {
   std::vector<ItemStatus> items;
   std::unordered_map<std::string, std::size_t> places;
@@ -137,7 +137,7 @@ void ReadItems(LauncherStatus& launcher) {
   const std::string text{std::istreambuf_iterator<char>(file), {}};
   try {
     launcher.items = ParseItems(text);
-  } catch (...) {  // An AERROR, or an exception of jsoncpp's.
+  } catch (...) {  // An AERROR or an exception of jsoncpp.
     launcher.problem = "cannot be read as JSON";
   }
 }
@@ -148,14 +148,16 @@ std::size_t CountWaiting(const LauncherStatus& launcher) {
   return static_cast<std::size_t>(std::ranges::count_if(launcher.items, Waits));
 }
 
-// Whether a worker's command fits an item's, from the surest rule to the last.
+// Whether a worker's command fits an item's, from the surest rule to the
+// weakest.
 using Rule = bool (*)(std::string_view command, std::string_view item);
 
 bool IsSame(std::string_view command, std::string_view item) {
   return !command.empty() && command == item;
 }
 
-// An interpreter comes first, or `env` or "sh -c 'exec ...'" has executed it.
+// An interpreter precedes the item's command, or `env` or "sh -c 'exec ...'"
+// has executed it.
 bool IsSimilar(std::string_view command, std::string_view item) {
   return !command.empty() && !item.empty() &&
          (command.ends_with(item) || item.ends_with(command));
@@ -187,7 +189,7 @@ void AssignWorkers(LauncherStatus& launcher) {
   }
 }
 
-// The state of the items that have been given no process.
+// The state of the items without a process.
 const char* StateOfWaiting(const LauncherStatus& launcher) {
   const std::size_t waiting = CountWaiting(launcher);
   if (!launcher.unassigned.empty()) {

@@ -1,9 +1,9 @@
-// The state of the launchers' items, found from the process table and the items
-// files.
+// The state of the launchers' items, derived from the process table and the
+// items files.
 //
 // A launcher has at least two threads. A forked child that could not execute
-// its program keeps the launcher's arguments, has one thread, and goes on as a
-// supervisor: such children in a row are a chain.
+// its program keeps the launcher's arguments, has one thread, and continues as
+// a supervisor: such children in a row are a chain.
 
 #pragma once
 
@@ -17,7 +17,7 @@
 // The states of an item that is not a chain.
 inline constexpr const char* kRunning = "running";
 inline constexpr const char* kBetweenStarts = "between two starts";
-inline constexpr const char* kNotRunning = "not running";  // why is not known
+inline constexpr const char* kNotRunning = "not running";  // cause unknown
 // A fork has failed, and the launcher does not try again.
 inline constexpr const char* kGivenUp = "given up";
 
@@ -43,7 +43,7 @@ struct ItemStatus {
 struct LauncherStatus {
   Process process;
   std::filesystem::path items_file;
-  std::string problem;   // why the items file cannot be used; or empty
+  std::string problem;   // why the items file cannot be used, if so
   bool changed = false;  // the file, since the launcher's start
   bool shared = false;   // the file, with another launcher
   std::vector<ItemStatus> items;
@@ -61,5 +61,5 @@ struct Status {
 // The launchers of `user` among `processes`, which ReadProcesses has returned.
 Status FindStatus(const std::vector<Process>& processes, uid_t user);
 
-// Whether its items are known, and all of them run.
+// Whether the launcher's items are known and all run.
 bool AllRun(const LauncherStatus& launcher);

@@ -1,4 +1,4 @@
-// launcher-status: shows what this user's launchers run right now.
+// launcher-status: shows the programs that this user's launchers run now.
 
 #include <unistd.h>
 
@@ -55,7 +55,7 @@ int ShowProcess(const Status& status, const std::string& name) {
   return kAllRun;
 }
 
-// Returns when nobody reads the output any more.
+// Returns once the output has no reader.
 int Watch() {
   const bool live = TakesEscapes(STDOUT_FILENO);
   while (std::cout.good()) {
@@ -112,7 +112,7 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Each table goes out in one piece.
+  // Writes each table in one piece.
   std::ios::sync_with_stdio(false);
   try {
     return Run(argc, argv);

@@ -26,11 +26,11 @@ std::string Quoted(std::string_view text);
 // `text` with U+FFFD in place of each byte that is not UTF-8.
 std::string ValidUtf8(std::string_view text);
 
-// The number of columns that printable `text` takes on a terminal: two for a
+// The width of printable `text` in columns of a terminal: two for a
 // wide character, none for a combining one.
 std::size_t DisplayWidth(std::string_view text);
 
-// `text`, or as much of it as fits `width` columns with "…" in the last one.
+// `text`, cut to fit `width` columns if necessary, with "…" in the last one.
 std::string Cut(std::string_view text, std::size_t width);
 
 // The same, padded with blanks to `width` columns.

@@ -28,8 +28,8 @@ struct TerminalSize {
 // is unknown.
 TerminalSize SizeOf(int descriptor);
 
-// The output that replaces all that a terminal shows by the lines of `text`.
-// Lines that are too wide are cut; if there are too many lines, their number
-// replaces the last ones. The cursor ends up at the start of the line below, so
-// there is nothing to restore.
+// The output that replaces a terminal's content by the lines of `text`. Lines
+// that are too wide are cut; if there are too many lines, their number replaces
+// the last ones. The cursor ends up at the start of the line below, so there is
+// nothing to restore.
 std::string Screenful(std::string_view text, TerminalSize size);

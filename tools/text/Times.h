@@ -14,14 +14,14 @@ inline constexpr Micros kMicrosPerSecond = 1'000'000;
 
 Micros Now();
 
-// The decimal number that `text` is; nothing for anything else.
+// Parses all of `text` as a decimal number; nullopt for any other text.
 std::optional<std::int64_t> ToNumber(std::string_view text);
 
-// The time that `text` begins with, written as in a log; nothing when it begins
-// with no such time.
+// Parses the time at the start of `text`, in a log's form; nullopt if there is
+// none.
 //
 //   2026-11-21T06:20:31.123456Z ERROR ...  gives  1795242031123456
-//   2026-11-21T25:00:00.000000Z            gives  nothing
+//   2026-11-21T25:00:00.000000Z            gives  nullopt
 std::optional<Micros> ParseLogTime(std::string_view text);
 
 // The forms that `ParseSince` reads, for messages.
@@ -29,8 +29,8 @@ inline constexpr char kSinceForms[] =
     "90s, 15m, 2h or 3d ago, or a time in UTC: 2026-11-21, 2026-11-21T06:20,\n"
     "2026-11-21T06:20:31 or 2026-11-21T06:20:31.123456Z";
 
-// A span before `now`, or a UTC time, which may end with "Z". Nothing for
-// anything else.
+// Parses a span before `now`, or a UTC time, which may end with "Z"; nullopt
+// for any other text.
 std::optional<Micros> ParseSince(std::string_view text, Micros now);
 
 // "2026-11-21T06:20:31Z", UTC.

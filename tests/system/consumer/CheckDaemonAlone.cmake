@@ -1,5 +1,5 @@
-# Fails unless the component "daemon", and what is installed without naming a
-# component, are the bundle's files and nothing of the package.
+# Fails unless the component "daemon", and an installation that names no
+# component, hold the bundle's files and none of the package.
 
 foreach(component "" "--component;daemon")
   file(REMOVE_RECURSE ${STAGE})

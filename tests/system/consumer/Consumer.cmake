@@ -1,9 +1,10 @@
-# The package of common/, as its users meet it: installed, found, built against
-# and run; and left out where the daemon alone is installed.
+# Uses the package of common/ as other programs do: installs it, finds it,
+# builds against it and runs the result. An installation of the daemon alone
+# leaves it out.
 
 set(CONSUMER_DIR ${PROJECT_BINARY_DIR}/consumer)
 
-# Anew each time: what an earlier package had would hide what this one lacks.
+# Removes an earlier package: its files would hide that this one lacks them.
 add_test(NAME consumer_starts_empty
          COMMAND ${CMAKE_COMMAND} -E rm -rf ${CONSUMER_DIR}/stage
                  ${CONSUMER_DIR}/build)

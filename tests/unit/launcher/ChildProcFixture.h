@@ -1,4 +1,4 @@
-// One real ChildProc, its log and what it executes.
+// One real ChildProc, its log and its calls of execv.
 
 #pragma once
 
@@ -26,7 +26,7 @@
 inline constexpr const char* kSleeper =
     R"("program": "/bin/sleep", "argc": 1, "args": {"0": "1000"})";
 
-// What a pause of the supervision thread logs after `LogPauses`.
+// The message for a pause of the supervision thread after `LogPauses`.
 inline constexpr const char* kPauseFormat = "a pause of %lld ns";
 inline constexpr const char* kFiftyMilliseconds = "a pause of 50000000 ns";
 
@@ -98,14 +98,13 @@ class ChildProcTest : public testing::Test {
     return Records(format);
   }
 
-  // Waits for the first program to be started, and returns the path and the
-  // vector that execv got.
+  // Waits for the first call of execv, and returns its path and vector.
   Vector FirstExec() {
     EXPECT_TRUE(Eventually([] { return !system_calls::Execs().empty(); }));
     return system_calls::Execs().at(0);
   }
 
-  // Waits for the first end of a child, and returns what is logged about it.
+  // Waits for the first end of a child, and returns the message about it.
   LoggedEnd FirstEnd() { return EndIn(Await(kEndMessage, 1).at(0)).value(); }
   int FirstStatus() { return FirstEnd().status; }
 
@@ -140,7 +139,7 @@ class ChildProcTest : public testing::Test {
   }
 
   // Destroys the object while its thread is held before the fork; lets the
-  // thread continue once the signal is sent. Returns what is sent by then.
+  // thread continue once the signal is sent. Returns the signals sent by then.
   Kills DestroyAtHeldFork() {
     AwaitHeldFork();
     std::thread destroyer([&] { child_.reset(); });

@@ -1,5 +1,5 @@
 // The forked child's side of a ChildProc: its argument vector, its end, and the
-// chain that it begins when its program cannot be executed.
+// chain that it starts when its program cannot be executed.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -27,8 +27,8 @@ extern "C" char** environ;
 
 namespace {
 
-// The members of an item that runs /bin/true, and the argument vector that it
-// gives.
+// The members of an item that runs /bin/true, and the resulting argument
+// vector.
 struct Arguments {
   const char* name;
   std::string members;
@@ -286,8 +286,8 @@ TEST_F(ChildProcTest, AFailedExecFreesEveryArgument) {
 
 #endif
 
-// A forked child has none of the threads, and the stacks of most are unmapped
-// there: there are more than the C library keeps for reuse.
+// A forked child has none of the threads. There are more stacks than the C
+// library keeps for reuse, so most are unmapped there.
 TEST_F(ChildProcTest, DestroyingInAForkedChildSignalsWithoutWaiting) {
   constexpr int kMore = 20;
   Start(Item(kSleeper));
@@ -318,7 +318,7 @@ TEST_F(ChildProcTest, DestroyingInAForkedChildSignalsWithoutWaiting) {
 }
 
 // Process ids are reused: a chain's tail may get the id of the launcher, which
-// has ended, and has no thread to join all the same.
+// has ended. It still has no thread to join.
 TEST_F(ChildProcTest, JoinsNothingInAForkedChildThatHasTheLaunchersProcessId) {
   StartSleeper();
   EXPECT_EQ(InForkedChild([this, id = getpid()] {
@@ -332,7 +332,7 @@ TEST_F(ChildProcTest, JoinsNothingInAForkedChildThatHasTheLaunchersProcessId) {
   AwaitChild();
 }
 
-// So its signals go to its process group, also after earlier children.
+// So its signals go to its process group, even after earlier children.
 TEST_F(ChildProcTest, TheForkedChildHasTheProcessIdZeroForItsItem) {
   system_calls::OnFork([this] {
     if (++forks_ == 2) {
@@ -354,7 +354,7 @@ TEST_F(ChildProcTest, TheForkedChildHasTheProcessIdZeroForItsItem) {
   EXPECT_EQ(EndIn(ends.at(1)).value().status, 768);
 }
 
-// In `exit` it could wait for ever for a lock that was held at the fork.
+// `exit` could wait for ever for a lock that was held at the fork.
 TEST_F(ChildProcTest, TheForkedChildOfAnExitingLauncherEndsWithoutAnExit) {
   const std::string file = directory_.Path() / "buffered";
   EXPECT_EQ(InForkedChild([&] {

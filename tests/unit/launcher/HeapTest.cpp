@@ -19,7 +19,7 @@
 
 namespace {
 
-// The C library's heaps, one mark for each in its own account of them.
+// The C library's heaps, one mark for each in its own statistics.
 int Heaps() {
   char* text = nullptr;
   std::size_t length = 0;

@@ -1,6 +1,5 @@
-// The steps of the launcher's start-up, called one by one, with a logger that
-// is there from the start. main.cpp is compiled into this program with its
-// `main` renamed.
+// The steps of the launcher's start-up, called one by one, with a logger from
+// the start. main.cpp is compiled into this program with its `main` renamed.
 
 #pragma once
 
@@ -30,7 +29,7 @@ class LoggedTest : public testing::Test {
   void SetUp() override { logger = &log_; }
   void TearDown() override { logger = nullptr; }
 
-  // What is logged, as level and message.
+  // The logged levels and messages.
   using Lines = std::vector<std::pair<int, std::string>>;
   Lines Logged() const {
     Lines lines;

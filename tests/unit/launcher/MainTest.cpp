@@ -393,8 +393,8 @@ TEST_F(MainTest, StartsWithoutAThreadForSigterm) {
 }
 
 // The earlier of the two is stopped while it is about to fork: its process
-// group is signalled, and nothing waits for it under the lock that it forks
-// under. It has ended before the walk goes on.
+// group gets a signal, and no thread waits for it while holding the lock that
+// it needs to fork. It has ended before the walk continues.
 TEST_F(MainTest, ReplacesAnItemThatIsAboutToFork) {
   const std::string file = WriteItems(
       R"({"0": {"name": "twin", "program": "/bin/true"},
@@ -492,7 +492,7 @@ TEST_F(MainTest, NoItemForksWhileAnotherIsInserted) {
                 has_forked = true;
                 return child;
               });
-              // Once the item's thread is there, `main` makes one more copy of
+              // Once the item's thread exists, `main` makes one more copy of
               // the item's name: the key in the map.
               g_on_allocation = [](std::size_t bytes) {
                 if (bytes > kNameBytes && has_thread &&

@@ -47,7 +47,7 @@ TEST_F(SigtermTest, EmptiesTheMapAndThenWakesTheWaitEveryTime) {
               RunSleeper();
               if (!IsWokenBy([] { raise(SIGTERM); })) return 1;
               if (!g_child_map.empty()) return 2;
-              // The child has ended, and so has the pause after that.
+              // The child has ended, and so has the pause after its end.
               const auto now = std::chrono::steady_clock::now();
               const LogRecord end = RecordingLog::Read(log_file_).back();
               if (now.time_since_epoch() - end.time < kRestartPause) return 3;
@@ -57,8 +57,8 @@ TEST_F(SigtermTest, EmptiesTheMapAndThenWakesTheWaitEveryTime) {
             0);
 }
 
-// The supervision threads fork under the lock that guards the map, so nothing
-// may wait for one of them under it.
+// The supervision threads hold the map's lock when they fork, so no thread may
+// wait for one of them while it holds that lock.
 TEST_F(SigtermTest, StopsAnItemThatIsAboutToFork) {
   REQUIRE_SANDBOX();
   EXPECT_EQ(InForkedChild([] {
@@ -244,8 +244,8 @@ TEST(SigtermHandler, EndsAForkedChildThatHasTheLaunchersProcessId) {
             SIGTERM);
 }
 
-// A condition variable that remembers a waiter is not destroyed before that
-// waiter has gone, and the forked child has no such thread.
+// Destroying a condition variable that counts a waiter waits for that waiter,
+// and the forked child has no such thread.
 TEST(Globals, AreDestroyedInAForkedChildThoughMainWaits) {
   EXPECT_EQ(InForkedChild([] {
               InitDaemon();
@@ -260,8 +260,8 @@ TEST(Globals, AreDestroyedInAForkedChildThoughMainWaits) {
 
 #ifdef __GLIBC__
 
-// The C library holds up the destruction of a condition variable that has a
-// waiter; the map must not be destroyed by then.
+// The destruction of a condition variable waits for its waiters; the map must
+// still exist then.
 TEST(Globals, AreDestroyedInTheOrderConditionMutexMap) {
   REQUIRE_SANDBOX();
   EXPECT_EQ(InForkedChild([]() -> int {

@@ -106,7 +106,7 @@ TEST(StopThread, NeverMakesTheWakerWait) {
 
 #ifdef __linux__
 
-// A handler that does not restart calls, such as a logger library may have.
+// A handler that does not restart calls, as a logger library may install.
 TEST(StopThread, GoesOnAfterAnInterruptedRead) {
   EXPECT_EQ(InForkedChild([] {
               static std::atomic<int> interruptions = 0;
@@ -211,13 +211,13 @@ TEST(StopThread, LeavesNothingOpenWithoutAPipe) {
               constexpr rlimit kStandardDescriptorsOnly{3, 4};
               setrlimit(RLIMIT_NOFILE, &kStandardDescriptorsOnly);
               if (StartStopThread(Count)) return 1;
-              // There is a pipe now, but no room above the first three numbers.
+              // There is a pipe now, but no free number above the first three.
               close(STDIN_FILENO);
               close(STDOUT_FILENO);
               const int before = OpenDescriptors();
               if (StartStopThread(Count)) return 2;
               if (OpenDescriptors() != before) return 3;
-              // And now there is room for one of its ends.
+              // Now there is a number for one of its ends.
               constexpr rlimit kOneMore{4, 4};
               setrlimit(RLIMIT_NOFILE, &kOneMore);
               if (StartStopThread(Count)) return 4;

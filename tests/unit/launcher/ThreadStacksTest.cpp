@@ -64,7 +64,7 @@ std::ptrdiff_t Mappings() {
   return std::count(std::istreambuf_iterator<char>(maps), {}, '\n');
 }
 
-// Whether the system can guard a page without a mapping for it.
+// Whether the system can guard a page without a separate mapping.
 bool HasGuardMarks() {
   constexpr int kGuardInstall = 102;
   void* const page =
@@ -83,7 +83,7 @@ TEST(ThreadStacks, HaveTheSizeThatTheHeaderSays) {
 }
 
 // A logger library's, for example.
-TEST(ThreadStacks, LeaveTheThreadsOfOthersAsTheyAre) {
+TEST(ThreadStacks, LeaveOtherThreadsUnchanged) {
   std::size_t size = 0;
   std::size_t before = 0;
   std::thread([&] { before = OwnStack().bytes; }).join();
@@ -157,8 +157,8 @@ TEST(ThreadStacks, KeepTheirGuardInAForkedChild) {
 TEST(ThreadStacks, FaultWhereTheKernelRefusesTheMark) {
   for (const std::ptrdiff_t beyond : {0, 1}) {
     const int status = InForkedChild([&] {
-      // They take the stacks that earlier threads have marked, of which the C
-      // library keeps 40 MiB.
+      // They reuse stacks that earlier threads have marked. The C library keeps
+      // 40 MiB of these.
       constexpr int kKept = 100;
       for (int i = 0; i < kKept; ++i) {
         pthread_t idle;

@@ -19,9 +19,8 @@ using namespace std::string_literals;
 #ifdef __linux__
 
 // jsoncpp copies its null, a function-local static, into each member that it
-// adds. A forked child that had to make the null could wait for ever for a
-// thread that was making it at the fork. This test must be the first to use
-// jsoncpp.
+// adds. A forked child that made the null could wait for ever for a thread that
+// was making it at the fork. This test must be the first to use jsoncpp.
 TEST(JsonObjectNull, IsMadeBeforeAnyThread) {
   JsonObject document("{}");
   const int before = LocalStaticsMade();

@@ -43,7 +43,7 @@ class ExecutablePath : public testing::Test {
     return probe;
   }
 
-  // Starts `path` in `directory` and reads what it prints.
+  // Starts `path` in `directory` and reads its output.
   Answer Start(const std::string& directory, const std::string& path,
                std::vector<std::string> arguments = {
                    std::to_string(kRoomy)}) const {
@@ -224,7 +224,8 @@ TEST_F(ExecutablePath, DeterminesTheCurrentPath) {
 
 #ifdef __linux__
 
-// The start path cannot be made absolute there, so it is that of the file.
+// The start path cannot be made absolute there, so the result is the file's
+// path.
 TEST_F(ExecutablePath, IsResolvedWhenStartedInADeletedDirectory) {
   fs::create_directory(Folder() + "/deleted");
   EXPECT_EQ(PathOf(Folder() + "/deleted", "../probe"), Folder() + "/probe");

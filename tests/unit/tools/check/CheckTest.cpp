@@ -161,7 +161,7 @@ TEST_F(Check, SurvivesAnyNesting) {
   EXPECT_EQ(Ids(), Vector{"not-json"});
 }
 
-// Some versions of the JSON library refuse them.
+// Some versions of the JSON library reject them.
 TEST_F(Check, FindsRawControlCharacters) {
   Run(Item("\"argc\": 1, \"args\": {\"0\": \"a\tb\"}"));
   try {

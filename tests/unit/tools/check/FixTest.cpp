@@ -120,7 +120,7 @@ TEST(Fix, CorrectsSmallSlipsOfSyntax) {
   }
 }
 
-TEST(Fix, GivesUpWhereNothingIsCertain) {
+TEST(Fix, GivesUpWhereNoCorrectionIsCertain) {
   for (const std::string text : {"", "{", "5", "\"x\"", "null", "{\"0\" 5}"}) {
     EXPECT_FALSE(FixItems(text)) << text;
   }

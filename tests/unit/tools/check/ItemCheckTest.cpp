@@ -174,7 +174,7 @@ TEST_F(ItemCheck, FindsArgumentsWithoutArgc) {
   EXPECT_EQ(Ids(), Vector{});
 }
 
-TEST_F(ItemCheck, GuessesTheKeyThatWasMeant) {
+TEST_F(ItemCheck, GuessesTheIntendedKey) {
   const auto advice = [&](const std::string& key) {
     Run(Item("\"" + key + "\": 1"));
     EXPECT_EQ(Ids(), Vector{"unknown-key"}) << key;

@@ -46,7 +46,7 @@ class ProgramFile : public testing::Test {
     return problem ? problem->rule->id : "";
   }
 
-  // The system must execute the file exactly when nothing is found, or when the
+  // The system must execute the file if and only if there is no finding, or the
   // rule says that the program starts.
   static void ExpectId(const std::string& path, const std::string& id) {
     EXPECT_EQ(IdOf(path), id) << path;
@@ -181,7 +181,7 @@ TEST_F(ProgramFile, MustBeFoundByEnv) {
             "");
 }
 
-// Such a script is not executed here, since that has no end.
+// Such a script is not executed here, because it would never end.
 TEST_F(ProgramFile, MustNotBeExecutedByEnvForever) {
   EXPECT_EQ(IdOf(Executable("endless", "#!/usr/bin/env\n")),
             "program-env-loop");

@@ -41,7 +41,7 @@ std::set<std::string> DocumentedIds() {
   return ids;
 }
 
-// Those that the manual page lists, as "id severity".
+// The rules that the manual page lists, as "id severity".
 std::set<std::string> ListedIds() {
   std::istringstream page(
       ReadFile(std::string(SOURCE_DIRECTORY) + "/man/launcher-check.1"));

@@ -102,7 +102,7 @@ TEST(LogLine, ReadsTheOtherMessages) {
   EXPECT_EQ(kind("a 2 is killed. ret = 2, status = 9x"), LogEventKind::kOther);
 }
 
-TEST(LogLine, ReadsHowManyLinesAreLost) {
+TEST(LogLine, ReadsTheNumberOfLostLines) {
   const LogEvent event =
       Event("CRITICAL", string_format(kLostLinesMessage, 12ULL, ENOSPC));
   EXPECT_EQ(event.kind, LogEventKind::kLost);

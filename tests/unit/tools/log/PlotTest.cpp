@@ -60,7 +60,7 @@ TEST_F(PlotOf, DrawsALaneWithABarAndAMarkForEachItem) {
   EXPECT_NE(svg.find(">2 ends<"), std::string::npos);
 }
 
-TEST_F(PlotOf, LeavesAGapWhereNothingRan) {
+TEST_F(PlotOf, LeavesAGapWhereNoProgramRan) {
   Add(0, LogEventKind::kStart, "a");
   Add(10 * kSecond, LogEventKind::kEnd, "a");
   Add(50 * kSecond, LogEventKind::kStart, "a");
@@ -68,7 +68,7 @@ TEST_F(PlotOf, LeavesAGapWhereNothingRan) {
   EXPECT_EQ(Count(Svg(), "class=\"run\""), 2U);
 }
 
-TEST_F(PlotOf, DrawsWhatStillRuns) {
+TEST_F(PlotOf, DrawsRunsThatHaveNotEnded) {
   Add(0, LogEventKind::kStart, "a");
   Add(0, LogEventKind::kStart, "b");
   Add(60 * kSecond, LogEventKind::kEnd, "b");
@@ -180,7 +180,7 @@ TEST_F(PlotOf, LeavesOutNumbersThatWouldOverlap) {
   }
 }
 
-TEST_F(PlotOf, ShowsOnTheLaneWhatNeedsAttention) {
+TEST_F(PlotOf, MarksLanesThatNeedAttention) {
   Add(0, LogEventKind::kForkFailed, "forkless");
   Add(0, LogEventKind::kNoProgram, "pathless");
   LogEvent link;

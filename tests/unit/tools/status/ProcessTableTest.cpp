@@ -119,7 +119,7 @@ TEST(ProcessTable, IsInAscendingOrder) {
   }
 }
 
-TEST(ProcessTable, LeavesOutWhatHasEnded) {
+TEST(ProcessTable, LeavesOutProcessesThatHaveEnded) {
   const Started started("/bin/true", {"true"});
   siginfo_t end{};
   ASSERT_EQ(

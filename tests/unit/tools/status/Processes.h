@@ -1,4 +1,4 @@
-// Process tables as a test wants them.
+// Process tables made for a test.
 
 #pragma once
 

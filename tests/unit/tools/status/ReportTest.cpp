@@ -157,7 +157,7 @@ TEST_F(StatusReport, DoesNotLetNamesActOnTheTerminal) {
   EXPECT_TRUE(Shows("launcher \\x1b[2J,"));
 }
 
-TEST_F(StatusReport, ColoursWhatDoesNotRun) {
+TEST_F(StatusReport, ColoursItemsThatDoNotRun) {
   Add("good", kRunning);
   const std::string good = TableReport(status_, true);
   EXPECT_EQ(good.find('\x1b'), std::string::npos);

@@ -217,7 +217,7 @@ TEST_F(StatusTest, PrefersEqualArgumentsToAnInterpretersArguments) {
   EXPECT_EQ(Given(), (Ids{102, 101}));
 }
 
-TEST_F(StatusTest, RecognisesWhatAnItemHasExecuted) {
+TEST_F(StatusTest, RecognisesAProgramThatAnItemExecutes) {
   Launch({{"/usr/bin/env", "A=1", "sleep", "5"},
           {"/bin/sh", "-c", "ulimit -n 100; exec web --port 80"},
           {"/other"}});
@@ -226,7 +226,7 @@ TEST_F(StatusTest, RecognisesWhatAnItemHasExecuted) {
   EXPECT_EQ(Given(), (Ids{102, 101, 0}));
 }
 
-TEST_F(StatusTest, ComparesWholeWordsOfWhatAnItemHasExecuted) {
+TEST_F(StatusTest, ComparesWholeArgumentsOfAnExecutedProgram) {
   Launch({{"/bin/sh", "-c", "exec nosleep 5"}, {"/other"}});
   Run(101, {"sleep", "5"});
   EXPECT_EQ(Given(), (Ids{0, 0}));
@@ -268,7 +268,7 @@ TEST_F(StatusTest, DoesNotSayWhichOfTwoItemsIsGivenUp) {
   EXPECT_EQ(States(), (::States{kNotRunning, kNotRunning}));
 }
 
-TEST_F(StatusTest, ALauncherThatIsStillLoadingHasGivenNothingUp) {
+TEST_F(StatusTest, ALauncherThatIsStillLoadingHasGivenNoItemUp) {
   Launch(kTwo, 0);
   TheLauncher().uptime = 1039ms;
   EXPECT_EQ(States(), (::States{kNotRunning, kNotRunning}));

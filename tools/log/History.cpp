@@ -75,7 +75,11 @@ ItemState ItemHistory::StateAt(Micros now) const {
 
 ItemState ItemHistory::StateAt(const Present& present) const {
   const ItemState state = StateAt(present.now);
-  return IsUp(state) && !present.exists(launcher) ? ItemState::kGone : state;
+  const bool goes_on = IsUp(state) || state == ItemState::kPausing;
+  if (!goes_on || present.exists(launcher)) {
+    return state;
+  }
+  return IsUp(state) ? ItemState::kGone : ItemState::kSilent;
 }
 
 bool ItemHistory::HasDerivedState() const {

@@ -1,7 +1,8 @@
 // The history of items and launchers that a log shows.
 //
-// The launcher logs starts at level DEBUG only. Elsewhere they are derived from
-// the ends: the launcher starts a program again `kRestartPause` after its end.
+// The launcher logs starts at the levels VERBOSE and DEBUG only. Elsewhere they
+// are derived from the ends: the launcher starts a program again
+// `kRestartPause` after its end.
 // A supervision thread serves one item, so the process and thread ids of a line
 // show which end follows which start.
 //
@@ -86,7 +87,7 @@ inline constexpr std::array<StateText, 8> kStateTexts{{
     {ItemState::kGone, "gone", "launcher no longer there"},
     {ItemState::kChain, "chain", "cannot be executed"},
     {ItemState::kNoFork, "no fork", "given up for good"},
-    {ItemState::kNoProgram, "no path", "empty \"program\""},
+    {ItemState::kNoProgram, "no path", "missing or empty \"program\""},
 }};
 
 inline const StateText& TextOf(ItemState state) {

@@ -142,7 +142,9 @@ std::string Remarks(const Report& report,
   if (std::ranges::any_of(items, [](const ItemHistory* item) {
         return item->HasDerivedStarts() || item->HasDerivedState();
       })) {
-    text += "~ derived from the ends: starts are logged at level DEBUG only\n";
+    text +=
+        "~ derived from the ends: only the levels VERBOSE and DEBUG log "
+        "starts\n";
   }
   return text;
 }

@@ -46,19 +46,18 @@ struct Options {
 };
 
 void Declare(CLI::App& app, Options& options) {
-  app.add_option("LOG-FILE", options.path,
-                 "the log; without it, the launcher's own");
+  app.add_option("LOG-FILE", options.path, "the log; by default, your own");
   CLI::Option* const json =
       app.add_flag("--json", options.json, "write a JSON document");
   CLI::Option* const follow =
       app.add_flag("--follow", options.follow,
-                   "go on with what is logged from now on: a live table on a\n"
+                   "follow the log: a live table on a\n"
                    "terminal, a line for each event otherwise");
   CLI::Option* const events = app.add_flag(
       "--events", options.events, "list what happened, a line for each event");
-  CLI::Option* const alert = app.add_flag(
-      "--alert", options.alert,
-      "only show what needs attention, and end with 1 if anything does");
+  CLI::Option* const alert =
+      app.add_flag("--alert", options.alert,
+                   "show only problems; exit with 1 if there are any");
   app.add_option(
          "--since", options.since,
          std::string("only what was logged since TIME:\n") + kSinceForms)
@@ -201,7 +200,7 @@ class Program {
 };
 
 int RunProgram(int argc, char** argv) {
-  CLI::App app("Shows from the launcher's log what became of its items.",
+  CLI::App app("Shows from the log how the launcher's items ran and ended.",
                "launcher-log");
   Options options;
   Declare(app, options);

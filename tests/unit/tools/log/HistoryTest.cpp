@@ -146,6 +146,9 @@ TEST_F(HistoryOf, DistinguishesAPausingItemFromASilentOne) {
   Add(0, LogEventKind::kStart);
   End(1);
   EXPECT_EQ(Item().StateAt(At(2)), ItemState::kPausing);
+  EXPECT_EQ(Item().StateAt(AtWith(2, 10)), ItemState::kPausing);
+  EXPECT_EQ(Item().StateAt(AtWith(2, 20)), ItemState::kSilent)
+      << "the launcher is gone";
   EXPECT_EQ(Item().StateAt(At(2.1)), ItemState::kSilent);
   EXPECT_FALSE(Item().HasDerivedState());
 }

@@ -76,7 +76,8 @@ TEST(LogReport, IsATable) {
       "backup      2    1 13s    1     1     12s 12s  running   SIGSEGV core\n"
       "数\\n       1~    1 12s    1     1     11s 11s  running~  exit 3\n"
       "\n"
-      "~ derived from the ends: starts are logged at level DEBUG only\n");
+      "~ derived from the ends: only the levels VERBOSE and DEBUG log "
+      "starts\n");
 }
 
 TEST(LogReport, SaysWhatTheLevelHides) {
@@ -227,7 +228,7 @@ TEST(LogReport, ShowsTroubleAsAlerts) {
             "silent (launcher stopped or killed): stopped\n"
             "chain (cannot be executed): link\n"
             "no fork (given up for good): forkless\n"
-            "no path (empty \"program\"): pathless\n"
+            "no path (missing or empty \"program\"): pathless\n"
             "items files that could not be parsed: 1\n"
             "lost lines: 12 (No space left on device)\n");
   const std::string text = Table(history, 20 * kSecond);

@@ -192,7 +192,7 @@ TEST_F(PlotOf, MarksLanesThatNeedAttention) {
   Add(0, LogEventKind::kStart, "fine");
   const std::string svg = Svg();
   EXPECT_NE(svg.find(">no fork: given up for good<"), std::string::npos);
-  EXPECT_NE(svg.find(">no path: empty &quot;program&quot;<"),
+  EXPECT_NE(svg.find(">no path: missing or empty &quot;program&quot;<"),
             std::string::npos);
   EXPECT_NE(svg.find(">chain: cannot be executed<"), std::string::npos);
   EXPECT_EQ(Count(svg, "class=\"state\""), 3U);

@@ -1,5 +1,5 @@
-// The system's error codes. They are thrown by value and are not exception
-// classes.
+// Our own error codes. They are thrown by value, and are not derived from
+// std::exception.
 
 #pragma once
 

@@ -74,8 +74,9 @@ std::string GetAppDataPath() {
   return path + "/Library/Application Support";
 }
 
-// Deliberate: takes HOME as it is in both layouts, unlike GetAppDataPath. The
-// extension's log would leave its home directory, where users look for it.
+// Deliberate: takes HOME as it is in both layouts, unlike GetAppDataPath.
+// Otherwise the extension's log would not be in the extension's home directory,
+// where users look for it.
 std::string GetLogPath() {
   const std::string name = GetSDKName();
   return Home() + "/Library/Logs/" + name + "/qvxlog";

@@ -23,12 +23,12 @@ enum LOGLEVEL : int {
 };
 
 // A logger. It belongs to the library and is never deleted. It lives until the
-// process ends, because the launcher logs ends of children even during
+// process ends, because the launcher logs the end of a child even during
 // exit-time destruction.
 //
 // Deliberate: `LogV` is the third virtual function, and there is no virtual
-// destructor, which would take slots in the table. Otherwise callers and
-// libraries that are built separately would call the wrong function.
+// destructor, which would take slots in the table. Otherwise a launcher would
+// call the wrong function of a library that was built separately.
 class ILog {
  public:
   // Writes `message` unchanged, '%' included, through `LogV`.
@@ -66,7 +66,8 @@ extern "C" {
 // Prepares `directory` to hold the logs. Makes it and its parents if they are
 // missing. Returns 0, or an errno value that says why logs cannot be written
 // there. In the launcher, also returns ENOENT if the library cannot be loaded
-// and ECANCELED if it throws. Must be called once, before other threads exist.
+// and ECANCELED if it throws. Must be called once, before any other thread uses
+// the library.
 int InitLogger(const char* directory);
 
 // Makes the logger `name` and stores it in `*logger`. `version` is the

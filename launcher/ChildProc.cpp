@@ -22,7 +22,7 @@
 
 namespace {
 
-// The process that the supervision threads belong to, by its depth. Its forked
+// The `ForkDepth` of the process that has the supervision threads. Its forked
 // children do not have them.
 std::atomic<int> g_supervisor = 0;
 
@@ -65,8 +65,8 @@ ChildProc::~ChildProc() {
     return;
   }
   if (IsForkedChild()) {
-    // Neither joined nor detached: both read a stack that may be unmapped by
-    // now. Made anew in place, the handle lets go without either.
+    // Joining and detaching would both read the thread's stack, which may be
+    // unmapped by now. A new handle in place of the old one avoids both.
     ::new (thread.get()) std::thread;
   } else if (thread->joinable()) {
     thread->join();
@@ -74,14 +74,14 @@ ChildProc::~ChildProc() {
 }
 
 // Deliberate: the target is `pid` as it is, also 0 and -1
-// (docs/sharp-edges.md). Otherwise the processes that were started together
-// with an item that has not forked yet, or could not, would run on.
+// (docs/sharp-edges.md). Otherwise stopping an item that has not forked yet, or
+// could not fork, would leave the processes that were started with it running.
 void ChildProc::Stop() {
   running = false;
   kill(pid, SIGKILL);
 }
 
-// No exception passes here: one that nothing catches ends the process.
+// `noexcept`: an exception that reaches this function ends the process.
 void* ChildProc::Run(void* self) noexcept {
   GuardThreadStack();
   static_cast<ChildProc*>(self)->Supervise();
@@ -107,8 +107,8 @@ void ChildProc::Supervise() {
       Wait(child);
     } else if (program.empty()) {
       // Deliberate: the path is tested here, in the forked child, and the
-      // launcher forks every cycle (docs/sharp-edges.md). Otherwise an item
-      // without a program would have no end in the log.
+      // launcher forks every cycle (docs/sharp-edges.md). Otherwise the log
+      // would show no end of a child for an item without a program.
       __LOG__A(logger, LOGLEVEL_ERROR, kNoProgramMessage, name.c_str());
       break;
     } else {
@@ -138,10 +138,10 @@ void ChildProc::Wait(pid_t child) {
 }
 
 // Child: everything between fork and execv happens here. The launcher has other
-// threads, and the forked child has none of them, so this calls only what works
-// without them:
+// threads, and the forked child has none of them, so this calls only functions
+// that work without them:
 //
-//   ItemVectorLength, ItemArgument     memory alone
+//   ItemVectorLength, ItemArgument     use only memory
 //   operator new and delete            fork keeps them usable
 //   strdup, free                       fork keeps them usable
 //   execv

@@ -21,8 +21,8 @@
 // destruction unless it was forked while the launcher was inside `exit`.
 //
 // A "program" that is an object or array ends the launcher: nothing catches the
-// exception on the supervision thread. Such an "argc" or "args" ends the child
-// alone.
+// exception on the supervision thread. An "argc" or "args" of a wrong type ends
+// only the forked child.
 
 #pragma once
 

@@ -3,7 +3,7 @@
 #pragma once
 
 // The number of forks between the program's start and this process. A signal
-// may reach a forked child before the child is counted.
+// may reach a forked child before its fork is counted.
 int ForkDepth();
 
 // Records that this process is about to call `exit`. Children that it forks

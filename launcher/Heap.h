@@ -1,4 +1,4 @@
-// The C library's heap: a seam to the platform.
+// The C library's heap. Each platform has its own source file.
 
 #pragma once
 

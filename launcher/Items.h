@@ -28,8 +28,8 @@ inline constexpr std::int64_t kLargestArgc =
     (kSupervisionStackBytes - std::size_t{16} * 1024) / sizeof(char*) - 2;
 
 // Calls `named` with a view of each item that has a member "name", and
-// `nameless` with each other item, null included, in the order of the keys "0",
-// "1", "2", ... The first missing key ends the walk.
+// `nameless` with every other item, null included, in the order of the keys
+// "0", "1", "2", ... The first missing key ends the walk.
 using ItemVisitor = std::function<void(int index, JsonObject item)>;
 void WalkItems(JsonObject& items, const ItemVisitor& named,
                const ItemVisitor& nameless);

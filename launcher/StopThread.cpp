@@ -1,8 +1,8 @@
 // Stopping the children inside a signal handler would deadlock when the signal
-// interrupts an allocation, and would join a supervision thread to itself when
-// the kernel picks that thread. So the handler only writes a byte into a pipe,
-// and a thread that waits at the other end does the work at once. Each byte is
-// one SIGTERM.
+// interrupts an allocation, and a supervision thread on which the handler runs
+// would join itself. So the handler only writes a byte into a pipe, and a
+// thread that waits at the other end does the work at once. Each byte is one
+// SIGTERM.
 //
 // These are functions and not an object, because a forked child of the launcher
 // may run exit-time destruction and has no such thread to join. The pipe stays
@@ -46,9 +46,9 @@ void* Run(void*) {
   return nullptr;
 }
 
-// Moves `end` above the standard descriptors, which are for the files that the
-// process opens next, and closes it on exec. Returns the new number, or `kNone`
-// when there is none. The old number is closed in any case.
+// Moves `end` above the standard descriptors, which stay free for the files
+// that the process opens next, and sets close-on-exec. Returns the new number,
+// or `kNone` when there is none. The old number is closed in any case.
 int MoveUp(int end) {
   constexpr int kFirstOwn = 3;
   const int moved = fcntl(end, F_DUPFD_CLOEXEC, kFirstOwn);

@@ -11,6 +11,7 @@ bool StartStopThread(void (*stop)());
 // has been started. Async-signal-safe; never blocks; may change `errno`.
 bool WakeStopThread();
 
-// Waits for a call in progress, drops further wake-ups and ends the thread. At
-// most once for each start; does nothing when no thread has been started.
+// Waits for a call in progress, drops further wake-ups and ends the thread.
+// Must be called at most once for each start; does nothing when no thread has
+// been started.
 void EndStopThread();

@@ -1,6 +1,6 @@
-// The stacks of the launcher's own threads: a seam to the platform. Threads
-// that other code starts, such as a logger library, keep the process's
-// defaults.
+// The stacks of the launcher's own threads. Each platform has its own source
+// file. Threads that other code starts, for example a logger library, keep the
+// process's defaults.
 
 #pragma once
 

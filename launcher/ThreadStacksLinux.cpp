@@ -1,7 +1,7 @@
 // A fork copies every mapping of the process, one after another. A stack with a
 // guard page is two mappings; without one, neighbouring stacks are a single
-// mapping, however many there are. So our stacks come without, and each thread
-// guards its own, with a mark in the page table that needs no mapping.
+// mapping, however many there are. So our stacks are made without one, and each
+// thread guards its own with a mark in the page table that needs no mapping.
 
 #include <pthread.h>
 #include <sys/mman.h>
@@ -14,10 +14,10 @@
 
 namespace {
 
-// MADV_GUARD_INSTALL, which the C library's headers may be too old to know.
+// MADV_GUARD_INSTALL, which older headers of the C library lack.
 constexpr int kGuardInstall = 102;
 
-// Kernels before 6.13 refuse the mark. There a mapping of its own is the guard.
+// Kernels before 6.13 refuse the mark; the guard is then a mapping of its own.
 void GuardPage(void* page, std::size_t bytes) {
   if (madvise(page, bytes, kGuardInstall) != 0) {
     mprotect(page, bytes, PROT_NONE);

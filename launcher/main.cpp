@@ -1,11 +1,13 @@
 // The launcher: launcher <owner-name> <items-file>
 //
 // Threads: `main` loads the items and waits; each `ChildProc` has a supervision
-// thread; the stop thread carries out a SIGTERM. Because of `g_child_map_mutex`
-// a SIGTERM and `main`'s insertions race over their order only, where there is
-// a stop thread. No `ChildProc` is destroyed under it, since that takes until
-// the child has ended. Every fork takes it, so that no forked child inherits a
-// map in the middle of a change.
+// thread; the stop thread carries out a SIGTERM.
+//
+// `g_child_map_mutex` guards the map against simultaneous changes by `main` and
+// the stop thread; their order is left to chance. No `ChildProc` is destroyed
+// while the mutex is held, since that takes until the child has ended. Every
+// fork takes the mutex, so that no forked child inherits a map in the middle of
+// a change.
 
 #include "launcher/main.h"
 
@@ -39,9 +41,9 @@ enum ExitStatus : int { kNotStarted = 0, kStopped = 1 };
 
 std::mutex g_child_map_mutex;
 
-// The process that `InitDaemon` was called in, and the thread. The depth tells
-// forked children apart because process ids are reused. The id does so for a
-// signal that reaches a forked child before that is counted.
+// The process and the thread in which `InitDaemon` was called. The depth
+// identifies the process, because ids are reused. The id, too, is needed: a
+// signal may reach a forked child before its fork is counted.
 constexpr int kNone = -1;
 std::atomic<int> g_launcher_depth = kNone;
 std::atomic<pid_t> g_launcher_id = 0;
@@ -152,7 +154,7 @@ bool LoadItems(const std::string& owner, const std::string& path) {
 
 // Deliberate: one wait without a predicate (docs/sharp-edges.md). Any wake-up
 // ends the launcher, and it does not remember a SIGTERM handled before the
-// wait; otherwise one that comes while it loads would end it.
+// wait; otherwise a SIGTERM during the loading of the items would end it.
 void AwaitStop() {
   std::unique_lock lock(g_process_mutex);
   g_process_condition.wait(lock);
@@ -222,8 +224,8 @@ void InitDaemon() {
   g_main_thread = pthread_self();
   ShareHeap();
   StartStopThread(StopAll);  // The handler can do without.
-  // Not by sigaction: signal() restarts interrupted calls, and an interrupted
-  // waitpid would log an end that did not happen.
+  // signal() makes the system restart interrupted calls. Otherwise a waitpid
+  // that a signal interrupts would log an end that did not happen.
   std::signal(SIGTERM, sigterm_handler);
 }
 

@@ -12,7 +12,7 @@
 #include <optional>
 #include <utility>
 
-// A file's identity, independent of its name; its size and its number of names.
+// A file's identity (independent of its name), size and number of hard links.
 struct FileState {
   dev_t device;
   ino_t inode;
@@ -63,18 +63,19 @@ Descriptor Open(int directory, const char* path, int flags);
 // Opens the log at `path` for appending and reading, and makes it, with mode
 // 0600, when it is missing. Accepts only a regular file of the effective user,
 // and changes a wider mode to 0600. Follows a symbolic link that the effective
-// user or root has made. Refuses anything else with EPERM. On failure the
-// result is not open and errno is set.
+// user or root has made. Refuses anything else. On failure the result is not
+// open, and errno is EPERM or the system's own value.
 Descriptor OpenLog(const char* path);
 
 // The descriptor that all threads of a logger write to at the same time.
 //
-// A rotation replaces the descriptor. A number must not be closed while a
+// A rotation replaces the descriptor. The old number must not be closed while a
 // thread is about to write to it: another thread might open some other file
 // under that number, which would receive the line. A lock would prevent that,
 // but a forked child could find it held by a thread that does not exist in the
-// child, and wait for ever. dup2 would exchange the file under the number, but
-// on our platforms it leaves the number open across execv until a second call.
+// child, and wait for ever. dup2 would put the new file under the old number,
+// but without close-on-exec until a second call; a program started in between
+// would inherit the log.
 //
 // So this class counts the users, and replaces the descriptor only while there
 // are none. Otherwise the thread with the new descriptor writes its line there
@@ -105,9 +106,9 @@ class SharedDescriptor {
     const bool granted_;
   };
 
-  // Takes `descriptor`, which refers to the file `state`, and closes the
-  // present one. While a thread uses the present one, closes `descriptor` and
-  // returns false.
+  // Takes `descriptor`, which refers to a file with this `state`, and closes
+  // the present one. While the present one is used or being replaced, closes
+  // `descriptor` instead and returns false.
   bool Replace(Descriptor descriptor, const FileState& state);
 
  private:

@@ -85,7 +85,8 @@ int Probe(const std::string& directory) {
 }
 
 // Makes the path absolute, because the process may change its working
-// directory. A full disk is not an error: logging begins when there is space.
+// directory. A disk too full for the probe is not an error: logging begins when
+// there is space.
 int Init(const char* directory) {
   SurviveFileSizeLimit();
   const std::string path = std::filesystem::absolute(directory).string();

@@ -1,5 +1,5 @@
-// Escaping of a message, so that it is one line and no part of it looks like
-// anything else. Format.h lists the escapes. They replace
+// Escapes a message, so that it stays on one line and no part of it can be
+// mistaken for something else. Format.h lists the escapes. They replace
 //
 //   - control characters: U+0000 to U+001F and U+007F to U+009F
 //   - the other characters that readers take for the end of a line: U+2028 and
@@ -9,8 +9,8 @@
 //   - the backslash
 //   - bytes that are not UTF-8
 //
-// Everything else, other alphabets included, is written unchanged. So a log is
-// always valid UTF-8, and a reader can restore the message exactly.
+// Everything else, other alphabets included, is written unchanged. So every
+// whole line is valid UTF-8, and a reader can restore the message exactly.
 //
 // Allocates nothing and takes no lock: safe in a forked child.
 

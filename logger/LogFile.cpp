@@ -43,8 +43,8 @@ bool EndsInsideALine(int descriptor, off_t bytes) {
          last != '\n';
 }
 
-// Whether a fragment ends the file. A line that is still being written looks
-// the same: the system shows its beginning before its end.
+// Whether the file ends with a fragment. A line that is still being written
+// looks the same at first: the system may show its beginning before its end.
 bool EndsWithAFragment(int descriptor, off_t bytes) {
   if (!EndsInsideALine(descriptor, bytes)) {
     return false;
@@ -207,7 +207,7 @@ bool LogFile::Write(int descriptor, off_t bytes, std::string_view line) {
   return true;
 }
 
-// Sets errno, because a `write` of only a part sets none.
+// Sets errno, because a partial `write` does not.
 void LogFile::EndFragment(int descriptor, std::string_view fragment) const {
   const off_t end = EndOfLastWrite(descriptor);
   if (Has(descriptor, end - static_cast<off_t>(fragment.size()), fragment)) {
@@ -216,7 +216,8 @@ void LogFile::EndFragment(int descriptor, std::string_view fragment) const {
   errno = end >= ProcessLimit() ? EFBIG : ENOSPC;
 }
 
-// Before `line` was written, the file had `bytes` and ended with a whole line.
+// Just before `line` was written, the file was `bytes` long and ended with a
+// whole line.
 void LogFile::SeparateFromFragment(int descriptor, off_t bytes,
                                    std::string_view line) const {
   const off_t begin =

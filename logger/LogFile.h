@@ -5,20 +5,21 @@
 // child could find a lock held for ever.
 //
 // Someone may rename or remove the file. Only a look at the path shows that,
-// and it costs more than the `write`. So the logger looks only when its last
-// look is too old by the time of the present line. In between it asks for the
-// file's size. The size shows when the file is full, and also when another
+// and it costs more than the `write`. So the logger looks again only when its
+// last look is too old, judged by the time of the line. In between it asks for
+// the file's size. The size shows when the file is full, and also when another
 // process has rotated it: only full files are rotated.
 //
 // A line that follows a fragment directly makes both unreadable. A process that
-// is killed while it writes leaves a fragment, so a writer checks the end of
-// the file before its line and ends a fragment with a line feed. After that
-// check, however, the writer may have to wait for another process's `write`,
-// and that process may be killed in it. So in a file with several writers, a
-// writer checks the byte before its line afterwards, too. If that byte belongs
-// to a fragment, the writer replaces it with a line feed. When a full disk cuts
-// a line, the writer replaces the last byte of the fragment: the disk may not
-// have space for another one.
+// is killed while it writes leaves a fragment. So a writer checks the end of
+// the file before its line, unless its own last line is there, and ends a
+// fragment with a line feed. After that check, however, the writer may have to
+// wait for another process's `write`, and that process may be killed in it. So
+// in a file with several writers, a writer checks the byte before its line
+// again after it has written the line. If that byte belongs to a fragment, the
+// writer replaces it with a line feed. When a full disk cuts a line, the writer
+// replaces the last byte of the fragment: the disk may not have space for
+// another one.
 
 #pragma once
 
@@ -62,10 +63,11 @@ class LogFile {
   int Open();
 
   // Appends `line` to the file at the path. Rotates a full file, and makes a
-  // missing one. When someone renames or removes the file, lines go to the old
-  // one until the next look at the path. Never waits for another writer, except
-  // inside a system call. Returns false, with errno set, when the line could
-  // not be written whole.
+  // missing one; a full file that cannot be rotated takes the line. When
+  // someone renames or removes the file, lines go to the old one until the next
+  // look at the path. Never waits for another writer, except inside a system
+  // call. Returns false, with errno set, when the line could not be written
+  // whole.
   bool Append(const LogLine& line);
 
  private:
@@ -84,7 +86,9 @@ class LogFile {
   const Rotation rotation_;
   SharedDescriptor shared_;
 
-  // The process's limit for the size of a file, in bytes, as last read.
+  // The process's limit for the size of a file, in bytes, as last read. A file
+  // that the line would take beyond it is full, too. A `write` that fails with
+  // EFBIG shows that the limit has changed.
   std::atomic<off_t> process_limit_ = 0;
 
   // The last look at the path: the time of its line, and the file's size.

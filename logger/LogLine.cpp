@@ -11,7 +11,7 @@
 
 namespace {
 
-// The end of a line, after the message.
+// After the message, a line has at most a mark and its line feed.
 constexpr std::size_t kMaxMarkBytes =
     std::max(kCutMark.size(), kUnformattableMark.size());
 constexpr std::size_t kTailBytes = kMaxMarkBytes + 1;

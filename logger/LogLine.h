@@ -65,13 +65,13 @@ class LogLine {
                                                 va_list arguments);
   void EscapeMessage();
 
-  // Moves the line to memory with room for a message of `message_bytes`, and
-  // drops its present message. Returns the old memory, which still holds that
-  // message; on failure changes nothing.
   struct Moved {
     bool moved;
     Memory before;
   };
+  // Moves the line to memory with room for a message of `message_bytes`, but
+  // without its message. This stays readable where it was: in the buffer, or in
+  // the memory `before`. On failure changes nothing.
   Moved MoveToMemory(std::size_t message_bytes);
 
   const LogTime time_;

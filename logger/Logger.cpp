@@ -45,8 +45,8 @@ int Logger::Open() {
 // From here to the `write`, no function takes a lock that another thread may
 // have held at a fork, reads the time zone, uses stdio's streams or has a
 // function-local static. A forked child of a threaded process logs, and would
-// wait for such a lock for ever. A test compares the functions that are called
-// with a list.
+// wait for such a lock for ever. A test checks every function that the library
+// calls against a list of those allowed.
 void Logger::LogV(LOGLEVEL level, const char* format,
                   va_list arguments) noexcept {
   if (Severity(level) < threshold_) {
@@ -63,8 +63,8 @@ void Logger::LogV(LOGLEVEL level, const char* format,
 
 // Reports lost lines, whatever the threshold, so that a log never hides a gap.
 // Returns false, with errno set, when the report cannot be written; the caller
-// must then not write its line. There is nearly always nothing to report, and a
-// load is cheaper than an exchange.
+// must then not write its line. The load comes first because there is rarely
+// anything to report, and it is cheaper than the exchange.
 bool Logger::ReportLost() {
   if (lost_->count.load(std::memory_order_relaxed) == 0) {
     return true;

@@ -114,8 +114,9 @@ bool Rotation::SetAside(int directory, const FileState& full) const {
   return true;
 }
 
-// Skips the files set aside that can be neither numbered nor removed; `passed`
-// is the last of them.
+// Removes the oldest files while there are too many. When `locked`, also
+// numbers the files set aside. `passed` is the last file set aside that it had
+// to skip, because it could not be numbered or removed.
 void Rotation::TidyUp(int directory, bool locked) const {
   FileName passed{};
   for (int step = 0; step < kMaxSteps;) {
@@ -138,7 +139,8 @@ void Rotation::TidyUp(int directory, bool locked) const {
   }
 }
 
-// Counts the old files, and finds the oldest one set aside after `passed`.
+// Counts the old files, and finds the oldest file set aside whose name comes
+// after `passed`.
 Rotation::OldFiles Rotation::List(int directory, const FileName& passed) const {
   OldFiles files;
   Descriptor listed = Open(directory, ".", O_RDONLY | O_DIRECTORY);
@@ -226,7 +228,8 @@ Rotation::FileName Rotation::Numbered(int number) const {
   return file;
 }
 
-// The number of an old file that is kept, by its name; 0 for all other names.
+// The number in `file` if it is the name of a numbered file, 1 to `old_files_`;
+// 0 for any other name.
 int Rotation::NumberOf(std::string_view file) const {
   if (!file.starts_with(name_) || file.size() <= name_.size() + 1) {
     return 0;

@@ -8,32 +8,34 @@
 //  1. Setting aside. One `rename` gives the file a name of its own,
 //     <name>.<time>-<thread>.full. The next writer makes a new <name>.log. A
 //     `write` that is under way goes to the renamed file, so no line is lost.
-//  2. Numbering. Each file set aside, the oldest first, gets number 1. The
-//     numbered files up to the first gap move up by one.
+//  2. Numbering. Each file set aside, the oldest first, gets number 1. Before
+//     that, the numbered files up to the first gap move up by one.
 //
-// Both steps run under a lock on the directory, which a thread takes only if it
-// is free. (Someone could remove a lock file, and then two processes would
-// number at once.) A thread that finds the lock held yields to its holder a few
-// times. If the full file is still at the path afterwards, the thread sets it
-// aside without the lock: otherwise the file would grow while the holder is
-// stopped. If the lock is still held then, the holder or the next rotation does
-// the numbering. A rotation numbers only a few files: it would never end if
-// others set files aside faster than it numbers them.
+// A rotation takes a lock on the directory if it is free. It does not use a
+// lock file: someone could remove that, and then two processes would number at
+// once. A thread that finds the lock held yields to its holder a few times. If
+// the full file is still at the log's path afterwards, the thread sets it aside
+// without the lock: otherwise the file would grow while the holder is stopped.
+// If the lock is still held then, the thread leaves the numbering to the holder
+// or the next rotation. A rotation numbers only a few files: it would never end
+// if others set files aside faster than it numbers them.
 //
 // A rotation skips obstacles: a number whose name belongs to something other
 // than a file, and a file that cannot be renamed. The directory does not grow
 // even if files can never be numbered: every rotation, with or without the
-// lock, removes the oldest files while there are more than `old_files` + 1.
+// lock, removes the oldest files while there are more than `old_files` besides
+// the one that it has just set aside.
 //
-// `rename` takes a path, not an open file. A process may be stopped between its
-// check of the path and the `rename`, while others rotate. It then renames a
-// file that is not yet full, and the time in its name is too early. A rotation
-// would remove that file as the oldest, so it gets a new name at once. The file
-// is numbered early; there is no other consequence.
+// `rename` takes a path, not an open file. A process may be stopped after it
+// has found the full file at the path, and others may rotate meanwhile. Its
+// `rename` then sets aside a file that is not yet full, under a name whose time
+// is too early. The next rotation could take that file for the oldest and
+// remove it, so the process renames it again at once. The only consequence is
+// that the file is numbered before it is full.
 //
 // The lock belongs to an open file description, so a child that is forked
 // during a rotation holds it, too. The rotation unlocks it explicitly, because
-// otherwise it would stay locked until the child ends.
+// otherwise it would stay locked until the child ends or calls execv.
 
 #pragma once
 
@@ -46,25 +48,27 @@
 
 class Rotation {
  public:
-  // Rotates the log `name` in `directory` and keeps `old_files` old files.
+  // For the log `name` in `directory`, of which `old_files` old files are kept.
   // `name` must have at most `kMaxNameBytes` bytes.
   Rotation(const std::string& directory, const std::string& name,
            int old_files);
 
-  // A rotation adds to the name, and the result must fit in a file name.
+  // The names that a rotation makes from it still fit in a file name.
   static constexpr std::size_t kMaxNameBytes = 200;
 
-  // Sets `full` aside if it is the file at the path, and numbers the files set
-  // aside. Returns false when the file stays at the path, because it cannot be
-  // renamed or the directory cannot be opened. Never waits, and takes no lock
-  // within the process: safe from any thread and in a forked child.
+  // Sets `full` aside if it is the file at the log's path, and numbers the
+  // files set aside. Returns false when the file stays at the path, because it
+  // cannot be renamed or the directory cannot be opened. Never waits, and takes
+  // no lock within the process but malloc's, which `fork` releases in the
+  // child: safe from any thread and in a forked child.
   bool Rotate(const FileState& full) const;
 
  private:
   static constexpr std::size_t kNameBytes = 256;
   using FileName = std::array<char, kNameBytes>;
 
-  // The log's other files in the directory.
+  // The number of numbered files and the highest of their numbers; the number
+  // of files set aside and the name of the oldest of them.
   struct OldFiles {
     int numbered = 0;
     int highest = 0;

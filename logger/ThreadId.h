@@ -11,14 +11,14 @@ struct CallerIds {
   std::uint64_t thread;
 };
 
-// Gives forked children their own numbers, by a handler that runs in each. Must
-// be called before GetCallerIds. Returns 0 or an errno value. Later calls do
+// Installs a handler that gives each forked child its own numbers. Must be
+// called before GetCallerIds. Returns 0 or an errno value. Later calls do
 // nothing.
 int WatchForks();
 
-// The caller's numbers. In a forked child, the thread that called `fork` has
-// the child's process number on every platform, so that a reader of the log can
-// recognise it. Takes no lock.
+// The caller's numbers. In a forked child, the number of the thread that called
+// `fork` equals the process's on every platform, so that a reader of the log
+// can recognise it. Takes no lock.
 CallerIds GetCallerIds();
 
 // The number that the system's own tools show for the calling thread. Only this

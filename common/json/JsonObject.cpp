@@ -37,7 +37,7 @@ JsonObject::JsonObject(Json::Value& node) : m_target(&node) {}
 
 // Deliberate: looks at the value of `other`, not at where it points, and so
 // takes a document that holds null for a view. Callers rely on that to fill an
-// empty document through a copy of it. `operator=` decides alike.
+// empty document through a copy of it. `operator=` decides in the same way.
 JsonObject::JsonObject(const JsonObject& other)
     : m_target(other.m_owned.isNull() ? other.m_target : &m_owned),
       m_owned(other.m_owned) {}
@@ -104,7 +104,7 @@ Json::Value* JsonObject::Find(const char* path) {
 }
 
 // Deliberate: reading a missing member adds it. Callers write new members
-// through the result; those that must not change the document ask `HasObject`
+// through the result; those that must not change the document call `HasObject`
 // first.
 JsonObject JsonObject::operator[](const char* key) { return (*m_target)[key]; }
 

@@ -1,4 +1,4 @@
-// The path of the running executable: a seam to the platform.
+// The path of the running executable. Each platform has its own source file.
 
 #pragma once
 

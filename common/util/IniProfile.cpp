@@ -22,8 +22,8 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-// Only "A" to "Z", so that names compare alike in a program that has changed
-// the C library's locale.
+// Only "A" to "Z", so that a program that has changed the C library's locale
+// gets the same results.
 char Lower(char character) {
   const bool is_upper = character >= 'A' && character <= 'Z';
   return is_upper ? static_cast<char>(character - 'A' + 'a') : character;
@@ -71,8 +71,8 @@ bool FindSection(std::FILE* file, const std::string& section) {
 // The value of `key` in the section whose header has just been read.
 std::optional<std::string> FindValue(std::FILE* file, const std::string& key) {
   std::string line;
-  // Deliberate: a later section of the same name is never searched. Files that
-  // repeat a section would give other values.
+  // Deliberate: a later section of the same name is never searched. Otherwise
+  // files that repeat a section would give other values.
   while (ReadLine(file, line) && !line.starts_with('[')) {
     const std::size_t equals = line.find('=');
     if (equals == std::string::npos || equals + 1 == line.size()) {
@@ -99,7 +99,8 @@ std::optional<std::string> Find(const std::string& section,
 // Copies `text` with its terminator if it fits.
 //
 // Deliberate: a negative `size` becomes a huge one and admits every text.
-// Callers that pass it vouch for their buffers and would read nothing at all.
+// Callers that pass one vouch for their buffers; otherwise they would get no
+// value at all.
 bool CopyWhole(const std::string& text, char* buffer, int size) {
   const auto capacity =
       static_cast<std::uint64_t>(static_cast<std::int64_t>(size));

@@ -23,9 +23,8 @@ struct CommandCloser {
 
 }  // namespace
 
-// Deliberate: a failed read does not end the loop, only the end of the output
-// does. A signal may interrupt a read, and the rest of the output would be
-// lost.
+// Deliberate: only the end of the output ends the loop; a failed read does not.
+// Otherwise a signal that interrupts a read would lose the rest of the output.
 std::string pexec(std::string command) {
   const std::unique_ptr<FILE, CommandCloser> output(
       popen(command.c_str(), "r"));
@@ -44,7 +43,7 @@ std::string pexec(std::string command) {
 }
 
 // Deliberate: a live process that the caller may not signal counts as not
-// running. Callers would try to signal it and fail.
+// running. Otherwise callers would try to signal it and fail.
 bool IsRunningPID(long long pid) {
   return kill(static_cast<pid_t>(pid), 0) == 0;
 }

@@ -7,8 +7,8 @@
 // Runs `command` in the system shell, waits for it to end and returns its
 // standard output. The output is read in pieces that end after a line feed or
 // 127 bytes; a NUL ends a piece's text. Throws std::runtime_error("popen()
-// failed!") when the shell cannot be started, and exceptions of the string
-// library, after the command has ended.
+// failed!") when the shell cannot be started. Also throws the exceptions of the
+// string library, but only after the command has ended.
 //
 //   pexec("echo a; echo b")      gives  "a\nb\n"
 //   pexec("printf 'a\\0b\\nc'")  gives  "ac"

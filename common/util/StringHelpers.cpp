@@ -20,7 +20,7 @@ template <class String, class Regex>
 std::vector<String> SplitAny(const String& text, const Regex& separator) {
   using Iterator = std::regex_token_iterator<typename String::const_iterator>;
   constexpr int kBetweenMatches = -1;
-  // One by one: from two iterators a vector would search twice, once to count.
+  // The vector's own constructor would search the text twice, once to count.
   std::vector<String> pieces;
   std::copy(Iterator(text.begin(), text.end(), separator, kBetweenMatches),
             Iterator(), std::back_inserter(pieces));
@@ -28,8 +28,8 @@ std::vector<String> SplitAny(const String& text, const Regex& separator) {
 }
 
 // Deliberate: continues `search.size()` after the start of the occurrence, not
-// `replacement.size()`. Callers rely on what this skips and finds again:
-// another step would change their results.
+// `replacement.size()`. Callers rely on the occurrences that this skips or
+// finds again: another step would change their results.
 template <class String>
 void ReplaceAll(String& text, const String& search, const String& replacement) {
   std::size_t position = 0;
@@ -39,7 +39,7 @@ void ReplaceAll(String& text, const String& search, const String& replacement) {
   }
 }
 
-// The texts of the macOS standard library, on every platform.
+// On every platform, these are the texts of the macOS standard library.
 [[noreturn]] void ThrowNotUtf8() {
   throw std::range_error("wstring_convert: from_bytes error");
 }
@@ -126,8 +126,8 @@ bool ends_with(const std::string& text, const std::string& suffix) {
   return text.ends_with(suffix);
 }
 
-// ASCII characters, the most frequent, are not handed to the decoder: that
-// would double their time.
+// ASCII characters, the most frequent, bypass the decoder, which would take
+// twice as long for them.
 std::wstring s2ws(const std::string& text) {
   // A character takes at least one byte.
   std::wstring result(text.size(), L'\0');

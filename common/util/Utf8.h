@@ -1,5 +1,5 @@
-// Decoding UTF-8, one character at a time. Header only: the logger library
-// includes it and links nothing.
+// Decodes UTF-8, one character at a time. Header only, because the logger
+// library uses it and must not link the launcher's helpers.
 
 #pragma once
 

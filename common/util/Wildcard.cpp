@@ -12,8 +12,8 @@ Unit Upper(Unit unit) {
   return is_lower ? static_cast<Unit>(unit - 'a' + 'A') : unit;
 }
 
-// The search for a way to match a name. "*" and "<" start a search of its own
-// for the rest of the expression and the name.
+// The search for a way to match a name. Each "*" and "<" starts further
+// searches, which match the rest of the expression with the rest of the name.
 template <class Unit>
 class Search {
  public:

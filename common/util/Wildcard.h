@@ -2,8 +2,8 @@
 //
 //   *   any run of characters, dots included; may be empty
 //   ?   exactly one character, dots included
-//   <   any run of characters that stops at the last dot of the name or before
-//       it; matches nothing at the start of a name without a dot
+//   <   any run of characters that ends at the last dot or before it; where no
+//       dot is left, any run, but only an empty one at the start of the name
 //   >   one character other than a dot, or a dot that another one follows;
 //       nothing at the last dot
 //   "   a dot, if there is one; nothing otherwise

@@ -81,7 +81,9 @@ void ChildProc::Stop() {
   kill(pid, SIGKILL);
 }
 
-// `noexcept`: an exception that reaches this function ends the process.
+// Deliberate: an exception that reaches this function ends the process
+// (docs/sharp-edges.md). Otherwise the launcher would run on without an item
+// whose values have the wrong type.
 void* ChildProc::Run(void* self) noexcept {
   GuardThreadStack();
   static_cast<ChildProc*>(self)->Supervise();
@@ -156,6 +158,8 @@ void ChildProc::Execute(const std::string& program) {
   for (std::int64_t i = 1; i < n; ++i) {
     vector[i] = strdup(ItemArgument(item, i).c_str());
   }
+  // Deliberate: replaces the path when "argc" is -1. A program that is to get
+  // no argument at all would get one otherwise.
   vector[n] = nullptr;
   execv(program.c_str(), vector);
   for (std::int64_t i = 1; i < n; ++i) {

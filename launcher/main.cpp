@@ -196,7 +196,9 @@ bool ReadData(std::string path, std::string& data) {
     __LOG__A(logger, LOGLEVEL_ERROR, kFileEmptyMessage, path.c_str());
     return false;
   }
-  data = content.c_str();  // Up to the first NUL.
+  // Deliberate: up to the first NUL. A file with anything after it would be
+  // faulty otherwise.
+  data = content.c_str();
   return true;
 }
 
@@ -216,6 +218,8 @@ void sigterm_handler(int sig) {
 }
 
 void InitDaemon() {
+  // Deliberate: /dev/null does not take their place (docs/sharp-edges.md).
+  // Otherwise the programs would not be started with closed descriptors.
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     close(descriptor);
   }

@@ -44,6 +44,8 @@ JsonObject::JsonObject(const JsonObject& other)
 
 JsonObject JsonObject::GetEmptyObject() { return JsonObject("{}"); }
 
+// Deliberate: ends at the first NUL. Otherwise names that differ only after it
+// would be different names.
 JsonObject::operator std::string() { return m_target->asString().c_str(); }
 
 JsonObject::operator std::wstring() { return s2ws(operator std::string()); }

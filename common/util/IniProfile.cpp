@@ -71,8 +71,9 @@ bool FindSection(std::FILE* file, const std::string& section) {
 // The value of `key` in the section whose header has just been read.
 std::optional<std::string> FindValue(std::FILE* file, const std::string& key) {
   std::string line;
-  // Deliberate: a later section of the same name is never searched. Otherwise
-  // files that repeat a section would give other values.
+  // Deliberate: a later section of the same name is never searched, and any
+  // line that begins with '[' ends this one, even if it is no header. Otherwise
+  // such files would give other values.
   while (ReadLine(file, line) && !line.starts_with('[')) {
     const std::size_t equals = line.find('=');
     if (equals == std::string::npos || equals + 1 == line.size()) {

@@ -29,7 +29,8 @@ std::vector<String> SplitAny(const String& text, const Regex& separator) {
 
 // Deliberate: continues `search.size()` after the start of the occurrence, not
 // `replacement.size()`. Callers rely on the occurrences that this skips or
-// finds again: another step would change their results.
+// finds again: another step would change their results. Nor is an empty
+// `search` refused: it is found until memory runs out, so no caller passes one.
 template <class String>
 void ReplaceAll(String& text, const String& search, const String& replacement) {
   std::size_t position = 0;

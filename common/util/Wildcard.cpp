@@ -35,6 +35,8 @@ class Search {
             return true;
           }
           break;
+        // Deliberate: '?' and '>' go past the end of the name, so "ab?*"
+        // matches "ab". With a check here, callers would miss such names.
         case '?':
           ++position_;
           break;

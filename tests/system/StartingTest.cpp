@@ -184,6 +184,7 @@ TEST_F(StartingEventTest, StartsWithoutAPipeForSigterm) {
   EXPECT_EQ(ThreadsOf(run_->Process()).size(), 1U);
   run_->Signal(SIGTERM);
   EXPECT_EQ(run_->Wait(), 1 << 8);
+  EXPECT_TRUE(system_log_->Lines().empty());
 }
 
 TEST_F(StartingTest, IgnoresFurtherArguments) {
@@ -380,6 +381,7 @@ TEST_F(StartingTest, AProgramThatIsNotAStringEndsTheWholeLauncher) {
   run_->StartItems(R"({"0": {"name": "a", "program": {}}})");
   const int status = run_->Wait();
   EXPECT_EQ(WTERMSIG(status), SIGABRT);
+  EXPECT_FALSE(run_->HasLogged(Message(kStartMessage, "a")));
 }
 
 TEST_F(StartingTest, ReadsTheItemsFileOnDescriptorZero) {

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -10,6 +11,7 @@
 #include "environment/AppPaths.h"
 #include "tests/support/Command.h"
 #include "tests/support/FakeExecutablePath.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -245,6 +247,22 @@ TEST_F(AppPathsTest, AnUnknownExecutablePathGivesNoFrameworks) {
   g_executable_path.reset();
   EXPECT_EQ(GetAppPath(), "");
   EXPECT_FALSE(IsFinderSync());
+}
+
+TEST_F(AppPathsTest, AnUnknownExecutablePathTakesTheNameFromTheRoot) {
+  constexpr int kRefused = 2;
+  directory_.Write("qvxapi.ini", "[SDK]\nNAME=Root\n");
+  const int status = InForkedChild([&] {
+    if (chroot(directory_.Path().c_str()) != 0) {
+      return kRefused;
+    }
+    g_executable_path.reset();
+    return GetSDKName() == "Root" ? 0 : 1;
+  });
+  if (status == kRefused) {
+    GTEST_SKIP() << "Changing the root directory needs root.";
+  }
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(AppPathsTest, AnExecutablePathWithoutASlashIsKeptWhole) {

@@ -91,6 +91,22 @@ TEST(SigtermHandler, DoesNothingForOtherSignals) {
             0);
 }
 
+// `main` waits with this mutex, and the handler may run on its thread.
+TEST(SigtermHandler, NotifiesWithoutTheMutexOfTheWait) {
+  EXPECT_EQ(InForkedChild([] {
+              InitDaemon();
+              static std::atomic<bool> stopped = false;
+              g_child_map["item"] = std::shared_ptr<ChildProc>(
+                  nullptr, [](ChildProc*) { stopped = true; });
+              const std::lock_guard lock(g_process_mutex);
+              raise(SIGTERM);
+              Eventually([] { return stopped.load(); });
+              EndStopThread();
+              return 0;
+            }),
+            0);
+}
+
 TEST(SigtermHandler, KeepsErrno) {
   EXPECT_EQ(InForkedChild([] {
               InitDaemon();

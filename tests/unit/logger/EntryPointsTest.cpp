@@ -220,6 +220,16 @@ TEST_F(FileSizeSignal, HasItsDefaultInAProgramThatIsExecuted) {
             -SIGXFSZ);
 }
 
+TEST_F(FileSizeSignal, RestartsTheCallsThatItInterrupts) {
+  EXPECT_EQ(InForkedChild([&] {
+              InitLogger(logs_.c_str());
+              struct sigaction present {};
+              sigaction(SIGXFSZ, nullptr, &present);
+              return (present.sa_flags & SA_RESTART) != 0 ? 0 : 1;
+            }),
+            0);
+}
+
 TEST_F(FileSizeSignal, StaysIgnored) {
   EXPECT_EQ(InForkedChild([&] {
               std::signal(SIGXFSZ, SIG_IGN);

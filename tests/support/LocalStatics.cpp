@@ -4,6 +4,8 @@
 
 #include <atomic>
 
+#ifdef __GLIBCXX__
+
 namespace {
 
 std::atomic<int> g_made = 0;
@@ -21,3 +23,5 @@ extern "C" __attribute__((visibility("default"))) int __cxa_guard_acquire(
   return reinterpret_cast<Acquire*>(dlsym(RTLD_NEXT, "__cxa_guard_acquire"))(
       guard);
 }
+
+#endif

@@ -4,6 +4,6 @@
 #pragma once
 
 // The number of statics that the program and its libraries have begun to
-// initialise. Works only on Linux, where a program's functions take precedence
-// over a library's.
+// initialise. Only with libstdc++, whose function for that can be replaced: it
+// is in a shared library, and on Linux a program's functions take precedence.
 int LocalStaticsMade();

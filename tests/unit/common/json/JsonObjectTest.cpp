@@ -16,7 +16,7 @@ namespace {
 
 using namespace std::string_literals;
 
-#ifdef __linux__
+#ifdef __GLIBCXX__
 
 // jsoncpp copies its null, a function-local static, into each member that it
 // adds. A forked child that made the null could wait for ever for a thread that

@@ -83,7 +83,7 @@ Descriptor Open(int directory, const char* path, int flags) {
 }
 
 // O_NONBLOCK has no effect on a regular file. Without it, the caller could hang
-// if someone has put a pipe in the log's place.
+// if someone has put a device in the log's place.
 Descriptor OpenLog(const char* path) {
   constexpr int kFlags = O_RDWR | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY;
   Descriptor file = Open(AT_FDCWD, path, kFlags | O_NOFOLLOW);

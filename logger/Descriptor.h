@@ -1,7 +1,8 @@
 // The library's own descriptors and the files they refer to.
 //
-// The library's descriptors are never 0, 1 or 2: the launcher closes these and
-// leaves them to the programs that it starts. `execv` closes the library's.
+// The descriptors that the library keeps are never 0, 1 or 2. The launcher
+// closes these, and text for a standard stream would otherwise go into the log.
+// `execv` closes the library's.
 
 #pragma once
 

@@ -73,8 +73,8 @@ bool IsPlain(std::string_view text) {
   return true;
 }
 
-// Escapes the bytes of a character that must not be shown one by one: after the
-// first, the others are not characters by themselves.
+// A character that must not be shown is escaped byte by byte: without its first
+// byte, the others are not UTF-8.
 char* Escape(std::string_view text, char* out) {
   while (!text.empty()) {
     const std::size_t length = ShownCharacter(text);

@@ -16,8 +16,8 @@ namespace {
 
 constexpr std::string_view kLineFeed = "\n";
 
-// A writer that finds this many full files in a row, because others fill each
-// new one first, writes to the last one anyway.
+// A writer that has found this many full files in a row, because others fill
+// each new one first, writes to the next one even if it is full.
 constexpr int kMaxFullFiles = 100;
 
 off_t ProcessLimit() {
@@ -65,8 +65,8 @@ bool Has(int descriptor, off_t offset, std::string_view text) {
          std::equal(text.begin(), text.end(), read.begin());
 }
 
-// The end of the last `write` through `descriptor`. Threads share the
-// descriptor, so that may be another thread's line.
+// The end of the last `write` through `descriptor`, unless another thread or a
+// forked child, which share the position, has moved it since.
 off_t EndOfLastWrite(int descriptor) { return lseek(descriptor, 0, SEEK_CUR); }
 
 }  // namespace
@@ -216,8 +216,8 @@ void LogFile::EndFragment(int descriptor, std::string_view fragment) const {
   errno = end >= ProcessLimit() ? EFBIG : ENOSPC;
 }
 
-// Just before `line` was written, the file was `bytes` long and ended with a
-// whole line.
+// Ends a fragment that another process has left directly before `line`. The
+// file was `bytes` long when the writer checked its end.
 void LogFile::SeparateFromFragment(int descriptor, off_t bytes,
                                    std::string_view line) const {
   const off_t begin =

@@ -15,9 +15,9 @@
 // the file before its line, unless its own last line is there, and ends a
 // fragment with a line feed. After that check, however, the writer may have to
 // wait for another process's `write`, and that process may be killed in it. So
-// in a file with several writers, a writer checks the byte before its line
-// again after it has written the line. If that byte belongs to a fragment, the
-// writer replaces it with a line feed. When a full disk cuts a line, the writer
+// in a file with several writers, a writer also checks the byte before its line
+// once the line is written. If that byte belongs to a fragment, the writer
+// replaces it with a line feed. When a full disk cuts a line, the writer
 // replaces the last byte of the fragment: the disk may not have space for
 // another one.
 
@@ -95,12 +95,12 @@ class LogFile {
   std::atomic<LogTime> look_time_{LogTime{}};
   std::atomic<off_t> look_bytes_ = 0;
 
-  // A file of this size ends with this logger's last line. 0 when the logger
-  // has not written to the open file yet.
+  // While the file has this size, it ends with this logger's last line. 0 when
+  // the logger has not written to the open file yet.
   std::atomic<off_t> own_end_ = 0;
 
   // Whether others have ever written between two lines of this logger. Only
-  // then does it check the byte before a line afterwards, because the check
-  // would make a lone launcher's logging a tenth slower.
+  // then does the logger check the byte before a line once the line is written,
+  // because that would make a lone launcher's logging a tenth slower.
   std::atomic<bool> others_write_ = false;
 };

@@ -70,8 +70,8 @@ class LogLine {
     Memory before;
   };
   // Moves the line to memory with room for a message of `message_bytes`, but
-  // without its message. This stays readable where it was: in the buffer, or in
-  // the memory `before`. On failure changes nothing.
+  // without its message. The message stays readable where it was: in the
+  // buffer, or in the memory `before`. On failure changes nothing.
   Moved MoveToMemory(std::size_t message_bytes);
 
   const LogTime time_;

@@ -11,7 +11,7 @@
 #include "environment/LoggerLibrary.h"
 #include "logger/LogFile.h"
 
-// Lives until the process ends, because forked children log during exit-time
+// Lives until the process ends, because the launcher logs even during exit-time
 // destruction.
 class Logger final : public ILog {
  public:

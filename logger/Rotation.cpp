@@ -19,11 +19,11 @@
 
 namespace {
 
-// How often a thread yields to the holder of the lock.
+// The number of times that a thread yields to the holder of the lock.
 constexpr int kChances = 20;
 
-// One rotation numbers or removes at most this many files. It is more than one,
-// so that a backlog shrinks.
+// One rotation takes at most this many steps. Each numbers or removes a file.
+// There is more than one, so that a backlog shrinks.
 constexpr int kMaxSteps = 10;
 
 class DirectoryLock {
@@ -115,9 +115,9 @@ bool Rotation::SetAside(int directory, const FileState& full) const {
 }
 
 // Removes the oldest files while there are too many. When `locked`, also
-// numbers the files set aside. `passed` is the last file set aside that it had
-// to skip, because it could not be numbered or removed.
+// numbers the files set aside.
 void Rotation::TidyUp(int directory, bool locked) const {
+  // The last file set aside that could not be numbered or removed.
   FileName passed{};
   for (int step = 0; step < kMaxSteps;) {
     const OldFiles files = List(directory, passed);
@@ -193,7 +193,7 @@ bool Rotation::Number(int directory, const FileName& aside) const {
          0;
 }
 
-// Returns the lowest number that no file has. If all are taken, removes the
+// Returns the lowest number whose name is free. If all are taken, removes the
 // oldest file that can be removed and returns its number, or 0 if there is
 // none.
 int Rotation::FreeNumber(int directory) const {

@@ -48,12 +48,13 @@
 
 class Rotation {
  public:
-  // For the log `name` in `directory`, of which `old_files` old files are kept.
-  // `name` must have at most `kMaxNameBytes` bytes.
+  // Keeps `old_files` old files of the log `name` in `directory`. `name` must
+  // have at most `kMaxNameBytes` bytes.
   Rotation(const std::string& directory, const std::string& name,
            int old_files);
 
-  // The names that a rotation makes from it still fit in a file name.
+  // The names that a rotation makes from a name this long are not too long for
+  // the system.
   static constexpr std::size_t kMaxNameBytes = 200;
 
   // Sets `full` aside if it is the file at the log's path, and numbers the

@@ -18,7 +18,7 @@ int WatchForks();
 
 // The caller's numbers. In a forked child, the number of the thread that called
 // `fork` equals the process's on every platform, so that a reader of the log
-// can recognise it. Takes no lock.
+// can recognise the child. Takes no lock.
 CallerIds GetCallerIds();
 
 // The number that the system's own tools show for the calling thread. Only this

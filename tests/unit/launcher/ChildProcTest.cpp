@@ -216,6 +216,7 @@ TEST_F(ChildProcTest, LogsAFailedWaitAndGoesOn) {
   });
   Start(Shell("exit 1"));
   const LoggedEnd end = EndIn(Await(kEndMessage, 2).at(0)).value();
+  EXPECT_GT(end.child, 0);
   EXPECT_EQ(end.ret, -1);
   EXPECT_EQ(end.status, 0);
 }

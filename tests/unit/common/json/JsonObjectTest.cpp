@@ -840,6 +840,12 @@ TEST(JsonObjectInsertArrayItem, Appends) {
   EXPECT_EQ(document.ToText(), R"([1,"t",{"x":1}])");
 }
 
+TEST(JsonObjectInsertArrayItem, StoresZerosWhole) {
+  JsonObject document("[]");
+  document.InsertArrayItem("a\0b"s);
+  EXPECT_EQ(document.ToText(), R"(["a\u0000b"])");
+}
+
 TEST(JsonObjectInsertArrayItem, WritesThroughAView) {
   JsonObject document(R"({"list":[],"item":{"y":2}})");
   JsonObject item = document["item"];

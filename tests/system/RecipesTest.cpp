@@ -63,13 +63,15 @@ class RecipesTest : public testing::Test {
     run_.AwaitReady(children);
   }
 
-  // Waits until the launcher's only child has become `program`.
+  // Waits until the launcher's only child has become `program`. In the middle
+  // of execv it has the name already, but no environment yet.
   pid_t AwaitProgram(const std::string& program) {
     std::vector<pid_t> children;
     EXPECT_TRUE(Eventually([&] {
       children = ChildrenOf(run_.Process());
       return children.size() == 1 &&
-             StatusField(children[0], "Name") == program;
+             StatusField(children[0], "Name") == program &&
+             !ReadFile(Of(children[0], "environ")).empty();
     })) << program;
     return children.empty() ? 0 : children[0];
   }

@@ -182,7 +182,7 @@ bool ReadData(std::string path, std::string& data) {
     return false;
   }
   // Deliberate: only the end of the file ends the loop; an error does not. So a
-  // directory, which opens and cannot be read, keeps the launcher here for ever
+  // directory, which opens and cannot be read, keeps the launcher here forever
   // (docs/sharp-edges.md). Otherwise it would end with status 0, as for a file
   // that is missing.
   std::string content;

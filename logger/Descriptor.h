@@ -74,14 +74,14 @@ Descriptor OpenLog(const char* path);
 // thread is about to write to it: another thread might open some other file
 // under that number, which would receive the line. A lock would prevent that,
 // but a forked child could find it held by a thread that does not exist in the
-// child, and wait for ever. dup2 would put the new file under the old number,
+// child, and wait forever. dup2 would put the new file under the old number,
 // but without close-on-exec until a second call; a program started in between
 // would inherit the log.
 //
 // So this class counts the users, and replaces the descriptor only while there
 // are none. Otherwise the thread with the new descriptor writes its line there
 // and closes it, and the next thread tries again: no thread ever waits. In a
-// forked child the count may show for ever that there are users, or that a
+// forked child the count may show forever that there are users, or that a
 // replacement is under way. The child then opens the file for every line that
 // the old descriptor cannot take, which is slow but correct.
 //

@@ -2,7 +2,7 @@
 //
 // Every line is one `write` in append mode. The system puts it at the end of
 // the file in one piece, even while others write. This needs no lock: a forked
-// child could find a lock held for ever.
+// child could find a lock held forever.
 //
 // Someone may rename or remove the file. Only a look at the path shows that,
 // and it costs more than the `write`. So the logger looks again only when its

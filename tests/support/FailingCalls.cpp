@@ -3,10 +3,10 @@
 //
 //   FAILING=fork:3     the third fork of the process fails
 //   FAILING=fork:3+    so do all that follow
-//   FAILING=fork:hold  every fork waits for ever
+//   FAILING=fork:hold  every fork waits forever
 //   FAILING=fork:late  the first fork waits until another thread waits for a
 //                      child or kills one; no kill reaches a process group
-//   FAILING=execv:hold every execv waits for ever
+//   FAILING=execv:hold every execv waits forever
 //   FAILING=kill:1+    no kill reaches a process group
 //   FAILING=execv:term the first execv is preceded by a SIGTERM to its process
 //   CLOCK=4102444800   the time of day is this

@@ -97,7 +97,7 @@ TEST(ForkSafety, NoForkHangsWhileOthersLogParseAndAllocate) {
           std::make_unique<ChildProc>("owner", JsonObject(item.c_str())));
     }
     // Every item restarts repeatedly: a forked child that hung would stop its
-    // item for ever.
+    // item forever.
     for (std::size_t least = 0; least < forks / kItems;) {
       const std::size_t before = least;
       ASSERT_TRUE(Eventually([&] {

@@ -190,7 +190,7 @@ TEST(Storm, DoesNotMistakeALongLineBeingWrittenForAFragment) {
     }
     stop = true;
   });
-  // Each logger keeps a mapping for ever, and a process may have only a limited
+  // Each logger keeps a mapping forever, and a process may have only a limited
   // number of mappings.
   for (int opened = 0; opened < kMaxOpened && !stop; ++opened) {
     Logger opener(dir.Path(), kName, LOGLEVEL_DEBUG, {});

@@ -243,7 +243,7 @@ TEST_F(RunTest, KillsTheChainOfAProgramThatCannotBeExecuted) {
 
 TEST_F(RunTest, KillsALauncherThatDoesNotEnd) {
   REQUIRE_SANDBOX();
-  Start(directory_.Path());  // It reads a directory for ever.
+  Start(directory_.Path());  // It reads a directory forever.
   const pid_t launcher = Launcher();
   ASSERT_TRUE(Eventually(
       [&] { return DescriptorsOf(launcher)[0] == directory_.Path(); }));

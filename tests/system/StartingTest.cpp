@@ -368,7 +368,7 @@ TEST_F(StartingTest, SpinsOnADirectoryGivenAsItemsFile) {
     return std::stol(field);
   };
   EXPECT_TRUE(Eventually([&] { return user_time() > 10; }))
-      << "it uses processor time for ever";
+      << "it uses processor time forever";
   run_->Signal(SIGTERM);
   const long before = user_time();
   EXPECT_TRUE(Eventually([&] { return user_time() > before + 10; }))

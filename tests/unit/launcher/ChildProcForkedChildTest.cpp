@@ -354,7 +354,7 @@ TEST_F(ChildProcTest, TheForkedChildHasTheProcessIdZeroForItsItem) {
   EXPECT_EQ(EndIn(ends.at(1)).value().status, 768);
 }
 
-// `exit` could wait for ever for a lock that was held at the fork.
+// `exit` could wait forever for a lock that was held at the fork.
 TEST_F(ChildProcTest, TheForkedChildOfAnExitingLauncherEndsWithoutAnExit) {
   const std::string file = directory_.Path() / "buffered";
   EXPECT_EQ(InForkedChild([&] {

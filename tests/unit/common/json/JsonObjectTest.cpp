@@ -19,7 +19,7 @@ using namespace std::string_literals;
 #ifdef __GLIBCXX__
 
 // jsoncpp copies its null, a function-local static, into each member that it
-// adds. A forked child that made the null could wait for ever for a thread that
+// adds. A forked child that made the null could wait forever for a thread that
 // was making it at the fork. This test must be the first to use jsoncpp.
 TEST(JsonObjectNull, IsMadeBeforeAnyThread) {
   JsonObject document("{}");
@@ -931,6 +931,11 @@ TEST(JsonObjectText, IsOneLineWithoutALineFeed) {
             R"({"a":{},"b":[1,2]})");
   EXPECT_EQ(JsonObject("5").ToText(), "5");
   EXPECT_EQ(JsonObject("1e5").ToText(), "100000.0");
+}
+
+// The parser keeps a comment with the blanks after it.
+TEST(JsonObjectText, EndsWithoutWhiteSpaceOfAnyKind) {
+  EXPECT_TRUE(JsonObject("5 // c \t\n").ToStyledText().ends_with("// c"));
 }
 
 TEST(JsonObjectText, KeepsWhiteSpaceInsideStrings) {

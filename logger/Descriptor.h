@@ -37,8 +37,8 @@ std::optional<FileState> StateOf(int number);
 class Descriptor {
  public:
   Descriptor() = default;
-  // Owns `number` or, when that is a standard stream's, another descriptor for
-  // the same file. Owns nothing when `number` is -1 or no descriptor is free.
+  // Owns `number`. If that is 0, 1 or 2, closes it and owns a duplicate above 2
+  // instead, or nothing if no descriptor is free. Owns nothing if it is -1.
   explicit Descriptor(int number);
   ~Descriptor();
   Descriptor(Descriptor&& other) noexcept
@@ -108,7 +108,7 @@ class SharedDescriptor {
   };
 
   // Takes `descriptor`, which refers to a file with this `state`, and closes
-  // the present one. While the present one is used or being replaced, closes
+  // the current one. While the current one is used or being replaced, closes
   // `descriptor` instead and returns false.
   bool Replace(Descriptor descriptor, const FileState& state);
 

@@ -49,7 +49,8 @@ bool EndsWithAFragment(int descriptor, off_t bytes) {
   if (!EndsInsideALine(descriptor, bytes)) {
     return false;
   }
-  // Called for its side effect: it waits for a `write` that is under way.
+  // Called for its side effect: it waits for a `write` that is under way. It
+  // also moves the descriptor's position.
   lseek(descriptor, 0, SEEK_HOLE);
   const auto state = StateOf(descriptor);
   return state && state->bytes == bytes && EndsInsideALine(descriptor, bytes);
@@ -65,8 +66,8 @@ bool Has(int descriptor, off_t offset, std::string_view text) {
          std::equal(text.begin(), text.end(), read.begin());
 }
 
-// The end of the last `write` through `descriptor`, also of one by another
-// thread or a forked child. 0 when there was none.
+// The descriptor's position: where the last `write` through it ended, whichever
+// thread or forked child made it. 0 when it has not been used yet.
 off_t EndOfLastWrite(int descriptor) { return lseek(descriptor, 0, SEEK_CUR); }
 
 // Whether `now` is less than `age` after `time`. It is not when the clock has
@@ -123,11 +124,12 @@ bool LogFile::HasLookedRecently(LogTime now) const {
          bytes_ - look_bytes_ < kMaxLookGrowth;
 }
 
-// Whether the open file is the one at the path. Ends a fragment in it.
+// Ends a fragment at the end of the open file, and remembers this look. Returns
+// false if that is not the file at the path, or the fragment cannot be ended.
 bool LogFile::Look(const SharedDescriptor::Use& use, LogTime now) {
   const auto state = StateAt(AT_FDCWD, path_.c_str());
   if (!state || !state->IsSameFile(use.state()) ||
-      !EndFragmentOfOthers(use.number(), state->bytes, now)) {
+      !EndFragmentAtEnd(use.number(), state->bytes, now)) {
     return false;
   }
   look_time_ = now;
@@ -156,7 +158,7 @@ bool LogFile::AppendToFreshlyOpened(const LogLine& line) {
   for (int full_files = 0;; ++full_files) {
     Descriptor file = OpenLog(path_.c_str());
     if (!file.IsOpen()) {
-      return (errno == EMFILE || errno == ENFILE) && AppendToPresent(line);
+      return (errno == EMFILE || errno == ENFILE) && AppendToOpenFile(line);
     }
     const auto state = StateOf(file.number());
     if (!state) {
@@ -166,7 +168,7 @@ bool LogFile::AppendToFreshlyOpened(const LogLine& line) {
         !rotation_.Rotate(*state)) {
       ForgetLook();
       const bool written =
-          EndFragmentOfOthers(file.number(), state->bytes, line.time()) &&
+          EndFragmentAtEnd(file.number(), state->bytes, line.time()) &&
           Write(file.number(), line);
       const int error = errno;
       shared_.Replace(std::move(file), *state);
@@ -178,13 +180,13 @@ bool LogFile::AppendToFreshlyOpened(const LogLine& line) {
 
 // When no descriptor is free, the line goes to the open file, even to a full or
 // renamed one. It does not go to a removed file, which is lost with its lines.
-bool LogFile::AppendToPresent(const LogLine& line) {
+bool LogFile::AppendToOpenFile(const LogLine& line) {
   const int error = errno;
   const SharedDescriptor::Use use(&shared_);
   if (use.IsGranted()) {
     const auto state = StateOf(use.number());
     if (state && state->names > 0) {
-      return EndFragmentOfOthers(use.number(), state->bytes, line.time()) &&
+      return EndFragmentAtEnd(use.number(), state->bytes, line.time()) &&
              Write(use.number(), line);
     }
   }
@@ -192,9 +194,10 @@ bool LogFile::AppendToPresent(const LogLine& line) {
   return false;
 }
 
-// Ends a fragment at the end of the file, which is `bytes` long. Returns false,
-// with errno set, if that fails.
-bool LogFile::EndFragmentOfOthers(int descriptor, off_t bytes, LogTime now) {
+// Ends the fragment, if any, at the end of the file, whose size is `bytes`.
+// Updates `bytes_`, and `others_time_` if another process has written last.
+// Returns false, with errno set, if the fragment cannot be ended.
+bool LogFile::EndFragmentAtEnd(int descriptor, off_t bytes, LogTime now) {
   if (bytes_ == bytes) {
     return true;
   }

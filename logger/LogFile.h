@@ -1,26 +1,28 @@
 // The file that a logger appends to.
 //
 // Every line is one `write` in append mode. The system puts it at the end of
-// the file in one piece, even while others write. This needs no lock: a forked
-// child could find a lock held forever.
+// the file, and never mixes it with another line, even while others write. This
+// needs no lock: a forked child could find a lock held forever.
 //
 // Someone may rename or remove the file, and another process may rotate it or
-// leave a fragment of a line in it. A look at the path and at the file's end
-// shows that, but costs more than the `write`. So the logger looks again only
-// when its last look is too old, judged by the time of the line. In between it
-// adds its own lines to the size that it has seen.
+// leave a fragment of a line in it. A look, which checks the path and the end
+// of the file, shows all of this, but costs more than the `write`. So the
+// logger looks again only when its last look is too old, judged by the time of
+// the line. Between looks it adds its own lines to the size that it has seen.
+// The sum shows when the file is full and, at the next look, whether the file
+// still ends with its own line.
 //
 // A process that is killed while it writes leaves a fragment. A line that
 // follows a fragment directly makes both unreadable, so a look ends a fragment
-// with a line feed. But another process may leave one after the look, or while
-// the line has to wait for that process's `write`. So while others write to the
-// file, the logger also checks the byte before each line once the line is
-// written. If that byte belongs to a fragment, the logger replaces it with a
-// line feed. A lone launcher does without this check, which would make its
-// logging a fifth slower.
+// with a line feed. But another process may leave one after the look, for
+// example while the line waits for that process's `write`. So while others
+// write to the file, the logger also checks the byte before each line once the
+// line is written. If that byte belongs to a fragment, the logger replaces it
+// with a line feed. A lone launcher does without this check, which adds half to
+// the time of a line.
 //
 // When a full disk cuts a line, the logger replaces the last byte of the
-// fragment: the disk may not have space for another one.
+// fragment with the line feed: the disk may not have space for another byte.
 
 #pragma once
 
@@ -80,8 +82,8 @@ class LogFile {
   void ForgetLook();
   bool IsFull(off_t bytes, std::size_t line_bytes) const;
   bool AppendToFreshlyOpened(const LogLine& line);
-  bool AppendToPresent(const LogLine& line);
-  bool EndFragmentOfOthers(int descriptor, off_t bytes, LogTime now);
+  bool AppendToOpenFile(const LogLine& line);
+  bool EndFragmentAtEnd(int descriptor, off_t bytes, LogTime now);
   bool Write(int descriptor, const LogLine& line);
   void EndOwnFragment(int descriptor, std::string_view fragment) const;
   void SeparateFromFragment(int descriptor, std::string_view line) const;
@@ -93,19 +95,22 @@ class LogFile {
   SharedDescriptor shared_;
 
   // The process's limit for the size of a file, in bytes, as last read. A file
-  // that the line would take beyond it is full, too. A `write` that fails with
-  // EFBIG shows that the limit has changed.
+  // also counts as full when the next line would make it larger than this
+  // limit. A `write` that fails with EFBIG shows that the limit has changed.
   std::atomic<off_t> process_limit_ = 0;
 
-  // The last look at the path: the time of its line, and the file's size.
+  // The last look: the time of the line that it was made for, and the file's
+  // size.
   std::atomic<LogTime> look_time_{LogTime{}};
   std::atomic<off_t> look_bytes_ = 0;
 
-  // The file's size at the last look, and what the logger has written since.
-  // If the next look finds this size, the file ends with the logger's own line.
   static constexpr off_t kUnknown = -1;
+
+  // The file's size at the last look plus the bytes that the logger has written
+  // since, or kUnknown. If the next look finds this size, the file ends with
+  // the logger's own line.
   std::atomic<off_t> bytes_ = 0;
 
-  // The time of the last line that found that others write to the file, too.
+  // When a look last found another process's line at the end of the file.
   std::atomic<LogTime> others_time_{LogTime{}};
 };

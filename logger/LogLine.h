@@ -69,9 +69,10 @@ class LogLine {
     bool moved;
     Memory before;
   };
-  // Moves the line to memory with room for a message of `message_bytes`, but
-  // without its message. The message stays readable where it was: in the
-  // buffer, or in the memory `before`. On failure changes nothing.
+  // Moves the fields before the message to new memory with room for a message
+  // of `message_bytes`. The old message stays readable where it is: in the
+  // buffer, or in the old memory, which the result owns as `before`. Changes
+  // nothing if there is no memory.
   Moved MoveToMemory(std::size_t message_bytes);
 
   const LogTime time_;

@@ -44,9 +44,9 @@ int Logger::Open() {
 
 // From here to the `write`, no function takes a lock that another thread may
 // have held at a fork, reads the time zone, uses stdio's streams or has a
-// function-local static. A forked child of a threaded process logs, and would
-// wait for such a lock forever. A test checks every function that the library
-// calls against a list of those allowed.
+// function-local static. A forked child of a threaded process may log, and
+// would wait for such a lock forever. A test compares every function that these
+// sources call, all but EntryPoints.cpp, with a list of those allowed.
 void Logger::LogV(LOGLEVEL level, const char* format,
                   va_list arguments) noexcept {
   if (Severity(level) < threshold_) {

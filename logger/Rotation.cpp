@@ -118,11 +118,11 @@ bool Rotation::SetAside(int directory, const FileState& full) const {
 // numbers the files set aside.
 void Rotation::TidyUp(int directory, bool locked) const {
   // The last file set aside that could not be numbered or removed.
-  FileName passed{};
+  FileName skipped{};
   for (int step = 0; step < kMaxSteps;) {
-    const OldFiles files = List(directory, passed);
+    const OldFiles files = List(directory, skipped);
     const bool too_many = files.numbered + files.aside > old_files_ + 1;
-    if (too_many && RemoveNumbered(directory, files.highest) != 0) {
+    if (too_many && RemoveOldestNumbered(directory, files.highest) != 0) {
       ++step;
       continue;
     }
@@ -131,17 +131,18 @@ void Rotation::TidyUp(int directory, bool locked) const {
       return;
     }
     if (too_many ? unlinkat(directory, oldest.data(), 0) == 0
-                 : Number(directory, oldest)) {
+                 : NumberFile(directory, oldest)) {
       ++step;
     } else {
-      passed = oldest;
+      skipped = oldest;
     }
   }
 }
 
 // Counts the old files, and finds the oldest file set aside whose name comes
-// after `passed`.
-Rotation::OldFiles Rotation::List(int directory, const FileName& passed) const {
+// after `skipped`.
+Rotation::OldFiles Rotation::List(int directory,
+                                  const FileName& skipped) const {
   OldFiles files;
   Descriptor listed = Open(directory, ".", O_RDONLY | O_DIRECTORY);
   const std::unique_ptr<DIR, CloseDirectory> list(fdopendir(listed.number()));
@@ -151,13 +152,13 @@ Rotation::OldFiles Rotation::List(int directory, const FileName& passed) const {
   listed.Release();
   while (const dirent* const entry = readdir(list.get())) {
     if (KindOf(directory, entry->d_name) == Kind::kFile) {
-      Count(entry->d_name, passed, &files);
+      Count(entry->d_name, skipped, &files);
     }
   }
   return files;
 }
 
-void Rotation::Count(const char* file, const FileName& passed,
+void Rotation::Count(const char* file, const FileName& skipped,
                      OldFiles* files) const {
   if (const int number = NumberOf(file); number > 0) {
     ++files->numbered;
@@ -165,7 +166,7 @@ void Rotation::Count(const char* file, const FileName& passed,
   } else if (IsNameAside(file)) {
     ++files->aside;
     FileName& oldest = files->oldest_aside;
-    if (std::strcmp(file, passed.data()) > 0 &&
+    if (std::strcmp(file, skipped.data()) > 0 &&
         (oldest[0] == '\0' || std::strcmp(file, oldest.data()) < 0)) {
       oldest = {};
       std::string_view(file).copy(oldest.data(), oldest.size() - 1);
@@ -176,8 +177,8 @@ void Rotation::Count(const char* file, const FileName& passed,
 // Moves the files below the first free number up by one, and gives `aside` the
 // number that they leave free. A file that cannot be renamed keeps its number,
 // and the others skip it.
-bool Rotation::Number(int directory, const FileName& aside) const {
-  int free = FreeNumber(directory);
+bool Rotation::NumberFile(int directory, const FileName& aside) const {
+  int free = MakeNumberFree(directory);
   if (free == 0) {
     return false;
   }
@@ -196,20 +197,20 @@ bool Rotation::Number(int directory, const FileName& aside) const {
 // Returns the lowest number whose name is free. If all are taken, removes the
 // oldest file that can be removed and returns its number, or 0 if there is
 // none.
-int Rotation::FreeNumber(int directory) const {
+int Rotation::MakeNumberFree(int directory) const {
   for (int number = 1; number <= old_files_; ++number) {
     if (KindOf(directory, Numbered(number).data()) == Kind::kNothing) {
       return number;
     }
   }
-  return RemoveNumbered(directory, old_files_);
+  return RemoveOldestNumbered(directory, old_files_);
 }
 
 // Removes one file: the first that can be removed, from the number `highest`
 // down. Returns its number, or 0 if there is none. If another process has just
 // removed the file `highest`, that counts as well: otherwise one file too many
 // would be removed.
-int Rotation::RemoveNumbered(int directory, int highest) const {
+int Rotation::RemoveOldestNumbered(int directory, int highest) const {
   for (int number = highest; number > 0; --number) {
     const FileName file = Numbered(number);
     if (KindOf(directory, file.data()) != Kind::kObstacle &&

@@ -13,12 +13,13 @@
 //
 // A rotation takes a lock on the directory if it is free. It does not use a
 // lock file: someone could remove that, and then two processes would number at
-// once. A thread that finds the lock held yields to its holder a few times. If
-// the full file is still at the log's path afterwards, the thread sets it aside
-// without the lock: otherwise the file would grow while the holder is stopped.
-// If the lock is still held then, the thread leaves the numbering to the holder
-// or the next rotation. A rotation numbers only a few files: it would never end
-// if others set files aside faster than it numbers them.
+// the same time. A thread that finds the lock held yields to its holder a few
+// times. If the full file is still at the log's path afterwards, the thread
+// sets it aside without the lock: otherwise the file would grow while the
+// holder is stopped. If the lock is still held then, the thread leaves the
+// numbering to the holder or the next rotation. A rotation numbers only a few
+// files: it would never end if others set files aside faster than it numbers
+// them.
 //
 // A rotation skips obstacles: a number whose name belongs to something other
 // than a file, and a file that cannot be renamed. The directory does not grow
@@ -68,8 +69,8 @@ class Rotation {
   static constexpr std::size_t kNameBytes = 256;
   using FileName = std::array<char, kNameBytes>;
 
-  // The number of numbered files and the highest of their numbers; the number
-  // of files set aside and the name of the oldest of them.
+  // How many files are numbered, and the highest number; how many are set
+  // aside, and the name of the oldest one that is not skipped.
   struct OldFiles {
     int numbered = 0;
     int highest = 0;
@@ -85,11 +86,11 @@ class Rotation {
   bool IsAtPath(int directory, const FileState& file) const;
   bool SetAside(int directory, const FileState& full) const;
   void TidyUp(int directory, bool locked) const;
-  OldFiles List(int directory, const FileName& passed) const;
-  void Count(const char* file, const FileName& passed, OldFiles* files) const;
-  bool Number(int directory, const FileName& aside) const;
-  int FreeNumber(int directory) const;
-  int RemoveNumbered(int directory, int highest) const;
+  OldFiles List(int directory, const FileName& skipped) const;
+  void Count(const char* file, const FileName& skipped, OldFiles* files) const;
+  bool NumberFile(int directory, const FileName& aside) const;
+  int MakeNumberFree(int directory) const;
+  int RemoveOldestNumbered(int directory, int highest) const;
 
   const std::string directory_;
   const std::string name_;

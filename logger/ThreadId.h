@@ -1,4 +1,4 @@
-// The numbers of the calling process and thread, as the log shows them.
+// The ids of the calling process and thread, as the log shows them.
 
 #pragma once
 
@@ -11,16 +11,17 @@ struct CallerIds {
   std::uint64_t thread;
 };
 
-// Installs a handler that gives each forked child its own numbers. Must be
+// Installs a handler that gives each forked child its own ids. Must be
 // called before GetCallerIds. Returns 0 or an errno value. Later calls do
 // nothing.
 int WatchForks();
 
-// The caller's numbers. In a forked child, the number of the thread that called
-// `fork` equals the process's on every platform, so that a reader of the log
-// can recognise the child. Takes no lock.
+// The caller's ids. On every platform, the first thread of a forked child has
+// the child's process id as its thread id. A reader of the log recognises the
+// child by that: in the launcher, only the main thread may have it, and only on
+// Linux. Takes no lock.
 CallerIds GetCallerIds();
 
-// The number that the system's own tools show for the calling thread. Only this
+// The id that the system's own tools show for the calling thread. Only this
 // function differs by platform. Takes no lock.
 std::uint64_t ThreadId();

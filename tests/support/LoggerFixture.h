@@ -53,7 +53,7 @@ class LoggerFixture : public testing::Test {
     }
   }
 
-  // Waits until the next line looks at the log's path again.
+  // Waits until the last look is too old, so that the next line looks again.
   static void OutlastLook() {
     using std::chrono::system_clock;
     const auto end = system_clock::now() + kMaxLookAge;
@@ -79,7 +79,7 @@ class LoggerFixture : public testing::Test {
     return std::filesystem::file_size(dir.Path() / LogFileName("x"));
   }
 
-  // Whether `body` passes in a forked child. It may leave that in any state.
+  // Whether `body` passes in a forked child, which it may leave in any state.
   template <class Body>
   static bool PassesInForkedChild(Body body) {
     return InForkedChild([&body] {

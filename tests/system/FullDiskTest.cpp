@@ -27,7 +27,7 @@ Logger& Open(const fs::path& directory, const LogLimits& limits = {}) {
 
 constexpr std::size_t kTextBytes = 250;
 
-// All messages have one length, which does not divide a page's.
+// All messages have the same length, and a page is not a multiple of it.
 std::string Text(int number) {
   std::string text = std::to_string(number);
   return text.insert(0, kTextBytes - text.size(), '.');
@@ -130,8 +130,8 @@ TEST(FullDisk, IsSurvivedByARotation) {
   EXPECT_GE(FilesIn(disk.Path()).size(), 3U);
 }
 
-// A disk does not become read-only while a file on it is open for writing: the
-// logger has lost its own when the time comes.
+// A disk cannot become read-only while the logger has a file on it open for
+// writing. So the test mounts an empty read-only disk over the directory.
 TEST(ReadOnlyDirectory, CountsTheLinesLostAndReportsThem) {
   REQUIRE_SANDBOX();
   SmallDisk disk(kPages);

@@ -24,7 +24,8 @@ using std::chrono::microseconds;
 
 constexpr char kSurvivor[] = "survivor";
 
-// Nearly always 0, but the first line on which two writers meet may be glued.
+// Nearly always 0. But a logger that has not found another process's line yet
+// does not check the byte before its own, so that line may be glued.
 constexpr int kMostGlued = 2;
 
 struct Kills {

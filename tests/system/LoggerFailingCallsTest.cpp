@@ -20,7 +20,8 @@
 
 namespace {
 
-// The number of allocations that succeed before one fails; -1 for all.
+// The number of allocations that succeed before all others fail; -1 if none
+// fails.
 int g_good_allocations = -1;
 int g_allocated = 0;
 
@@ -29,7 +30,9 @@ std::vector<std::string> g_writes;
 std::function<ssize_t(int, const void*, std::size_t)> g_on_write;
 bool g_pwrite_fails = false;
 std::function<void()> g_on_seek;
+int g_seeks = 0;
 int g_interrupted_opens = 0;
+int g_opens = 0;
 bool g_flock_fails = false;
 std::function<void()> g_before_rename;
 std::function<void()> g_before_removal;
@@ -54,8 +57,8 @@ int __real_sched_yield();
 int __real_renameat(int old_directory, const char* old_path, int new_directory,
                     const char* new_path);
 
-// std::chrono::system_clock::now. These declarations rely on one fact: it
-// returns the time like a number.
+// std::chrono::system_clock::now. These declarations rely on one fact: a
+// function returns a time_point in the same way as a long long.
 #ifdef _LIBCPP_VERSION
 #define REAL_NOW __real__ZNSt3__16chrono12system_clock3nowEv
 #define WRAP_NOW __wrap__ZNSt3__16chrono12system_clock3nowEv
@@ -96,6 +99,7 @@ ssize_t __wrap_pwrite(int file, const void* data, std::size_t bytes,
 }
 
 off_t __wrap_lseek(int file, off_t offset, int whence) {
+  ++g_seeks;
   if (whence == SEEK_HOLE && g_on_seek) {
     g_on_seek();
   }
@@ -108,6 +112,7 @@ int __wrap_openat(int directory, const char* path, int flags, ...) {
     errno = EINTR;
     return -1;
   }
+  ++g_opens;
   va_list arguments;
   va_start(arguments, flags);
   const auto mode = va_arg(arguments, unsigned);
@@ -236,7 +241,7 @@ TEST_F(Fault, CutsALongMessageWithoutMemory) {
   EXPECT_EQ(message, text.substr(0, message.size() - 4) + "\\...");
 }
 
-TEST_F(Fault, CutsAMessageToBeEscapedWithoutMemory) {
+TEST_F(Fault, WithoutMemoryCutsAMessageThatNeedsEscapes) {
   const std::string text = "a\n" + std::string(1'000, 'x');
   EXPECT_EQ(MessageWithout(0, text), "a\\n" + std::string(510, 'x') + "\\...");
 }
@@ -245,7 +250,7 @@ TEST_F(Fault, EscapesAShortMessageWholeWithoutMemory) {
   EXPECT_EQ(MessageWithout(0, "a\nb"), "a\\nb");
 }
 
-TEST_F(Fault, CutsALongMessageToBeEscapedWithLittleMemory) {
+TEST_F(Fault, WithLittleMemoryCutsALongMessageThatNeedsEscapes) {
   const std::string text = "a\n" + std::string(10'000, 'x');
   EXPECT_EQ(MessageWithout(1, text), "a\\n" + std::string(510, 'x') + "\\...");
 }
@@ -339,6 +344,15 @@ TEST_F(Fault, OpensTheFileAgainWhenInterrupted) {
   EXPECT_EQ(ReadMessages(log_), Messages{"whole"});
 }
 
+TEST_F(Fault, OpensANewFileOnce) {
+  fs::remove(log_);
+  LogNumbers(logger_, 1, 1);
+  g_opens = 0;
+  LogNumbers(logger_, 2, 10);
+  EXPECT_EQ(g_opens, 0);
+  EXPECT_EQ(ReadMessages(log_), Numbers(1, 11));
+}
+
 // The line feed would take a byte that the disk does not have.
 TEST_F(Fault, CountsTheLineWhoseFragmentCannotBeEnded) {
   dir_.Write("logs/x.log", "torn");
@@ -372,10 +386,10 @@ TEST_F(Fault, ReportsLostLinesAsCritical) {
   EXPECT_EQ(WordsOf(lines.at(2)).level, "ERROR");
 }
 
-// A logger that has just found a line of another writer.
-class OthersTest : public Fault {
+// The logger has just found another writer's line.
+class AfterAnothersLineTest : public Fault {
  protected:
-  OthersTest() {
+  AfterAnothersLineTest() {
     g_clock = kNow - kLookAge;
     Log("first");
     std::ofstream(log_, std::ios::app) << "theirs\n";
@@ -396,15 +410,24 @@ class OthersTest : public Fault {
   }
 };
 
-TEST_F(OthersTest, LeaveAFragmentJustBeforeALine) { LogAfterAFragment(); }
+TEST_F(AfterAnothersLineTest, SeparatesALineFromAFragmentJustBeforeIt) {
+  LogAfterAFragment();
+}
 
-TEST_F(OthersTest, AreRememberedForAWhile) {
+TEST_F(AfterAnothersLineTest, StillSeparatesLinesALittleLater) {
   g_clock = kNow + LogTime::duration(kMaxOthersAge).count() - 1;
   LogAfterAFragment();
 }
 
 // Two threads share the descriptor's position.
-TEST_F(OthersTest, LeaveLinesAloneWhosePlaceIsNotKnown) {
+TEST_F(AfterAnothersLineTest, SparesLaterLinesTheCheck) {
+  g_clock = kNow + LogTime::duration(kMaxOthersAge).count();
+  g_seeks = 0;
+  Log("third");
+  EXPECT_EQ(g_seeks, 0);
+}
+
+TEST_F(AfterAnothersLineTest, DoesNotTouchALineWhosePlaceIsUnknown) {
   g_on_write = [](int file, const void* data, std::size_t bytes) {
     g_on_write = nullptr;
     const ssize_t written = __real_write(file, data, bytes);
@@ -497,7 +520,7 @@ TEST_F(LockedRotationTest, RemovesNoMoreWhenBothRemoveTheSameFile) {
 }
 
 // The child inherits the directory's descriptor, and with it the lock.
-TEST_F(Fault, HoldsTheLockNoLongerThanTheRotationWhereAChildIsForkedInIt) {
+TEST_F(Fault, ReleasesTheLockAfterARotationEvenIfAChildIsForkedDuringIt) {
   Logger& logger = Open({1, 3});
   LogNumbers(logger, 1, 1);
   pid_t child = -1;
@@ -581,8 +604,8 @@ TEST_F(LookTest, IsRepeatedWhenTheClockIsSetBack) {
   EXPECT_EQ(ReadMessages(log_), Numbers(3, 1));
 }
 
-TEST_F(LookTest, IsRepeatedWhenTheFileHasGrown) {
-  // With the second line, one byte less than repeats the look.
+TEST_F(LookTest, IsRepeatedAfterManyBytesOfTheLoggersOwn) {
+  // Together with the second line, one byte short of repeating the look.
   const std::size_t bytes = std::size_t{kMaxLookGrowth} - 1 - LineBytes();
   const std::string text(bytes - (LineBytes() - 1), '=');
   Log(text);

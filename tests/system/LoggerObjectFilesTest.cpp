@@ -38,7 +38,7 @@ TEST(Library, ExportsItsTwoEntryPointsAndNothingElse) {
             (Names{"GetLogger", "InitLogger"}));
 }
 
-// A forked child of a threaded process logs. So this list must not gain a
+// A forked child of a threaded process may log. So this list must not gain a
 // function that takes a lock that another thread may have held at the fork,
 // reads the time zone or uses stdio's streams.
 const Names kAllowed{
@@ -161,7 +161,7 @@ std::string WithoutChecks(const std::string& name) {
                      name.size() - kPrefix.size() - kSuffix.size());
 }
 
-TEST(PathOfALine, CallsNothingThatCouldHangAForkedChild) {
+TEST(CodeThatLogs, CallsNothingThatCouldHangAForkedChild) {
   Names undefined;
   for (const std::string& name : LastWords("nm -u " LOGGER_OBJECTS)) {
     undefined.insert(WithoutChecks(name));
@@ -181,7 +181,7 @@ TEST(PathOfALine, CallsNothingThatCouldHangAForkedChild) {
 }
 
 // _ZGV: a function-local static, whose first use takes a lock.
-TEST(PathOfALine, HasNoFunctionLocalStatic) {
+TEST(CodeThatLogs, HasNoFunctionLocalStatic) {
   for (const std::string& name : LastWords("nm " LOGGER_OBJECTS)) {
     EXPECT_FALSE(name.starts_with("_ZGV")) << name;
   }

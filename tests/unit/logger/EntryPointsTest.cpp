@@ -117,8 +117,7 @@ TEST_F(EntryPoints, SayWhyTheDirectoryCannotBeUsed) {
   EXPECT_EQ(InitLogger((dir_.Path() / long_name).c_str()), ENAMETOOLONG);
 }
 
-// The directory itself could not be made for another reason: its parent is
-// missing.
+// The error must be the parent's, not the ENOENT of the directory itself.
 TEST_F(EntryPoints, SayWhyAParentOfTheDirectoryCannotBeMade) {
   REQUIRE_SANDBOX();
   EXPECT_EQ(InForkedChild([&] {

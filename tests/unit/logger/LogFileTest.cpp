@@ -251,6 +251,15 @@ TEST_F(FileSizeLimitTest, CutsNoLineThatWouldExceedIt) {
   }));
 }
 
+TEST_F(FileSizeLimitTest, WritesALineOfExactlyTheLimit) {
+  EXPECT_TRUE(PassesInForkedChild([&] {
+    SetLimit(LineBytes());
+    LogNumbers(Open(), 1, 2);
+    EXPECT_EQ(ReadMessages(Old(1)), Numbers(1, 1));
+    EXPECT_EQ(ReadMessages(log_), Numbers(2, 1));
+  }));
+}
+
 TEST_F(FileSizeLimitTest, LosesNoLineWhenItIsLoweredLater) {
   EXPECT_TRUE(PassesInForkedChild([&] {
     Logger& logger = Open();

@@ -141,7 +141,7 @@ TEST(LogLine, EscapesALongMessage) {
   }
 }
 
-TEST(LogLine, WritesAFormatThatCannotBeFormattedUnchanged) {
+TEST(LogLine, WritesTheFormatItselfWhenFormattingFails) {
   const std::array<wchar_t, 2> bad{static_cast<wchar_t>(0x7FFFFFFF), L'\0'};
   EXPECT_EQ(Formatted("bad\n%ls", bad.data()),
             "bad\\n%ls" + std::string(kUnformattableMark));

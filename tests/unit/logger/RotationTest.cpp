@@ -35,7 +35,7 @@ int OpenDescriptors() {
   return count;
 }
 
-// Drops all capabilities, root's too, so that the modes of files count.
+// Drops all capabilities, so that file modes restrict even root.
 void DropPrivileges() {
 #ifdef __linux__
   __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
@@ -147,7 +147,7 @@ TEST_F(RotationTest, DoesNotWaitForTheLockOfARotation) {
   LogNumbers(logger, 1, 4);
   EXPECT_EQ(ReadMessages(log_), Numbers(4, 1));
   EXPECT_FALSE(fs::exists(Old(1)));
-  // The first rotation that gets the lock numbers them in their order.
+  // Once a rotation gets the lock, it numbers them in their order.
   lock.reset();
   LogNumbers(logger, 5, 1);
   EXPECT_EQ(FilesIn(logs_).size(), 5U);
@@ -175,7 +175,7 @@ TEST_F(RotationTest, HoldsOneDescriptorHoweverManyRotations) {
   EXPECT_EQ(OpenDescriptors(), before);
 }
 
-// A file that cannot be renamed or removed: it has another file mounted on it.
+// A file that cannot be renamed or removed: it is a mount point.
 class Immovable {
  public:
   explicit Immovable(const fs::path& path) : path_(path) {

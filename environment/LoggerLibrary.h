@@ -61,13 +61,13 @@ class ILog {
 // The version of this interface, the first argument of `GetLogger`.
 inline constexpr int kLoggerInterfaceVersion = 2;
 
+// In the launcher, both functions also return ENOENT if the library is not
+// loaded, and ECANCELED if it throws.
 extern "C" {
 
 // Prepares `directory` to hold the logs. Makes it and its parents if they are
 // missing. Returns 0, or an errno value that says why logs cannot be written
-// there. In the launcher, also returns ENOENT if the library cannot be loaded
-// and ECANCELED if it throws. Must be called once, before any other thread uses
-// the library.
+// there. Must be called once, before any other thread uses the library.
 int InitLogger(const char* directory);
 
 // Makes the logger `name` and stores it in `*logger`. `version` is the

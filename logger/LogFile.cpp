@@ -65,9 +65,17 @@ bool Has(int descriptor, off_t offset, std::string_view text) {
          std::equal(text.begin(), text.end(), read.begin());
 }
 
-// The end of the last `write` through `descriptor`, unless another thread or a
-// forked child, which share the position, has moved it since.
+// The end of the last `write` through `descriptor`, also of one by another
+// thread or a forked child. 0 when there was none.
 off_t EndOfLastWrite(int descriptor) { return lseek(descriptor, 0, SEEK_CUR); }
+
+// Whether `now` is less than `age` after `time`. It is not when the clock has
+// been set back.
+bool IsWithin(LogTime::duration age, const std::atomic<LogTime>& time,
+              LogTime now) {
+  const auto passed = now - time.load();
+  return passed >= passed.zero() && passed < age;
+}
 
 }  // namespace
 
@@ -94,12 +102,12 @@ int LogFile::Open() {
 }
 
 bool LogFile::Append(const LogLine& line) {
-  const std::string_view text = line.text();
   {
     const SharedDescriptor::Use use(&shared_);
-    const auto bytes = Look(use, line.time());
-    if (bytes && !IsFull(*bytes, text.size())) {
-      if (Write(use.number(), *bytes, text)) {
+    if (use.IsGranted() &&
+        (HasLookedRecently(line.time()) || Look(use, line.time())) &&
+        !IsFull(bytes_, line.text().size())) {
+      if (Write(use.number(), line)) {
         return true;
       }
       if (errno != EFBIG) {
@@ -107,43 +115,41 @@ bool LogFile::Append(const LogLine& line) {
       }
     }
   }
-  return AppendToFreshlyOpened(text);
+  return AppendToFreshlyOpened(line);
 }
 
-// The size of the open file, if it can be used and is the file at the path.
-// Soon after a look at the path, asks only for the size.
-std::optional<off_t> LogFile::Look(const SharedDescriptor::Use& use,
-                                   LogTime now) {
-  if (!use.IsGranted()) {
-    return std::nullopt;
-  }
-  const auto age = now - look_time_.load(std::memory_order_relaxed);
-  if (age >= age.zero() && age < kMaxLookAge) {
-    const off_t bytes = lseek(use.number(), 0, SEEK_END);
-    const off_t growth = bytes - look_bytes_.load(std::memory_order_relaxed);
-    if (growth >= 0 && growth < kMaxLookGrowth) {
-      return bytes;
-    }
-  }
+bool LogFile::HasLookedRecently(LogTime now) const {
+  return IsWithin(kMaxLookAge, look_time_, now) &&
+         bytes_ - look_bytes_ < kMaxLookGrowth;
+}
+
+// Whether the open file is the one at the path. Ends a fragment in it.
+bool LogFile::Look(const SharedDescriptor::Use& use, LogTime now) {
   const auto state = StateAt(AT_FDCWD, path_.c_str());
-  if (!state || !state->IsSameFile(use.state())) {
-    return std::nullopt;
+  if (!state || !state->IsSameFile(use.state()) ||
+      !EndFragmentOfOthers(use.number(), state->bytes, now)) {
+    return false;
   }
-  look_time_.store(now, std::memory_order_relaxed);
-  look_bytes_.store(state->bytes, std::memory_order_relaxed);
-  return state->bytes;
+  look_time_ = now;
+  look_bytes_ = state->bytes;
+  return true;
+}
+
+void LogFile::ForgetLook() {
+  look_time_ = LogTime{};
+  bytes_ = kUnknown;
 }
 
 bool LogFile::IsFull(off_t bytes, std::size_t line_bytes) const {
   return bytes >= limit_ ||
-         bytes > process_limit_.load(std::memory_order_relaxed) -
-                     static_cast<off_t>(line_bytes);
+         bytes > process_limit_ - static_cast<off_t>(line_bytes);
 }
 
-bool LogFile::AppendToFreshlyOpened(std::string_view line) {
+bool LogFile::AppendToFreshlyOpened(const LogLine& line) {
   process_limit_ = ProcessLimit();
+  const std::size_t line_bytes = line.text().size();
   // No file can hold the line: a rotation would only remove old files.
-  if (static_cast<off_t>(line.size()) > process_limit_) {
+  if (static_cast<off_t>(line_bytes) > process_limit_) {
     errno = EFBIG;
     return false;
   }
@@ -156,10 +162,12 @@ bool LogFile::AppendToFreshlyOpened(std::string_view line) {
     if (!state) {
       return false;
     }
-    if (!IsFull(state->bytes, line.size()) || full_files == kMaxFullFiles ||
+    if (!IsFull(state->bytes, line_bytes) || full_files == kMaxFullFiles ||
         !rotation_.Rotate(*state)) {
-      own_end_ = 0;
-      const bool written = Write(file.number(), state->bytes, line);
+      ForgetLook();
+      const bool written =
+          EndFragmentOfOthers(file.number(), state->bytes, line.time()) &&
+          Write(file.number(), line);
       const int error = errno;
       shared_.Replace(std::move(file), *state);
       errno = error;
@@ -170,45 +178,57 @@ bool LogFile::AppendToFreshlyOpened(std::string_view line) {
 
 // When no descriptor is free, the line goes to the open file, even to a full or
 // renamed one. It does not go to a removed file, which is lost with its lines.
-bool LogFile::AppendToPresent(std::string_view line) {
+bool LogFile::AppendToPresent(const LogLine& line) {
   const int error = errno;
   const SharedDescriptor::Use use(&shared_);
   if (use.IsGranted()) {
     const auto state = StateOf(use.number());
     if (state && state->names > 0) {
-      return Write(use.number(), state->bytes, line);
+      return EndFragmentOfOthers(use.number(), state->bytes, line.time()) &&
+             Write(use.number(), line);
     }
   }
   errno = error;
   return false;
 }
 
-bool LogFile::Write(int descriptor, off_t bytes, std::string_view line) {
-  std::size_t written = 0;
-  if (const off_t own = own_end_.load(std::memory_order_relaxed);
-      bytes != own) {
-    others_write_ = others_write_ || own != 0;
-    if (EndsWithAFragment(descriptor, bytes) &&
-        !WriteWhole(descriptor, kLineFeed, &written)) {
-      return false;
-    }
+// Ends a fragment at the end of the file, which is `bytes` long. Returns false,
+// with errno set, if that fails.
+bool LogFile::EndFragmentOfOthers(int descriptor, off_t bytes, LogTime now) {
+  if (bytes_ == bytes) {
+    return true;
   }
-  if (!WriteWhole(descriptor, line, &written)) {
+  if (const off_t end = EndOfLastWrite(descriptor); end > 0 && end < bytes) {
+    others_time_ = now;
+  }
+  std::size_t written = 0;
+  if (EndsWithAFragment(descriptor, bytes) &&
+      !WriteWhole(descriptor, kLineFeed, &written)) {
+    return false;
+  }
+  bytes_ = bytes;
+  return true;
+}
+
+bool LogFile::Write(int descriptor, const LogLine& line) {
+  const std::string_view text = line.text();
+  std::size_t written = 0;
+  if (!WriteWhole(descriptor, text, &written)) {
+    ForgetLook();
     if (written > 0) {
-      EndFragment(descriptor, line.substr(0, written));
+      EndOwnFragment(descriptor, text.substr(0, written));
     }
     return false;
   }
-  if (others_write_.load(std::memory_order_relaxed)) {
-    SeparateFromFragment(descriptor, bytes, line);
+  bytes_ += static_cast<off_t>(text.size());
+  if (IsWithin(kMaxOthersAge, others_time_, line.time())) {
+    SeparateFromFragment(descriptor, text);
   }
-  own_end_.store(bytes + static_cast<off_t>(line.size()),
-                 std::memory_order_relaxed);
   return true;
 }
 
 // Sets errno, because a partial `write` does not.
-void LogFile::EndFragment(int descriptor, std::string_view fragment) const {
+void LogFile::EndOwnFragment(int descriptor, std::string_view fragment) const {
   const off_t end = EndOfLastWrite(descriptor);
   if (Has(descriptor, end - static_cast<off_t>(fragment.size()), fragment)) {
     PutLineFeed(descriptor, end - 1);
@@ -216,14 +236,13 @@ void LogFile::EndFragment(int descriptor, std::string_view fragment) const {
   errno = end >= ProcessLimit() ? EFBIG : ENOSPC;
 }
 
-// Ends a fragment that another process has left directly before `line`. The
-// file was `bytes` long when the writer checked its end.
-void LogFile::SeparateFromFragment(int descriptor, off_t bytes,
+// Ends a fragment that another process has left directly before `line`, which
+// has just been written.
+void LogFile::SeparateFromFragment(int descriptor,
                                    std::string_view line) const {
   const off_t begin =
       EndOfLastWrite(descriptor) - static_cast<off_t>(line.size());
-  if (begin > bytes && EndsInsideALine(descriptor, begin) &&
-      Has(descriptor, begin, line)) {
+  if (EndsInsideALine(descriptor, begin) && Has(descriptor, begin, line)) {
     PutLineFeed(descriptor, begin - 1);
   }
 }

@@ -4,28 +4,28 @@
 // the file in one piece, even while others write. This needs no lock: a forked
 // child could find a lock held forever.
 //
-// Someone may rename or remove the file. Only a look at the path shows that,
-// and it costs more than the `write`. So the logger looks again only when its
-// last look is too old, judged by the time of the line. In between it asks for
-// the file's size. The size shows when the file is full, and also when another
-// process has rotated it: only full files are rotated.
+// Someone may rename or remove the file, and another process may rotate it or
+// leave a fragment of a line in it. A look at the path and at the file's end
+// shows that, but costs more than the `write`. So the logger looks again only
+// when its last look is too old, judged by the time of the line. In between it
+// adds its own lines to the size that it has seen.
 //
-// A line that follows a fragment directly makes both unreadable. A process that
-// is killed while it writes leaves a fragment. So a writer checks the end of
-// the file before its line, unless its own last line is there, and ends a
-// fragment with a line feed. After that check, however, the writer may have to
-// wait for another process's `write`, and that process may be killed in it. So
-// in a file with several writers, a writer also checks the byte before its line
-// once the line is written. If that byte belongs to a fragment, the writer
-// replaces it with a line feed. When a full disk cuts a line, the writer
-// replaces the last byte of the fragment: the disk may not have space for
-// another one.
+// A process that is killed while it writes leaves a fragment. A line that
+// follows a fragment directly makes both unreadable, so a look ends a fragment
+// with a line feed. But another process may leave one after the look, or while
+// the line has to wait for that process's `write`. So while others write to the
+// file, the logger also checks the byte before each line once the line is
+// written. If that byte belongs to a fragment, the logger replaces it with a
+// line feed. A lone launcher does without this check, which would make its
+// logging a fifth slower.
+//
+// When a full disk cuts a line, the logger replaces the last byte of the
+// fragment: the disk may not have space for another one.
 
 #pragma once
 
 #include <atomic>
 #include <chrono>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -42,10 +42,14 @@ struct LogLimits {
   int old_files = 5;
 };
 
-// A logger looks at the path again when its last look is this old, or when the
-// file has grown by this many bytes since: the clock may have stopped.
-constexpr std::chrono::microseconds kMaxLookAge{100};
+// A logger looks at the path again when its last look is this old, or when it
+// has written this many bytes since: the clock may have stopped.
+constexpr std::chrono::microseconds kMaxLookAge{25};
 constexpr off_t kMaxLookGrowth = off_t{16} * 1024;
+
+// A logger that finds another process's line at the end of the file expects
+// more of these for this long.
+constexpr std::chrono::seconds kMaxOthersAge{1};
 
 // Whether `error`, an errno value, means that the disk has no space left.
 bool IsDiskFull(int error);
@@ -71,14 +75,16 @@ class LogFile {
   bool Append(const LogLine& line);
 
  private:
-  std::optional<off_t> Look(const SharedDescriptor::Use& use, LogTime now);
+  bool HasLookedRecently(LogTime now) const;
+  bool Look(const SharedDescriptor::Use& use, LogTime now);
+  void ForgetLook();
   bool IsFull(off_t bytes, std::size_t line_bytes) const;
-  bool AppendToFreshlyOpened(std::string_view line);
-  bool AppendToPresent(std::string_view line);
-  bool Write(int descriptor, off_t bytes, std::string_view line);
-  void EndFragment(int descriptor, std::string_view fragment) const;
-  void SeparateFromFragment(int descriptor, off_t bytes,
-                            std::string_view line) const;
+  bool AppendToFreshlyOpened(const LogLine& line);
+  bool AppendToPresent(const LogLine& line);
+  bool EndFragmentOfOthers(int descriptor, off_t bytes, LogTime now);
+  bool Write(int descriptor, const LogLine& line);
+  void EndOwnFragment(int descriptor, std::string_view fragment) const;
+  void SeparateFromFragment(int descriptor, std::string_view line) const;
   void PutLineFeed(int descriptor, off_t offset) const;
 
   const std::string path_;
@@ -95,12 +101,11 @@ class LogFile {
   std::atomic<LogTime> look_time_{LogTime{}};
   std::atomic<off_t> look_bytes_ = 0;
 
-  // While the file has this size, it ends with this logger's last line. 0 when
-  // the logger has not written to the open file yet.
-  std::atomic<off_t> own_end_ = 0;
+  // The file's size at the last look, and what the logger has written since.
+  // If the next look finds this size, the file ends with the logger's own line.
+  static constexpr off_t kUnknown = -1;
+  std::atomic<off_t> bytes_ = 0;
 
-  // Whether others have ever written between two lines of this logger. Only
-  // then does the logger check the byte before a line once the line is written,
-  // because that would make a lone launcher's logging a tenth slower.
-  std::atomic<bool> others_write_ = false;
+  // The time of the last line that found that others write to the file, too.
+  std::atomic<LogTime> others_time_{LogTime{}};
 };

@@ -121,6 +121,7 @@ TEST_F(LogFileTest, EndsAFragmentThatAppearsWhileItIsOpen) {
   Logger& logger = Open();
   LogNumbers(logger, 1, 3);
   std::ofstream(log_, std::ios::app) << "2026-11-21T06:2";
+  OutlastLook();
   LogNumbers(logger, 4, 2);
   EXPECT_EQ(ReadMessagesAndFragments(log_),
             (Messages{"1", "2", "3", "2026-11-21T06:2", "4", "5"}));

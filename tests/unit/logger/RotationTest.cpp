@@ -84,12 +84,12 @@ TEST_F(RotationTest, FollowsTheRotationOfAnotherLauncher) {
   const LogLimits limits{2 * line, 5};
   Logger& one = Open(limits);
   Logger& other = Open(limits);
-  Log(one, "1");
-  Log(other, "2");
-  Log(one, "3");
-  Log(other, "4");
-  Log(other, "5");
-  Log(one, "6");
+  Logger* const writers[] = {&one, &other, &one, &other, &other, &one};
+  int number = 0;
+  for (Logger* const writer : writers) {
+    OutlastLook();
+    LogNumbers(*writer, ++number, 1);
+  }
   EXPECT_EQ(ReadMessages(Old(2)), Numbers(1, 2));
   EXPECT_EQ(ReadMessages(Old(1)), Numbers(3, 2));
   EXPECT_EQ(ReadMessages(log_), Numbers(5, 2));

@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
-# Types the README's two commands on a fresh Debian that has git and sudo
-# besides its essential packages: as root in a chroot whose "/" is no mount
-# point, as package builders use, and as an ordinary user in a system of its
-# own.
+# Runs the README's two commands on a fresh Debian that has git and sudo besides
+# its essential packages: as root in a chroot whose "/" is not a mount point, as
+# package builders use, and as an ordinary user in a system of its own.
 #
 #   .ci/newcomer.sh CODENAME
 #

@@ -151,10 +151,10 @@ report() {
         'has errors. The log mentions only the last of these reasons.'
       ;;
     "$killed")
-      echo 'SIGKILL ended it. It may send SIGKILL to itself if an item has no' \
-        'program, or if two items have the same name.'
+      echo 'SIGKILL ended it. The launcher may send SIGKILL to itself if an' \
+        'item has no program, or if two items have the same name.'
       ;;
-    "$terminated") echo 'SIGTERM ended it before it had a handler for it.' ;;
+    "$terminated") echo 'SIGTERM ended it before it could handle the signal.' ;;
   esac
 }
 

@@ -85,8 +85,8 @@ inline constexpr Rule kAll[] = {
     {"top-level-type", kError, kNeverStarts,
      R"(write the items as { "0": { ... }, "1": { ... } })",
      kParseFailedMessage},
-    {"trailing-text", kWarning, kIgnored,
-     "remove it, or the surplus bracket before it"},
+    {"trailing-text", kWarning, "the launcher never looks at the rest",
+     "remove the rest, or the surplus bracket before it"},
     {"closed-early", kError,
      "the launcher never looks at the rest, so the items in it are not "
      "started",
@@ -104,7 +104,7 @@ inline constexpr Rule kAll[] = {
     {"gap", kError, kNotStarted, kNumberItems},
     {"stray-item", kError, kNotStarted, kNumberItems},
     {"item-replaced", kError,
-     "the last one counts, so the items before it are not started",
+     "the last one counts; the others with this number are not started",
      "give each item its own number"},
     {"unknown-key", kWarning, kIgnored, "remove it"},
     {"item-type", kError, kEndsStartup,
@@ -117,8 +117,8 @@ inline constexpr Rule kAll[] = {
     {"name-empty", kWarning, "the log does not show whose lines are whose",
      "write a name"},
     {"name-duplicate", kError,
-     "the launcher kills the earlier item when it reaches this one, and "
-     "its own process group with it if that item has not been started yet",
+     "the launcher kills the earlier item, or its own process group and itself "
+     "if the earlier item has not been started yet",
      "give each item its own name"},
 
     // An item's program.
@@ -126,8 +126,8 @@ inline constexpr Rule kAll[] = {
      "write the program's absolute path"},
     {"program-empty", kError, kKillsGroup, "write the program's absolute path"},
     {"program-type", kError,
-     "the whole launcher ends by SIGABRT; the programs that run already go "
-     "on without it",
+     "the whole launcher ends by SIGABRT; the programs that are already "
+     "running go on without it",
      "write the program's path as a string"},
     {"program-relative", kWarning,
      "the launcher looks for it below the directory that it is started in",
@@ -141,7 +141,7 @@ inline constexpr Rule kAll[] = {
     {"program-format", kError, kChain,
      "begin a script with its interpreter, such as \"#!/bin/sh\""},
     {"program-interpreter", kError, kChain,
-     "name an interpreter that exists after \"#!\""},
+     "after \"#!\", name an interpreter that exists"},
     {"program-machine", kError, kChain,
      "install the program that was built for this system and processor"},
     {"program-loader", kError, kChain,
@@ -151,8 +151,8 @@ inline constexpr Rule kAll[] = {
      "name the program that uses the library"},
     {"program-env", kWarning,
      "\"env\" ends with exit status 127, at each start",
-     "write the interpreter's absolute path after \"#!\"; the launcher's "
-     "own PATH counts"},
+     "write the interpreter's absolute path after \"#!\", or put it into the "
+     "launcher's own PATH"},
     {"program-env-loop", kError,
      "\"env\" executes the script itself again and again at full processor "
      "load",
@@ -167,7 +167,7 @@ inline constexpr Rule kAll[] = {
      "write the number of arguments, without quotes"},
     {"argc-negative", kError,
      "the program starts without any arguments, even without its own path, "
-     "which many do not survive",
+     "and many programs do not survive that",
      "write the number of arguments, 0 for none"},
     {"argc-cut", kError, "the program gets that many arguments",
      "write the number of arguments"},

@@ -83,9 +83,8 @@ int Run(int argc, char** argv) {
                  "nothing else")
       ->type_name("NAME");
   app.footer(
-      "Exit status: 0 all items run, 1 an item does not, 2 no launcher runs, "
-      "3\n"
-      "wrong arguments, or no process table.");
+      "Exit status: 0 all items run, 1 an item does not, 2 no launcher runs,\n"
+      "3 wrong arguments, no item called NAME, or no readable process table.");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -26,8 +26,9 @@ std::optional<Micros> ParseLogTime(std::string_view text);
 
 // The forms that `ParseSince` reads, for messages.
 inline constexpr char kSinceForms[] =
-    "90s, 15m, 2h or 3d ago, or a time in UTC: 2026-11-21, 2026-11-21T06:20,\n"
-    "2026-11-21T06:20:31 or 2026-11-21T06:20:31.123456Z";
+    "a span before now, such as 90s, 15m, 2h or 3d, or a time in UTC:\n"
+    "2026-11-21, 2026-11-21T06:20, 2026-11-21T06:20:31 or\n"
+    "2026-11-21T06:20:31.123456Z";
 
 // Parses a span before `now`, or a UTC time, which may end with "Z"; nullopt
 // for any other text.

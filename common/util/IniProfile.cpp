@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -35,12 +36,15 @@ bool IsSameName(std::string_view left, std::string_view right) {
 
 // Reads the next line, up to its first NUL and trimmed, into `line`. False at
 // the end of the file, and when the file cannot be read (a directory): trying
-// again would never end.
+// again would never end. Reads again after a signal, from where the failed read
+// ended: what that read took of a line is dropped.
 bool ReadLine(std::FILE* file, std::string& line) {
   std::array<char, kLineBytes> buffer;
-  if (std::fgets(buffer.data(), static_cast<int>(buffer.size()), file) ==
-      nullptr) {
-    return false;
+  while (std::fgets(buffer.data(), static_cast<int>(buffer.size()), file) ==
+         nullptr) {
+    if (std::feof(file) != 0 || errno != EINTR) {
+      return false;
+    }
   }
   line = buffer.data();
   trim(line);

@@ -21,8 +21,8 @@
 //
 // Returns false without opening the file if `buffer` is null or `size` is 0. A
 // negative `size` admits every text. `section` is trimmed, `key` is not. Reads
-// the file at each call. Throws only exceptions of the string library. Safe
-// from any thread on distinct buffers.
+// the file at each call; a signal does not end the reading. Throws only
+// exceptions of the string library. Safe from any thread on distinct buffers.
 //
 //   LEVEL=DEBUG    gives "DEBUG" for the key "LEVEL"
 //   LEVEL =DEBUG   gives the default: the key is "LEVEL "

@@ -5,6 +5,7 @@
 // RECORDER makes it misbehave:
 //
 //   leak      InitLogger opens a file that children inherit
+//   move      InitLogger changes HOME
 //   refuse    InitLogger returns -1
 //   throw     InitLogger throws
 //   fail      GetLogger throws
@@ -39,6 +40,9 @@ EXPORTED int InitLogger(const char* directory) {
   Log().Log(LOGLEVEL_MESSAGE, "InitLogger %s", directory);
   if (Variable("RECORDER") == "leak") {
     open("/dev/zero", O_RDONLY);
+  }
+  if (Variable("RECORDER") == "move") {
+    setenv("HOME", "/nonexistent", 1);
   }
   if (Variable("RECORDER") == "throw") {
     throw std::runtime_error("asked to");

@@ -133,11 +133,13 @@ TEST_F(GetLogLevelTest, DropsTheMessageWithoutALogger) {
 
 // Puts the probe at `probe` below a directory of its own, the recording library
 // and an SDK name into the framework directory at `frameworks`, and a level of
-// DEBUG into "log.ini" below `data`; then initialises the log in the probe.
-// Returns the calls and messages that the library got after the first call.
+// DEBUG into "log.ini" below `data`; then initialises the log in the probe,
+// where the library behaves as `recorder` says. Returns the calls and messages
+// that the library got after the first call.
 std::vector<std::string> MessagesOfInitLog(const std::string& probe,
                                            const std::string& frameworks,
-                                           const std::string& data) {
+                                           const std::string& data,
+                                           const std::string& recorder = "") {
   namespace fs = std::filesystem;
   const TempDir directory;
   const fs::path& root = directory.Path();
@@ -152,8 +154,9 @@ std::vector<std::string> MessagesOfInitLog(const std::string& probe,
   fs::create_directories(root / "a/b/c/home");
   const std::string recording = root / "recording";
   const CommandResult result =
-      RunCommand({file, "alpha"},
-                 {{"HOME", root / "a/b/c/home"}, {"RECORDING", recording}});
+      RunCommand({file, "alpha"}, {{"HOME", root / "a/b/c/home"},
+                                   {"RECORDING", recording},
+                                   {"RECORDER", recorder}});
   EXPECT_EQ(result.status, 0);
   std::vector<std::string> messages;
   for (const LogRecord& record : RecordingLog::Read(recording)) {
@@ -176,6 +179,13 @@ TEST(InitLog, LoadsTheLibraryFromTheFrameworks) {
 
 TEST(InitLog, LoadsTheLibraryFromTheFrameworksOfFinderSync) {
   EXPECT_EQ(MessagesOfInitLog("1/2/3/4/QuillmapFinderSync", "Frameworks", "."),
+            kLoggerMadeAndUsed);
+}
+
+// Where it looked for the level before the call, there is none afterwards.
+TEST(InitLog, FindsTheLevelBeforeItCallsTheLibrary) {
+  EXPECT_EQ(MessagesOfInitLog("Contents/MacOS/launcher", "Contents/Frameworks",
+                              "a/b/c/home", "move"),
             kLoggerMadeAndUsed);
 }
 

@@ -225,6 +225,32 @@ TEST_F(ChildProcTest, ALinkOfTheChainWhoseForkFailsEndsWithStatusZero) {
   Await(kForkFailedMessage, 2);
 }
 
+// It inherits the cleared flag.
+TEST_F(ChildProcTest, AChildForkedAfterAStopPausesOnceWhenItsExecFails) {
+  LogPauses();
+  system_calls::OnFork([this, launcher = getpid()] {
+    if (getpid() != launcher) {
+      return -1;
+    }
+    at_fork_ = true;
+    AwaitGoingOn();
+    return system_calls::RealFork();
+  });
+  Start(Item(R"("program": "/nonexistent")"));
+  DestroyAtHeldFork();
+  EXPECT_EQ(Records(kStartMessage).size(), 1U);
+  EXPECT_EQ(Records(kEndMessage).size(), 1U);
+  const LoggedEnd end = FirstEnd();
+  EXPECT_EQ(end.status, 0);
+  std::vector<LogRecord> pauses = Records(kPauseFormat);
+  std::erase_if(pauses, [](const LogRecord& pause) {
+    return pause.message != kFiftyMilliseconds;
+  });
+  ASSERT_EQ(pauses.size(), 2U);
+  EXPECT_EQ(pauses[0].process, end.child);
+  EXPECT_EQ(pauses[1].process, getpid());
+}
+
 TEST_F(ChildProcTest, EachLinkOfTheChainPausesBeforeItsStart) {
   constexpr std::size_t kLinks = 4;
   LogPauses();

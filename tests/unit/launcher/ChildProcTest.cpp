@@ -59,6 +59,14 @@ TEST_F(ChildProcTest, CanBeDestroyedWithoutItsThread) {
   EXPECT_EQ(system_calls::Kills().size(), 2U);
 }
 
+TEST_F(ChildProcTest, CanBeDestroyedAfterItsThreadWasJoined) {
+  StartSleeper();
+  child_->Stop();
+  FieldOf<kThread>(*child_)->join();
+  child_.reset();
+  EXPECT_EQ(system_calls::Kills().size(), 2U);
+}
+
 TEST_F(ChildProcTest, RunsItsThreadOnASmallGuardedStack) {
 #ifdef __SANITIZE_THREAD__
   GTEST_SKIP() << "ThreadSanitizer needs the default stacks";
@@ -164,6 +172,35 @@ TEST_F(ChildProcTest, DoesNotStartWhenItIsStoppedBeforeItsThreadRuns) {
   child_.reset();
   EXPECT_EQ(forks_, 0);
   EXPECT_TRUE(Records().empty());
+}
+
+// Otherwise it would abort the process.
+TEST_F(ChildProcTest, DoesNotReadTheProgramWhenItIsStoppedBeforeItsThreadRuns) {
+  EXPECT_EQ(InForkedChild([this] {
+              system_calls::OnThreadStart([this] { AwaitGoingOn(); });
+              Start(Item(R"("program": {})"));
+              child_->Stop();
+              may_go_on_ = true;
+              child_.reset();
+              return 0;
+            }),
+            0);
+}
+
+TEST_F(ChildProcTest, ReadsTheProgramAfreshBeforeEveryStart) {
+  std::atomic<ChildProc*> started = nullptr;
+  // On the supervision thread, so no other thread uses the item meanwhile.
+  system_calls::OnWaitpid([&](pid_t process, int* status, int options) {
+    Eventually([&] { return started != nullptr; });
+    FieldOf<kItem>(*started)["program"] = std::string("/bin/false");
+    return system_calls::RealWaitpid(process, status, options);
+  });
+  Start(Item(R"("program": "/bin/true")"));
+  started = child_.get();
+  Await(kEndMessage, 2);
+  child_.reset();
+  EXPECT_EQ(system_calls::Execs().at(0), Vector({"/bin/true", "/bin/true"}));
+  EXPECT_EQ(system_calls::Execs().at(1), Vector({"/bin/false", "/bin/false"}));
 }
 
 TEST_F(ChildProcTest, StartsAgainNoSoonerThanFiftyMillisecondsAfterAnEnd) {

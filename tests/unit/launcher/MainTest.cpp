@@ -22,6 +22,7 @@
 #include "tests/support/Allocations.h"
 #include "tests/support/ChildProcFields.h"
 #include "tests/support/ForkedChild.h"
+#include "tests/support/InterruptedPipe.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/SystemCalls.h"
 #include "tests/support/SystemLog.h"
@@ -124,6 +125,19 @@ TEST_F(ReadDataTest, SpinsOnADirectory) {
       << "it neither returns nor waits";
 }
 
+#ifdef __linux__
+
+// A signal that interrupts a read makes an error of the stream.
+TEST_F(ReadDataTest, ReadsOnAfterASignal) {
+  const std::string pipe = directory_.Path() / "pipe";
+  std::string data;
+  ReadInterrupted(pipe, {"", "begin, ", "middle, ", "end"},
+                  [&] { EXPECT_TRUE(ReadData(pipe, data)); });
+  EXPECT_EQ(data, "begin, middle, end");
+}
+
+#endif
+
 TEST(InitDaemon, ClosesTheStandardDescriptorsAndLeavesThemClosed) {
   EXPECT_EQ(InForkedChild([] {
               InitDaemon();
@@ -163,6 +177,20 @@ TEST(InitDaemon, ClosesTheStandardDescriptorsInAscendingOrder) {
               InitDaemon();
               closed.resize(3);
               return closed == std::vector<int>{0, 1, 2} ? 0 : 1;
+            }),
+            0);
+}
+
+TEST(InitDaemon, ClosesTheStandardDescriptorsBeforeItInstallsTheHandler) {
+  EXPECT_EQ(InForkedChild([] {
+              static int closed_before = 0;
+              system_calls::OnClose([](int) {
+                struct sigaction action;
+                sigaction(SIGTERM, nullptr, &action);
+                closed_before += action.sa_handler != sigterm_handler ? 1 : 0;
+              });
+              InitDaemon();
+              return closed_before >= 3 ? 0 : 1;
             }),
             0);
 }
@@ -376,6 +404,38 @@ TEST_F(MainTest, EndsWhenTheSystemRefusesASupervisionThread) {
             }),
             0);
   EXPECT_EQ(Logged().back(), std::pair(8, std::string(kParseFailedMessage)));
+}
+
+// Until exit-time destruction.
+TEST_F(MainTest, LeavesTheItemsBeforeAFaultyOneRunning) {
+  const std::string file =
+      WriteItems(R"({"0": {"name": "a", "program": "/bin/true"}, "1": 5})");
+  EXPECT_EQ(InForkedChild([&] {
+              if (Main(file) != 0) return 1;
+              if (g_child_map.size() != 1) return 2;
+              if (!system_calls::Kills().empty()) return 3;
+              g_child_map.clear();
+              return 0;
+            }),
+            0);
+}
+
+// The later one must have been constructed.
+TEST_F(MainTest, LeavesAnItemRunningWhenALaterOneOfItsNameCannotBeStarted) {
+  const std::string file = WriteItems(
+      R"({"0": {"name": "twin", "program": "/bin/true"},
+          "1": {"name": "twin", "program": "/bin/false"}})");
+  EXPECT_EQ(InForkedChild([&] {
+              // The third thread is the later twin's.
+              system_calls::OnCreateThread(
+                  [made = 0]() mutable { return ++made == 3 ? EAGAIN : 0; });
+              if (Main(file) != 0) return 1;
+              if (g_child_map.size() != 1) return 2;
+              if (!system_calls::Kills().empty()) return 3;
+              g_child_map.clear();
+              return 0;
+            }),
+            0);
 }
 
 TEST_F(MainTest, StartsWithoutAThreadForSigterm) {

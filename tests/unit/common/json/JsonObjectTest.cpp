@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstring>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -53,6 +55,36 @@ TEST(JsonObjectClass, HasAVirtualDestructorAndNoBase) {
   EXPECT_TRUE(std::has_virtual_destructor_v<JsonObject>);
   // The table of virtual operations, the target and the value.
   EXPECT_EQ(sizeof(JsonObject), 2 * sizeof(void*) + sizeof(Json::Value));
+}
+
+// The addresses of an object's private members. An explicit instantiation may
+// name them.
+template <auto... kMembers>
+struct JsonObjectMembers {
+  friend auto AddressesIn(const JsonObject& object) {
+    return std::array<const void*, sizeof...(kMembers)>{&(object.*kMembers)...};
+  }
+};
+auto AddressesIn(const JsonObject& object);
+template struct JsonObjectMembers<&JsonObject::m_target, &JsonObject::m_owned>;
+
+TEST(JsonObjectClass, HasItsTargetBeforeItsValue) {
+  const JsonObject document("{}");
+  const auto [target, owned] = AddressesIn(document);
+  EXPECT_TRUE(std::less<>()(target, owned));
+}
+
+// A pointer to a virtual function begins with the function's offset in the
+// table, where the destructor has two entries.
+TEST(JsonObjectClass, HasNoVirtualFunctionButItsDestructor) {
+  struct Derived : JsonObject {
+    using JsonObject::JsonObject;
+    virtual void Next() {}
+  };
+  void (Derived::*const next)() = &Derived::Next;
+  std::size_t offset = 0;
+  std::memcpy(&offset, &next, sizeof(offset));
+  EXPECT_EQ(offset / sizeof(void*), 2U);
 }
 
 TEST(JsonObjectClass, IsDeletedThroughAPointerToIt) {

@@ -18,6 +18,7 @@
 #include "tests/support/Allocations.h"
 #include "tests/support/Bounded.h"
 #include "tests/support/IniProfileOracle.h"
+#include "tests/support/InterruptedPipe.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -416,6 +417,38 @@ TEST_F(IniProfile, OpensNoFileWithoutRoomForAResult) {
             Outcome::kDied)
       << "with room it does wait";
 }
+
+#ifdef __linux__
+
+TEST_F(IniProfile, ReadsOnAfterASignal) {
+  const std::string pipe = Path("pipe");
+  Reading reading;
+  ReadInterrupted(
+      pipe, {"", "[X]\n", "[LOG]\n", "X=1\n", "LEVEL=DEBUG\n"},
+      [&] { reading = LookUp(pipe, "LOG", "LEVEL", "ERROR", 1024); });
+  EXPECT_EQ(reading, Found("DEBUG"));
+}
+
+TEST_F(IniProfile, TakesTheRestOfAnInterruptedLineForALine) {
+  const std::string pipe = Path("pipe");
+  Reading reading;
+  ReadInterrupted(pipe, {"x", "[LOG]\nX=", "LEVEL=DEBUG\n"}, [&] {
+    reading = LookUp(pipe, "LOG", "LEVEL", "ERROR", 1024);
+  });
+  EXPECT_EQ(reading, Found("DEBUG"));
+}
+
+// Drops what was read of it, even a whole entry that lacks only its line end.
+TEST_F(IniProfile, DropsTheBeginningOfAnInterruptedLine) {
+  const std::string pipe = Path("pipe");
+  Reading reading;
+  ReadInterrupted(pipe, {"[LOG]", "\n[LOG]\nLEVEL=1", "\nLEVEL=2\n"}, [&] {
+    reading = LookUp(pipe, "LOG", "LEVEL", "ERROR", 1024);
+  });
+  EXPECT_EQ(reading, Found("2"));
+}
+
+#endif
 
 // The descriptor that the next open file gets.
 int NextDescriptor() {

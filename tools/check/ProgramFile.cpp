@@ -13,7 +13,6 @@
 #include <string_view>
 
 #include "tools/text/Characters.h"
-#include "tools/text/ShellQuote.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "tools/check/ProgramFile.h"
-#include "tools/text/ShellQuote.h"
+#include "tools/text/Characters.h"
 
 const std::size_t kLongestArgumentBytes = std::size_t{128} * 1024;
 const int kMostScripts = 5;

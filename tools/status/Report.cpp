@@ -6,7 +6,6 @@
 
 #include "common/util/StringHelpers.h"
 #include "tools/text/Characters.h"
-#include "tools/text/ShellQuote.h"
 #include "tools/text/Terminal.h"
 #include "tools/text/Times.h"
 

@@ -128,7 +128,7 @@ class Program {
       history_.AddUnrecognised();
     } else if (history_.Add(*event)) {
       if (history_.Totals().lines == 1) {
-        timeline_.Begin(event->time);
+        timeline_.origin = event->time;
       }
       if (lists_events_) {
         std::cout << EventLine(*event);

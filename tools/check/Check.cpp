@@ -1,6 +1,5 @@
 #include "tools/check/Check.h"
 
-#include <json/json.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -12,11 +11,7 @@
 #include <memory>
 #include <utility>
 
-#include "common/json/JsonObject.h"
 #include "launcher/Items.h"
-#include "tools/check/ItemCheck.h"
-#include "tools/check/JsonText.h"
-#include "tools/check/KeyNames.h"
 #include "tools/text/Characters.h"
 
 namespace {
@@ -80,18 +75,14 @@ class DocumentCheck {
 
   // The launcher's own walk. An exception here ends the launcher's start-up.
   void Walk(JsonObject document) {
-    const auto visit = [this](bool is_named) {
-      return [this, is_named](int index, JsonObject item) {
-        next_ = index;
-        CheckItem(item, {index, Item(index), keys_}, is_named, result_);
-        if (is_named) {
-          FindDuplicate(result_.items.back());
-        }
-        ++next_;
-      };
+    const auto visit = [this](int index, JsonObject item) {
+      next_ = index;
+      CheckItem(index, item, Item(index), keys_, result_);
+      FindDuplicate(result_.items.back());
+      ++next_;
     };
     try {
-      WalkItems(document, visit(true), visit(false));
+      WalkItems(document, visit, visit);
       FindUnreadKeys();
     } catch (...) {
       FindWalkError();
@@ -108,6 +99,9 @@ class DocumentCheck {
   }
 
   void FindDuplicate(const CheckedItem& item) {
+    if (!item.name) {
+      return;
+    }
     const auto [entry, is_new] = indices_.emplace(*item.name, item.index);
     if (is_new) {
       return;

@@ -12,7 +12,6 @@
 #include <utility>
 
 #include "tools/check/JsonText.h"
-#include "tools/check/KeyNames.h"
 #include "tools/text/Characters.h"
 
 namespace {

@@ -44,7 +44,7 @@ bool IsExecuted(std::uint32_t processor) {
 
 }  // namespace
 
-std::optional<ProgramProblem> FindBinaryProblem(const std::string& path) {
+MaybeProblem FindBinaryProblem(const std::string& path) {
   MachHeader header{};
   std::ifstream file(path, std::ios::binary);
   file.read(reinterpret_cast<char*>(&header), sizeof(header));

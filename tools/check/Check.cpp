@@ -23,12 +23,6 @@ bool IsSpecial(const std::string& path) {
          !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
 }
 
-// With a byte order mark, or with a NUL in the first character.
-bool IsUtf16(const std::string& text) {
-  return text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF") ||
-         text.find('\0') < 2;
-}
-
 // Appends the file to `text`. Returns 0 or an errno value.
 int ReadAll(std::FILE* file, std::string& text) {
   std::string chunk(65536, '\0');
@@ -61,7 +55,10 @@ class DocumentCheck {
       std::ranges::move(FindSyntaxErrors(text_),
                         std::back_inserter(result_.findings));
     }
-    FindRawControls();
+    for (const std::size_t offset : keys_.raw_controls) {
+      Add("raw-control", {{}, "", offset},
+          "contains a string with an unescaped control character");
+    }
     if (keys_.comment && root_.getOffsetLimit() > 0) {
       Add("comment", {{}, "", *keys_.comment}, "has a comment");
     }
@@ -162,13 +159,6 @@ class DocumentCheck {
     }
   }
 
-  void FindRawControls() {
-    for (const std::size_t offset : keys_.raw_controls) {
-      Add("raw-control", {{}, "", offset},
-          "contains a string with an unescaped control character");
-    }
-  }
-
   const std::string& text_;
   const JsonText keys_;
   CheckResult& result_;
@@ -205,11 +195,11 @@ CheckResult ReadItemsFile(const std::string& path) {
   if (text.empty()) {
     return nothing(true, "empty", "is empty");
   }
-  if (IsUtf16(text)) {
+  const std::size_t end = text.find('\0');
+  if (text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF") || end < 2) {
     return nothing(true, "utf-16", "is not UTF-8, but UTF-16");
   }
   CheckResult result{true, {}, {}, {}};
-  const std::size_t end = text.find('\0');
   if (end != std::string::npos) {
     result.findings.push_back(
         Found("nul", {{}, "", end}, "contains a NUL byte"));

@@ -1,11 +1,13 @@
-// Predicts how the launcher would act on an items file. Uses the launcher's own
-// walk (launcher/Items.h) and starts nothing.
+// Predicts how the launcher would act on an items file, and corrects the file.
+// Uses the launcher's own walk (launcher/Items.h) and starts nothing.
 
 #pragma once
 
 #include <json/json.h>
 
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "common/json/JsonObject.h"
 #include "tools/check/Findings.h"
@@ -34,3 +36,15 @@ std::string IsNot(const Json::Value& value, const std::string& type);
 
 // Where `value` begins.
 std::size_t OffsetOf(const Json::Value& value);
+
+struct FixedItems {
+  std::string text;
+  // Each says what was done: "removed the comments". Empty for a good file.
+  std::vector<std::string> changes;
+};
+
+// The items file `text` without the faults that can be corrected for certain:
+// lists written as arrays, gaps in the numbering, a missing "argc", misspelt
+// keys, numbers in place of texts, and small slips of syntax. nullopt if `text`
+// cannot be read as a list of items.
+std::optional<FixedItems> FixItems(const std::string& text);

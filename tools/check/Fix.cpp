@@ -1,7 +1,3 @@
-#include "tools/check/Fix.h"
-
-#include <json/json.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <map>
@@ -11,7 +7,7 @@
 #include <tuple>
 #include <utility>
 
-#include "tools/check/JsonText.h"
+#include "tools/check/Check.h"
 #include "tools/text/Characters.h"
 
 namespace {

@@ -21,15 +21,6 @@ const Json::Value* Find(const Json::Value& object, const std::string& key) {
                            : nullptr;
 }
 
-// The part of the room for arguments that this process's environment takes.
-std::size_t EnvironmentBytes() {
-  std::size_t bytes = 0;
-  for (char** variable = environ; *variable != nullptr; ++variable) {
-    bytes += std::strlen(*variable) + 1 + sizeof(char*);
-  }
-  return bytes;
-}
-
 class ItemCheck {
  public:
   ItemCheck(int index, JsonObject item, const Json::Value& value,
@@ -176,9 +167,11 @@ class ItemCheck {
     }
   }
 
-  // False when the forked child gets no further.
+  // The same.
   bool CheckArgs() {
-    CheckUnreadArgs();
+    if (args_ != nullptr) {
+      CheckUnreadArgs();
+    }
     if (length_ == 0) {
       vector_.clear();  // The terminator replaces the program's path.
     }
@@ -229,7 +222,10 @@ class ItemCheck {
 
   void CheckSizes() {
     // The system also copies the path that it executes.
-    std::size_t total = EnvironmentBytes() + program_bytes_;
+    std::size_t total = program_bytes_;
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+      total += std::strlen(*variable) + 1 + sizeof(char*);
+    }
     for (std::size_t i = 0; i < vector_.size(); ++i) {
       const std::size_t bytes = vector_[i].size() + 1;
       total += bytes + sizeof(char*);
@@ -249,9 +245,6 @@ class ItemCheck {
   }
 
   void CheckUnreadArgs() {
-    if (args_ == nullptr) {
-      return;
-    }
     if (length_ <= 1) {
       CheckArgsWithoutArgc();
       return;
@@ -267,17 +260,15 @@ class ItemCheck {
   }
 
   void CheckArgsWithoutArgc() {
-    const bool is_object = args_->isObject();
-    if (is_object && args_->empty()) {
-      return;
-    }
     int count = 0;
-    while (is_object && args_->isMember(std::to_string(count))) {
+    while (Find(*args_, std::to_string(count)) != nullptr) {
       ++count;
     }
-    Add("args-without-argc", "args", args_,
-        "is not read, since \"argc\" is missing or below 1",
-        is_object ? "write \"argc\": " + std::to_string(count) : "");
+    if (!args_->isObject() || !args_->empty()) {
+      Add("args-without-argc", "args", args_,
+          "is not read, since \"argc\" is missing or below 1",
+          args_->isObject() ? "write \"argc\": " + std::to_string(count) : "");
+    }
   }
 
   void CheckKeys() {

@@ -163,8 +163,6 @@ bool IsSimilar(std::string_view command, std::string_view item) {
          (command.ends_with(item) || item.ends_with(command));
 }
 
-bool IsLeft(std::string_view, std::string_view) { return true; }
-
 // Moves the workers that fit an item to it.
 void Give(Rule fits, std::vector<Worker>& workers, LauncherStatus& launcher) {
   std::erase_if(workers, [&](const Worker& worker) {
@@ -185,7 +183,10 @@ void AssignWorkers(LauncherStatus& launcher) {
   Give(IsSame, workers, launcher);
   Give(IsSimilar, workers, launcher);
   if (workers.size() == 1 && CountWaiting(launcher) == 1) {
-    Give(IsLeft, workers, launcher);
+    const auto fits_all = [](std::string_view, std::string_view) {
+      return true;
+    };
+    Give(fits_all, workers, launcher);
   }
 }
 

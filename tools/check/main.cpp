@@ -55,10 +55,9 @@ int Run(int argc, char** argv) {
   bool strict = false;
   app.add_flag("--strict", strict, "exit with status 1 on warnings");
   bool json = false;
-  CLI::Option* const json_option =
-      app.add_flag("--json", json, "write a JSON document");
+  app.add_flag("--json", json, "write a JSON document");
   bool fix = false;
-  app.add_flag("--fix", fix, "write the corrected file")->excludes(json_option);
+  app.add_flag("--fix", fix, "write the corrected file")->excludes("--json");
   app.set_version_flag("--version", "launcher-check " LAUNCHER_VERSION);
   app.footer(
       "Exit status: 0 no errors, 1 warnings with --strict, 2 errors, 3 wrong\n"

@@ -82,10 +82,10 @@ std::string LauncherText(const History& history, const Present& present) {
          ", last at " + TimeText(last.last) + ": process " +
          std::to_string(last.process) +
          (present.exists(last.process) ? "" : ", no longer there") +
+         "\nlevel: " +
          (last.logs_starts
-              ? "\nlevel: DEBUG\n"
-              : "\nlevel: above DEBUG; starts, and so chains, cannot be "
-                "seen\n");
+              ? "DEBUG\n"
+              : "above DEBUG; starts, and so chains, cannot be seen\n");
 }
 
 std::string Source(const Report& report) {
@@ -218,10 +218,10 @@ std::string EventWords(const LogEvent& event) {
       "",
       "a message was cut",
       ""};
-  std::string words = kWords[static_cast<std::size_t>(event.kind)];
   if (event.kind == LogEventKind::kLost) {
     return LostLines(event.lost, event.error);
   }
+  std::string words = kWords[static_cast<std::size_t>(event.kind)];
   if (event.kind == LogEventKind::kEnd) {
     words = " (process " + std::to_string(event.child) + ")" + words +
             WaitStatus(event.status).Text();

@@ -75,18 +75,14 @@ Worker Follow(const Process& head, const Children& children) {
   return worker;
 }
 
-// Whether `worker` may be about to execute its program: it still has the
-// launcher's arguments, or none at all, as while `execv` replaces a process.
-bool MayBeStarting(const Worker& worker) {
-  const bool is_young = worker.process.uptime < kExecutionTime;
-  return worker.command.empty() &&
-         (worker.links == 1 || (IsProgram(worker) && is_young));
-}
-
+// Leaves out a process that may be about to execute its program: it still has
+// the launcher's arguments, or none at all, as while `execv` replaces it.
 void AddWorker(const Process& head, const Children& children,
                std::vector<Worker>& workers) {
   Worker worker = Follow(head, children);
-  if (!MayBeStarting(worker)) {
+  const bool is_young = worker.process.uptime < kExecutionTime;
+  if (!worker.command.empty() || worker.links > 1 ||
+      (IsProgram(worker) && !is_young)) {
     workers.push_back(std::move(worker));
   }
 }
@@ -230,14 +226,6 @@ LauncherStatus Look(const Process& process, const Children& children) {
   return launcher;
 }
 
-bool IsShared(const fs::path& file, const Status& status) {
-  return std::ranges::count_if(
-             status.launchers, [&](const LauncherStatus& launcher) {
-               std::error_code missing;
-               return fs::equivalent(launcher.items_file, file, missing);
-             }) > 1;
-}
-
 bool RunsAnItem(const Process& process, const Status& status) {
   const std::string command = Command(process.arguments);
   for (const LauncherStatus& launcher : status.launchers) {
@@ -276,8 +264,12 @@ Status FindStatus(const std::vector<Process>& processes, uid_t user) {
       status.launchers.push_back(Look(process, children));
     }
   }
-  for (LauncherStatus& launcher : status.launchers) {
-    launcher.shared = IsShared(launcher.items_file, status);
+  for (LauncherStatus& one : status.launchers) {
+    for (const LauncherStatus& other : status.launchers) {
+      std::error_code missing;
+      one.shared |= &one != &other &&
+                    fs::equivalent(one.items_file, other.items_file, missing);
+    }
   }
   for (const Process& process : processes) {
     if (process.user == user && adopters.contains(process.parent) &&

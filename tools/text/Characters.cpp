@@ -72,7 +72,7 @@ std::string ShellQuoted(std::string_view text) {
   constexpr std::string_view kSafe =
       "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
       "%+,-./:=@_";
-  const std::string word(text);
+  std::string word(text);
   if (Printable(word) != word) {
     static const std::regex kSpecial(R"(['\\])");
     const std::string escaped = std::regex_replace(word, kSpecial, R"(\$&)");

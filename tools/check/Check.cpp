@@ -1,6 +1,5 @@
 #include "tools/check/Check.h"
 
-#include <json/json.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -12,11 +11,7 @@
 #include <memory>
 #include <utility>
 
-#include "common/json/JsonObject.h"
 #include "launcher/Items.h"
-#include "tools/check/ItemCheck.h"
-#include "tools/check/JsonText.h"
-#include "tools/check/KeyNames.h"
 #include "tools/text/Characters.h"
 
 namespace {
@@ -26,12 +21,6 @@ bool IsSpecial(const std::string& path) {
   struct stat status {};
   return path != kStandardInput && stat(path.c_str(), &status) == 0 &&
          !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
-}
-
-// With a byte order mark, or with a NUL in the first character.
-bool IsUtf16(const std::string& text) {
-  return text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF") ||
-         text.find('\0') < 2;
 }
 
 // Appends the file to `text`. Returns 0 or an errno value.
@@ -66,7 +55,10 @@ class DocumentCheck {
       std::ranges::move(FindSyntaxErrors(text_),
                         std::back_inserter(result_.findings));
     }
-    FindRawControls();
+    for (const std::size_t offset : keys_.raw_controls) {
+      Add("raw-control", {{}, "", offset},
+          "contains a string with an unescaped control character");
+    }
     if (keys_.comment && root_.getOffsetLimit() > 0) {
       Add("comment", {{}, "", *keys_.comment}, "has a comment");
     }
@@ -80,18 +72,14 @@ class DocumentCheck {
 
   // The launcher's own walk. An exception here ends the launcher's start-up.
   void Walk(JsonObject document) {
-    const auto visit = [this](bool is_named) {
-      return [this, is_named](int index, JsonObject item) {
-        next_ = index;
-        CheckItem(item, {index, Item(index), keys_}, is_named, result_);
-        if (is_named) {
-          FindDuplicate(result_.items.back());
-        }
-        ++next_;
-      };
+    const auto visit = [this](int index, JsonObject item) {
+      next_ = index;
+      CheckItem(index, item, Item(index), keys_, result_);
+      FindDuplicate(result_.items.back());
+      ++next_;
     };
     try {
-      WalkItems(document, visit(true), visit(false));
+      WalkItems(document, visit, visit);
       FindUnreadKeys();
     } catch (...) {
       FindWalkError();
@@ -108,6 +96,9 @@ class DocumentCheck {
   }
 
   void FindDuplicate(const CheckedItem& item) {
+    if (!item.name) {
+      return;
+    }
     const auto [entry, is_new] = indices_.emplace(*item.name, item.index);
     if (is_new) {
       return;
@@ -168,13 +159,6 @@ class DocumentCheck {
     }
   }
 
-  void FindRawControls() {
-    for (const std::size_t offset : keys_.raw_controls) {
-      Add("raw-control", {{}, "", offset},
-          "contains a string with an unescaped control character");
-    }
-  }
-
   const std::string& text_;
   const JsonText keys_;
   CheckResult& result_;
@@ -211,11 +195,11 @@ CheckResult ReadItemsFile(const std::string& path) {
   if (text.empty()) {
     return nothing(true, "empty", "is empty");
   }
-  if (IsUtf16(text)) {
+  const std::size_t end = text.find('\0');
+  if (text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF") || end < 2) {
     return nothing(true, "utf-16", "is not UTF-8, but UTF-16");
   }
   CheckResult result{true, {}, {}, {}};
-  const std::size_t end = text.find('\0');
   if (end != std::string::npos) {
     result.findings.push_back(
         Found("nul", {{}, "", end}, "contains a NUL byte"));

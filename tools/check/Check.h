@@ -1,11 +1,17 @@
-// Predicts how the launcher would act on an items file. Uses the launcher's own
-// walk (launcher/Items.h) and starts nothing.
+// Predicts how the launcher would act on an items file, and corrects the file.
+// Uses the launcher's own walk (launcher/Items.h) and starts nothing.
 
 #pragma once
 
-#include <string>
+#include <json/json.h>
 
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "common/json/JsonObject.h"
 #include "tools/check/Findings.h"
+#include "tools/check/JsonText.h"
 
 // The path that means standard input.
 inline constexpr char kStandardInput[] = "-";
@@ -18,3 +24,27 @@ CheckResult ReadItemsFile(const std::string& path);
 // for anything in it. Programs are judged as this process's user sees them,
 // relative paths from its working directory.
 CheckResult CheckItems(CheckResult file);
+
+// The same for one item: reads it as its supervision thread does, or only its
+// keys if it has no name, since the launcher then skips it. `value` is the item
+// in the file, whose text is `text`.
+void CheckItem(int index, JsonObject item, const Json::Value& value,
+               const JsonText& text, CheckResult& result);
+
+// "is an array, not a string", with `type` for "a string".
+std::string IsNot(const Json::Value& value, const std::string& type);
+
+// Where `value` begins.
+std::size_t OffsetOf(const Json::Value& value);
+
+struct FixedItems {
+  std::string text;
+  // Each says what was done: "removed the comments". Empty for a good file.
+  std::vector<std::string> changes;
+};
+
+// The items file `text` without the faults that can be corrected for certain:
+// lists written as arrays, gaps in the numbering, a missing "argc", misspelt
+// keys, numbers in place of texts, and small slips of syntax. nullopt if `text`
+// cannot be read as a list of items.
+std::optional<FixedItems> FixItems(const std::string& text);

@@ -8,7 +8,6 @@
 
 #include "common/util/Utf8.h"
 #include "tools/text/Characters.h"
-#include "tools/text/ShellQuote.h"
 #include "tools/text/Terminal.h"
 
 namespace {

@@ -1,7 +1,3 @@
-#include "tools/check/Fix.h"
-
-#include <json/json.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <map>
@@ -11,8 +7,7 @@
 #include <tuple>
 #include <utility>
 
-#include "tools/check/JsonText.h"
-#include "tools/check/KeyNames.h"
+#include "tools/check/Check.h"
 #include "tools/text/Characters.h"
 
 namespace {
@@ -28,7 +23,12 @@ Json::Value Numbered(const Json::Value& array) {
 
 class Fixer {
  public:
-  explicit Fixer(const std::string& text) : text_(text) {}
+  explicit Fixer(const std::string& text) : text_(text) {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["emitUTF8"] = true;
+    writer_.reset(builder.newStreamWriter());
+  }
 
   std::optional<FixedItems> Run() {
     if (!Parse() || !(root_.isObject() || root_.isArray())) {
@@ -166,13 +166,6 @@ class Fixer {
     }
   }
 
-  static std::unique_ptr<Json::StreamWriter> NewWriter() {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    builder["emitUTF8"] = true;
-    return std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter());
-  }
-
   // Writes objects down to the items on lines of their own, and members in a
   // natural order: known keys first, numbers by value.
   void Write(const Json::Value& value, const std::string& indent) {
@@ -206,7 +199,7 @@ class Fixer {
   std::string text_;
   Json::Value root_;
   std::vector<std::string> changes_;
-  const std::unique_ptr<Json::StreamWriter> writer_ = NewWriter();
+  std::unique_ptr<Json::StreamWriter> writer_;
   std::ostringstream written_;
 };
 

@@ -1,8 +1,5 @@
-#include "tools/check/ItemCheck.h"
-
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <exception>
@@ -10,7 +7,7 @@
 #include <utility>
 
 #include "launcher/Items.h"
-#include "tools/check/KeyNames.h"
+#include "tools/check/Check.h"
 #include "tools/check/ProgramFile.h"
 #include "tools/text/Characters.h"
 
@@ -24,33 +21,26 @@ const Json::Value* Find(const Json::Value& object, const std::string& key) {
                            : nullptr;
 }
 
-// The part of the room for arguments that this process's environment takes.
-std::size_t EnvironmentBytes() {
-  std::size_t bytes = 0;
-  for (char** variable = environ; *variable != nullptr; ++variable) {
-    bytes += std::strlen(*variable) + 1 + sizeof(char*);
-  }
-  return bytes;
-}
-
 class ItemCheck {
  public:
-  ItemCheck(JsonObject item, const ItemSource& source, Findings& findings)
+  ItemCheck(int index, JsonObject item, const Json::Value& value,
+            const JsonText& text, Findings& findings)
       : item_(item),
-        source_(source),
-        args_(Find(source.value, "args")),
+        value_(value),
+        args_(Find(value, "args")),
+        text_(text),
         findings_(findings),
-        checked_{source.index, {}, false, {}} {}
+        checked_{index, {}, false, {}} {}
 
-  CheckedItem Run(bool is_named) {
-    if (!is_named) {
-      Add("name-missing", "name", &source_.value, "is missing");
+  CheckedItem Run() {
+    if (Find(value_, "name") == nullptr) {
+      Add("name-missing", "name", nullptr, "is missing");
     } else {
       CheckName();
       if (!CheckProgram()) {
         CheckUnreachedArguments();
       } else if (CheckArgc() && CheckArgs()) {
-        checked_.vector = vector_;
+        checked_.vector = std::move(vector_);
       }
     }
     CheckKeys();
@@ -61,13 +51,13 @@ class ItemCheck {
   // A finding at `value`, or at the item if there is none.
   void Add(RuleName rule, const std::string& key, const Json::Value* value,
            std::string problem, std::string advice = "") {
-    AddAt(OffsetOf(value == nullptr ? source_.value : *value), rule, key,
+    AddAt(OffsetOf(value == nullptr ? value_ : *value), rule, key,
           std::move(problem), std::move(advice));
   }
 
   void AddAt(std::size_t offset, RuleName rule, const std::string& key,
              std::string problem, std::string advice = "") {
-    findings_.push_back(Found(rule, {source_.index, key, offset},
+    findings_.push_back(Found(rule, {checked_.index, key, offset},
                               std::move(problem), std::move(advice)));
   }
 
@@ -75,7 +65,7 @@ class ItemCheck {
     const std::string name = item_.GetObject("name");
     checked_.name = name;
     checked_.runs = true;
-    const Json::Value* const value = Find(source_.value, "name");
+    const Json::Value* const value = Find(value_, "name");
     CheckText(*value, "name", name);
     if (name.empty() && value->isString()) {
       Add("name-empty", "name", value, "is empty");
@@ -98,7 +88,7 @@ class ItemCheck {
 
   // False if there is nothing to execute.
   bool CheckProgram() {
-    const Json::Value* const value = Find(source_.value, "program");
+    const Json::Value* const value = Find(value_, "program");
     std::string program;
     try {
       program = ItemProgram(item_);
@@ -107,7 +97,7 @@ class ItemCheck {
       return false;
     }
     if (value == nullptr) {
-      Add("program-missing", "program", value, "is missing");
+      Add("program-missing", "program", nullptr, "is missing");
       return false;
     }
     if (program.empty()) {
@@ -142,7 +132,7 @@ class ItemCheck {
 
   // False when the forked child gets no further.
   bool CheckArgc() {
-    const Json::Value* const value = Find(source_.value, "argc");
+    const Json::Value* const value = Find(value_, "argc");
     try {
       length_ = ItemVectorLength(item_);
     } catch (const std::exception&) {
@@ -177,9 +167,11 @@ class ItemCheck {
     }
   }
 
-  // False when the forked child gets no further.
+  // The same.
   bool CheckArgs() {
-    CheckUnreadArgs();
+    if (args_ != nullptr) {
+      CheckUnreadArgs();
+    }
     if (length_ == 0) {
       vector_.clear();  // The terminator replaces the program's path.
     }
@@ -230,7 +222,10 @@ class ItemCheck {
 
   void CheckSizes() {
     // The system also copies the path that it executes.
-    std::size_t total = EnvironmentBytes() + program_bytes_;
+    std::size_t total = program_bytes_;
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+      total += std::strlen(*variable) + 1 + sizeof(char*);
+    }
     for (std::size_t i = 0; i < vector_.size(); ++i) {
       const std::size_t bytes = vector_[i].size() + 1;
       total += bytes + sizeof(char*);
@@ -250,15 +245,12 @@ class ItemCheck {
   }
 
   void CheckUnreadArgs() {
-    if (args_ == nullptr) {
-      return;
-    }
     if (length_ <= 1) {
       CheckArgsWithoutArgc();
       return;
     }
     const auto count = static_cast<std::uint64_t>(length_ - 1);
-    for (const JsonKey& key : source_.text.KeysAt(OffsetOf(*args_))) {
+    for (const JsonKey& key : text_.KeysAt(OffsetOf(*args_))) {
       if (IndexOf(key.name).value_or(count) >= count) {
         AddAt(key.offset, "arg-unread", "args/" + key.name,
               "is not read; the keys that are read are \"0\" to " +
@@ -268,25 +260,23 @@ class ItemCheck {
   }
 
   void CheckArgsWithoutArgc() {
-    const bool is_object = args_->isObject();
-    if (is_object && args_->empty()) {
-      return;
-    }
     int count = 0;
-    while (is_object && args_->isMember(std::to_string(count))) {
+    while (Find(*args_, std::to_string(count)) != nullptr) {
       ++count;
     }
-    Add("args-without-argc", "args", args_,
-        "is not read, since \"argc\" is missing or below 1",
-        is_object ? "write \"argc\": " + std::to_string(count) : "");
+    if (!args_->isObject() || !args_->empty()) {
+      Add("args-without-argc", "args", args_,
+          "is not read, since \"argc\" is missing or below 1",
+          args_->isObject() ? "write \"argc\": " + std::to_string(count) : "");
+    }
   }
 
   void CheckKeys() {
-    FindReplaced(source_.value, "");
+    FindReplaced(value_, "");
     if (args_ != nullptr && args_->isObject()) {
       FindReplaced(*args_, "args/");
     }
-    for (const JsonKey& key : source_.text.KeysAt(OffsetOf(source_.value))) {
+    for (const JsonKey& key : text_.KeysAt(OffsetOf(value_))) {
       const std::string meant = KeyMeantBy(key.name);
       if (meant != key.name) {
         AddAt(key.offset, "unknown-key", key.name, "is not a recognised key",
@@ -298,15 +288,16 @@ class ItemCheck {
   }
 
   void FindReplaced(const Json::Value& object, const std::string& path) {
-    for (const JsonKey& key : source_.text.ReplacedKeysAt(OffsetOf(object))) {
+    for (const JsonKey& key : text_.ReplacedKeysAt(OffsetOf(object))) {
       AddAt(key.offset, "duplicate-key", path + key.name,
             "occurs more than once");
     }
   }
 
   JsonObject item_;
-  const ItemSource& source_;
+  const Json::Value& value_;
   const Json::Value* const args_;
+  const JsonText& text_;
   Findings& findings_;
   CheckedItem checked_;
   std::vector<std::string> vector_;
@@ -316,10 +307,10 @@ class ItemCheck {
 
 }  // namespace
 
-void CheckItem(JsonObject item, const ItemSource& source, bool is_named,
-               CheckResult& result) {
+void CheckItem(int index, JsonObject item, const Json::Value& value,
+               const JsonText& text, CheckResult& result) {
   result.items.push_back(
-      ItemCheck(item, source, result.findings).Run(is_named));
+      ItemCheck(index, item, value, text, result.findings).Run());
 }
 
 std::string IsNot(const Json::Value& value, const std::string& type) {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
@@ -49,3 +50,12 @@ std::size_t NextToken(const std::string& text, std::size_t offset);
 // parser failed, in its order; empty exactly when
 // `JsonObject(text.data(), text.size())` is a document.
 Findings FindSyntaxErrors(const std::string& text);
+
+// The key of an item that `key` probably means: "program" for "Programm" and
+// "command", for example; "" if it resembles none. A key of an item means
+// itself.
+std::string KeyMeantBy(const std::string& key);
+
+// The number of an item or argument in `key`: 10 for "10", but nullopt for
+// "01", "+1" or "x".
+std::optional<std::uint64_t> IndexOf(const std::string& key);

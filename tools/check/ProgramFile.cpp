@@ -13,7 +13,6 @@
 #include <string_view>
 
 #include "tools/text/Characters.h"
-#include "tools/text/ShellQuote.h"
 
 namespace {
 
@@ -53,17 +52,6 @@ std::string FindInPath(const std::string& name) {
   return "";
 }
 
-// `path` as a shell would read it: with the home directory for "~" and "$HOME".
-std::string Expanded(const std::string& path) {
-  const char* const home = std::getenv("HOME");
-  for (const std::string_view prefix : {"~/", "$HOME/", "${HOME}/"}) {
-    if (home != nullptr && path.starts_with(prefix)) {
-      return home + path.substr(prefix.size() - 1);
-    }
-  }
-  return path;
-}
-
 // The advice if there is no file at `path`.
 std::string AdviceForMissing(const std::string& path) {
   const std::string first = path.substr(0, path.find(' '));
@@ -76,10 +64,14 @@ std::string AdviceForMissing(const std::string& path) {
            "; the launcher does not search PATH";
   }
   if (path[0] == '~' || path.find('$') != std::string::npos) {
-    const std::string expanded = Expanded(path);
-    return (expanded == path ? "write the absolute path"
-                             : "write " + Quoted(expanded)) +
-           "; no shell replaces ~ or variables";
+    const char* const home = std::getenv("HOME");
+    std::string expanded = "the absolute path";
+    for (const std::string_view prefix : {"~/", "$HOME/", "${HOME}/"}) {
+      if (home != nullptr && path.starts_with(prefix)) {
+        expanded = Quoted(home + path.substr(prefix.size() - 1));
+      }
+    }
+    return "write " + expanded + "; no shell replaces ~ or variables";
   }
   return !rest.empty() && !FindAccessProblem(first)
              ? "write " + Quoted(first) + rest
@@ -102,7 +94,7 @@ std::string ProgramOfEnv(const std::string& rest) {
   return word.starts_with('-') ? "" : word;
 }
 
-std::optional<ProgramProblem> FindEnvProblem(const std::string& rest) {
+MaybeProblem FindEnvProblem(const std::string& rest) {
   if (rest.empty()) {
     return ProgramProblem{"program-env-loop",
                           "is a script for \"env\" without a program"};
@@ -127,11 +119,10 @@ std::optional<ProgramProblem> FindEnvProblem(const std::string& rest) {
       advice};
 }
 
-std::optional<ProgramProblem> FindProblem(const std::string& path, int scripts);
+MaybeProblem FindProblem(const std::string& path, int scripts);
 
 // `scripts` have led to this one.
-std::optional<ProgramProblem> FindScriptProblem(const ScriptLine& line,
-                                                int scripts) {
+MaybeProblem FindScriptProblem(const ScriptLine& line, int scripts) {
   const RuleName rule = "program-interpreter";
   const std::string& interpreter = line.interpreter;
   if (interpreter.empty()) {
@@ -160,8 +151,7 @@ std::optional<ProgramProblem> FindScriptProblem(const ScriptLine& line,
 }
 
 // `scripts` have led to the file at `path`.
-std::optional<ProgramProblem> FindProblem(const std::string& path,
-                                          int scripts) {
+MaybeProblem FindProblem(const std::string& path, int scripts) {
   if (auto problem = FindAccessProblem(path)) {
     return problem;
   }
@@ -177,7 +167,7 @@ std::optional<ProgramProblem> FindProblem(const std::string& path,
 
 }  // namespace
 
-std::optional<ProgramProblem> FindProgramProblem(const std::string& path) {
+MaybeProblem FindProgramProblem(const std::string& path) {
   return FindProblem(path, 0);
 }
 
@@ -191,7 +181,7 @@ std::string BytesAt(const std::string& path, std::uint64_t offset,
   return bytes;
 }
 
-std::optional<ProgramProblem> FindAccessProblem(const std::string& path) {
+MaybeProblem FindAccessProblem(const std::string& path) {
   struct stat status;
   if (stat(path.c_str(), &status) != 0) {
     const int error = errno;

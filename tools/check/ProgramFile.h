@@ -14,15 +14,16 @@ struct ProgramProblem {
   std::string text;      // a predicate: "does not exist"
   std::string advice{};  // empty if the rule's own is enough
 };
+using MaybeProblem = std::optional<ProgramProblem>;
 
 // The reason that `execv` would fail on `path`, or that the program would end
 // at once, as far as the files show without a trial. Assumes this process's
 // user and working directory, and follows interpreters of scripts. `path` must
 // not be empty.
-std::optional<ProgramProblem> FindProgramProblem(const std::string& path);
+MaybeProblem FindProgramProblem(const std::string& path);
 
 // The same, but only for the path and its permissions.
-std::optional<ProgramProblem> FindAccessProblem(const std::string& path);
+MaybeProblem FindAccessProblem(const std::string& path);
 
 // Up to `count` bytes of the file at `path` from `offset` on.
 std::string BytesAt(const std::string& path, std::uint64_t offset,
@@ -32,7 +33,7 @@ std::string BytesAt(const std::string& path, std::uint64_t offset,
 
 // The same for the contents of the file at `path`, which is readable and not a
 // script.
-std::optional<ProgramProblem> FindBinaryProblem(const std::string& path);
+MaybeProblem FindBinaryProblem(const std::string& path);
 
 // The most bytes that one argument may have, its terminating zero included.
 extern const std::size_t kLongestArgumentBytes;

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "tools/check/ProgramFile.h"
-#include "tools/text/ShellQuote.h"
+#include "tools/text/Characters.h"
 
 const std::size_t kLongestArgumentBytes = std::size_t{128} * 1024;
 const int kMostScripts = 5;
@@ -42,16 +42,6 @@ std::optional<Object> ObjectAt(const std::string& path,
   return object;
 }
 
-constexpr std::pair<std::string_view, const char*> kForeignFormats[] = {
-    {"MZ", "is a Windows program"},
-    {"\xCA\xFE\xBA\xBE", "is a macOS program or a Java class"},
-    {"\xCF\xFA\xED\xFE", "is a macOS program"},
-    {"\xCE\xFA\xED\xFE", "is a macOS program"},
-    {{"\0asm", 4}, "is a WebAssembly module"},
-};
-
-constexpr std::string_view kElf(ELFMAG, SELFMAG);
-
 // Whether further formats are registered with the system (binfmt_misc).
 bool KnowsFurtherFormats() {
   std::error_code ignored;
@@ -68,15 +58,20 @@ ProgramProblem WrongFormat(const std::string& text) {
 }
 
 ProgramProblem NotElf(const std::string& head) {
+  constexpr std::pair<std::string_view, const char*> kForeignFormats[] = {
+      {"MZ", "is a Windows program"},
+      {"\xCA\xFE\xBA\xBE", "is a macOS program or a Java class"},
+      {"\xCF\xFA\xED\xFE", "is a macOS program"},
+      {"\xCE\xFA\xED\xFE", "is a macOS program"},
+      {{"\0asm", 4}, "is a WebAssembly module"}};
   for (const auto& [magic, text] : kForeignFormats) {
     if (head.starts_with(magic)) {
       return {"program-machine", text};
     }
   }
-  return WrongFormat(head.empty()
-                         ? "is an empty file"
-                         : "is neither a binary nor a script with a \"#!\" "
-                           "line");
+  return WrongFormat(head.empty() ? "is an empty file"
+                                  : "is neither a binary nor a script with a "
+                                    "\"#!\" line");
 }
 
 // This program's own machine.
@@ -92,10 +87,23 @@ Elf64_Half SmallMachine() {
                                       : EM_NONE;
 }
 
-std::optional<ProgramProblem> FindLoaderProblem(const std::string& loader) {
+// `segment` of the file at `path` names the loader.
+template <class Segment>
+MaybeProblem FindLoaderProblem(const std::string& path,
+                               const Segment& segment) {
+  std::string loader;
+  if (segment.p_filesz >= 2 && segment.p_filesz <= PATH_MAX) {
+    loader = BytesAt(path, segment.p_offset, segment.p_filesz);
+  }
+  if (loader.size() != segment.p_filesz || !loader.ends_with('\0') ||
+      loader.starts_with('\0')) {
+    return WrongFormat("is an ELF file that does not name its loader");
+  }
+  loader = loader.c_str();
   const auto problem = FindAccessProblem(loader);
   const std::string head = BytesAt(loader, 0, sizeof(ElfW(Ehdr)));
-  if (!problem && head.starts_with(kElf) && head.size() == sizeof(ElfW(Ehdr))) {
+  if (!problem && head.starts_with(ELFMAG) &&
+      head.size() == sizeof(ElfW(Ehdr))) {
     return std::nullopt;
   }
   return ProgramProblem{"program-loader",
@@ -103,43 +111,8 @@ std::optional<ProgramProblem> FindLoaderProblem(const std::string& loader) {
                             (problem ? problem->text : "is not an ELF file")};
 }
 
-// The path in the file's loader segment; empty if the kernel rejects it.
-template <class Segment>
-std::string LoaderIn(const std::string& path, const Segment& segment) {
-  if (segment.p_filesz < 2 || segment.p_filesz > PATH_MAX) {
-    return "";
-  }
-  const std::string loader = BytesAt(path, segment.p_offset, segment.p_filesz);
-  const bool is_whole = loader.size() == segment.p_filesz;
-  return is_whole && loader.back() == '\0' ? loader.c_str() : "";
-}
-
-template <class Segment>
-std::optional<ProgramProblem> FindSegmentProblem(
-    const std::string& path, const std::vector<Segment>& segments) {
-  const auto interpreter =
-      std::ranges::find(segments, PT_INTERP, &Segment::p_type);
-  if (interpreter != segments.end()) {
-    const std::string loader = LoaderIn(path, *interpreter);
-    if (loader.empty()) {
-      return WrongFormat("is an ELF file that does not name its loader");
-    }
-    if (auto problem = FindLoaderProblem(loader)) {
-      return problem;
-    }
-  }
-  const bool is_cut = std::ranges::any_of(segments, [&](const Segment& part) {
-    return part.p_type == PT_LOAD && part.p_filesz > 0 &&
-           BytesAt(path, part.p_offset + part.p_filesz - 1, 1).empty();
-  });
-  if (is_cut) {
-    return ProgramProblem{"program-truncated", "is a truncated ELF file"};
-  }
-  return std::nullopt;
-}
-
 template <class Header, class Segment>
-std::optional<ProgramProblem> FindElfProblem(const std::string& path) {
+MaybeProblem FindElfProblem(const std::string& path) {
   const auto header = ObjectAt<Header>(path);
   if (!header || header->e_phentsize != sizeof(Segment) ||
       header->e_phnum == 0) {
@@ -155,21 +128,31 @@ std::optional<ProgramProblem> FindElfProblem(const std::string& path) {
     return WrongFormat("is an ELF file that ends within its headers");
   }
   std::memcpy(segments.data(), bytes.data(), count);
-  if (auto problem = FindSegmentProblem(path, segments)) {
-    return problem;
+  const auto interpreter =
+      std::ranges::find(segments, PT_INTERP, &Segment::p_type);
+  if (interpreter != segments.end()) {
+    if (auto problem = FindLoaderProblem(path, *interpreter)) {
+      return problem;
+    }
   }
-  const bool has_entry = header->e_type == ET_EXEC || header->e_entry != 0;
-  return has_entry ? std::nullopt
-                   : std::optional(ProgramProblem{"program-library",
-                                                  "is a shared library"});
+  if (std::ranges::any_of(segments, [&](const Segment& part) {
+        return part.p_type == PT_LOAD && part.p_filesz > 0 &&
+               BytesAt(path, part.p_offset + part.p_filesz - 1, 1).empty();
+      })) {
+    return ProgramProblem{"program-truncated", "is a truncated ELF file"};
+  }
+  if (header->e_type == ET_DYN && header->e_entry == 0) {
+    return ProgramProblem{"program-library", "is a shared library"};
+  }
+  return std::nullopt;
 }
 
 }  // namespace
 
-std::optional<ProgramProblem> FindBinaryProblem(const std::string& path) {
+MaybeProblem FindBinaryProblem(const std::string& path) {
   const std::string head = BytesAt(path, 0, EI_NIDENT);
-  std::optional<ProgramProblem> problem = NotElf(head);
-  if (head.starts_with(kElf)) {
+  MaybeProblem problem = NotElf(head);
+  if (head.starts_with(ELFMAG)) {
     const auto header = ObjectAt<ElfW(Ehdr)>(path);
     if (!header) {
       problem = WrongFormat("is an ELF file that ends within its headers");

@@ -1,10 +1,10 @@
+#include <mach-o/fat.h>
+#include <mach-o/loader.h>
 #include <sys/sysctl.h>
 #include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
-#include <fstream>
-#include <string_view>
 
 #include "tools/check/ProgramFile.h"
 
@@ -20,48 +20,34 @@ std::size_t LargestArgumentsBytes() {
 
 namespace {
 
-// The beginning of a Mach-O file for one processor.
-struct MachHeader {
-  char magic[4];
-  std::uint32_t processor;
-  std::uint32_t model;
-  std::uint32_t type;
-};
-
-constexpr std::string_view kMagic = "\xCF\xFA\xED\xFE";
-constexpr std::string_view kManyProcessorsMagic = "\xCA\xFE\xBA\xBE";
-constexpr std::uint32_t kX86 = 0x01000007;
-constexpr std::uint32_t kArm = 0x0100000C;
-constexpr std::uint32_t kProgram = 2;
-
 // Every Mac executes programs for x86-64.
-bool IsExecuted(std::uint32_t processor) {
+bool IsExecuted(cpu_type_t processor) {
   int is_arm = 0;
   std::size_t bytes = sizeof(is_arm);
   sysctlbyname("hw.optional.arm64", &is_arm, &bytes, nullptr, 0);
-  return processor == kX86 || (processor == kArm && is_arm != 0);
+  return processor == CPU_TYPE_X86_64 ||
+         (processor == CPU_TYPE_ARM64 && is_arm != 0);
 }
 
 }  // namespace
 
-std::optional<ProgramProblem> FindBinaryProblem(const std::string& path) {
-  MachHeader header{};
-  std::ifstream file(path, std::ios::binary);
-  file.read(reinterpret_cast<char*>(&header), sizeof(header));
-  const std::string_view magic(header.magic, sizeof(header.magic));
-  if (magic == kManyProcessorsMagic) {
-    return std::nullopt;
+MaybeProblem FindBinaryProblem(const std::string& path) {
+  mach_header_64 header{};
+  const std::string head = BytesAt(path, 0, sizeof(header));
+  std::memcpy(&header, head.data(), head.size());
+  if (header.magic == FAT_CIGAM) {
+    return std::nullopt;  // for several processors
   }
-  if (magic != kMagic || file.gcount() != sizeof(header)) {
+  if (header.magic != MH_MAGIC_64 || head.size() < sizeof(header)) {
     return ProgramProblem{
         "program-format",
         "is neither a binary nor a script with a \"#!\" line"};
   }
-  if (header.type != kProgram) {
+  if (header.filetype != MH_EXECUTE) {
     return ProgramProblem{"program-format",
                           "is a Mach-O file that is not a program"};
   }
-  if (!IsExecuted(header.processor)) {
+  if (!IsExecuted(header.cputype)) {
     return ProgramProblem{"program-machine",
                           "is a program for another processor"};
   }

@@ -8,7 +8,6 @@
 
 #include "tools/check/Check.h"
 #include "tools/check/Findings.h"
-#include "tools/check/Fix.h"
 #include "tools/text/Terminal.h"
 
 namespace {
@@ -18,13 +17,6 @@ enum ExitStatus : int {
   kWarnings = 1,  // only with --strict
   kErrors = 2,
   kUnusable = 3,  // wrong arguments, or a file that cannot be read
-};
-
-struct Options {
-  std::string path;
-  bool strict = false;
-  bool json = false;
-  bool fix = false;
 };
 
 int StatusOf(const CheckResult& result, bool strict) {
@@ -52,35 +44,20 @@ CheckResult Fix(CheckResult file) {
   return {true, fixed->text, {}, {}};
 }
 
-int Check(const Options& options) {
-  CheckResult file = ReadItemsFile(options.path);
-  if (options.fix) {
-    file = Fix(std::move(file));
-  }
-  const CheckResult result = CheckItems(std::move(file));
-  const std::string name =
-      options.path == kStandardInput ? "(standard input)" : options.path;
-  const int descriptor = options.fix ? STDERR_FILENO : STDOUT_FILENO;
-  (options.fix ? std::cerr : std::cout)
-      << (options.json ? JsonReport(name, result)
-                       : TextReport(name, result, MayColour(descriptor)));
-  return StatusOf(result, options.strict);
-}
-
 int Run(int argc, char** argv) {
   CLI::App app(
       "Says what the launcher would do with ITEMS-FILE, without doing "
       "it.",
       "launcher-check");
-  Options options;
-  app.add_option("ITEMS-FILE", options.path,
-                 "the items file, or - for standard input")
+  std::string path;
+  app.add_option("ITEMS-FILE", path, "the items file, or - for standard input")
       ->required();
-  app.add_flag("--strict", options.strict, "exit with status 1 on warnings");
-  CLI::Option* const json =
-      app.add_flag("--json", options.json, "write a JSON document");
-  app.add_flag("--fix", options.fix, "write the corrected file")
-      ->excludes(json);
+  bool strict = false;
+  app.add_flag("--strict", strict, "exit with status 1 on warnings");
+  bool json = false;
+  app.add_flag("--json", json, "write a JSON document");
+  bool fix = false;
+  app.add_flag("--fix", fix, "write the corrected file")->excludes("--json");
   app.set_version_flag("--version", "launcher-check " LAUNCHER_VERSION);
   app.footer(
       "Exit status: 0 no errors, 1 warnings with --strict, 2 errors, 3 wrong\n"
@@ -90,7 +67,17 @@ int Run(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kClean : kUnusable;
   }
-  return Check(options);
+  CheckResult file = ReadItemsFile(path);
+  if (fix) {
+    file = Fix(std::move(file));
+  }
+  const CheckResult result = CheckItems(std::move(file));
+  const std::string name = path == kStandardInput ? "(standard input)" : path;
+  (fix ? std::cerr : std::cout)
+      << (json ? JsonReport(name, result)
+               : TextReport(name, result,
+                            MayColour(fix ? STDERR_FILENO : STDOUT_FILENO)));
+  return StatusOf(result, strict);
 }
 
 }  // namespace

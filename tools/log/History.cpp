@@ -23,26 +23,20 @@ constexpr std::size_t kMaxLaunchers = 256;
 }  // namespace
 
 void MinuteRate::Add(std::int64_t second) {
-  if (seconds_.empty() || seconds_.back().second < second) {
-    std::erase_if(seconds_, [&](const Second& one) {
-      return one.second <= second - kMinuteSeconds;
-    });
-    seconds_.push_back({second, 0});
+  if (!seconds_.empty()) {
+    second = std::max(second, seconds_.back());
   }
-  ++seconds_.back().events;
-  worst_ = std::max(worst_, At(seconds_.back().second));
+  seconds_.push_back(second);
+  while (seconds_.front() <= second - kMinuteSeconds) {
+    seconds_.pop_front();
+  }
+  worst_ = std::max<std::uint64_t>(worst_, seconds_.size());
 }
 
-std::uint32_t MinuteRate::At(std::int64_t second) const {
-  std::uint32_t sum = 0;
-  for (const Second& one : seconds_) {
-    sum += one.second > second - kMinuteSeconds ? one.events : 0;
-  }
-  return sum;
-}
-
-std::uint64_t ItemHistory::Starts() const {
-  return HasDerivedStarts() ? ends : logged_starts;
+std::uint64_t MinuteRate::At(std::int64_t second) const {
+  const auto first =
+      std::ranges::upper_bound(seconds_, second - kMinuteSeconds);
+  return static_cast<std::uint64_t>(seconds_.end() - first);
 }
 
 ItemState ItemHistory::StateAt(Micros now) const {
@@ -104,15 +98,11 @@ std::optional<Micros> ItemHistory::Longest(const Present& present) const {
 History::History(Selection selection, RunSink on_run)
     : selection_(std::move(selection)), on_run_(std::move(on_run)) {}
 
-bool History::IsWanted(const LogEvent& event) const {
-  return !event.IsAboutItem() || selection_.names.empty() ||
-         selection_.names.contains(Unescaped(event.name));
-}
-
 bool History::Add(const LogEvent& event) {
   has_lines_ = true;
   totals_.unrecognised += event.fragments;
-  if (!IsWanted(event)) {
+  if (event.IsAboutItem() && !selection_.names.empty() &&
+      !selection_.names.contains(Unescaped(event.name))) {
     return false;
   }
   const bool counts = !selection_.since || event.time >= *selection_.since;
@@ -204,10 +194,9 @@ void History::AddEnd(ItemHistory& item, const LogEvent& event, bool counts) {
   item.last_end = event.time;
   item.last_status = event.status;
   item.last_logs_starts = supervisor.logs_starts;
-  supervisor.start.reset();
-  if (!supervisor.logs_starts) {
-    supervisor.start = event.time + kPause;
-  }
+  supervisor.start = supervisor.logs_starts
+                         ? std::nullopt
+                         : std::optional(event.time + kPause);
   if (!counts) {
     return;
   }

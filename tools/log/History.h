@@ -6,7 +6,7 @@
 // A supervision thread serves one item, so the process and thread ids of a line
 // show which end follows which start.
 //
-// Memory grows with the items, not with the log.
+// Memory grows with the items and with the ends in a minute, not with the log.
 
 #pragma once
 
@@ -35,16 +35,12 @@ class MinuteRate {
   // `second` since 1970; one before the latest counts as the latest.
   void Add(std::int64_t second);
   // In the minute up to and with `second`.
-  std::uint32_t At(std::int64_t second) const;
-  std::uint32_t Worst() const { return worst_; }
+  std::uint64_t At(std::int64_t second) const;
+  std::uint64_t Worst() const { return worst_; }
 
  private:
-  struct Second {
-    std::int64_t second;
-    std::uint32_t events;
-  };
-  std::vector<Second> seconds_;  // of the last minute, the latest last
-  std::uint32_t worst_ = 0;
+  std::deque<std::int64_t> seconds_;  // of the last minute's events, in order
+  std::uint64_t worst_ = 0;
 };
 
 // One supervision thread, and the program that it started last.
@@ -115,7 +111,7 @@ struct ItemHistory {
   std::vector<Supervisor> supervisors;
 
   bool HasDerivedStarts() const { return !logs_starts; }
-  std::uint64_t Starts() const;
+  std::uint64_t Starts() const { return logs_starts ? logged_starts : ends; }
   ItemState StateAt(Micros now) const;
   ItemState StateAt(const Present& present) const;
   // Whether the log does not show what followed the last end.
@@ -190,7 +186,6 @@ class History {
   const LogTotals& Totals() const { return totals_; }
 
  private:
-  bool IsWanted(const LogEvent& event) const;
   void Count(const LogEvent& event);
   ItemHistory& Find(std::string_view name);
   Supervisor& FindSupervisor(ItemHistory& item, const LogEvent& event);

@@ -1,15 +1,12 @@
 #include "tools/log/Plot.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <iomanip>
-#include <map>
 #include <numeric>
-#include <sstream>
 #include <string_view>
 #include <utility>
 
+#include "common/util/StringHelpers.h"
 #include "tools/text/Characters.h"
 #include "tools/text/Times.h"
 
@@ -96,21 +93,20 @@ class SvgWriter {
         timeline_(timeline),
         present_(present),
         end_(std::max(history.Totals().last,
-                      timeline.Origin() + kMicrosPerSecond)),
+                      timeline_.origin + kMicrosPerSecond)),
         bottom_(kTop + kLaneHeight * static_cast<int>(items_.size())) {}
 
   std::string Write() {
     const int height = bottom_ + kAxisHeight;
-    out_ << std::fixed << std::setprecision(1)
-         << R"(<svg xmlns="http://www.w3.org/2000/svg" width=")" << kTotalWidth
-         << R"(" height=")" << height << R"(" viewBox="0 0 )" << kTotalWidth
-         << " " << height
-         << R"(" font-family="sans-serif" font-size="13" role="img">)"
-         << "\n<title>The launcher's items over time</title>\n"
-         << R"(<rect width="100%" height="100%" fill="#fff"/>)";
+    svg_ = string_format(
+        R"(<svg xmlns="http://www.w3.org/2000/svg" width="%d" height="%d")"
+        R"( viewBox="0 0 %d %d" font-family="sans-serif" font-size="13")"
+        " role=\"img\">\n<title>The launcher's items over time</title>\n"
+        R"(<rect width="100%%" height="100%%" fill="#fff"/>)",
+        kTotalWidth, height, kTotalWidth, height);
     WriteText(
         kLabelGap, 30, R"(font-size="18")",
-        "Items from " + TimeText(timeline_.Origin()) + " to " + TimeText(end_));
+        "Items from " + TimeText(timeline_.origin) + " to " + TimeText(end_));
     WriteAxis();
     int middle = kTop + kLaneHeight / 2;
     for (const ItemHistory* const item : items_) {
@@ -118,14 +114,13 @@ class SvgWriter {
       middle += kLaneHeight;
     }
     WriteLegend(height - 24);
-    out_ << "</svg>\n";
-    return out_.str();
+    return svg_ + "</svg>\n";
   }
 
  private:
   double X(Micros time) const {
-    const auto part = static_cast<double>(time - timeline_.Origin()) /
-                      static_cast<double>(end_ - timeline_.Origin());
+    const auto part = static_cast<double>(time - timeline_.origin) /
+                      static_cast<double>(end_ - timeline_.origin);
     return kLeft + std::clamp(part, 0.0, 1.0) * kWidth;
   }
 
@@ -136,26 +131,26 @@ class SvgWriter {
   // `attributes` are added to the element's own.
   void WriteText(double x, int y, const char* attributes,
                  std::string_view text) {
-    out_ << "<text x=\"" << x << "\" y=\"" << y << "\" " << attributes << ">"
-         << XmlText(text) << "</text>\n";
+    svg_ += string_format("<text x=\"%.1f\" y=\"%d\" %s>%s</text>\n", x, y,
+                          attributes, XmlText(text).c_str());
   }
 
   void WriteBar(double x, int middle, double width, const char* attributes) {
-    out_ << "<rect " << attributes << " x=\"" << x << "\" y=\""
-         << middle - kBarHeight / 2 << "\" width=\"" << width << "\" height=\""
-         << kBarHeight << R"(" fill="#b9d9f0" stroke="#4a7fa5"/>)"
-         << "\n";
+    svg_ += string_format(R"(<rect %s x="%.1f" y="%d" width="%.1f" height="%d")"
+                          " fill=\"#b9d9f0\" stroke=\"#4a7fa5\"/>\n",
+                          attributes, x, middle - kBarHeight / 2, width,
+                          kBarHeight);
   }
 
   void WriteAxis() {
     constexpr const char* kCentred = R"(text-anchor="middle")";
-    const Micros step = TickStep(end_ - timeline_.Origin());
-    for (Micros tick = (timeline_.Origin() / step + 1) * step; tick <= end_;
+    const Micros step = TickStep(end_ - timeline_.origin);
+    for (Micros tick = (timeline_.origin / step + 1) * step; tick <= end_;
          tick += step) {
       const double x = X(tick);
       const std::string text = TickText(tick, step);
-      out_ << "<path d=\"M" << x << "," << kTop << "V" << bottom_
-           << R"(" stroke="#ddd"/>)";
+      svg_ += string_format(R"(<path d="M%.1f,%dV%d" stroke="#ddd"/>)", x, kTop,
+                            bottom_);
       WriteText(x, bottom_ + 18, kCentred, text);
       if (items_.size() > kManyLanes) {
         WriteText(x, kTop - 8, kCentred, text);
@@ -168,20 +163,17 @@ class SvgWriter {
   void WriteLane(const ItemHistory& item, int middle) {
     constexpr std::size_t kNameColumns = 22;
     const std::string name = Printable(item.name);
-    out_ << "<g><title>" << XmlText(name) << "</title>";
+    svg_ += "<g><title>" + XmlText(name) + "</title>";
     WriteText(kLeft - kLabelGap, middle + kTextShift, R"(text-anchor="end")",
               Cut(name, kNameColumns));
-    out_ << R"(<path d="M)" << kLeft << "," << middle << "H" << kLeft + kWidth
-         << R"(" stroke="#bbb"/></g>)"
-         << "\n";
+    svg_ += string_format("<path d=\"M%d,%dH%d\" stroke=\"#bbb\"/></g>\n",
+                          kLeft, middle, kLeft + kWidth);
     WriteLaneNotes(item, middle);
-    const Timeline::Lane& lane = timeline_.Find(item.index);
-    for (const auto& [first, last] : lane.Runs()) {
-      const double x = ColumnX(first);
-      WriteBar(x, middle, std::max(ColumnX(last + 1) - x, 1.0),
-               R"(class="run")");
+    const auto lane = timeline_.lanes.find(item.index);
+    if (lane != timeline_.lanes.end()) {
+      WriteRuns(lane->second.ran, middle);
+      WriteMarks(lane->second.ends, middle);
     }
-    WriteMarks(lane, middle);
   }
 
   // The number of its ends and, if it needs attention, its state.
@@ -200,14 +192,29 @@ class SvgWriter {
     }
   }
 
+  // Columns that touch are one bar.
+  void WriteRuns(const std::bitset<Timeline::kColumns>& ran, int middle) {
+    for (std::size_t end = 0; end < ran.size(); ++end) {
+      const std::size_t first = end;
+      while (end < ran.size() && ran[end]) {
+        ++end;
+      }
+      if (end > first) {
+        const double x = ColumnX(first);
+        WriteBar(x, middle, std::max(ColumnX(end) - x, 1.0), R"(class="run")");
+      }
+    }
+  }
+
   // A mark is at the first of its ends, and counts the ends that follow within
   // its width.
-  void WriteMarks(const Timeline::Lane& lane, int middle) {
+  void WriteMarks(const std::map<std::size_t, Timeline::Ends>& all,
+                  int middle) {
     double free_from = 0;  // for a number, beside the one before it
-    for (auto next = lane.ends.begin(); next != lane.ends.end();) {
+    for (auto next = all.begin(); next != all.end();) {
       const double x = ColumnX(next->first);
       Timeline::Ends ends{};
-      for (; next != lane.ends.end() && ColumnX(next->first) < x + kMarkWidth;
+      for (; next != all.end() && ColumnX(next->first) < x + kMarkWidth;
            ++next) {
         AddEnds(ends, next->second);
       }
@@ -219,18 +226,19 @@ class SvgWriter {
 
   // The gravest cause's shape.
   void WriteMark(const Timeline::Ends& ends, double x, int middle) {
-    out_ << R"(<g class="end" transform="translate()" << x << "," << middle
-         << ")\"><title>";
+    std::string title;
     const char* shape = "";
-    const char* separator = "";
     for (std::size_t cause = 0; cause < kEndCauses; ++cause) {
       if (ends[cause] > 0) {
-        out_ << std::exchange(separator, ", ") << kCauses[cause] << ": "
-             << ends[cause];
+        title += (title.empty() ? "" : ", ") + std::string(kCauses[cause]) +
+                 ": " + std::to_string(ends[cause]);
         shape = kShapes[cause];
       }
     }
-    out_ << "</title>" << shape << "</g>\n";
+    svg_ += string_format(
+        "<g class=\"end\" transform=\"translate(%.1f,%d)\">"
+        "<title>%s</title>%s</g>\n",
+        x, middle, title.c_str(), shape);
   }
 
   // Shows that a mark counts several ends: draws a column whose height grows
@@ -245,10 +253,10 @@ class SvgWriter {
     const int base = middle + kLaneHeight / 2 - 1;
     const double height = std::min<double>(kHeightPerDoubling * std::log2(ends),
                                            kLaneHeight / 2.0);
-    out_ << R"(<rect class="density" x=")" << x - kMarkWidth / 2.0 << R"(" y=")"
-         << base - height << R"(" width=")" << kMarkWidth << R"(" height=")"
-         << height << R"(" fill="#b00020" fill-opacity="0.3"/>)"
-         << "\n";
+    svg_ += string_format(
+        R"(<rect class="density" x="%.1f" y="%.1f" width="%d" height="%.1f")"
+        " fill=\"#b00020\" fill-opacity=\"0.3\"/>\n",
+        x - kMarkWidth / 2.0, base - height, kMarkWidth, height);
     const std::string count = CountText(ends);
     const double half = kDigitWidth * static_cast<double>(count.size()) / 2;
     if (x - half < free_from) {
@@ -267,8 +275,8 @@ class SvgWriter {
     WriteText(x + 36, y + kTextShift, "", "running");
     x += kFirstEntryWidth;
     for (std::size_t cause = 0; cause < kEndCauses; ++cause) {
-      out_ << R"(<g transform="translate()" << x << "," << y << ")\">"
-           << kShapes[cause] << "</g>";
+      svg_ += string_format("<g transform=\"translate(%d,%d)\">%s</g>", x, y,
+                            kShapes[cause]);
       WriteText(x + kLabelGap, y + kTextShift, "",
                 std::string("ended: ") + kCauses[cause]);
       x += kEntryWidth;
@@ -281,7 +289,7 @@ class SvgWriter {
   const Present& present_;
   const Micros end_;
   const int bottom_;
-  std::ostringstream out_;
+  std::string svg_;
 };
 
 }  // namespace

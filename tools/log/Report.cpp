@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
 #include <utility>
 
 #include "tools/log/Table.h"
@@ -81,10 +82,10 @@ std::string LauncherText(const History& history, const Present& present) {
          ", last at " + TimeText(last.last) + ": process " +
          std::to_string(last.process) +
          (present.exists(last.process) ? "" : ", no longer there") +
+         "\nlevel: " +
          (last.logs_starts
-              ? "\nlevel: DEBUG\n"
-              : "\nlevel: above DEBUG; starts, and so chains, cannot be "
-                "seen\n");
+              ? "DEBUG\n"
+              : "above DEBUG; starts, and so chains, cannot be seen\n");
 }
 
 std::string Source(const Report& report) {
@@ -104,13 +105,10 @@ std::string Source(const Report& report) {
 }
 
 // `what` and as many of the names as fit on a line of `width` columns, at
-// least one; empty if there are no names.
+// least one.
 std::string NamesLine(std::string what, const std::vector<std::string>& names,
                       std::size_t width) {
   constexpr std::size_t kMoreWidth = 16;  // " and 12345 more"
-  if (names.empty()) {
-    return "";
-  }
   const std::size_t room = width - std::min(width, kMoreWidth);
   std::size_t shown = 0;
   for (; shown < names.size(); ++shown) {
@@ -209,31 +207,28 @@ std::string LostLines(std::uint64_t count, int error) {
 }
 
 std::string EventWords(const LogEvent& event) {
-  const std::string name = Printable(event.name);
-  switch (event.kind) {
-    case LogEventKind::kStart:
-      return name + (event.IsFromForkedChild()
-                         ? " cannot be executed; tried again"
-                         : " starts");
-    case LogEventKind::kEnd:
-      return name + " (process " + std::to_string(event.child) +
-             ") ended: " + WaitStatus(event.status).Text();
-    case LogEventKind::kForkFailed:
-      return name + " could not be forked and is given up";
-    case LogEventKind::kNoProgram:
-      return name + " has an empty program path";
-    case LogEventKind::kNameless:
-      return "an item has no name and is skipped";
-    case LogEventKind::kParseFailed:
-      return "the items file could not be parsed";
-    case LogEventKind::kLost:
-      return LostLines(event.lost, event.error);
-    case LogEventKind::kCut:
-      return "a message was cut";
-    case LogEventKind::kOther:
-      break;
+  // In the order of the enumeration; of an item, after its name.
+  static constexpr const char* kWords[] = {
+      " starts",
+      " ended: ",
+      " could not be forked and is given up",
+      " has an empty program path",
+      "an item has no name and is skipped",
+      "the items file could not be parsed",
+      "",
+      "a message was cut",
+      ""};
+  if (event.kind == LogEventKind::kLost) {
+    return LostLines(event.lost, event.error);
   }
-  return "";
+  std::string words = kWords[static_cast<std::size_t>(event.kind)];
+  if (event.kind == LogEventKind::kEnd) {
+    words = " (process " + std::to_string(event.child) + ")" + words +
+            WaitStatus(event.status).Text();
+  } else if (event.kind == LogEventKind::kStart && event.IsFromForkedChild()) {
+    words = " cannot be executed; tried again";
+  }
+  return (event.IsAboutItem() ? Printable(event.name) : "") + words;
 }
 
 }  // namespace
@@ -251,16 +246,16 @@ std::string Report::Table(std::size_t width) const {
 }
 
 std::string Report::Alerts(std::size_t width) const {
-  std::array<std::vector<std::string>, kStateTexts.size()> names;
+  std::map<ItemState, std::vector<std::string>> names;
   for (const ItemHistory* const item : history.Items(present)) {
-    names[static_cast<std::size_t>(item->StateAt(present))].push_back(
-        Printable(item->name));
+    names[item->StateAt(present)].push_back(Printable(item->name));
   }
   std::string text;
-  for (const StateText& state : kStateTexts) {
-    if (state.meaning != nullptr) {
-      text += NamesLine(std::string(state.name) + " (" + state.meaning + "): ",
-                        names[static_cast<std::size_t>(state.state)], width);
+  for (const auto& [state, items] : names) {
+    const StateText& words = TextOf(state);
+    if (words.meaning != nullptr) {
+      text += NamesLine(
+          std::string(words.name) + " (" + words.meaning + "): ", items, width);
     }
   }
   const LogTotals& totals = history.Totals();

@@ -10,19 +10,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
-#include <vector>
 
 #include "tools/log/History.h"
 
-class Timeline {
- public:
+struct Timeline {
   static constexpr std::size_t kColumns = 1024;
-
-  // Columns, the last one included.
-  struct Run {
-    std::size_t first;
-    std::size_t last;
-  };
 
   // The number of ends for each cause.
   using Ends = std::array<std::uint32_t, kEndCauses>;
@@ -30,31 +22,21 @@ class Timeline {
   struct Lane {
     std::bitset<kColumns> ran;         // the columns in which the item ran
     std::map<std::size_t, Ends> ends;  // by column
-
-    // In the order of time. Those that touch are one.
-    std::vector<Run> Runs() const;
   };
-
-  // Time begins at `time`; earlier times count as that.
-  void Begin(Micros time) { origin_ = time; }
 
   void Add(const ProgramRun& run);
   // Adds runs that have not ended, up to the end of `history`.
   void AddOpenRuns(const History& history);
-
-  Micros Origin() const { return origin_; }
   Micros ColumnStart(std::size_t column) const;
-  // The item's lane; empty if it has neither run nor ended.
-  const Lane& Find(std::size_t item) const;
+
+  Micros origin = 0;  // earlier times count as this one
+  Micros column_span = 1000;
+  std::map<std::size_t, Lane> lanes;  // by item
 
  private:
   std::size_t Column(Micros time);
   void Fold();
   void AddRun(std::size_t item, Micros start, Micros end);
-
-  std::map<std::size_t, Lane> lanes_;
-  Micros origin_ = 0;
-  Micros column_ = 1000;  // a column's span
 };
 
 // Adds `more` to `ends`, cause by cause.

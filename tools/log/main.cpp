@@ -47,17 +47,18 @@ struct Options {
 
 void Declare(CLI::App& app, Options& options) {
   app.add_option("LOG-FILE", options.path, "the log; by default, your own");
-  CLI::Option* const json =
-      app.add_flag("--json", options.json, "write a JSON document");
-  CLI::Option* const follow =
-      app.add_flag("--follow", options.follow,
-                   "follow the log: a live table on a\n"
-                   "terminal, a line for each event otherwise");
-  CLI::Option* const events = app.add_flag(
-      "--events", options.events, "list what happened, a line for each event");
-  CLI::Option* const alert =
-      app.add_flag("--alert", options.alert,
-                   "show only problems; exit with 1 if there are any");
+  app.add_flag("--json", options.json, "write a JSON document");
+  app.add_flag("--follow", options.follow,
+               "follow the log: a live table on a\n"
+               "terminal, a line for each event otherwise")
+      ->excludes("--json");
+  app.add_flag("--events", options.events,
+               "list what happened, a line for each event")
+      ->excludes("--json");
+  app.add_flag("--alert", options.alert,
+               "show only problems; exit with 1 if there are any")
+      ->excludes("--follow")
+      ->excludes("--events");
   app.add_option(
          "--since", options.since,
          std::string("only what was logged since TIME:\n") + kSinceForms)
@@ -66,12 +67,10 @@ void Declare(CLI::App& app, Options& options) {
                  "only the item called NAME; may be given more than once")
       ->type_name("NAME")
       ->allow_extra_args(false);
-  CLI::Option* const plot =
-      app.add_option("--plot", options.plot,
-                     "also draw a picture, one lane per item over time")
-          ->type_name("FILE.svg");
-  follow->excludes(json)->excludes(plot)->excludes(alert);
-  events->excludes(json)->excludes(alert);
+  app.add_option("--plot", options.plot,
+                 "also draw a picture, one lane per item over time")
+      ->type_name("FILE.svg")
+      ->excludes("--follow");
   app.set_version_flag("--version", "launcher-log " LAUNCHER_VERSION);
   app.footer(
       "Exit status: 0 done, 1 with --alert: something needs attention,\n"
@@ -128,7 +127,7 @@ class Program {
       history_.AddUnrecognised();
     } else if (history_.Add(*event)) {
       if (history_.Totals().lines == 1) {
-        timeline_.Begin(event->time);
+        timeline_.origin = event->time;
       }
       if (lists_events_) {
         std::cout << EventLine(*event);

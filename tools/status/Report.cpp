@@ -1,12 +1,10 @@
-#include "tools/status/Report.h"
-
 #include <json/json.h>
 
 #include <array>
 
 #include "common/util/StringHelpers.h"
+#include "tools/status/Status.h"
 #include "tools/text/Characters.h"
-#include "tools/text/ShellQuote.h"
 #include "tools/text/Terminal.h"
 #include "tools/text/Times.h"
 
@@ -134,10 +132,10 @@ Json::Value JsonLauncher(const LauncherStatus& launcher) {
   object["changed"] = launcher.changed;
   object["shared"] = launcher.shared;
   object["unassigned"] = JsonWorkers(launcher.unassigned);
-  Json::Value& items = object["items"] = Json::arrayValue;
+  object["items"] = Json::arrayValue;
   for (const ItemStatus& item : launcher.items) {
-    Json::Value& entry = items.append(item.worker ? JsonWorker(*item.worker)
-                                                  : Json::objectValue);
+    Json::Value& entry = object["items"].append(
+        item.worker ? JsonWorker(*item.worker) : Json::objectValue);
     entry["name"] = ValidUtf8(item.name);
     entry["state"] = item.state;
   }
@@ -161,9 +159,9 @@ std::string TableReport(const Status& status, bool coloured) {
 std::string JsonReport(const Status& status) {
   Json::Value document;
   document["orphans"] = JsonWorkers(status.orphans);
-  Json::Value& launchers = document["launchers"] = Json::arrayValue;
+  document["launchers"] = Json::arrayValue;
   for (const LauncherStatus& launcher : status.launchers) {
-    launchers.append(JsonLauncher(launcher));
+    document["launchers"].append(JsonLauncher(launcher));
   }
   Json::StreamWriterBuilder builder;
   builder["indentation"] = "  ";

@@ -75,18 +75,14 @@ Worker Follow(const Process& head, const Children& children) {
   return worker;
 }
 
-// Whether `worker` may be about to execute its program: it still has the
-// launcher's arguments, or none at all, as while `execv` replaces a process.
-bool MayBeStarting(const Worker& worker) {
-  const bool is_young = worker.process.uptime < kExecutionTime;
-  return worker.command.empty() &&
-         (worker.links == 1 || (IsProgram(worker) && is_young));
-}
-
+// Leaves out a process that may be about to execute its program: it still has
+// the launcher's arguments, or none at all, as while `execv` replaces it.
 void AddWorker(const Process& head, const Children& children,
                std::vector<Worker>& workers) {
   Worker worker = Follow(head, children);
-  if (!MayBeStarting(worker)) {
+  const bool is_young = worker.process.uptime < kExecutionTime;
+  if (!worker.command.empty() || worker.links > 1 ||
+      (IsProgram(worker) && !is_young)) {
     workers.push_back(std::move(worker));
   }
 }
@@ -163,8 +159,6 @@ bool IsSimilar(std::string_view command, std::string_view item) {
          (command.ends_with(item) || item.ends_with(command));
 }
 
-bool IsLeft(std::string_view, std::string_view) { return true; }
-
 // Moves the workers that fit an item to it.
 void Give(Rule fits, std::vector<Worker>& workers, LauncherStatus& launcher) {
   std::erase_if(workers, [&](const Worker& worker) {
@@ -185,7 +179,10 @@ void AssignWorkers(LauncherStatus& launcher) {
   Give(IsSame, workers, launcher);
   Give(IsSimilar, workers, launcher);
   if (workers.size() == 1 && CountWaiting(launcher) == 1) {
-    Give(IsLeft, workers, launcher);
+    const auto fits_all = [](std::string_view, std::string_view) {
+      return true;
+    };
+    Give(fits_all, workers, launcher);
   }
 }
 
@@ -229,14 +226,6 @@ LauncherStatus Look(const Process& process, const Children& children) {
   return launcher;
 }
 
-bool IsShared(const fs::path& file, const Status& status) {
-  return std::ranges::count_if(
-             status.launchers, [&](const LauncherStatus& launcher) {
-               std::error_code missing;
-               return fs::equivalent(launcher.items_file, file, missing);
-             }) > 1;
-}
-
 bool RunsAnItem(const Process& process, const Status& status) {
   const std::string command = Command(process.arguments);
   for (const LauncherStatus& launcher : status.launchers) {
@@ -275,8 +264,12 @@ Status FindStatus(const std::vector<Process>& processes, uid_t user) {
       status.launchers.push_back(Look(process, children));
     }
   }
-  for (LauncherStatus& launcher : status.launchers) {
-    launcher.shared = IsShared(launcher.items_file, status);
+  for (LauncherStatus& one : status.launchers) {
+    for (const LauncherStatus& other : status.launchers) {
+      std::error_code missing;
+      one.shared |= &one != &other &&
+                    fs::equivalent(one.items_file, other.items_file, missing);
+    }
   }
   for (const Process& process : processes) {
     if (process.user == user && adopters.contains(process.parent) &&

@@ -1,5 +1,5 @@
 // The state of the launchers' items, derived from the process table and the
-// items files.
+// items files, and the reports of it.
 //
 // A launcher has at least two threads. A forked child that could not execute
 // its program keeps the launcher's arguments, has one thread, and continues as
@@ -63,3 +63,9 @@ Status FindStatus(const std::vector<Process>& processes, uid_t user);
 
 // Whether the launcher's items are known and all run.
 bool AllRun(const LauncherStatus& launcher);
+
+// A table in 80 columns for each launcher.
+std::string TableReport(const Status& status, bool coloured);
+
+// A JSON document.
+std::string JsonReport(const Status& status);

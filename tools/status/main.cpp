@@ -9,7 +9,6 @@
 #include <string>
 #include <thread>
 
-#include "tools/status/Report.h"
 #include "tools/status/Status.h"
 #include "tools/text/Characters.h"
 #include "tools/text/Terminal.h"

@@ -3,27 +3,46 @@
 #include <wchar.h>
 
 #include <clocale>
+#include <regex>
 
 #include "common/util/StringHelpers.h"
+#include "common/util/Utf8.h"
 
 namespace {
 
-constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
-constexpr std::string_view kEllipsis = "\xE2\x80\xA6";
+// Calls `use` with each character of `text` and its bytes.
+template <class Use>
+void ForEachCharacter(std::string_view text, const Use& use) {
+  while (!text.empty()) {
+    const Utf8Character character = DecodeUtf8(text);
+    use(character, text.substr(0, character.bytes));
+    text.remove_prefix(character.bytes);
+  }
+}
+
+// `text` with the bytes that a terminal would not show in the printf `format`.
+std::string Escaped(std::string_view text, const char* format) {
+  std::string result;
+  ForEachCharacter(text, [&](const auto& character, std::string_view bytes) {
+    const char32_t code = character.code;
+    if (character.is_valid && code >= 0x20 && (code < 0x7F || code >= 0xA0)) {
+      result += bytes;
+      return;
+    }
+    for (const char byte : bytes) {
+      result += string_format(format, static_cast<unsigned char>(byte));
+    }
+  });
+  return result;
+}
 
 // The C library takes the widths from the program's locale, which is "C" until
 // the program asks for another.
-bool AskForUtf8Locale() {
-  for (const char* const name : {"C.UTF-8", "en_US.UTF-8", "UTF-8"}) {
-    if (std::setlocale(LC_CTYPE, name) != nullptr) {
-      return true;
-    }
-  }
-  return false;
-}
-
 std::size_t Width(const Utf8Character& character) {
-  static const bool has_table = AskForUtf8Locale();
+  static const bool has_table =
+      std::setlocale(LC_CTYPE, "C.UTF-8") != nullptr ||
+      std::setlocale(LC_CTYPE, "en_US.UTF-8") != nullptr ||
+      std::setlocale(LC_CTYPE, "UTF-8") != nullptr;
   if (character.code < 0x80 || !has_table) {
     return 1;
   }
@@ -33,25 +52,8 @@ std::size_t Width(const Utf8Character& character) {
 
 }  // namespace
 
-bool IsPrintable(const Utf8Character& character) {
-  const char32_t code = character.code;
-  return character.is_valid && code >= 0x20 && (code < 0x7F || code >= 0xA0);
-}
-
 std::string Printable(std::string_view text) {
-  std::string result;
-  while (!text.empty()) {
-    const Utf8Character character = DecodeUtf8(text);
-    for (const char c : text.substr(0, character.bytes)) {
-      if (IsPrintable(character)) {
-        result += c;
-      } else {
-        result += string_format("\\x%02x", static_cast<unsigned char>(c));
-      }
-    }
-    text.remove_prefix(character.bytes);
-  }
-  return result;
+  return Escaped(text, "\\x%02x");
 }
 
 std::string Quoted(std::string_view text) {
@@ -60,22 +62,42 @@ std::string Quoted(std::string_view text) {
 
 std::string ValidUtf8(std::string_view text) {
   std::string result;
-  while (!text.empty()) {
-    const Utf8Character character = DecodeUtf8(text);
-    result +=
-        character.is_valid ? text.substr(0, character.bytes) : kReplacement;
-    text.remove_prefix(character.bytes);
+  ForEachCharacter(text, [&](const auto& character, std::string_view bytes) {
+    result += character.is_valid ? bytes : "\uFFFD";
+  });
+  return result;
+}
+
+std::string ShellQuoted(std::string_view text) {
+  constexpr std::string_view kSafe =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
+      "%+,-./:=@_";
+  std::string word(text);
+  if (Printable(word) != word) {
+    static const std::regex kSpecial(R"(['\\])");
+    const std::string escaped = std::regex_replace(word, kSpecial, R"(\$&)");
+    return "$'" + Escaped(escaped, "\\%03o") + "'";
+  }
+  if (!word.empty() && word.find_first_not_of(kSafe) == std::string::npos) {
+    return word;
+  }
+  static const std::regex kQuote("'");
+  return "'" + std::regex_replace(word, kQuote, R"('\'')") + "'";
+}
+
+std::string ShellQuoted(const std::vector<std::string>& vector) {
+  std::string result;
+  for (const std::string& word : vector) {
+    result += (result.empty() ? "" : " ") + ShellQuoted(word);
   }
   return result;
 }
 
 std::size_t DisplayWidth(std::string_view text) {
   std::size_t width = 0;
-  while (!text.empty()) {
-    const Utf8Character character = DecodeUtf8(text);
+  ForEachCharacter(text, [&](const auto& character, std::string_view) {
     width += Width(character);
-    text.remove_prefix(character.bytes);
-  }
+  });
   return width;
 }
 
@@ -83,16 +105,15 @@ std::string Cut(std::string_view text, std::size_t width) {
   if (DisplayWidth(text) <= width) {
     return std::string(text);
   }
-  std::string result;
+  std::size_t bytes = 0;
   std::size_t used = 1;  // by the ellipsis
   for (;;) {
-    const Utf8Character character = DecodeUtf8(text);
+    const Utf8Character character = DecodeUtf8(text.substr(bytes));
     used += Width(character);
     if (used > width) {
-      return result.append(kEllipsis);
+      return std::string(text.substr(0, bytes)) + "\u2026";
     }
-    result += text.substr(0, character.bytes);
-    text.remove_prefix(character.bytes);
+    bytes += character.bytes;
   }
 }
 

@@ -1,21 +1,17 @@
 // Ways to show text of unknown origin.
 //
 // Names, paths and keys may contain any bytes. A terminal must not act on the
-// text that it shows, and JSON must be UTF-8.
+// text that it shows, JSON must be UTF-8, and a shell must read back the same.
 
 #pragma once
 
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
-#include "common/util/Utf8.h"
-
-// Whether a terminal shows the character instead of acting on it: false for
-// U+0000 to U+001F, U+007F to U+009F, and bytes that are not UTF-8.
-bool IsPrintable(const Utf8Character& character);
-
-// `text` with "\xNN" in place of each byte that is not printable.
+// `text` with "\xNN" in place of each byte that is not UTF-8 or belongs to a
+// control character, U+0000 to U+001F or U+007F to U+009F.
 //
 //   a<line feed>b  gives  a\x0ab
 std::string Printable(std::string_view text);
@@ -25,6 +21,19 @@ std::string Quoted(std::string_view text);
 
 // `text` with U+FFFD in place of each byte that is not UTF-8.
 std::string ValidUtf8(std::string_view text);
+
+// A printable word that a shell reads as `text`: bare if nothing needs quoting,
+// else in single quotes, or in the form $'...' of bash, zsh and ksh if
+// `Printable` would change it.
+//
+//   a b              gives  'a b'
+//   it's             gives  'it'\''s'
+//   a<line feed>b    gives  $'a\012b'
+//   (nothing)        gives  ''
+std::string ShellQuoted(std::string_view text);
+
+// The words of `vector`, with one blank between them.
+std::string ShellQuoted(const std::vector<std::string>& vector);
 
 // The width of printable `text` in columns of a terminal: two for a
 // wide character, none for a combining one.

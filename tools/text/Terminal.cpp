@@ -8,21 +8,15 @@
 
 #include "tools/text/Characters.h"
 
-namespace {
-
-std::string_view Environment(const char* name) {
-  const char* const value = std::getenv(name);
-  return value == nullptr ? "" : value;
-}
-
-}  // namespace
-
 bool TakesEscapes(int descriptor) {
-  return isatty(descriptor) == 1 && Environment("TERM") != "dumb";
+  const char* const type = std::getenv("TERM");
+  return isatty(descriptor) == 1 &&
+         (type == nullptr || type != std::string_view("dumb"));
 }
 
 bool MayColour(int descriptor) {
-  return TakesEscapes(descriptor) && Environment("NO_COLOR").empty();
+  const char* const refusal = std::getenv("NO_COLOR");
+  return TakesEscapes(descriptor) && (refusal == nullptr || *refusal == '\0');
 }
 
 std::string Coloured(std::string_view text, Colour colour, bool enabled) {
@@ -37,10 +31,9 @@ TerminalSize SizeOf(int descriptor) {
   constexpr TerminalSize kUsual{24, 80};
   winsize size{};
   ioctl(descriptor, TIOCGWINSZ, &size);
-  if (size.ws_row == 0 || size.ws_col == 0) {
-    return kUsual;
-  }
-  return {size.ws_row, size.ws_col};
+  return size.ws_row == 0 || size.ws_col == 0
+             ? kUsual
+             : TerminalSize{size.ws_row, size.ws_col};
 }
 
 // Each line overwrites the previous one. Wiping the screen first would flicker.

@@ -5,6 +5,8 @@
 #include <charconv>
 #include <chrono>
 #include <ctime>
+#include <span>
+#include <utility>
 
 #include "logger/Format.h"
 
@@ -15,48 +17,37 @@ constexpr Micros kHour = 60 * kMinute;
 constexpr Micros kDay = 24 * kHour;
 
 std::optional<Micros> ParseSpan(std::string_view text) {
-  constexpr std::string_view kUnits = "smhd";
-  constexpr std::array<Micros, kUnits.size()> kSpans{kMicrosPerSecond, kMinute,
-                                                     kHour, kDay};
   constexpr std::int64_t kMaxNumber = 1'000'000;
-  const std::size_t unit =
-      text.empty() ? kUnits.npos : kUnits.find(text.back());
-  if (unit == kUnits.npos) {
-    return std::nullopt;
+  constexpr std::pair<char, Micros> kUnits[] = {
+      {'s', kMicrosPerSecond}, {'m', kMinute}, {'h', kHour}, {'d', kDay}};
+  for (const auto& [name, unit] : kUnits) {
+    const auto number = text.ends_with(name)
+                            ? ToNumber(text.substr(0, text.size() - 1))
+                            : std::nullopt;
+    if (number && *number >= 0 && *number <= kMaxNumber) {
+      return *number * unit;
+    }
   }
-  const auto number = ToNumber(text.substr(0, text.size() - 1));
-  return number && *number >= 0 && *number <= kMaxNumber
-             ? std::optional(*number * kSpans[unit])
-             : std::nullopt;
+  return std::nullopt;
 }
 
-// Year, month, day, hour, minute, second and microseconds, in the order of
-// `kTimeShape`, and a last one for the end of the text.
-using TimeFields = std::array<int, 8>;
+// For amounts from `least` on.
+struct Unit {
+  std::uint64_t least;
+  std::uint64_t size;
+  const char* name;
+  bool has_decimal;  // below 10
+};
 
-std::optional<Micros> TimeOf(const TimeFields& fields) {
-  using namespace std::chrono;
-  const auto [y, m, d, hour, minute, second, micros, rest] = fields;
-  const year_month_day date(year{y}, month{static_cast<unsigned>(m)},
-                            day{static_cast<unsigned>(d)});
-  if (!date.ok() || hour >= 24 || minute >= 60 || second >= 60) {
-    return std::nullopt;
+// Cut, not rounded: 9.96 must not become 10.0.
+std::string InUnits(std::uint64_t amount, std::span<const Unit> units) {
+  const Unit& unit = *std::ranges::find_if(
+      units, [&](const Unit& each) { return amount >= each.least; });
+  std::string text = std::to_string(amount / unit.size);
+  if (unit.has_decimal && text.size() == 1) {
+    text += "." + std::to_string(amount % unit.size * 10 / unit.size);
   }
-  const sys_time<microseconds> time = sys_days(date) + hours(hour) +
-                                      minutes(minute) + seconds(second) +
-                                      microseconds(micros);
-  return time.time_since_epoch().count();
-}
-
-// `tenths` of `unit`, with the decimal while it is below 10. Cut, not rounded:
-// 9.96 must not become 10.0.
-std::string Short(std::uint64_t tenths, const char* unit) {
-  constexpr std::uint64_t kLong = 100;
-  std::string text = std::to_string(tenths / 10);
-  if (tenths < kLong) {
-    text += "." + std::to_string(tenths % 10);
-  }
-  return text + unit;
+  return text + unit.name;
 }
 
 }  // namespace
@@ -76,14 +67,15 @@ Micros Now() {
 }
 
 std::optional<Micros> ParseLogTime(std::string_view text) {
+  using namespace std::chrono;
   if (text.size() < kTimeShape.size()) {
     return std::nullopt;
   }
-  TimeFields fields{};
-  auto field = fields.begin();
+  std::array<int, 7> fields{};
+  auto* field = fields.data();
   for (std::size_t i = 0; i < kTimeShape.size(); ++i) {
     const bool is_digit = text[i] >= '0' && text[i] <= '9';
-    if (kTimeShape[i] == 'd' ? !is_digit : text[i] != kTimeShape[i]) {
+    if (kTimeShape[i] == kTimeDigit ? !is_digit : text[i] != kTimeShape[i]) {
       return std::nullopt;
     }
     if (is_digit) {
@@ -92,7 +84,15 @@ std::optional<Micros> ParseLogTime(std::string_view text) {
       ++field;
     }
   }
-  return TimeOf(fields);
+  const auto [y, m, d, hour, minute, second, micros] = fields;
+  const year_month_day date(year{y}, month{static_cast<unsigned>(m)},
+                            day{static_cast<unsigned>(d)});
+  if (!date.ok() || hour >= 24 || minute >= 60 || second >= 60) {
+    return std::nullopt;
+  }
+  const auto time = sys_days(date) + hours(hour) + minutes(minute) +
+                    seconds(second) + microseconds(micros);
+  return time.time_since_epoch().count();
 }
 
 std::optional<Micros> ParseSince(std::string_view text, Micros now) {
@@ -122,31 +122,19 @@ std::string TimeText(Micros time) {
 }
 
 std::string SpanText(Micros span) {
-  span = std::max<Micros>(span, 0);
-  if (span < kMicrosPerSecond) {
-    return std::to_string(span / 1000) + "ms";
-  }
-  if (span < kMinute) {
-    constexpr Micros kTenth = kMicrosPerSecond / 10;
-    return Short(static_cast<std::uint64_t>(span / kTenth), "s");
-  }
-  if (span < kHour) {
-    return std::to_string(span / kMinute) + "m";
-  }
-  return span < 2 * kDay ? std::to_string(span / kHour) + "h"
-                         : std::to_string(span / kDay) + "d";
+  static constexpr Unit kUnits[] = {
+      {2 * kDay, kDay, "d", false},
+      {kHour, kHour, "h", false},
+      {kMinute, kMinute, "m", false},
+      {kMicrosPerSecond, kMicrosPerSecond, "s", true},
+      {0, kMicrosPerSecond / 1000, "ms", false}};
+  return InUnits(static_cast<std::uint64_t>(std::max<Micros>(span, 0)), kUnits);
 }
 
 std::string CountText(std::uint64_t count) {
-  constexpr std::uint64_t kThousand = 1000;
-  constexpr std::uint64_t kMillion = kThousand * kThousand;
-  constexpr std::uint64_t kBillion = kThousand * kMillion;
-  if (count < 100 * kThousand) {
-    return std::to_string(count);
-  }
-  if (count < kMillion) {
-    return Short(count / (kThousand / 10), "k");
-  }
-  return count < kBillion ? Short(count / (kMillion / 10), "M")
-                          : Short(count / (kBillion / 10), "G");
+  static constexpr Unit kUnits[] = {{1'000'000'000, 1'000'000'000, "G", true},
+                                    {1'000'000, 1'000'000, "M", true},
+                                    {100'000, 1000, "k", false},
+                                    {0, 1, "", false}};
+  return InUnits(count, kUnits);
 }

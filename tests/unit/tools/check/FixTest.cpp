@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/unit/tools/check/CheckFixture.h"
-#include "tools/check/Fix.h"
+#include "tools/check/Check.h"
 
 namespace {
 

@@ -8,7 +8,6 @@
 #include "launcher/Items.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/unit/tools/check/CheckFixture.h"
-#include "tools/check/ItemCheck.h"
 #include "tools/check/ProgramFile.h"
 
 namespace {

@@ -24,11 +24,19 @@ class TimelineOf : public testing::Test {
   }
 
   // When each run begins, and its last column, in order.
-  std::vector<Micros> Runs() const {
+  std::vector<Micros> Runs() {
     std::vector<Micros> bounds;
-    for (const auto& [first, last] : timeline_.Find(0).Runs()) {
-      bounds.push_back(timeline_.ColumnStart(first));
-      bounds.push_back(timeline_.ColumnStart(last));
+    const auto ran = timeline_.lanes[0].ran;
+    const auto runs = [&](std::size_t column) {
+      return column < ran.size() && ran[column];
+    };
+    for (std::size_t column = 0; column < ran.size(); ++column) {
+      if (runs(column) && (column == 0 || !runs(column - 1))) {
+        bounds.push_back(timeline_.ColumnStart(column));
+      }
+      if (runs(column) && !runs(column + 1)) {
+        bounds.push_back(timeline_.ColumnStart(column));
+      }
     }
     return bounds;
   }
@@ -52,9 +60,9 @@ TEST_F(TimelineOf, KnowsWhenAnItemRan) {
   EXPECT_TRUE(IsNear(runs[3], 60 * kSecond));
 }
 
-TEST_F(TimelineOf, HasAnEmptyLaneForAnItemThatNeitherRanNorEnded) {
-  EXPECT_TRUE(timeline_.Find(0).Runs().empty());
-  EXPECT_TRUE(timeline_.Find(0).ends.empty());
+TEST_F(TimelineOf, HasNoLaneForAnItemThatNeitherRanNorEnded) {
+  Add(0, LogEventKind::kForkFailed);
+  EXPECT_TRUE(timeline_.lanes.empty());
 }
 
 TEST_F(TimelineOf, KeepsEveryEndWhenTimeGrows) {
@@ -64,7 +72,7 @@ TEST_F(TimelineOf, KeepsEveryEndWhenTimeGrows) {
   }
   std::uint32_t failures = 0;
   std::uint32_t ends = 0;
-  for (const auto& [column, counts] : timeline_.Find(0).ends) {
+  for (const auto& [column, counts] : timeline_.lanes[0].ends) {
     EXPECT_LT(column, Timeline::kColumns);
     failures += counts[static_cast<std::size_t>(EndCause::kFailure)];
     ends += std::reduce(counts.begin(), counts.end());
@@ -79,7 +87,7 @@ TEST_F(TimelineOf, KeepsTheOrderWhenTimeGrows) {
   Add(1000 * kSecond, LogEventKind::kEnd, 256);
   std::vector<std::size_t> causes;
   std::vector<Micros> times;
-  for (const auto& [column, ends] : timeline_.Find(0).ends) {
+  for (const auto& [column, ends] : timeline_.lanes[0].ends) {
     for (std::size_t cause = 0; cause < kEndCauses; ++cause) {
       if (ends[cause] > 0) {
         causes.push_back(cause);
@@ -96,11 +104,11 @@ TEST_F(TimelineOf, KeepsTheOrderWhenTimeGrows) {
 }
 
 TEST_F(TimelineOf, CountsTimesBeforeItsOriginAsTheOrigin) {
-  timeline_.Begin(100 * kSecond);
+  timeline_.origin = 100 * kSecond;
   Add(50 * kSecond, LogEventKind::kStart);
   Add(60 * kSecond, LogEventKind::kEnd);
-  EXPECT_EQ(timeline_.Origin(), 100 * kSecond);
-  const auto& ends = timeline_.Find(0).ends;
+  EXPECT_EQ(timeline_.origin, 100 * kSecond);
+  const auto& ends = timeline_.lanes[0].ends;
   ASSERT_EQ(ends.size(), 1U);
   EXPECT_EQ(ends.begin()->first, 0U);
   EXPECT_EQ(ends.begin()->second[0], 1U);

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "tests/unit/tools/status/Processes.h"
-#include "tools/status/Report.h"
+#include "tools/status/Status.h"
 #include "tools/text/Characters.h"
 
 namespace {

@@ -460,7 +460,7 @@ TEST_F(LauncherLogBundle, FindsAndReadsTheLaunchersOwnLog) {
   EXPECT_GE(number(a, "starts"), number(a, "ends"));
   EXPECT_TRUE(Eventually([&] {
     JsonObject chain = Item("chain");
-    return number(chain, "chained_copies") >= 2;
+    return number(chain, "chained_starts") >= 2;
   }));
   EXPECT_EQ(static_cast<int>(Report()["launcher_count"]), 1);
   launcher_.Stop();

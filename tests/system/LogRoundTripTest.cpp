@@ -231,7 +231,7 @@ TEST_F(LogRoundTrip, ReadsAChain) {
   JsonObject chain = Item("chain");
   EXPECT_EQ(static_cast<std::string>(chain["state"]), "chain");
   EXPECT_EQ(static_cast<int>(chain["starts"]), 1);
-  EXPECT_GE(static_cast<int>(chain["chained_copies"]), 3);
+  EXPECT_GE(static_cast<int>(chain["chained_starts"]), 3);
   EXPECT_TRUE(HasEventLine("chain cannot be executed; tried again"));
 }
 

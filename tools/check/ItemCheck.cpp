@@ -229,7 +229,8 @@ class ItemCheck {
     for (std::size_t i = 0; i < vector_.size(); ++i) {
       const std::size_t bytes = vector_[i].size() + 1;
       total += bytes + sizeof(char*);
-      if (bytes > kLongestArgumentBytes) {
+      // A path this long, the first element, is no program's.
+      if (i > 0 && bytes > kLongestArgumentBytes) {
         Add("arg-too-long", "args/" + std::to_string(i - 1),
             Argument(static_cast<std::int64_t>(i)),
             "has " + std::to_string(bytes - 1) +

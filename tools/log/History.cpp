@@ -178,7 +178,7 @@ Supervisor& History::FindSupervisor(ItemHistory& item, const LogEvent& event) {
 
 void History::AddStart(ItemHistory& item, const LogEvent& event, bool counts) {
   if (event.IsFromForkedChild()) {
-    item.copies += counts;
+    item.chained_starts += counts;
     return;
   }
   item.logs_starts = true;

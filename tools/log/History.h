@@ -96,7 +96,7 @@ struct ItemHistory {
   bool logs_starts = false;  // whether any of its launchers does
   std::uint64_t logged_starts = 0;
   std::uint64_t ends = 0;
-  std::uint64_t copies = 0;  // starts by forked children: links of a chain
+  std::uint64_t chained_starts = 0;  // by forked children, links of a chain
   std::uint64_t failed_forks = 0;
   std::map<int, std::uint64_t> statuses;  // how many ends had each
   Micros last_time = 0;

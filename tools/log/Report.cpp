@@ -185,7 +185,7 @@ Json::Value JsonItem(const ItemHistory& item, const Present& present) {
   json["longest_life_ms"] = JsonMilliseconds(item.Longest(present));
   json["uptime_ms"] = JsonMilliseconds(item.Uptime(present));
   json["failed_forks"] = item.failed_forks;
-  json["chained_copies"] = item.copies;
+  json["chained_starts"] = item.chained_starts;
   json["state"] = TextOf(item.StateAt(present)).name;
   json["state_derived"] = item.HasDerivedState();
   return json;

@@ -230,6 +230,12 @@ TEST_F(ItemCheck, FindsAnArgumentThatIsTooLong) {
   EXPECT_EQ(All()[1].place.key, "args/0");
 }
 
+TEST_F(ItemCheck, DoesNotCountALongPathAsAnArgument) {
+  Run(R"({"0": {"name": "a", "program": "/)" +
+      std::string(kLongestArgumentBytes, 'x') + R"("}})");
+  EXPECT_EQ(Ids(), Vector{"program-not-found"});
+}
+
 // Whether the system executes `words`.
 bool IsExecuted(Vector words) {
   return InForkedChild([&] {

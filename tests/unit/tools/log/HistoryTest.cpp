@@ -194,7 +194,7 @@ TEST_F(HistoryOf, RecognisesAChainByItsLinks) {
   Add(0.05, LogEventKind::kStart, "a", 0, 12, 12);
   Add(0.1, LogEventKind::kStart, "a", 0, 13, 13);
   EXPECT_EQ(Item().StateAt(At(1)), ItemState::kChain);
-  EXPECT_EQ(Item().copies, 2U);
+  EXPECT_EQ(Item().chained_starts, 2U);
   EXPECT_EQ(Item().Starts(), 1U);
   EXPECT_EQ(history_->LauncherCount(), 1U);
 }

@@ -315,7 +315,7 @@ TEST(LogReport, DescribesAnItemInJson) {
   EXPECT_EQ(static_cast<int>(item["longest_life_ms"]), 2000);
   EXPECT_EQ(static_cast<int>(item["uptime_ms"]), 1000);
   EXPECT_EQ(static_cast<int>(item["failed_forks"]), 0);
-  EXPECT_EQ(static_cast<int>(item["chained_copies"]), 0);
+  EXPECT_EQ(static_cast<int>(item["chained_starts"]), 0);
   EXPECT_EQ(static_cast<std::string>(item["state"]), "running");
   EXPECT_FALSE(static_cast<bool>(item["state_derived"]));
   JsonObject end = item["last_end"];

@@ -22,7 +22,6 @@
 #include "tests/support/Allocations.h"
 #include "tests/support/ChildProcFields.h"
 #include "tests/support/ForkedChild.h"
-#include "tests/support/InterruptedPipe.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/SystemCalls.h"
 #include "tests/support/SystemLog.h"
@@ -33,6 +32,10 @@
 #endif
 
 int launcher_main(int argc, char** argv);
+
+#ifdef __linux__
+#include "tests/support/InterruptedPipe.h"
+#endif
 
 namespace {
 

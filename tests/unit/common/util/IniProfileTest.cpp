@@ -18,8 +18,11 @@
 #include "tests/support/Allocations.h"
 #include "tests/support/Bounded.h"
 #include "tests/support/IniProfileOracle.h"
-#include "tests/support/InterruptedPipe.h"
 #include "tests/support/TempDir.h"
+
+#ifdef __linux__
+#include "tests/support/InterruptedPipe.h"
+#endif
 
 namespace {
 

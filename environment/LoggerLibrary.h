@@ -12,7 +12,8 @@
 // VERBOSE < DEBUG < MESSAGE < WARNING < ERROR < CRITICAL.
 //
 // Deliberate: LOGLEVEL_VERBOSE is 17, not a bit of its own. Logger libraries
-// are built with these values and would mistake a new value for another level.
+// that were built separately know it by this value, and would take any other
+// value for another level.
 enum LOGLEVEL : int {
   LOGLEVEL_DEBUG = 1,
   LOGLEVEL_MESSAGE = 2,
@@ -70,10 +71,12 @@ extern "C" {
 // there. Must be called once, before any other thread uses the library.
 int InitLogger(const char* directory);
 
-// Makes the logger `name` and stores it in `*logger`. `version` is the
-// `kLoggerInterfaceVersion` that the caller was built with. Returns 0, or an
-// errno value and leaves `*logger` alone. Must be called after `InitLogger` has
-// returned 0.
+// Makes a logger that writes to `name`.log in the directory, and stores it in
+// `*logger`. `name` has 1 to 200 bytes without "/". A name like "x.1" must not
+// be in one directory with "x", whose old files have such names. `version` is
+// the `kLoggerInterfaceVersion` that the caller was built with. Returns 0, or
+// an errno value and leaves `*logger` alone. Must be called after `InitLogger`
+// has returned 0.
 int GetLogger(int version, const char* name, LOGLEVEL threshold, ILog** logger);
 
 }  // extern "C"

@@ -1,8 +1,9 @@
 // The library's own descriptors and the files they refer to.
 //
-// The descriptors that the library keeps are never 0, 1 or 2. The launcher
-// closes these, and text for a standard stream would otherwise go into the log.
-// `execv` closes the library's.
+// The library never keeps descriptor 0, 1 or 2. The launcher closes these
+// three, so a file that is opened later could get one of their numbers, and
+// text for a standard stream would then go into the log. `execv` closes all
+// descriptors that the library keeps.
 
 #pragma once
 
@@ -76,7 +77,7 @@ Descriptor OpenLog(const char* path);
 // but a forked child could find it held by a thread that does not exist in the
 // child, and wait forever. dup2 would put the new file under the old number,
 // but without close-on-exec until a second call; a program started in between
-// would inherit the log.
+// would inherit the log. (macOS has no dup3.)
 //
 // So this class counts the users, and replaces the descriptor only while there
 // are none. Otherwise the thread with the new descriptor writes its line there

@@ -73,8 +73,8 @@ bool IsPlain(std::string_view text) {
   return true;
 }
 
-// A character that must not be shown is escaped byte by byte: without its first
-// byte, the others are not UTF-8.
+// Escaping the first byte of a character that must not be shown is enough: the
+// loop then finds the others alone, which is not UTF-8, and escapes them, too.
 char* Escape(std::string_view text, char* out) {
   while (!text.empty()) {
     const std::size_t length = ShownCharacter(text);

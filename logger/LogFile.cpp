@@ -70,8 +70,8 @@ bool Has(int descriptor, off_t offset, std::string_view text) {
 // thread or forked child made it. 0 when it has not been used yet.
 off_t EndOfLastWrite(int descriptor) { return lseek(descriptor, 0, SEEK_CUR); }
 
-// Whether `now` is less than `age` after `time`. It is not when the clock has
-// been set back.
+// Whether `now` is less than `age` after `time`. False when the clock has
+// been set back to before `time`.
 bool IsWithin(LogTime::duration age, const std::atomic<LogTime>& time,
               LogTime now) {
   const auto passed = now - time.load();
@@ -125,7 +125,8 @@ bool LogFile::HasLookedRecently(LogTime now) const {
 }
 
 // Ends a fragment at the end of the open file, and remembers this look. Returns
-// false if that is not the file at the path, or the fragment cannot be ended.
+// false if the open file is not the file at the path, or the fragment cannot be
+// ended.
 bool LogFile::Look(const SharedDescriptor::Use& use, LogTime now) {
   const auto state = StateAt(AT_FDCWD, path_.c_str());
   if (!state || !state->IsSameFile(use.state()) ||

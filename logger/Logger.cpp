@@ -33,20 +33,24 @@ int Logger::Open() {
   if (const int error = WatchForks()) {
     return error;
   }
+  if (const int error = file_.Open()) {
+    return error;
+  }
   void* const memory = mmap(nullptr, sizeof(LostLines), PROT_READ | PROT_WRITE,
                             MAP_SHARED | MAP_ANON, -1, 0);
   if (memory == MAP_FAILED) {
     return errno;
   }
   lost_ = ::new (memory) LostLines{};
-  return file_.Open();
+  return 0;
 }
 
-// From here to the `write`, no function takes a lock that another thread may
-// have held at a fork, reads the time zone, uses stdio's streams or has a
-// function-local static. A forked child of a threaded process may log, and
-// would wait for such a lock forever. A test compares every function that these
-// sources call, all but EntryPoints.cpp, with a list of those allowed.
+// From here to the `write`, no function reads the time zone, uses stdio's
+// streams, has a function-local static or takes a lock that another thread may
+// have held at a fork, except malloc's, which `fork` releases in the child. A
+// forked child of a threaded process may log, and would wait for such a lock
+// forever. A test compares every function that the library's sources, except
+// EntryPoints.cpp, call with a list of the allowed ones.
 void Logger::LogV(LOGLEVEL level, const char* format,
                   va_list arguments) noexcept {
   if (Severity(level) < threshold_) {

@@ -1,6 +1,5 @@
 #include "logger/Rotation.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/file.h>
@@ -74,22 +73,26 @@ Rotation::Rotation(const std::string& directory, const std::string& name,
       old_files_(old_files) {}
 
 bool Rotation::Rotate(const FileState& full) const {
-  const Descriptor directory =
+  Descriptor opened =
       Open(AT_FDCWD, directory_.c_str(), O_RDONLY | O_DIRECTORY);
-  if (!directory.IsOpen()) {
+  const std::unique_ptr<DIR, CloseDirectory> listing(
+      fdopendir(opened.number()));
+  if (listing == nullptr) {
     return false;
   }
-  DirectoryLock lock(directory.number());
+  opened.Release();
+  const int directory = dirfd(listing.get());
+  DirectoryLock lock(directory);
   for (int chance = 0; !lock.Take() && chance < kChances; ++chance) {
     sched_yield();
-    if (!IsAtPath(directory.number(), full)) {
+    if (!IsAtPath(directory, full)) {
       return true;
     }
   }
-  if (!SetAside(directory.number(), full)) {
+  if (!SetAside(directory, full)) {
     return false;
   }
-  TidyUp(directory.number(), lock.Take());
+  TidyUp(listing.get(), lock.Take());
   return true;
 }
 
@@ -116,11 +119,12 @@ bool Rotation::SetAside(int directory, const FileState& full) const {
 
 // Removes the oldest files while there are too many. When `locked`, also
 // numbers the files set aside.
-void Rotation::TidyUp(int directory, bool locked) const {
+void Rotation::TidyUp(DIR* listing, bool locked) const {
+  const int directory = dirfd(listing);
   // The last file set aside that could not be numbered or removed.
   FileName skipped{};
   for (int step = 0; step < kMaxSteps;) {
-    const OldFiles files = List(directory, skipped);
+    const OldFiles files = List(listing, skipped);
     const bool too_many = files.numbered + files.aside > old_files_ + 1;
     if (too_many && RemoveOldestNumbered(directory, files.highest) != 0) {
       ++step;
@@ -141,17 +145,11 @@ void Rotation::TidyUp(int directory, bool locked) const {
 
 // Counts the old files, and finds the oldest file set aside whose name comes
 // after `skipped`.
-Rotation::OldFiles Rotation::List(int directory,
-                                  const FileName& skipped) const {
+Rotation::OldFiles Rotation::List(DIR* listing, const FileName& skipped) const {
   OldFiles files;
-  Descriptor listed = Open(directory, ".", O_RDONLY | O_DIRECTORY);
-  const std::unique_ptr<DIR, CloseDirectory> list(fdopendir(listed.number()));
-  if (list == nullptr) {
-    return files;
-  }
-  listed.Release();
-  while (const dirent* const entry = readdir(list.get())) {
-    if (KindOf(directory, entry->d_name) == Kind::kFile) {
+  rewinddir(listing);
+  while (const dirent* const entry = readdir(listing)) {
+    if (KindOf(dirfd(listing), entry->d_name) == Kind::kFile) {
       Count(entry->d_name, skipped, &files);
     }
   }
@@ -258,10 +256,13 @@ Rotation::FileName Rotation::NewNameAside(int directory) const {
 }
 
 bool Rotation::IsNameAside(std::string_view file) const {
-  if (!file.starts_with(name_) || !file.ends_with(kAsideSuffix)) {
+  if (!file.starts_with(name_)) {
     return false;
   }
   file.remove_prefix(name_.size());
+  if (!file.ends_with(kAsideSuffix)) {
+    return false;
+  }
   file.remove_suffix(kAsideSuffix.size());
   return file.starts_with('.') &&
          file.find_first_not_of("0123456789-", 1) == std::string_view::npos;

@@ -40,6 +40,8 @@
 
 #pragma once
 
+#include <dirent.h>
+
 #include <array>
 #include <cstddef>
 #include <string>
@@ -54,8 +56,8 @@ class Rotation {
   Rotation(const std::string& directory, const std::string& name,
            int old_files);
 
-  // The names that a rotation makes from a name this long are not too long for
-  // the system.
+  // From a name of up to this length, a rotation makes no name that is too long
+  // for the system.
   static constexpr std::size_t kMaxNameBytes = 200;
 
   // Sets `full` aside if it is the file at the log's path, and numbers the
@@ -85,8 +87,8 @@ class Rotation {
 
   bool IsAtPath(int directory, const FileState& file) const;
   bool SetAside(int directory, const FileState& full) const;
-  void TidyUp(int directory, bool locked) const;
-  OldFiles List(int directory, const FileName& skipped) const;
+  void TidyUp(DIR* listing, bool locked) const;
+  OldFiles List(DIR* listing, const FileName& skipped) const;
   void Count(const char* file, const FileName& skipped, OldFiles* files) const;
   bool NumberFile(int directory, const FileName& aside) const;
   int MakeNumberFree(int directory) const;

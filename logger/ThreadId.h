@@ -16,10 +16,10 @@ struct CallerIds {
 // nothing.
 int WatchForks();
 
-// The caller's ids. On every platform, the first thread of a forked child has
-// the child's process id as its thread id. A reader of the log recognises the
-// child by that: in the launcher, only the main thread may have it, and only on
-// Linux. Takes no lock.
+// The caller's ids. On every platform, they are equal in the first thread of a
+// forked child, and a reader of the log recognises the child by that: in the
+// launcher itself no thread has equal ids, except the main thread on Linux.
+// Takes no lock.
 CallerIds GetCallerIds();
 
 // The id that the system's own tools show for the calling thread. Only this

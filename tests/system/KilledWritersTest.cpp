@@ -130,9 +130,9 @@ TEST_F(KilledWritersTest, GlueHardlyAnyLineOfAWriterThatPauses) {
   EXPECT_GT(survivors_lines_, 0);
 }
 
-TEST_F(KilledWritersTest, GlueNoLineToAShortFragment) {
+TEST_F(KilledWritersTest, GlueHardlyAnyLineToAShortFragment) {
   Run({100, microseconds(200)});
-  EXPECT_EQ(glued_, 0);
+  EXPECT_LE(glued_, kMostGlued);
   EXPECT_GT(survivors_lines_, 0);
 }
 

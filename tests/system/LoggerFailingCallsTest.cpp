@@ -419,7 +419,6 @@ TEST_F(AfterAnothersLineTest, StillSeparatesLinesALittleLater) {
   LogAfterAFragment();
 }
 
-// Two threads share the descriptor's position.
 TEST_F(AfterAnothersLineTest, SparesLaterLinesTheCheck) {
   g_clock = kNow + LogTime::duration(kMaxOthersAge).count();
   g_seeks = 0;
@@ -427,6 +426,7 @@ TEST_F(AfterAnothersLineTest, SparesLaterLinesTheCheck) {
   EXPECT_EQ(g_seeks, 0);
 }
 
+// Another thread's `write` moves the position that the threads share.
 TEST_F(AfterAnothersLineTest, DoesNotTouchALineWhosePlaceIsUnknown) {
   g_on_write = [](int file, const void* data, std::size_t bytes) {
     g_on_write = nullptr;
@@ -576,8 +576,8 @@ TEST_P(StoppedRotationTest, DelaysNoOtherWriterAndIsFinishedLater) {
 INSTANTIATE_TEST_SUITE_P(BeforeRename, StoppedRotationTest,
                          testing::Range(1, 5));
 
-// The log is renamed after a line that looked at its path; the clock has
-// stopped.
+// The log is renamed just after its logger has looked at the path. The clock
+// moves only when a test sets it.
 class LookTest : public Fault {
  protected:
   LookTest() {
@@ -605,7 +605,7 @@ TEST_F(LookTest, IsRepeatedWhenTheClockIsSetBack) {
 }
 
 TEST_F(LookTest, IsRepeatedAfterManyBytesOfTheLoggersOwn) {
-  // Together with the second line, one byte short of repeating the look.
+  // Together with the second line, one byte less than repeats the look.
   const std::size_t bytes = std::size_t{kMaxLookGrowth} - 1 - LineBytes();
   const std::string text(bytes - (LineBytes() - 1), '=');
   Log(text);

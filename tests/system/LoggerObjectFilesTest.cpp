@@ -42,11 +42,14 @@ TEST(Library, ExportsItsTwoEntryPointsAndNothingElse) {
 // function that takes a lock that another thread may have held at the fork,
 // reads the time zone or uses stdio's streams.
 const Names kAllowed{
-    // From LogV to the `write`, rotation included. readdir locks only the
-    // listing that the rotation has opened; fork repairs malloc.
+    // From LogV to the `write`, rotation included. readdir and
+    // rewinddir lock only the listing that the rotation has opened; fork
+    // repairs
+    // malloc.
     "__errno_location",
     "close",
     "closedir",
+    "dirfd",
     "fcntl",
     "fcntl64",
     "fdopendir",
@@ -79,6 +82,7 @@ const Names kAllowed{
     "pwrite",
     "pwrite64",
     "readdir",
+    "rewinddir",
     "readdir64",
     "renameat",
     "sched_yield",
@@ -110,7 +114,7 @@ const Names kAllowed{
     "__stack_chk_fail",
     "_ZSt21__glibcxx_assert_failPKciS0_S0_",
 #ifdef _LIBCPP_VERSION
-    // This library's std::string throws inline when it becomes too long.
+    // libc++'s std::string throws inline when it becomes too long.
     "_ZNSt11logic_errorC2EPKc",
     "_ZNSt12length_errorD1Ev",
     "_ZNSt12out_of_rangeD1Ev",
@@ -150,7 +154,8 @@ bool IsInstrumented(const Names& names) {
   });
 }
 
-// A hardened build calls "__read_chk" for "read": the same, after a comparison.
+// A hardened build calls "__read_chk" instead of "read": the same after a check
+// of the size.
 std::string WithoutChecks(const std::string& name) {
   constexpr std::string_view kPrefix = "__";
   constexpr std::string_view kSuffix = "_chk";

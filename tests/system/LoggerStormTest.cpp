@@ -165,15 +165,15 @@ constexpr off_t kSmallFile = 100'000;
 // Large enough for many lines between two rotations.
 constexpr off_t kLargeFile = 2'000'000;
 
-TEST(Storm, LosesTearsAndDoublesNothing) {
+TEST(Storm, NeverLosesTearsOrDoublesALine) {
   RunStorm({8, 4, 2'000, kSmallFile});
 }
 
-TEST(Storm, LosesTearsAndDoublesNothingInLargeFiles) {
+TEST(Storm, NeverLosesTearsOrDoublesALineInLargeFiles) {
   RunStorm({8, 4, 2'000, kLargeFile});
 }
 
-TEST(Storm, LosesTearsAndDoublesNothingWhenEveryFileHoldsFewLines) {
+TEST(Storm, NeverLosesTearsOrDoublesALineWhenEveryFileHoldsFewLines) {
   RunStorm({4, 4, 200, 1'000});
 }
 
@@ -209,11 +209,11 @@ TEST(Storm, DoesNotMistakeALongLineBeingWrittenForAFragment) {
 
 TEST(Storm, LetsForkedChildrenLog) { RunForks(300); }
 
-TEST(Soak, LosesTearsAndDoublesNothing) {
+TEST(Soak, NeverLosesTearsOrDoublesALine) {
   RunStorm({8, 4, 20'000, kSmallFile});
 }
 
-TEST(Soak, LosesTearsAndDoublesNothingInLargeFiles) {
+TEST(Soak, NeverLosesTearsOrDoublesALineInLargeFiles) {
   RunStorm({8, 4, 20'000, kLargeFile});
 }
 

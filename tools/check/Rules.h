@@ -151,8 +151,8 @@ inline constexpr Rule kAll[] = {
      "name the program that uses the library"},
     {"program-env", kWarning,
      "\"env\" ends with exit status 127, at each start",
-     "write the interpreter's absolute path after \"#!\", or put it into the "
-     "launcher's own PATH"},
+     "write the interpreter's absolute path after \"#!\", or add its directory "
+     "to the launcher's own PATH"},
     {"program-env-loop", kError,
      "\"env\" executes the script itself again and again at full processor "
      "load",

@@ -79,7 +79,7 @@ std::string LauncherText(const History& history, const Present& present) {
   }
   const LauncherSeen last = history.Launchers().back();
   return "launchers: " + std::to_string(history.LauncherCount()) +
-         ", last at " + TimeText(last.last) + ": process " +
+         ", last line at " + TimeText(last.last) + " by process " +
          std::to_string(last.process) +
          (present.exists(last.process) ? "" : ", no longer there") +
          "\nlevel: " +

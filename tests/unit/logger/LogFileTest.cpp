@@ -191,6 +191,19 @@ TEST_F(NoDescriptorTest, LosesNoLineOfAFullFile) {
   }
 }
 
+TEST_F(NoDescriptorTest, KeepsTheNumberOfFiles) {
+  const auto limit = static_cast<off_t>(2 * LineBytes());
+  constexpr int kOldFiles = 2;
+  for (int left = 0; left <= 3; ++left) {
+    EXPECT_TRUE(PassesInForkedChild([&] {
+      Logger& logger = Open({limit, kOldFiles});
+      UseUpDescriptors(left);
+      LogNumbers(logger, 1, 40);
+    }));
+    EXPECT_LE(FilesIn(logs_).size(), kOldFiles + 2U) << left;
+  }
+}
+
 TEST_F(NoDescriptorTest, RotatesOnceThereAreDescriptors) {
   EXPECT_TRUE(PassesInForkedChild([&] {
     const std::size_t line = LineBytes();
@@ -269,7 +282,8 @@ TEST_F(FileSizeLimitTest, LosesNoLineWhenItIsLoweredLater) {
     LogNumbers(logger, 4, 1);
     const auto lines = ReadLines(Old(1));
     ASSERT_EQ(lines.size(), 4U);
-    EXPECT_EQ(lines[3].size(), 9U) << "the part that was written, ended";
+    EXPECT_EQ(lines[3].size(), 9U)
+        << "the part that was written, with a line feed as its last byte";
     EXPECT_EQ(ReadMessages(log_), Numbers(4, 1));
     SetLimit(1'000'000);
     LogNumbers(logger, 5, 9);

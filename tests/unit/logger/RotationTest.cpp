@@ -19,6 +19,7 @@
 #include <sys/syscall.h>
 #endif
 
+#include "tests/support/Files.h"
 #include "tests/support/LoggerFixture.h"
 #include "tests/support/Sandbox.h"
 
@@ -139,6 +140,14 @@ TEST_F(RotationTest, LeavesTheFilesOfOtherLoggersAlone) {
     EXPECT_TRUE(fs::exists(logs_ / other)) << other;
   }
   EXPECT_EQ(FilesIn(logs_).size(), others.size() + 3);
+}
+
+TEST_F(RotationTest, LeavesAFileAloneWhoseNameOverlapsASuffix) {
+  dir_.Write("logs/y.full", "theirs");
+  Logger logger(logs_, "y.f", LOGLEVEL_DEBUG, {1, 1});
+  ASSERT_EQ(logger.Open(), 0);
+  LogNumbers(logger, 1, 3);
+  EXPECT_EQ(ReadFile(logs_ / "y.full"), "theirs");
 }
 
 TEST_F(RotationTest, DoesNotWaitForTheLockOfARotation) {

@@ -69,7 +69,7 @@ TEST(LogReport, IsATable) {
           .Table(kAnyWidth),
       "/l/launcher.log and 1 older\n"
       "2026-11-21T06:20:31Z to 2026-11-21T06:20:39Z, lines: 4\n"
-      "launchers: 1, last at 2026-11-21T06:20:39Z: process 10\n"
+      "launchers: 1, last line at 2026-11-21T06:20:39Z by process 10\n"
       "level: DEBUG\n"
       "\n"
       "ITEM   STARTS ENDS AGO /MIN WORST LONGEST  UP  STATE     ENDED BY\n"
@@ -95,7 +95,7 @@ TEST(LogReport, SaysThatTheLauncherIsGone) {
   Report report = At(history, kSecond);
   report.present.exists = &IsNone;
   const std::string text = report.Table(kAnyWidth);
-  EXPECT_TRUE(Has(text, ": process 10, no longer there\n"));
+  EXPECT_TRUE(Has(text, " by process 10, no longer there\n"));
   EXPECT_TRUE(Has(text, "  gone   -\n")) << text;
   EXPECT_TRUE(Has(text, "gone (launcher no longer there): a\n"));
 }

@@ -176,7 +176,10 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(R"({"name": "tick"})",
                     R"({"name": "tick", "program": null})",
                     R"({"name": "tick", "program": ""})",
-                    R"({"name": "tick", "program": "\u0000/bin/true"})"));
+                    R"({"name": "tick", "program": "\u0000/bin/true"})",
+                    // These arguments would end the child by SIGABRT.
+                    R"({"name": "tick", "argc": "1"})",
+                    R"({"name": "tick", "argc": 1, "args": ["a"]})"));
 
 // A program that cannot be executed.
 

@@ -7,7 +7,7 @@
 #include <chrono>
 #include <filesystem>
 #include <functional>
-#include <optional>
+#include <string_view>
 #include <system_error>
 #include <thread>
 #include <type_traits>
@@ -18,9 +18,25 @@
 #include "tests/support/StackGuard.h"
 #include "tests/unit/launcher/ChildProcFixture.h"
 
+#ifdef __linux__
+#include <sys/syscall.h>
+#endif
+
 namespace {
 
 using std::chrono::steady_clock;
+
+// Expects `least` or more starts after an end, none too soon after it.
+void ExpectPauses(const std::vector<LogRecord>& records, int least) {
+  int pauses = 0;
+  for (std::size_t i = 1; i < records.size(); ++i) {
+    if (records[i - 1].format == kEndMessage) {
+      EXPECT_GE(records[i].time - records[i - 1].time, kRestartPause);
+      ++pauses;
+    }
+  }
+  EXPECT_GE(pauses, least);
+}
 
 TEST(ChildProc, IsAPlainClassThatCannotBeCopied) {
   EXPECT_FALSE(std::is_polymorphic_v<ChildProc>);
@@ -207,18 +223,38 @@ TEST_F(ChildProcTest, StartsAgainNoSoonerThanFiftyMillisecondsAfterAnEnd) {
   Start(Shell("exit 0"));
   Await(kStartMessage, 6);
   child_.reset();
-  std::optional<std::chrono::nanoseconds> end;
-  int pauses = 0;
-  for (const LogRecord& record : Records()) {
-    if (record.format == kEndMessage) {
-      end = record.time;
-    } else if (end) {
-      EXPECT_GE(record.time - *end, kRestartPause);
-      ++pauses;
-    }
-  }
-  EXPECT_GE(pauses, 5);
+  ExpectPauses(Records(), 5);
 }
+
+#ifdef __linux__
+
+TEST_F(ChildProcTest, PausesForFiftyMillisecondsDespiteSignals) {
+  constexpr int kSignals = 5;
+  static std::atomic<int> interruptions;
+  interruptions = 0;
+  // Restarts waitpid. Nothing restarts a pause.
+  struct sigaction interrupting {};
+  interrupting.sa_handler = [](int) { ++interruptions; };
+  interrupting.sa_flags = SA_RESTART;
+  struct sigaction before {};
+  ASSERT_EQ(sigaction(SIGUSR1, &interrupting, &before), 0);
+  std::atomic<pid_t> thread = 0;
+  system_calls::OnThreadStart([&thread] { thread = gettid(); });
+  Start(Shell("exit 0"));
+  for (int i = 1; i <= kSignals; ++i) {
+    EXPECT_TRUE(Eventually([&] {
+      return thread != 0 && IsBlockedIn(getpid(), thread, SYS_clock_nanosleep);
+    }));
+    SignalThread(getpid(), thread, SIGUSR1);
+    EXPECT_TRUE(Eventually([&] { return interruptions == i; }));
+  }
+  Await(kStartMessage, Records(kEndMessage).size() + 1);
+  child_.reset();
+  sigaction(SIGUSR1, &before, nullptr);
+  ExpectPauses(Records(), 1);
+}
+
+#endif
 
 TEST_F(ChildProcTest, StartsAgainWithoutLimitOrGrowingDelay) {
   constexpr std::size_t kCycles = 40;
@@ -251,11 +287,17 @@ TEST_F(ChildProcTest, LogsAFailedWaitAndGoesOn) {
     *status = 0;
     return -1;
   });
+  LogPauses();
   Start(Shell("exit 1"));
-  const LoggedEnd end = EndIn(Await(kEndMessage, 2).at(0)).value();
+  Await(kStartMessage, 2);
+  const auto records = Records();
+  EXPECT_EQ(records.at(0).format, kStartMessage);
+  const LoggedEnd end = EndIn(records.at(1)).value();
   EXPECT_GT(end.child, 0);
   EXPECT_EQ(end.ret, -1);
   EXPECT_EQ(end.status, 0);
+  EXPECT_EQ(records.at(2).message, kFiftyMilliseconds);
+  EXPECT_EQ(records.at(3).format, kStartMessage);
 }
 
 TEST_F(ChildProcTest, KeepsItsOwnCopyOfTheItem) {
@@ -332,6 +374,45 @@ TEST_F(ChildProcTest, GivesUpAfterAFailedFork) {
   EXPECT_EQ(forks_, 1);
   EXPECT_EQ(FieldOf<kPid>(*child_), -1);
   EXPECT_TRUE(Eventually([&] { return !FieldOf<kRunning>(*child_); }));
+}
+
+// A logger that sees the process id of a ChildProc at a failed fork.
+class FailedForkLog final : public ILog {
+ public:
+  explicit FailedForkLog(const std::unique_ptr<ChildProc>& child)
+      : child_(child) {}
+
+  void LogV(LOGLEVEL, const char* format, va_list) override {
+    if (format == std::string_view(kForkFailedMessage)) {
+      process_ = FieldOf<kPid>(*child_).load();
+      has_logged_ = true;
+    }
+  }
+
+  // Waits for the failed fork.
+  int Process() const {
+    EXPECT_TRUE(Eventually([this] { return has_logged_.load(); }));
+    return process_;
+  }
+
+ private:
+  const std::unique_ptr<ChildProc>& child_;
+  std::atomic<int> process_ = 0;
+  std::atomic<bool> has_logged_ = false;
+};
+
+// A logger may stop the item there.
+TEST_F(ChildProcTest, KeepsTheResultOfAFailedForkBeforeItLogs) {
+  FailedForkLog log(child_);
+  logger = &log;
+  system_calls::OnFork([this] {
+    AwaitGoingOn();
+    return -1;
+  });
+  Start(Item(kSleeper));
+  may_go_on_ = true;
+  EXPECT_EQ(log.Process(), -1);
+  child_.reset();
 }
 
 TEST_F(ChildProcTest, DestroyingAfterAFailedForkSignalsEveryProcess) {

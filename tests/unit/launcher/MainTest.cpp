@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <thread>
 #include <vector>
 
@@ -334,6 +335,31 @@ TEST_F(MainTest, WaitsWithItsMutex) {
               return released ? 0 : 1;
             }),
             0);
+}
+
+// jsoncpp reports that neither as a faulty text nor as a wrong type.
+TEST_F(MainTest, EndsWithZeroWhenTheItemsAreNestedTooDeeply) {
+  const std::string file = WriteItems(std::string(1001, '['));
+  EXPECT_EQ(InForkedChild([&] { return Main(file); }), 0);
+  EXPECT_EQ(Logged().back(), std::pair(8, std::string(kParseFailedMessage)));
+}
+
+// The blanks make every buffer for the whole file larger than one for the name.
+TEST_F(MainTest, EndsWithZeroWhenItHasNoMemoryForAName) {
+  static constexpr std::size_t kNameBytes = 5000;
+  const std::string file =
+      WriteItems(R"({"0": {"name": ")" + std::string(kNameBytes, 'x') + "\"}}" +
+                 std::string(2 * kNameBytes, ' '));
+  EXPECT_EQ(InForkedChild([&] {
+              g_on_allocation = [](std::size_t bytes) {
+                if (bytes > kNameBytes && bytes < kNameBytes + 100) {
+                  throw std::bad_alloc();
+                }
+              };
+              return Main(file);
+            }),
+            0);
+  EXPECT_EQ(Logged().back(), std::pair(8, std::string(kParseFailedMessage)));
 }
 
 // The items that still run are stopped by exit-time destruction.

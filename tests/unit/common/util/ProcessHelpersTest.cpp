@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -23,6 +24,7 @@
 #include "tests/support/AnotherUser.h"
 #include "tests/support/FakeExecutablePath.h"
 #include "tests/support/ForkedChild.h"
+#include "tests/support/Poll.h"
 #include "tests/support/TempDir.h"
 
 namespace {
@@ -144,6 +146,24 @@ TEST(Pexec, ContinuesAfterAnInterruptedRead) {
   setitimer(ITIMER_REAL, &kStopped, nullptr);
   sigaction(SIGALRM, &before, nullptr);
   EXPECT_EQ(output, "late\n");
+}
+
+// Each read that would wait fails.
+TEST(Pexec, ContinuesAfterReadsThatFindNothing) {
+  const TempDir folder;
+  const std::string mark = folder.Path() / "mark";
+  std::thread changer([&, output = NextDescriptor()] {
+    struct stat state {};
+    EXPECT_TRUE(Eventually(
+        [&] { return fstat(output, &state) == 0 && S_ISFIFO(state.st_mode); }));
+    EXPECT_EQ(fcntl(output, F_SETFL, O_NONBLOCK), 0);
+    folder.Write("mark", "");
+  });
+  EXPECT_EQ(pexec("until [ -e '" + mark +
+                  "' ]; do sleep 0.01; done; "
+                  "sleep 0.3; echo a; sleep 0.3; echo late"),
+            "a\nlate\n");
+  changer.join();
 }
 
 TEST(Pexec, ServesSeveralThreadsAtOnce) {

@@ -101,6 +101,19 @@ TYPED_TEST(Split, SeparatesAtEveryMatchOfTheExpression) {
   EXPECT_EQ(this->Pieces("axbXc", "x"), this->Texts({"a", "bXc"}));
 }
 
+TYPED_TEST(Split, AnchorsTheExpressionAtTheEndsOfTheWholeText) {
+  EXPECT_EQ(this->Pieces("aab", "^a"), this->Texts({"", "ab"}));
+  EXPECT_EQ(this->Pieces("aba", "a$"), this->Texts({"ab"}));
+}
+
+// The standard libraries differ in the tokens between empty matches inside a
+// text, but not in their number.
+TYPED_TEST(Split, SeparatesAtEmptyMatches) {
+  EXPECT_EQ(this->Pieces("ab", "^"), this->Texts({"", "ab"}));
+  EXPECT_EQ(this->Pieces("abc", "").size(), 4U);
+  EXPECT_EQ(this->Pieces("abc", "x*").size(), 4U);
+}
+
 TYPED_TEST(Split, LeavesOutCaptures) {
   EXPECT_EQ(this->Pieces("a-(b)-c", "-(\\()?"), this->Texts({"a", "b)", "c"}));
 }

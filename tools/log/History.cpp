@@ -23,20 +23,22 @@ constexpr std::size_t kMaxLaunchers = 256;
 }  // namespace
 
 void MinuteRate::Add(std::int64_t second) {
-  if (!seconds_.empty()) {
-    second = std::max(second, seconds_.back());
+  if (seconds_.empty() || seconds_.back().second < second) {
+    std::erase_if(seconds_, [&](const Second& one) {
+      return one.second <= second - kMinuteSeconds;
+    });
+    seconds_.push_back({second, 0});
   }
-  seconds_.push_back(second);
-  while (seconds_.front() <= second - kMinuteSeconds) {
-    seconds_.pop_front();
-  }
-  worst_ = std::max<std::uint64_t>(worst_, seconds_.size());
+  ++seconds_.back().events;
+  worst_ = std::max(worst_, At(seconds_.back().second));
 }
 
 std::uint64_t MinuteRate::At(std::int64_t second) const {
-  const auto first =
-      std::ranges::upper_bound(seconds_, second - kMinuteSeconds);
-  return static_cast<std::uint64_t>(seconds_.end() - first);
+  std::uint64_t sum = 0;
+  for (const Second& one : seconds_) {
+    sum += one.second > second - kMinuteSeconds ? one.events : 0;
+  }
+  return sum;
 }
 
 ItemState ItemHistory::StateAt(Micros now) const {

@@ -6,7 +6,7 @@
 // A supervision thread serves one item, so the process and thread ids of a line
 // show which end follows which start.
 //
-// Memory grows with the items and with the ends in a minute, not with the log.
+// Memory grows with the items, not with the log.
 
 #pragma once
 
@@ -39,7 +39,12 @@ class MinuteRate {
   std::uint64_t Worst() const { return worst_; }
 
  private:
-  std::deque<std::int64_t> seconds_;  // of the last minute's events, in order
+  struct Second {
+    std::int64_t second;
+    std::uint64_t events;
+  };
+
+  std::vector<Second> seconds_;  // of the last minute, the latest last
   std::uint64_t worst_ = 0;
 };
 

@@ -161,6 +161,7 @@ class ChildProcEmptyPathTest : public ChildProcTest,
 };
 
 TEST_P(ChildProcEmptyPathTest, TheChildLogsItAndEndsWithStatusZero) {
+  LogPauses();
   Start(GetParam());
   const LogRecord empty = Await(kNoProgramMessage, 3).at(0);
   EXPECT_EQ(empty.level, 8);
@@ -169,6 +170,9 @@ TEST_P(ChildProcEmptyPathTest, TheChildLogsItAndEndsWithStatusZero) {
   EXPECT_EQ(Await(kEndMessage, 1).at(0).message,
             Message(kEndMessage, "tick", empty.process, empty.process, 0));
   EXPECT_TRUE(system_calls::Execs().empty());
+  for (const LogRecord& pause : Records(kPauseFormat)) {
+    EXPECT_NE(pause.process, empty.process);
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(

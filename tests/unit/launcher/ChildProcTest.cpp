@@ -366,6 +366,7 @@ TEST_F(ChildProcTest, GivesUpAfterAFailedFork) {
     errno = EAGAIN;
     return -1;
   });
+  LogPauses();
   Start(Item(kSleeper));
   const LogRecord failure = Await(kForkFailedMessage, 1).at(0);
   EXPECT_EQ(failure.level, 8);
@@ -374,6 +375,10 @@ TEST_F(ChildProcTest, GivesUpAfterAFailedFork) {
   EXPECT_EQ(forks_, 1);
   EXPECT_EQ(FieldOf<kPid>(*child_), -1);
   EXPECT_TRUE(Eventually([&] { return !FieldOf<kRunning>(*child_); }));
+  child_.reset();
+  EXPECT_EQ(std::ranges::count(Records(kPauseFormat), kFiftyMilliseconds,
+                               &LogRecord::message),
+            0);
 }
 
 // A logger that sees the process id of a ChildProc at a failed fork.

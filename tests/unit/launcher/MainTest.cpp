@@ -362,6 +362,20 @@ TEST_F(MainTest, EndsWithZeroWhenItHasNoMemoryForAName) {
   EXPECT_EQ(Logged().back(), std::pair(8, std::string(kParseFailedMessage)));
 }
 
+TEST_F(MainTest, AbortsWhenItHasNoMemoryForTheFile) {
+  static constexpr std::size_t kFileBytes = 100'000;
+  const std::string file = WriteItems("{}" + std::string(kFileBytes, ' '));
+  EXPECT_EQ(InForkedChild([&]() noexcept {
+              g_on_allocation = [](std::size_t bytes) {
+                if (bytes > kFileBytes / 2) {
+                  throw std::bad_alloc();
+                }
+              };
+              return Main(file);
+            }),
+            -SIGABRT);
+}
+
 // The items that still run are stopped by exit-time destruction.
 TEST_F(MainTest, AnyWakeUpEndsItsWaitThoughItemsRun) {
   const std::string file = WriteItems(ItemsFile({Sleeper("a"), Sleeper("b")}));

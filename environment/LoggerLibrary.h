@@ -32,7 +32,7 @@ enum LOGLEVEL : int {
 // call the wrong function of a library that was built separately.
 class ILog {
  public:
-  // Writes `message` unchanged, '%' included, through `LogV`.
+  // Writes `message` through `LogV`; '%' has no special meaning in it.
   virtual void LogText(LOGLEVEL level, const char* message) {
     Log(level, "%s", message);
   }
@@ -68,15 +68,15 @@ extern "C" {
 
 // Prepares `directory` to hold the logs. Makes it and its parents if they are
 // missing. Returns 0, or an errno value that says why logs cannot be written
-// there. Must be called once, before any other thread uses the library.
+// there. Must be called before any other thread uses the library.
 int InitLogger(const char* directory);
 
 // Makes a logger that writes to `name`.log in the directory, and stores it in
-// `*logger`. `name` has 1 to 200 bytes without "/". A name like "x.1" must not
-// be in one directory with "x", whose old files have such names. `version` is
-// the `kLoggerInterfaceVersion` that the caller was built with. Returns 0, or
-// an errno value and leaves `*logger` alone. Must be called after `InitLogger`
-// has returned 0.
+// `*logger`. `name` has 1 to 200 bytes without "/". Do not use both "x" and
+// "x.1" in one directory: x.1.log is also the name of an old file of "x".
+// `version` is the `kLoggerInterfaceVersion` that the caller was built with.
+// Returns 0, or an errno value and leaves `*logger` alone. Must be called after
+// `InitLogger` has returned 0.
 int GetLogger(int version, const char* name, LOGLEVEL threshold, ILog** logger);
 
 }  // extern "C"

@@ -14,7 +14,8 @@
 //   \\    a backslash
 //   \xNN  any other byte, as two lower-case hexadecimal digits
 //   \...  the message was cut here; ends the line
-//   \?    formatting failed, and this is the format; ends the line
+//   \?    formatting failed, and the text before it is the printf format; ends
+//         the line
 
 #pragma once
 

@@ -258,8 +258,8 @@ void LogFile::PutLineFeed(int descriptor, off_t offset) const {
   const auto opened = StateOf(file.number());
   const auto written = StateOf(descriptor);
   if (opened && written && opened->IsSameFile(*written)) {
-    // If this fails at the file's end, the next line's writer ends the
-    // fragment.
+    // If this fails and the fragment is still at the end of the file, the
+    // writer of the next line ends it.
     [[maybe_unused]] const ssize_t result =
         pwrite(file.number(), kLineFeed.data(), kLineFeed.size(), offset);
   }

@@ -18,8 +18,8 @@
 // example while the line waits for that process's `write`. So while others
 // write to the file, the logger also checks the byte before each line once the
 // line is written. If that byte belongs to a fragment, the logger replaces it
-// with a line feed. A lone launcher does without this check, which makes a line
-// take half as long again.
+// with a line feed. The check adds half to the time of a line, so a logger that
+// has the file to itself skips it.
 //
 // When a full disk cuts a line, the logger replaces the last byte of the
 // fragment with the line feed: the disk may not have space for another byte.

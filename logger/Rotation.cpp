@@ -51,6 +51,16 @@ struct CloseDirectory {
   void operator()(DIR* directory) const { closedir(directory); }
 };
 
+bool Exists(int directory, const char* name) {
+  struct stat status;
+  return fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+bool IsNumber(std::string_view text) {
+  return !text.empty() &&
+         text.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
 enum class Kind { kNothing, kFile, kObstacle };
 
 // A link counts as a file: it can be renamed and removed like one.
@@ -105,14 +115,14 @@ bool Rotation::SetAside(int directory, const FileState& full) const {
   if (!IsAtPath(directory, full)) {
     return true;
   }
-  const FileName aside = NewNameAside(directory);
+  const FileName aside = NewAsideName(directory);
   if (renameat(directory, log_.c_str(), directory, aside.data()) != 0) {
     return errno == ENOENT;
   }
   const auto moved = StateAt(directory, aside.data());
   if (moved && !moved->IsSameFile(full)) {
     renameat(directory, aside.data(), directory,
-             NewNameAside(directory).data());
+             NewAsideName(directory).data());
   }
   return true;
 }
@@ -161,7 +171,7 @@ void Rotation::Count(const char* file, const FileName& skipped,
   if (const int number = NumberOf(file); number > 0) {
     ++files->numbered;
     files->highest = std::max(files->highest, number);
-  } else if (IsNameAside(file)) {
+  } else if (IsAsideName(file)) {
     ++files->aside;
     FileName& oldest = files->oldest_aside;
     if (std::strcmp(file, skipped.data()) > 0 &&
@@ -242,7 +252,7 @@ int Rotation::NumberOf(std::string_view file) const {
 
 // Names sort by time. When the clock has stopped or was set back, a name may be
 // taken; the next nanosecond gives another one.
-Rotation::FileName Rotation::NewNameAside(int directory) const {
+Rotation::FileName Rotation::NewAsideName(int directory) const {
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   long long time = std::chrono::nanoseconds(now).count();
   FileName file;
@@ -251,11 +261,11 @@ Rotation::FileName Rotation::NewNameAside(int directory) const {
                   time, static_cast<unsigned long long>(ThreadId()),
                   kAsideSuffix.data());
     ++time;
-  } while (KindOf(directory, file.data()) != Kind::kNothing);
+  } while (Exists(directory, file.data()));
   return file;
 }
 
-bool Rotation::IsNameAside(std::string_view file) const {
+bool Rotation::IsAsideName(std::string_view file) const {
   if (!file.starts_with(name_)) {
     return false;
   }
@@ -264,6 +274,8 @@ bool Rotation::IsNameAside(std::string_view file) const {
     return false;
   }
   file.remove_suffix(kAsideSuffix.size());
-  return file.starts_with('.') &&
-         file.find_first_not_of("0123456789-", 1) == std::string_view::npos;
+  const std::size_t hyphen = file.find('-');
+  return file.starts_with('.') && hyphen != std::string_view::npos &&
+         IsNumber(file.substr(1, hyphen - 1)) &&
+         IsNumber(file.substr(hyphen + 1));
 }

@@ -21,7 +21,7 @@
 // files: it would never end if others set files aside faster than it numbers
 // them.
 //
-// A rotation skips obstacles: a number whose name belongs to something other
+// A rotation skips obstacles: a numbered name that belongs to something other
 // than a file, and a file that cannot be renamed. The directory does not grow
 // even if files can never be numbered: every rotation, with or without the
 // lock, removes the oldest files while there are more than `old_files` besides
@@ -56,8 +56,8 @@ class Rotation {
   Rotation(const std::string& directory, const std::string& name,
            int old_files);
 
-  // From a name of up to this length, a rotation makes no name that is too long
-  // for the system.
+  // The length of the longest name. Every file name that a rotation makes from
+  // it is short enough for the system.
   static constexpr std::size_t kMaxNameBytes = 200;
 
   // Sets `full` aside if it is the file at the log's path, and numbers the
@@ -81,8 +81,8 @@ class Rotation {
   };
 
   FileName Numbered(int number) const;
-  FileName NewNameAside(int directory) const;
-  bool IsNameAside(std::string_view file) const;
+  FileName NewAsideName(int directory) const;
+  bool IsAsideName(std::string_view file) const;
   int NumberOf(std::string_view file) const;
 
   bool IsAtPath(int directory, const FileState& file) const;

@@ -16,10 +16,10 @@ struct CallerIds {
 // nothing.
 int WatchForks();
 
-// The caller's ids. On every platform, they are equal in the first thread of a
-// forked child, and a reader of the log recognises the child by that: in the
-// launcher itself no thread has equal ids, except the main thread on Linux.
-// Takes no lock.
+// The caller's ids. In the first thread of a forked child they are equal on
+// every platform. So a reader of the log distinguishes a child's line from a
+// supervision thread's, whose ids always differ. (On Linux the launcher's main
+// thread has equal ids, too.) Takes no lock.
 CallerIds GetCallerIds();
 
 // The id that the system's own tools show for the calling thread. Only this

@@ -307,7 +307,7 @@ TEST_F(LauncherLog, EndsWithOneForTrouble) {
   EXPECT_EQ(Run({log}).status, 0);
   const CommandResult alert = Run({"--alert", log});
   EXPECT_EQ(alert.status, 1);
-  EXPECT_EQ(alert.output, "silent (launcher stopped or killed): stopped\n");
+  EXPECT_EQ(alert.output, "silent (ended, no restart seen): stopped\n");
   const CommandResult json = Run({"--alert", "--json", log});
   EXPECT_EQ(json.status, 1);
   EXPECT_TRUE(json.output.starts_with("{"));

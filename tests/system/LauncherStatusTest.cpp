@@ -64,7 +64,7 @@ class LauncherStatus : public testing::Test {
 TEST_F(LauncherStatus, SaysThatNoLauncherRuns) {
   const CommandResult result = Run();
   EXPECT_EQ(result.status, 2);
-  EXPECT_EQ(result.output, "no launcher of this user runs\n");
+  EXPECT_EQ(result.output, "this user runs no launcher\n");
   EXPECT_EQ(Run({"--json"}).status, 2);
   EXPECT_EQ(Run({"--pid", "a"}).status, 2);
 }
@@ -282,8 +282,8 @@ TEST_F(LauncherStatus, WritesItsTableAgainWhenThereIsNoTerminal) {
   const CommandResult result = RunCommand(
       {"/bin/sh", "-c", LAUNCHER_STATUS " --watch | head -n 4 | cat"});
   EXPECT_EQ(result.output,
-            "no launcher of this user runs\n\n"
-            "no launcher of this user runs\n\n");
+            "this user runs no launcher\n\n"
+            "this user runs no launcher\n\n");
 }
 
 TEST_F(LauncherStatus, ColoursOnATerminalOnly) {

@@ -354,7 +354,7 @@ TEST_F(Fault, OpensANewFileOnce) {
 }
 
 // The line feed would take a byte that the disk does not have.
-TEST_F(Fault, CountsTheLineWhoseFragmentCannotBeEnded) {
+TEST_F(Fault, CountsALineAsLostWhenTheFragmentBeforeItCannotBeEnded) {
   dir_.Write("logs/x.log", "torn");
   g_on_write = [](int, const void*, std::size_t) -> ssize_t {
     errno = ENOSPC;
@@ -507,7 +507,7 @@ TEST_F(LockedRotationTest, IsNotWaitedFor) {
   EXPECT_EQ(ReadMessages(log_), Numbers(2, 1));
 }
 
-TEST_F(LockedRotationTest, RemovesNoMoreWhenBothRemoveTheSameFile) {
+TEST_F(LockedRotationTest, RemovesNoSecondFileWhenBothRemoveTheSameOne) {
   for (int number = 1; number <= kLimits.old_files; ++number) {
     std::ofstream(Old(number)) << "old\n";
   }
@@ -605,7 +605,7 @@ TEST_F(LookTest, IsRepeatedWhenTheClockIsSetBack) {
 }
 
 TEST_F(LookTest, IsRepeatedAfterManyBytesOfTheLoggersOwn) {
-  // Together with the second line, one byte less than repeats the look.
+  // With the second line, one byte too few to make the logger look again.
   const std::size_t bytes = std::size_t{kMaxLookGrowth} - 1 - LineBytes();
   const std::string text(bytes - (LineBytes() - 1), '=');
   Log(text);

@@ -165,15 +165,15 @@ constexpr off_t kSmallFile = 100'000;
 // Large enough for many lines between two rotations.
 constexpr off_t kLargeFile = 2'000'000;
 
-TEST(Storm, NeverLosesTearsOrDoublesALine) {
+TEST(Storm, NeverLosesOrTearsOrDoublesALine) {
   RunStorm({8, 4, 2'000, kSmallFile});
 }
 
-TEST(Storm, NeverLosesTearsOrDoublesALineInLargeFiles) {
+TEST(Storm, NeverLosesOrTearsOrDoublesALineInLargeFiles) {
   RunStorm({8, 4, 2'000, kLargeFile});
 }
 
-TEST(Storm, NeverLosesTearsOrDoublesALineWhenEveryFileHoldsFewLines) {
+TEST(Storm, NeverLosesOrTearsOrDoublesALineWhenEveryFileHoldsFewLines) {
   RunStorm({4, 4, 200, 1'000});
 }
 
@@ -209,11 +209,11 @@ TEST(Storm, DoesNotMistakeALongLineBeingWrittenForAFragment) {
 
 TEST(Storm, LetsForkedChildrenLog) { RunForks(300); }
 
-TEST(Soak, NeverLosesTearsOrDoublesALine) {
+TEST(Soak, NeverLosesOrTearsOrDoublesALine) {
   RunStorm({8, 4, 20'000, kSmallFile});
 }
 
-TEST(Soak, NeverLosesTearsOrDoublesALineInLargeFiles) {
+TEST(Soak, NeverLosesOrTearsOrDoublesALineInLargeFiles) {
   RunStorm({8, 4, 20'000, kLargeFile});
 }
 

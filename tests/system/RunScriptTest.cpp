@@ -207,7 +207,7 @@ TEST_F(RunTest, ShowsTheTableOfItemsAtTheEnd) {
   EXPECT_GT(table, output.find(kStopped));
   EXPECT_NE(output.find("\nsleeper      1    1 ", table), std::string::npos)
       << output;
-  EXPECT_NE(output.find("\nsilent (launcher stopped or killed): ", table),
+  EXPECT_NE(output.find("\nsilent (ended, no restart seen): ", table),
             std::string::npos)
       << output;
 }

@@ -133,9 +133,9 @@ MaybeProblem FindScriptProblem(const ScriptLine& line, int scripts) {
     return ProgramProblem{rule, "has a \"#!\" line that is too long"};
   }
   if (scripts >= kMostScripts) {
-    return ProgramProblem{rule,
-                          "needs more scripts in a row than the system follows",
-                          "name a binary as the interpreter"};
+    return ProgramProblem{
+        rule, "has too long a chain of interpreters that are scripts",
+        "name a binary as the interpreter"};
   }
   if (auto problem = FindProblem(interpreter, scripts + 1)) {
     const bool is_chain =

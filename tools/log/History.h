@@ -84,7 +84,7 @@ inline constexpr std::array<StateText, 8> kStateTexts{{
     {ItemState::kRunning, "running", nullptr},
     {ItemState::kPausing, "pausing", nullptr},
     {ItemState::kLooping, "looping", "ends again and again"},
-    {ItemState::kSilent, "silent", "launcher stopped or killed"},
+    {ItemState::kSilent, "silent", "ended, no restart seen"},
     {ItemState::kGone, "gone", "launcher no longer there"},
     {ItemState::kChain, "chain", "cannot be executed"},
     {ItemState::kNoFork, "no fork", "given up for good"},

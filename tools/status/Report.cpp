@@ -150,7 +150,7 @@ std::string TableReport(const Status& status, bool coloured) {
     text += (text.empty() ? "" : "\n") + LauncherTable(launcher, coloured);
   }
   if (status.launchers.empty()) {
-    text = "no launcher of this user runs\n";
+    text = "this user runs no launcher\n";
   }
   return text +
          WorkerTable("\norphans, which no launcher stops", status.orphans);

@@ -97,7 +97,7 @@ int Run(int argc, char** argv) {
     return ShowProcess(status, *item);
   }
   if (item) {
-    return Fail("no launcher of this user runs", kNoLauncher);
+    return Fail("this user runs no launcher", kNoLauncher);
   }
   std::cout << (json ? JsonReport(status)
                      : TableReport(status, MayColour(STDOUT_FILENO)));

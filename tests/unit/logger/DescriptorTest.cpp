@@ -224,7 +224,7 @@ TEST(DescriptorTest, IsNeverAStandardStream) {
   }
 }
 
-TEST(FileState, DistinguishesFilesByDeviceAndNumber) {
+TEST(FileState, DistinguishesFilesByDeviceAndInode) {
   const FileState file{1, 2, 3, 4};
   EXPECT_TRUE(file.IsSameFile({1, 2, 5, 6}));
   EXPECT_FALSE(file.IsSameFile({7, 2, 3, 4}));

@@ -168,7 +168,7 @@ class NoDescriptorTest : public LoggerFixture {
   }
 };
 
-TEST_F(NoDescriptorTest, LosesNoLineOfAFullFile) {
+TEST_F(NoDescriptorTest, LosesNoLineWhenTheFileIsFull) {
   const auto limit = static_cast<off_t>(2 * LineBytes());
   for (int left = 0; left <= 3; ++left) {
     EXPECT_TRUE(PassesInForkedChild([&] {
@@ -191,7 +191,7 @@ TEST_F(NoDescriptorTest, LosesNoLineOfAFullFile) {
   }
 }
 
-TEST_F(NoDescriptorTest, KeepsTheNumberOfFiles) {
+TEST_F(NoDescriptorTest, KeepsToTheLimitOfFiles) {
   const auto limit = static_cast<off_t>(2 * LineBytes());
   constexpr int kOldFiles = 2;
   for (int left = 0; left <= 3; ++left) {
@@ -220,7 +220,7 @@ TEST_F(NoDescriptorTest, RotatesOnceThereAreDescriptors) {
   }));
 }
 
-TEST_F(NoDescriptorTest, LosesAndCountsTheLinesOfAFileThatWasRemoved) {
+TEST_F(NoDescriptorTest, LosesAndCountsLinesAfterTheFileIsRemoved) {
   EXPECT_TRUE(PassesInForkedChild([&] {
     Logger& logger = Open();
     UseUpDescriptors(0);
@@ -314,7 +314,9 @@ TEST_F(LogFileTest, LosesAndCountsLinesWhileItsPlaceIsTaken) {
   fs::create_symlink("kept", log_);
   EXPECT_EQ(lchown(log_.c_str(), kAnotherUser, kAnotherUser), 0);
   OutlastLook();
+  // Their link leads to the open file, so this line is not lost.
   Log(logger, "the file itself, reached by their link");
+  EXPECT_EQ(ReadMessages(logs_ / "kept").size(), 2U);
   fs::remove(log_);
   dir_.Write("logs/x.log", "theirs\n");
   EXPECT_EQ(chown(log_.c_str(), kAnotherUser, kAnotherUser), 0);

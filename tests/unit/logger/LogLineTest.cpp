@@ -163,7 +163,7 @@ TEST(Severity, OfAnUnknownLevelIsThatOfAnError) {
   }
 }
 
-TEST(LogLine, ShowsTheLevelByTheTextThatConfiguresIt) {
+TEST(LogLine, ShowsEachLevelByItsText) {
   for (const LevelFormat& level : kLevelsBySeverity) {
     const std::string line = LineOf(kTime, level.level, {1, 1}, "m");
     EXPECT_EQ(WordsOf(line).level, level.text);

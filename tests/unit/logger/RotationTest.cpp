@@ -131,7 +131,14 @@ TEST_F(RotationTest, NumbersABacklogAFewFilesAtATime) {
 TEST_F(RotationTest, LeavesTheFilesOfOtherLoggersAlone) {
   const std::vector<std::string> others{"xx.00000000000000000001-1.full",
                                         "x.00000000000000000001-1.full.gz",
-                                        "x.y.full", "x.full", "y.log"};
+                                        "x.2026-11-21.full",
+                                        "x.1.full",
+                                        "x.1-.full",
+                                        "x.-1.full",
+                                        "x..full",
+                                        "x.y.full",
+                                        "x.full",
+                                        "y.log"};
   for (const std::string& other : others) {
     dir_.Write("logs/" + other, other);
   }
@@ -333,7 +340,7 @@ TEST_F(ObstacleTest, LeavesUnrelatedFilesWithSimilarNamesAlone) {
   }
 }
 
-TEST_F(RotationTest, LeavesAFileThatIsNotAtThePathAlone) {
+TEST_F(RotationTest, RenamesNothingWhenTheFullFileIsNoLongerAtThePath) {
   LogNumbers(Open(), 1, 1);
   const auto state = StateAt(AT_FDCWD, log_.c_str());
   fs::rename(log_, logs_ / "kept");

@@ -136,7 +136,7 @@ TEST(LogReport, ReportsAStop) {
   Add(&history, 5 * kSecond, LogEventKind::kEnd, "sleeper", 9);
   const std::string text = Table(history, 7 * kSecond);
   EXPECT_TRUE(Has(text, "  silent  SIGKILL\n")) << text;
-  EXPECT_TRUE(Has(text, "silent (launcher stopped or killed): sleeper\n"));
+  EXPECT_TRUE(Has(text, "silent (ended, no restart seen): sleeper\n"));
 }
 
 TEST(LogReport, ExplainsEachTilde) {
@@ -225,7 +225,7 @@ TEST(LogReport, ShowsTroubleAsAlerts) {
   AddLost(&history, 12);
   EXPECT_EQ(At(history, 20 * kSecond).Alerts(kAnyWidth),
             "looping (ends again and again): looper\n"
-            "silent (launcher stopped or killed): stopped\n"
+            "silent (ended, no restart seen): stopped\n"
             "chain (cannot be executed): link\n"
             "no fork (given up for good): forkless\n"
             "no path (missing or empty \"program\"): pathless\n"

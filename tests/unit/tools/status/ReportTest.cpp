@@ -147,7 +147,7 @@ TEST_F(StatusReport, ShowsEachLauncher) {
 
 TEST_F(StatusReport, SaysThatThereIsNoLauncher) {
   status_.launchers.clear();
-  EXPECT_EQ(TableReport(status_, false), "no launcher of this user runs\n");
+  EXPECT_EQ(TableReport(status_, false), "this user runs no launcher\n");
 }
 
 TEST_F(StatusReport, DoesNotLetNamesActOnTheTerminal) {

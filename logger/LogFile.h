@@ -13,8 +13,8 @@
 // still ends with its own line.
 //
 // A process that is killed while it writes leaves a fragment. A line that
-// follows a fragment directly makes both unreadable, so a look ends a fragment
-// with a line feed. But another process may leave one after the look, for
+// follows a fragment directly is hard to read, so a look ends a fragment with a
+// line feed. But another process may leave one after the look, for
 // example while the line waits for that process's `write`. So while others
 // write to the file, the logger also checks the byte before each line once the
 // line is written. If that byte belongs to a fragment, the logger replaces it

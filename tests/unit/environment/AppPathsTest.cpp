@@ -94,6 +94,23 @@ TEST_F(AppPathsTest, ResolvesSymbolicLinks) {
   EXPECT_EQ(AnswersOf(path).app_path, Below("elsewhere/Real"));
 }
 
+TEST_F(AppPathsTest, ResolvesTheExecutablesDirectoryBeforeItsParent) {
+  for (const char* const folder :
+       {"elsewhere/MacOS", "elsewhere/Frameworks", "Contents/Frameworks"}) {
+    fs::create_directories(Below(folder));
+  }
+  fs::create_directory_symlink(Below("elsewhere/MacOS"),
+                               Below("Contents/MacOS"));
+  const std::string path = Install("Contents/MacOS/launcher");
+  EXPECT_EQ(AnswersOf(path).app_path, Below("elsewhere/Frameworks"));
+}
+
+TEST_F(AppPathsTest, DoesNotResolveAMissingDirectorysParent) {
+  fs::create_directories(Below("Frameworks"));
+  g_executable_path = Below("missing/launcher");
+  EXPECT_EQ(GetAppPath(), Below("missing/../Frameworks"));
+}
+
 TEST_F(AppPathsTest, KeepsAPathThatCannotBeResolved) {
   const std::string path = Install("Contents/MacOS/launcher");
   EXPECT_EQ(AnswersOf(path).app_path, Below("Contents/MacOS/../Frameworks"));

@@ -182,6 +182,8 @@ TEST(JsonObjectFromRange, ReadsExactlyTheGivenBytes) {
   EXPECT_EQ(JsonObject("[1]]", 3).ToText(), "[1]");
   EXPECT_EQ(Thrown([] { JsonObject("[1]", 2); }), AERROR_PARSE_JSON);
   EXPECT_EQ(Thrown([] { JsonObject("{}", 0); }), AERROR_PARSE_JSON);
+  EXPECT_EQ(Thrown([] { JsonObject(static_cast<const char*>(nullptr), 0); }),
+            AERROR_PARSE_JSON);
 }
 
 TEST(JsonObjectFromRange, NeedsNoTerminator) {

@@ -50,7 +50,7 @@ bool EndsWithAFragment(int descriptor, off_t bytes) {
     return false;
   }
   // Called for its side effect: it waits for a `write` that is under way. It
-  // also moves the descriptor's position.
+  // also moves the descriptor's position, which the next `write` sets again.
   lseek(descriptor, 0, SEEK_HOLE);
   const auto state = StateOf(descriptor);
   return state && state->bytes == bytes && EndsInsideALine(descriptor, bytes);

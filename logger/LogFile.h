@@ -8,9 +8,9 @@
 // leave a fragment of a line in it. A look, which checks the path and the end
 // of the file, shows all of this, but costs more than the `write`. So the
 // logger looks again only when its last look is too old, judged by the time of
-// the line. Between looks it adds its own lines to the size that it has seen.
-// The sum shows when the file is full and, at the next look, whether the file
-// still ends with its own line.
+// the line, or when it has written much since. Between looks it adds its own
+// lines to the size that it has seen. The sum shows when the file is full and,
+// at the next look, whether the file still ends with its own line.
 //
 // A process that is killed while it writes leaves a fragment. A line that
 // follows a fragment directly is hard to read, so a look ends a fragment with a
@@ -35,7 +35,7 @@
 #include "logger/LogLine.h"
 #include "logger/Rotation.h"
 
-// The logger library uses the defaults; the tests lower them.
+// The logger library uses the defaults; tests may set others.
 struct LogLimits {
   // A file this large is full; the next line goes to a new one.
   off_t file_bytes = off_t{10} * 1024 * 1024;

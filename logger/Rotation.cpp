@@ -21,9 +21,9 @@ namespace {
 // The number of times that a thread yields to the holder of the lock.
 constexpr int kChances = 20;
 
-// One rotation takes at most this many steps. Each numbers or removes a file.
-// There is more than one, so that a backlog shrinks.
-constexpr int kMaxSteps = 10;
+// After it has set the full file aside, a rotation numbers or removes files at
+// most this many times. The limit is above 1, so that a backlog shrinks.
+constexpr int kMaxChanges = 10;
 
 class DirectoryLock {
  public:
@@ -133,11 +133,11 @@ void Rotation::TidyUp(DIR* listing, bool locked) const {
   const int directory = dirfd(listing);
   // The last file set aside that could not be numbered or removed.
   FileName skipped{};
-  for (int step = 0; step < kMaxSteps;) {
+  for (int changes = 0; changes < kMaxChanges;) {
     const OldFiles files = List(listing, skipped);
     const bool too_many = files.numbered + files.aside > old_files_ + 1;
     if (too_many && RemoveOldestNumbered(directory, files.highest) != 0) {
-      ++step;
+      ++changes;
       continue;
     }
     const FileName& oldest = files.oldest_aside;
@@ -146,7 +146,7 @@ void Rotation::TidyUp(DIR* listing, bool locked) const {
     }
     if (too_many ? unlinkat(directory, oldest.data(), 0) == 0
                  : NumberFile(directory, oldest)) {
-      ++step;
+      ++changes;
     } else {
       skipped = oldest;
     }

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Sets up, builds, and runs every test. Lists the skipped tests at the end, and
-# the reasons.
+# Sets up, builds, and runs all tests but those that take minutes. Lists the
+# skipped tests at the end, and the reasons.
 set -euo pipefail
 
 usage='usage: scripts/test.sh [--soak] [PRESET [CTEST-ARGUMENT...]]

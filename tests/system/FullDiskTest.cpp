@@ -116,14 +116,14 @@ TEST(FullDisk, FillsUpAgainAndAgainWithoutGluing) {
             logged - static_cast<int>(outcome.whole.size()));
 }
 
-TEST(FullDisk, IsSurvivedByARotation) {
+TEST(FullDisk, GluesNoLinesInARotatingLog) {
   REQUIRE_SANDBOX();
   SmallDisk disk(kPages);
   Logger& logger = Open(disk.Path(), {2 * SmallDisk::kPageBytes, 5});
   for (int i = 0; i < 1'000; ++i) {
     logger.Log(LOGLEVEL_ERROR, "%s", Text(i).c_str());
   }
-  // The old files alone would not fit on the disk.
+  // Five old files and a full log would not fit on the disk.
   for (const fs::path& file : FilesIn(disk.Path())) {
     Read(file);
   }

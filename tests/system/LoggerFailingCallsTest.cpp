@@ -439,7 +439,7 @@ TEST_F(AfterAnothersLineTest, DoesNotTouchALineWhosePlaceIsUnknown) {
             (Messages{"first", "theirs", "second", "third", "another line"}));
 }
 
-TEST_F(Fault, RotatesWithoutALockThatFailsForGood) {
+TEST_F(Fault, RotatesEvenIfTheLockCanNeverBeTaken) {
   constexpr int kOldFiles = 2;
   g_flock_fails = true;
   LogNumbers(Open({1, kOldFiles}), 1, 5);

@@ -42,10 +42,9 @@ TEST(Library, ExportsItsTwoEntryPointsAndNothingElse) {
 // function that takes a lock that another thread may have held at the fork,
 // reads the time zone or uses stdio's streams.
 const Names kAllowed{
-    // From LogV to the `write`, rotation included. readdir and
-    // rewinddir lock only the listing that the rotation has opened; fork
-    // repairs
-    // malloc.
+    // From LogV to the `write`, rotation included. readdir and rewinddir lock
+    // only the listing that the rotation has opened; `fork` releases malloc's
+    // lock in the child.
     "__errno_location",
     "close",
     "closedir",
@@ -129,7 +128,8 @@ const Names kAllowed{
 };
 
 bool IsAllowed(const std::string& name) {
-  // std::string, in constructors, and the tables of classes.
+  // std::string and its memory, in constructors and destructors only; the
+  // type information of classes; std::terminate.
   constexpr std::array kPrefixes{"_ZNSt7__cxx1112basic_string",
                                  "_ZNKSt7__cxx1112basic_string",
                                  "_ZNSt3__112basic_string",

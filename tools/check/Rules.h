@@ -38,7 +38,7 @@ inline constexpr const char* kKillsGroup =
     "the item's forked child kills the launcher's process group, the launcher "
     "and all other items included";
 inline constexpr const char* kChain =
-    "nothing runs and nothing is logged; each attempt leaves one more process "
+    "nothing runs and no error is logged; each attempt leaves one more process "
     "behind, in a chain that grows without end";
 inline constexpr const char* kChildAborts =
     "the forked child ends by SIGABRT before it executes anything, at each "

@@ -191,7 +191,7 @@ TEST_F(NoDescriptorTest, LosesNoLineWhenTheFileIsFull) {
   }
 }
 
-TEST_F(NoDescriptorTest, KeepsToTheLimitOfFiles) {
+TEST_F(NoDescriptorTest, KeepsToTheLimitOnOldFiles) {
   const auto limit = static_cast<off_t>(2 * LineBytes());
   constexpr int kOldFiles = 2;
   for (int left = 0; left <= 3; ++left) {

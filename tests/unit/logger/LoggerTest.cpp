@@ -66,7 +66,7 @@ TEST_F(LostLinesTest, AreCountedWhileTheDirectoryIsGone) {
   EXPECT_EQ(ReadMessages(log_), (Messages{LostReport(5, ENOENT), "7", "8"}));
 }
 
-TEST_F(LostLinesTest, AreCountedTogetherWithForkedChildren) {
+TEST_F(LostLinesTest, AreCountedTogetherWithThoseOfForkedChildren) {
   Logger& logger = Open();
   fs::remove_all(logs_);
   LogNumbers(logger, 1, 2);

@@ -149,7 +149,7 @@ TEST_F(RotationTest, LeavesTheFilesOfOtherLoggersAlone) {
   EXPECT_EQ(FilesIn(logs_).size(), others.size() + 3);
 }
 
-TEST_F(RotationTest, LeavesAFileAloneWhoseNameOverlapsASuffix) {
+TEST_F(RotationTest, LeavesAloneAFileWhoseSuffixOverlapsTheLogsName) {
   dir_.Write("logs/y.full", "theirs");
   Logger logger(logs_, "y.f", LOGLEVEL_DEBUG, {1, 1});
   ASSERT_EQ(logger.Open(), 0);
@@ -163,7 +163,8 @@ TEST_F(RotationTest, DoesNotWaitForTheLockOfARotation) {
   LogNumbers(logger, 1, 4);
   EXPECT_EQ(ReadMessages(log_), Numbers(4, 1));
   EXPECT_FALSE(fs::exists(Old(1)));
-  // Once a rotation gets the lock, it numbers them in their order.
+  // Once a rotation gets the lock, it numbers the files set aside, the oldest
+  // first.
   lock.reset();
   LogNumbers(logger, 5, 1);
   EXPECT_EQ(FilesIn(logs_).size(), 5U);

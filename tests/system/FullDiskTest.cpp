@@ -83,7 +83,7 @@ TEST(FullDisk, GluesNoLinesAndReportsTheLoss) {
     EXPECT_EQ(errno, EBADMSG);
   }
   const Outcome full = Read(disk.Path() / "x.log");
-  EXPECT_EQ(full.cut, 1) << "no line was written in part";
+  EXPECT_EQ(full.cut, 1) << "exactly one line is cut";
   EXPECT_EQ(full.reported_lost, 0);
   disk.Free();
   other.Log(LOGLEVEL_ERROR, "%s", Text(kLines).c_str());

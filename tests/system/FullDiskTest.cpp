@@ -116,18 +116,29 @@ TEST(FullDisk, FillsUpAgainAndAgainWithoutGluing) {
             logged - static_cast<int>(outcome.whole.size()));
 }
 
-TEST(FullDisk, GluesNoLinesInARotatingLog) {
+// The disk is full before there are as many old files as are kept.
+TEST(FullDisk, GluesNoLinesInARotatedLogAndReportsTheLoss) {
   REQUIRE_SANDBOX();
   SmallDisk disk(kPages);
-  Logger& logger = Open(disk.Path(), {2 * SmallDisk::kPageBytes, 5});
-  for (int i = 0; i < 1'000; ++i) {
+  Logger& logger = Open(disk.Path(), {kPages / 4 * SmallDisk::kPageBytes, 5});
+  constexpr int kLines = 1'000;
+  for (int i = 0; i < kLines; ++i) {
     logger.Log(LOGLEVEL_ERROR, "%s", Text(i).c_str());
   }
-  // Five old files and a full log would not fit on the disk.
+  ASSERT_TRUE(fs::exists(disk.Path() / "x.3.log"));
+  const Outcome removed = Read(disk.Path() / "x.3.log");
+  fs::remove(disk.Path() / "x.3.log");
+  logger.Log(LOGLEVEL_ERROR, "%s", Text(kLines).c_str());
+
+  std::size_t whole = removed.whole.size();
+  int reported_lost = removed.reported_lost;
   for (const fs::path& file : FilesIn(disk.Path())) {
-    Read(file);
+    const Outcome outcome = Read(file);
+    whole += outcome.whole.size();
+    reported_lost += outcome.reported_lost;
   }
-  EXPECT_GE(FilesIn(disk.Path()).size(), 3U);
+  EXPECT_GT(reported_lost, 0);
+  EXPECT_EQ(static_cast<int>(whole) + reported_lost, kLines + 1);
 }
 
 // A disk cannot become read-only while the logger has a file on it open for

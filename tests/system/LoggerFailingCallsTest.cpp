@@ -276,6 +276,12 @@ TEST_F(Fault, EndsAFragmentAtOnce) {
   EXPECT_EQ(MessageOf(lines[1]), "whole");
 }
 
+TEST_F(Fault, EndsAFragmentOfOneByteAtOnce) {
+  CutNextWrite(1);
+  Log("torn");
+  EXPECT_EQ(ReadFile(log_), "\n");
+}
+
 TEST_F(Fault, EndsAFragmentBeforeTheNextLineWhenItCannotAtOnce) {
   g_clock = kNow;
   g_pwrite_fails = true;

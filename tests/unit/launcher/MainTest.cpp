@@ -252,6 +252,16 @@ class MainTest : public LoggedTest {
     return launcher_main(3, arguments.data());
   }
 
+  // Runs `main`, which fails, and then stops the item that it has left running.
+  // Returns 0, or the number of the expectation that is not met.
+  static int MainLeavesOneItem(const std::string& items_file) {
+    if (Main(items_file) != 0) return 1;
+    if (g_child_map.size() != 1) return 2;
+    if (!system_calls::Kills().empty()) return 3;
+    g_child_map.clear();
+    return 0;
+  }
+
   std::string WriteItems(const std::string& items) const {
     return directory_.Write("items", items);
   }
@@ -453,14 +463,7 @@ TEST_F(MainTest, EndsWhenTheSystemRefusesASupervisionThread) {
 TEST_F(MainTest, LeavesTheItemsBeforeAFaultyOneRunning) {
   const std::string file =
       WriteItems(R"({"0": {"name": "a", "program": "/bin/true"}, "1": 5})");
-  EXPECT_EQ(InForkedChild([&] {
-              if (Main(file) != 0) return 1;
-              if (g_child_map.size() != 1) return 2;
-              if (!system_calls::Kills().empty()) return 3;
-              g_child_map.clear();
-              return 0;
-            }),
-            0);
+  EXPECT_EQ(InForkedChild([&] { return MainLeavesOneItem(file); }), 0);
 }
 
 // The later one must have been constructed.
@@ -472,11 +475,7 @@ TEST_F(MainTest, LeavesAnItemRunningWhenALaterOneOfItsNameCannotBeStarted) {
               // The third thread is the later twin's.
               system_calls::OnCreateThread(
                   [made = 0]() mutable { return ++made == 3 ? EAGAIN : 0; });
-              if (Main(file) != 0) return 1;
-              if (g_child_map.size() != 1) return 2;
-              if (!system_calls::Kills().empty()) return 3;
-              g_child_map.clear();
-              return 0;
+              return MainLeavesOneItem(file);
             }),
             0);
 }

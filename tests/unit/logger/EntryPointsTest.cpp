@@ -11,17 +11,15 @@
 #include <string>
 
 #include "environment/LoggerLibrary.h"
+#include "tests/support/AnotherUser.h"
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/LogReader.h"
-#include "tests/support/Sandbox.h"
 #include "tests/support/TempDir.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr uid_t kOtherUser = 65534;
 
 mode_t Mode(const fs::path& path) {
   struct stat status {};
@@ -119,18 +117,15 @@ TEST_F(EntryPoints, SayWhyTheDirectoryCannotBeUsed) {
 
 // The error must be the parent's, not the ENOENT of the directory itself.
 TEST_F(EntryPoints, SayWhyAParentOfTheDirectoryCannotBeMade) {
-  REQUIRE_SANDBOX();
+  EXPECT_EQ(InitLogger("/proc/none/logs"), ENOENT);
+  REQUIRE_ANOTHER_USER();
   EXPECT_EQ(InForkedChild([&] {
               chmod(dir_.Path().c_str(), 0755);
               chmod(dir_.Path().parent_path().c_str(), 01777);
-              if (setuid(kOtherUser) != 0) {
-                return 0;
-              }
-              const bool denied = InitLogger(logs_.c_str()) == EACCES;
-              return denied ? 0 : 1;
+              if (setuid(kAnotherUser) != 0) return -1;
+              return InitLogger(logs_.c_str());
             }),
-            0);
-  EXPECT_EQ(InitLogger("/proc/none/logs"), ENOENT);
+            EACCES);
 }
 
 TEST_F(EntryPoints, RefuseUnusableArgumentsAndMakeNothing) {

@@ -73,16 +73,11 @@ char* PutTime(LogTime time, char* out) {
 
 // The levels' values are not in the order of their severity.
 std::size_t Severity(LOGLEVEL level) {
-  std::size_t error = 0;
-  for (std::size_t i = 0; i < kLevelsBySeverity.size(); ++i) {
-    if (kLevelsBySeverity[i].level == level) {
-      return i;
-    }
-    if (kLevelsBySeverity[i].level == LOGLEVEL_ERROR) {
-      error = i;
-    }
-  }
-  return error;
+  const auto place =
+      std::ranges::find(kLevelsBySeverity, level, &LevelFormat::level);
+  return place == kLevelsBySeverity.end()
+             ? Severity(LOGLEVEL_ERROR)
+             : static_cast<std::size_t>(place - kLevelsBySeverity.begin());
 }
 
 LogLine::LogLine(LogTime time, LOGLEVEL level, CallerIds ids,

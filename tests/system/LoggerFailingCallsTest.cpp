@@ -1,6 +1,7 @@
 // Calls that fail, or during which something else happens. This program is
 // linked with its own version of each function that is wrapped here.
 
+#include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/wait.h>
@@ -33,6 +34,7 @@ std::function<void()> g_on_seek;
 int g_seeks = 0;
 int g_interrupted_opens = 0;
 int g_opens = 0;
+bool g_listing_fails = false;
 bool g_flock_fails = false;
 std::function<void()> g_before_rename;
 std::function<void()> g_before_removal;
@@ -51,6 +53,7 @@ ssize_t __real_pwrite(int file, const void* data, std::size_t bytes,
                       off_t offset);
 off_t __real_lseek(int file, off_t offset, int whence);
 int __real_openat(int directory, const char* path, int flags, ...);
+DIR* __real_fdopendir(int directory);
 int __real_flock(int file, int operation);
 int __real_unlinkat(int directory, const char* path, int flags);
 int __real_sched_yield();
@@ -142,6 +145,14 @@ int __wrap_sched_yield() {
   return __real_sched_yield();
 }
 
+DIR* __wrap_fdopendir(int directory) {
+  if (g_listing_fails) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  return __real_fdopendir(directory);
+}
+
 int __wrap_flock(int file, int operation) {
   if (g_flock_fails) {
     errno = ENOLCK;
@@ -168,6 +179,7 @@ class Fault : public LoggerFixture {
     g_pwrite_fails = false;
     g_on_seek = nullptr;
     g_interrupted_opens = 0;
+    g_listing_fails = false;
     g_flock_fails = false;
     g_clock = 0;
     g_before_rename = nullptr;
@@ -443,6 +455,17 @@ TEST_F(AfterAnothersLineTest, DoesNotTouchALineWhosePlaceIsUnknown) {
   Log("third");
   EXPECT_EQ(ReadMessagesAndFragments(log_),
             (Messages{"first", "theirs", "second", "third", "another line"}));
+}
+
+TEST_F(Fault, FillsTheLogFurtherWhileItsDirectoryCannotBeListed) {
+  Logger& logger = Open({1, 3});
+  g_listing_fails = true;
+  LogNumbers(logger, 1, 3);
+  EXPECT_EQ(ReadMessages(log_), Numbers(1, 3));
+  g_listing_fails = false;
+  LogNumbers(logger, 4, 1);
+  EXPECT_EQ(ReadMessages(Old(1)), Numbers(1, 3));
+  EXPECT_EQ(ReadMessages(log_), Numbers(4, 1));
 }
 
 TEST_F(Fault, RotatesEvenIfTheLockCanNeverBeTaken) {

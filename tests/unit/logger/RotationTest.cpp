@@ -255,6 +255,15 @@ TEST_F(ObstacleTest, SkipsADirectoryWithANumberedName) {
   }
 }
 
+TEST_F(ObstacleTest, NumbersNoFileWhileDirectoriesHaveAllNumberedNames) {
+  for (int number = 1; number <= kOldFiles; ++number) {
+    fs::create_directory(Old(number));
+  }
+  LogAndExpectABound(OpenSmall());
+  EXPECT_EQ(Aside(), kOldFiles + 1);
+  EXPECT_EQ(Lines(), Numbers(36, 5));
+}
+
 TEST_F(ObstacleTest, KeepsTheOrderAroundADirectoryWithANumberedName) {
   fs::create_directory(Old(2));
   LogNumbers(OpenSmall(), 1, 6);

@@ -28,14 +28,14 @@ class ItemCheck {
   ItemCheck(int index, JsonObject item, const JsonText& json,
             Findings& findings)
       : item_(item),
-        value_(Find(&json.root, std::to_string(index))),
-        args_(Find(value_, "args")),
+        value_(json.root[std::to_string(index)]),
+        args_(Find(&value_, "args")),
         json_(json),
         findings_(findings),
         checked_{index, {}, false, {}} {}
 
   CheckedItem Run() {
-    if (Find(value_, "name") == nullptr) {
+    if (Find(&value_, "name") == nullptr) {
       Add("name-missing", "name", nullptr, "is missing");
     } else {
       CheckName();
@@ -56,7 +56,7 @@ class ItemCheck {
   // A finding at `value`, or at the item if there is none.
   void Add(RuleName rule, const std::string& key, const Json::Value* value,
            std::string problem, std::string advice = "") {
-    AddAt(OffsetOf(value == nullptr ? *value_ : *value), rule, key,
+    AddAt(OffsetOf(value == nullptr ? value_ : *value), rule, key,
           std::move(problem), std::move(advice));
   }
 
@@ -70,7 +70,7 @@ class ItemCheck {
     const std::string name = item_.GetObject("name");
     checked_.name = name;
     checked_.runs = true;
-    const Json::Value* const value = Find(value_, "name");
+    const Json::Value* const value = Find(&value_, "name");
     CheckText(*value, "name", name);
     if (name.empty() && value->isString()) {
       Add("name-empty", "name", value, "is empty");
@@ -93,7 +93,7 @@ class ItemCheck {
 
   // False if there is nothing to execute.
   bool CheckProgram() {
-    const Json::Value* const value = Find(value_, "program");
+    const Json::Value* const value = Find(&value_, "program");
     std::string program;
     try {
       program = ItemProgram(item_);
@@ -125,7 +125,7 @@ class ItemCheck {
 
   // False when the forked child gets no further.
   bool CheckArgc() {
-    const Json::Value* const value = Find(value_, "argc");
+    const Json::Value* const value = Find(&value_, "argc");
     try {
       length_ = ItemVectorLength(item_);
     } catch (const std::exception&) {
@@ -262,13 +262,13 @@ class ItemCheck {
 
   void CheckKeys() {
     for (const auto& [object, path] :
-         {std::pair(value_, ""), std::pair(args_, "args/")}) {
+         {std::pair(&value_, ""), std::pair(args_, "args/")}) {
       for (const JsonKey& key : json_.ReplacedKeysOf(object)) {
         AddAt(key.offset, "duplicate-key", path + key.name,
               "occurs more than once");
       }
     }
-    for (const JsonKey& key : json_.KeysOf(value_)) {
+    for (const JsonKey& key : json_.KeysOf(&value_)) {
       const std::string meant = KeyMeantBy(key.name);
       if (meant != key.name) {
         AddAt(key.offset, "unknown-key", key.name, "is not a recognised key",
@@ -280,7 +280,7 @@ class ItemCheck {
   }
 
   JsonObject item_;
-  const Json::Value* const value_;
+  const Json::Value& value_;
   const Json::Value* const args_;
   const JsonText& json_;
   Findings& findings_;

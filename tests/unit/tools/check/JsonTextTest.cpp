@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "common/json/JsonObject.h"
 #include "tools/check/JsonText.h"
 
 namespace {
@@ -111,8 +112,27 @@ TEST(JsonText, EndsAfterBlanksAndComments) {
   }
 }
 
-TEST(SyntaxErrors, AreNoneForADocument) {
-  EXPECT_TRUE(ReadJson("{\"a\": [1, null]}").errors.empty());
+// Whether the launcher reads `text` as a document.
+bool IsDocument(const std::string& text) {
+  try {
+    const JsonObject document(text.data(),
+                              static_cast<unsigned int>(text.size()));
+    return true;
+  } catch (...) {
+    return false;
+  }
+}
+
+TEST(SyntaxErrors, AreNoneExactlyForTheLaunchersDocuments) {
+  const std::string text =
+      R"( {"0": {"name": "a", "x": [-1.5, null, {}]}, /* c */ "1": ""} // y)";
+  EXPECT_TRUE(ReadJson(text).errors.empty());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    for (const char* const part : {"", "\"", ",", "}", "]", "1", "\\", "\t"}) {
+      const std::string slip = text.substr(0, i) + part + text.substr(i + 1);
+      EXPECT_EQ(ReadJson(slip).errors.empty(), IsDocument(slip)) << slip;
+    }
+  }
 }
 
 TEST(SyntaxErrors, SayWhereTheParserFailed) {

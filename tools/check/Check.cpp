@@ -66,7 +66,7 @@ class DocumentCheck {
 
   // The launcher's own walk. An exception here ends the launcher's start-up.
   void Walk() {
-    Json::Value copy = json_.root;
+    Json::Value copy = json_.root;  // The walk adds the members that it reads.
     JsonObject document(copy);
     const auto visit = [this](int index, JsonObject item) {
       next_ = index;

@@ -3,8 +3,6 @@
 
 #pragma once
 
-#include <json/json.h>
-
 #include <optional>
 #include <string>
 #include <vector>
@@ -30,9 +28,6 @@ CheckResult CheckItems(CheckResult file);
 // `item` what the launcher adds.
 void CheckItem(int index, JsonObject item, const JsonText& file,
                CheckResult& result);
-
-// "is an array, not a string", with `type` for "a string".
-std::string IsNot(const Json::Value& value, const std::string& type);
 
 struct FixedItems {
   std::string text;

@@ -160,7 +160,7 @@ class ItemCheck {
     }
   }
 
-  // The same.
+  // False when the forked child gets no further.
   bool CheckArgs() {
     if (args_ != nullptr) {
       CheckUnreadArgs();
@@ -295,12 +295,4 @@ class ItemCheck {
 void CheckItem(int index, JsonObject item, const JsonText& json,
                CheckResult& result) {
   result.items.push_back(ItemCheck(index, item, json, result.findings).Run());
-}
-
-std::string IsNot(const Json::Value& value, const std::string& type) {
-  // In the order of Json::ValueType.
-  constexpr const char* kTypes[] = {"null",     "a number", "a number",
-                                    "a number", "a string", "a boolean",
-                                    "an array", "an object"};
-  return std::string("is ") + kTypes[value.type()] + ", not " + type;
 }

@@ -193,6 +193,14 @@ std::size_t OffsetOf(const Json::Value& value) {
   return static_cast<std::size_t>(value.getOffsetStart());
 }
 
+std::string IsNot(const Json::Value& value, const std::string& type) {
+  // In the order of Json::ValueType.
+  constexpr const char* kTypes[] = {"null",     "a number", "a number",
+                                    "a number", "a string", "a boolean",
+                                    "an array", "an object"};
+  return std::string("is ") + kTypes[value.type()] + ", not " + type;
+}
+
 std::string KeyMeantBy(const std::string& key) {
   constexpr std::size_t kSlips = 2;
   std::string lower = key;

@@ -49,6 +49,9 @@ JsonText ReadJson(const std::string& text);
 // Where `value` begins.
 std::size_t OffsetOf(const Json::Value& value);
 
+// "is an array, not a string", with `type` for "a string".
+std::string IsNot(const Json::Value& value, const std::string& type);
+
 // The key of an item that `key` probably means: "program" for "Programm" and
 // "command", for example; "" if it resembles none. A key of an item means
 // itself.

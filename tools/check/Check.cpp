@@ -26,14 +26,12 @@ bool IsSpecial(const std::string& path) {
 // Appends the file to `text`. Returns 0 or an errno value.
 int ReadAll(std::FILE* file, std::string& text) {
   std::string chunk(65536, '\0');
-  while (std::feof(file) == 0) {
-    errno = 0;
-    text.append(chunk, 0, std::fread(chunk.data(), 1, chunk.size(), file));
-    if (std::ferror(file) != 0) {
-      return errno;
-    }
+  std::size_t bytes = chunk.size();
+  while (bytes == chunk.size()) {
+    bytes = std::fread(chunk.data(), 1, chunk.size(), file);
+    text.append(chunk, 0, bytes);
   }
-  return 0;
+  return std::ferror(file) == 0 ? 0 : errno;
 }
 
 // The key by which a file names its schema to editors.
@@ -42,25 +40,21 @@ constexpr const char* kSchemaKey = "$schema";
 class DocumentCheck {
  public:
   explicit DocumentCheck(CheckResult& result)
-      : text_(*result.text), keys_(ScanJson(text_)), result_(result) {}
+      : json_(ReadJson(*result.text)), result_(result) {}
 
   void Run() {
-    try {
-      JsonObject document(text_.data(),
-                          static_cast<unsigned int>(text_.size()));
-      Json::Reader().parse(text_, root_, false);
-      Walk(document);
+    if (json_.errors.empty()) {
+      Walk();
+      FindReplacedKeys();
       FindTrailingText();
-    } catch (...) {
-      std::ranges::move(FindSyntaxErrors(text_),
-                        std::back_inserter(result_.findings));
     }
-    for (const std::size_t offset : keys_.raw_controls) {
+    std::ranges::copy(json_.errors, std::back_inserter(result_.findings));
+    for (const std::size_t offset : json_.raw_controls) {
       Add("raw-control", {{}, "", offset},
           "contains a string with an unescaped control character");
     }
-    if (keys_.comment && root_.getOffsetLimit() > 0) {
-      Add("comment", {{}, "", *keys_.comment}, "has a comment");
+    if (json_.comment && json_.errors.empty()) {
+      Add("comment", {{}, "", *json_.comment}, "has a comment");
     }
   }
 
@@ -71,10 +65,12 @@ class DocumentCheck {
   }
 
   // The launcher's own walk. An exception here ends the launcher's start-up.
-  void Walk(JsonObject document) {
+  void Walk() {
+    Json::Value copy = json_.root;  // The walk adds the members that it reads.
+    JsonObject document(copy);
     const auto visit = [this](int index, JsonObject item) {
       next_ = index;
-      CheckItem(index, item, Item(index), keys_, result_);
+      CheckItem(index, item, json_, result_);
       FindDuplicate(result_.items.back());
       ++next_;
     };
@@ -84,15 +80,10 @@ class DocumentCheck {
     } catch (...) {
       FindWalkError();
     }
-    for (const JsonKey& key : keys_.ReplacedKeysAt(OffsetOf(root_))) {
-      Add(IndexOf(key.name) ? RuleName("item-replaced")
-                            : RuleName("duplicate-key"),
-          {{}, key.name, key.offset}, "occurs more than once");
-    }
   }
 
   const Json::Value& Item(int index) const {
-    return std::as_const(root_)[std::to_string(index)];
+    return json_.root[std::to_string(index)];
   }
 
   void FindDuplicate(const CheckedItem& item) {
@@ -112,23 +103,22 @@ class DocumentCheck {
   }
 
   void FindWalkError() {
-    if (!root_.isObject() && !root_.isNull()) {
-      Add("top-level-type", {{}, "", OffsetOf(root_)},
-          IsNot(root_, "an object") + ", at its top level");
-      return;
-    }
-    const Json::Value& item = Item(next_);
-    if (!item.isObject()) {
+    const Json::Value& root = json_.root;
+    if (!root.isObject() && !root.isNull()) {
+      Add("top-level-type", {{}, "", OffsetOf(root)},
+          IsNot(root, "an object") + ", at its top level");
+    } else if (const Json::Value& item = Item(next_); !item.isObject()) {
       Add("item-type", {next_, "", OffsetOf(item)}, IsNot(item, "an object"));
-      return;
+    } else {
+      const Json::Value& name = item["name"];
+      Add("name-type", {next_, "name", OffsetOf(name)},
+          IsNot(name, "a string"));
     }
-    const Json::Value& name = item["name"];
-    Add("name-type", {next_, "name", OffsetOf(name)}, IsNot(name, "a string"));
   }
 
   void FindUnreadKeys() {
     bool has_other_items = false;
-    for (const JsonKey& key : keys_.KeysAt(OffsetOf(root_))) {
+    for (const JsonKey& key : json_.KeysOf(&json_.root)) {
       const Place place{{}, key.name, key.offset};
       if (const auto index = IndexOf(key.name)) {
         if (*index > static_cast<std::uint64_t>(next_)) {
@@ -137,7 +127,8 @@ class DocumentCheck {
                   Quoted(std::to_string(next_)));
           has_other_items = true;
         }
-      } else if (root_[key.name].isObject() || root_[key.name].isArray()) {
+      } else if (const Json::Value& value = json_.root[key.name];
+                 value.isObject() || value.isArray()) {
         Add("stray-item", place, "is not the number of an item");
         has_other_items = true;
       } else if (key.name != kSchemaKey) {
@@ -145,64 +136,70 @@ class DocumentCheck {
       }
     }
     if (next_ == 0 && !has_other_items) {
-      Add("no-items", {{}, "", OffsetOf(root_)}, "contains no item \"0\"");
+      Add("no-items", {{}, "", OffsetOf(json_.root)}, "contains no item \"0\"");
+    }
+  }
+
+  void FindReplacedKeys() {
+    for (const JsonKey& key : json_.ReplacedKeysOf(&json_.root)) {
+      Add(IndexOf(key.name) ? RuleName("item-replaced")
+                            : RuleName("duplicate-key"),
+          {{}, key.name, key.offset}, "occurs more than once");
     }
   }
 
   void FindTrailingText() {
-    const std::size_t end =
-        NextToken(text_, static_cast<std::size_t>(root_.getOffsetLimit()));
-    if (end < text_.size()) {
-      const bool has_items = text_.find('"', end) != std::string::npos;
+    const std::string& text = *result_.text;
+    if (json_.end < text.size()) {
+      const bool has_items = text.find('"', json_.end) != std::string::npos;
       Add(has_items ? RuleName("closed-early") : RuleName("trailing-text"),
-          {{}, "", end}, "continues after the end of the document");
+          {{}, "", json_.end}, "continues after the end of the document");
     }
   }
 
-  const std::string& text_;
-  const JsonText keys_;
+  const JsonText json_;
   CheckResult& result_;
-  Json::Value root_;
-  std::map<std::string, int> indices_;
-  int next_ = 0;  // the index that the walk has reached
+  std::map<std::string, int> indices_;  // of the items, by their names
+  int next_ = 0;                        // the index that the walk has reached
 };
 
 }  // namespace
 
 CheckResult ReadItemsFile(const std::string& path) {
-  const auto nothing = [](bool readable, RuleName rule, std::string problem) {
-    return CheckResult{readable, {}, {}, {Found(rule, {}, std::move(problem))}};
+  CheckResult result;
+  const auto rejected = [&](RuleName rule, const std::string& problem) {
+    result.findings = {Found(rule, {}, problem)};
+    return result;
   };
   if (IsSpecial(path)) {
-    return nothing(false, "not-regular", "is a pipe or a device");
+    return rejected("not-regular", "is a pipe or a device");
   }
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(
       path == kStandardInput ? stdin : std::fopen(path.c_str(), "rb"),
       &std::fclose);
   if (file == nullptr) {
-    return nothing(false, "unreadable",
-                   std::string("cannot be opened: ") + std::strerror(errno));
+    return rejected("unreadable",
+                    std::string("cannot be opened: ") + std::strerror(errno));
   }
   std::string text;
   const int error = ReadAll(file.get(), text);
   if (error == EISDIR) {
-    return nothing(false, "directory", "is a directory");
+    return rejected("directory", "is a directory");
   }
   if (error != 0) {
-    return nothing(false, "read-error",
-                   std::string("cannot be read: ") + std::strerror(error));
+    return rejected("read-error",
+                    std::string("cannot be read: ") + std::strerror(error));
   }
+  result.readable = true;
   if (text.empty()) {
-    return nothing(true, "empty", "is empty");
+    return rejected("empty", "is empty");
   }
   const std::size_t end = text.find('\0');
   if (text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF") || end < 2) {
-    return nothing(true, "utf-16", "is not UTF-8, but UTF-16");
+    return rejected("utf-16", "is not UTF-8, but UTF-16");
   }
-  CheckResult result{true, {}, {}, {}};
   if (end != std::string::npos) {
-    result.findings.push_back(
-        Found("nul", {{}, "", end}, "contains a NUL byte"));
+    result.findings = {Found("nul", {{}, "", end}, "contains a NUL byte")};
     text.resize(end);
   }
   result.text = std::move(text);

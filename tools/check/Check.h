@@ -3,8 +3,6 @@
 
 #pragma once
 
-#include <json/json.h>
-
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,17 +23,11 @@ CheckResult ReadItemsFile(const std::string& path);
 // relative paths from its working directory.
 CheckResult CheckItems(CheckResult file);
 
-// The same for one item: reads it as its supervision thread does, or only its
-// keys if it has no name, since the launcher then skips it. `value` is the item
-// in the file, whose text is `text`.
-void CheckItem(int index, JsonObject item, const Json::Value& value,
-               const JsonText& text, CheckResult& result);
-
-// "is an array, not a string", with `type` for "a string".
-std::string IsNot(const Json::Value& value, const std::string& type);
-
-// Where `value` begins.
-std::size_t OffsetOf(const Json::Value& value);
+// The same for one item of the file: reads it as its supervision thread does,
+// or only its keys if it has no name, since the launcher then skips it. Adds to
+// `item` what the launcher adds.
+void CheckItem(int index, JsonObject item, const JsonText& file,
+               CheckResult& result);
 
 struct FixedItems {
   std::string text;

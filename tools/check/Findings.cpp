@@ -51,14 +51,14 @@ std::string Location(const std::string& path, const Place& place) {
 
 std::string Lines(const std::string& path, const Finding& finding,
                   bool coloured) {
-  const Rule& rule = *finding.rule;
-  const bool is_error = rule.severity == Severity::kError;
+  const Severity severity = finding.rule->severity;
   return Location(path, finding.place) + ": " +
-         Coloured(std::string(Word(rule.severity)) + ":",
-                  is_error ? Colour::kRed : Colour::kYellow, coloured) +
-         " " + Subject(finding.place) + " " + finding.problem + " [" + rule.id +
-         "]\n    effect: " + finding.effect + "\n    fix: " + finding.advice +
-         "\n";
+         Coloured(std::string(Word(severity)) + ":",
+                  severity == Severity::kError ? Colour::kRed : Colour::kYellow,
+                  coloured) +
+         " " + Subject(finding.place) + " " + finding.problem + " [" +
+         finding.rule->id + "]\n    effect: " + finding.effect +
+         "\n    fix: " + finding.advice + "\n";
 }
 
 Json::Value JsonItem(const CheckedItem& item) {

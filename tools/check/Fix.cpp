@@ -1,10 +1,8 @@
 #include <algorithm>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <sstream>
 #include <string_view>
-#include <tuple>
 #include <utility>
 
 #include "tools/check/Check.h"
@@ -12,13 +10,17 @@
 
 namespace {
 
-// The members "0", "1", ... of an object made from an array.
-Json::Value Numbered(const Json::Value& array) {
-  Json::Value object = Json::objectValue;
-  for (Json::ArrayIndex i = 0; i < array.size(); ++i) {
-    object[std::to_string(i)] = array[i];
-  }
-  return object;
+// The names of the members in a natural order: known ones first, numbers by
+// value.
+std::vector<std::string> Ordered(const Json::Value& object) {
+  constexpr std::string_view kFirst[] = {"$schema", "name", "program", "argc",
+                                         "args"};
+  std::vector<std::string> names = object.getMemberNames();
+  std::ranges::stable_sort(names, {}, [&](const std::string& name) {
+    return std::pair(std::ranges::find(kFirst, name),
+                     IndexOf(name).value_or(UINT64_MAX));
+  });
+  return names;
 }
 
 class Fixer {
@@ -34,16 +36,12 @@ class Fixer {
     if (!Parse() || !(root_.isObject() || root_.isArray())) {
       return std::nullopt;
     }
-    if (root_.isArray()) {
-      root_ = Numbered(root_);
-      Note(
-          "turned the list of items into an object with the keys \"0\", "
-          "\"1\", ...");
-    }
+    Number("the list of items", root_);
     Renumber();
     for (const std::string& key : root_.getMemberNames()) {
       if (IndexOf(key) && root_[key].isObject()) {
-        FixItem("item " + key + ": ", root_[key]);
+        where_ = "item " + key + ": ";
+        FixItem(root_[key]);
       }
     }
     if (changes_.empty()) {
@@ -54,21 +52,19 @@ class Fixer {
   }
 
  private:
-  void Note(std::string change) { changes_.push_back(std::move(change)); }
+  void Note(const std::string& change) { changes_.push_back(where_ + change); }
 
   bool Parse() {
     if (text_.starts_with(kByteOrderMark)) {
       text_.erase(0, kByteOrderMark.size());
       Note("removed the byte order mark");
     }
-    if (ScanJson(text_).comment) {
+    JsonText json = ReadJson(text_);
+    if (json.comment) {
       Note("removed the comments");
     }
-    try {
-      return Json::Reader().parse(text_, root_, false) || ParseLeniently();
-    } catch (const Json::Exception&) {
-      return false;
-    }
+    root_.swap(json.root);
+    return json.errors.empty() || ParseLeniently();
   }
 
   bool ParseLeniently() {
@@ -79,20 +75,34 @@ class Fixer {
     const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     std::string errors;
     Note("put texts in double quotes and removed commas after the last member");
-    return reader->parse(text_.data(), text_.data() + text_.size(), &root_,
-                         &errors);
+    try {
+      return reader->parse(text_.data(), text_.data() + text_.size(), &root_,
+                           &errors);
+    } catch (const Json::Exception&) {
+      return false;
+    }
+  }
+
+  // Turns an array into an object with the members "0", "1", ...
+  void Number(const std::string& name, Json::Value& list) {
+    if (!list.isArray()) {
+      return;
+    }
+    Json::Value object = Json::objectValue;
+    for (const Json::Value& element : list) {
+      object[std::to_string(object.size())] = element;
+    }
+    list.swap(object);
+    Note("turned " + name + " into an object with the keys \"0\", \"1\", ...");
   }
 
   // Closes the gaps. Keys that are not numbers stay.
   void Renumber() {
-    std::map<std::uint64_t, std::string> keys;
-    for (const std::string& key : root_.getMemberNames()) {
-      if (const auto index = IndexOf(key)) {
-        keys.emplace(*index, key);
-      }
-    }
     int next = 0;
-    for (const auto& [index, old_key] : keys) {
+    for (const std::string& old_key : Ordered(root_)) {
+      if (!IndexOf(old_key)) {
+        continue;
+      }
       const std::string key = std::to_string(next++);
       if (key != old_key) {
         root_[key] = Json::Value(root_[old_key]);
@@ -102,95 +112,72 @@ class Fixer {
     }
   }
 
-  void FixItem(const std::string& where, Json::Value& item) {
+  void FixItem(Json::Value& item) {
     for (const std::string& key : item.getMemberNames()) {
       const std::string meant = KeyMeantBy(key);
       if (!meant.empty() && !item.isMember(meant)) {
         item[meant] = Json::Value(item[key]);
         item.removeMember(key);
-        Note(where + "renamed " + Quoted(key) + " to " + Quoted(meant));
+        Note("renamed " + Quoted(key) + " to " + Quoted(meant));
       }
     }
     for (const std::string key : {"name", "program"}) {
-      FixText(where, key, item, key);
+      if (item.isMember(key)) {
+        FixText(key, item[key]);
+      }
     }
-    FixArgs(where, item);
+    if (item.isMember("args")) {
+      FixArgs(item);
+    }
   }
 
-  // Turns a number or boolean into its text in the file. `name` is the name of
-  // the member `key` in the list of changes.
-  void FixText(const std::string& where, const std::string& name,
-               Json::Value& object, const std::string& key) {
-    if (!object.isMember(key)) {
-      return;
-    }
-    Json::Value& value = object[key];
+  // Turns a number or boolean into its text in the file.
+  void FixText(const std::string& name, Json::Value& value) {
     if (value.isNumeric() || value.isBool()) {
-      const auto start = static_cast<std::size_t>(value.getOffsetStart());
       const auto limit = static_cast<std::size_t>(value.getOffsetLimit());
-      value = text_.substr(start, limit - start);
-      Note(where + "wrote " + Quoted(name) + " as the text " +
+      value = text_.substr(OffsetOf(value), limit - OffsetOf(value));
+      Note("wrote " + Quoted(name) + " as the text " +
            Quoted(value.asString()));
     }
   }
 
-  void FixArgs(const std::string& where, Json::Value& item) {
-    if (!item.isMember("args")) {
-      return;
-    }
+  void FixArgs(Json::Value& item) {
     Json::Value& args = item["args"];
     const bool was_array = args.isArray();
-    if (was_array) {
-      args = Numbered(args);
-      Note(where +
-           "turned \"args\" into an object with the keys \"0\", \"1\", ...");
-    }
+    Number("\"args\"", args);
     if (!args.isObject()) {
       return;
     }
-    for (const std::string& key : args.getMemberNames()) {
-      FixText(where, "args/" + key, args, key);
-    }
     const auto count = static_cast<int>(args.size());
-    for (int i = 0; i < count; ++i) {
-      if (!args.isMember(std::to_string(i))) {
-        return;  // The intended number of arguments is not certain.
-      }
+    bool has_gap = false;
+    for (const std::string& key : args.getMemberNames()) {
+      FixText("args/" + key, args[key]);
+      has_gap = has_gap || IndexOf(key).value_or(UINT64_MAX) >= args.size();
     }
     const Json::Value& argc = std::as_const(item)["argc"];
     const bool is_meant = argc.isInt() ? !was_array || argc.asInt() == count
                                        : argc.isNull() && count == 0;
-    if (!is_meant) {
+    // With a gap, the intended number of arguments is not certain.
+    if (!has_gap && !is_meant) {
       item["argc"] = count;
-      Note(where + "set \"argc\" to " + std::to_string(count));
+      Note("set \"argc\" to " + std::to_string(count));
     }
   }
 
-  // Writes objects down to the items on lines of their own, and members in a
-  // natural order: known keys first, numbers by value.
+  // Writes objects down to the items on lines of their own.
   void Write(const Json::Value& value, const std::string& indent) {
-    constexpr std::string_view kFirst[] = {"$schema", "name", "program", "argc",
-                                           "args"};
     constexpr std::size_t kItemIndent = 2;
     if (!value.isObject() || value.empty()) {
       writer_->write(value, &written_);
       return;
     }
-    std::map<std::tuple<std::ptrdiff_t, std::uint64_t, std::string>,
-             const Json::Value*>
-        members;
-    for (auto member = value.begin(); member != value.end(); ++member) {
-      const std::string key = member.name();
-      members[{std::ranges::find(kFirst, key) - kFirst,
-               IndexOf(key).value_or(UINT64_MAX), key}] = &*member;
-    }
     const bool breaks = indent.size() <= kItemIndent;
     std::string separator = "{";
-    for (const auto& [order, member] : members) {
+    for (const std::string& key : Ordered(value)) {
       written_ << separator << (breaks ? "\n  " + indent : " ");
-      writer_->write(std::get<std::string>(order), &written_);
+      writer_->write(key, &written_);
       written_ << ": ";
-      Write(*member, indent + "  ");
+      Write(value[key], indent + "  ");
       separator = ",";
     }
     written_ << (breaks ? "\n" + indent : " ") << "}";
@@ -198,6 +185,7 @@ class Fixer {
 
   std::string text_;
   Json::Value root_;
+  std::string where_;  // the item's part of each note
   std::vector<std::string> changes_;
   std::unique_ptr<Json::StreamWriter> writer_;
   std::ostringstream written_;

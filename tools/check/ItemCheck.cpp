@@ -16,31 +16,36 @@ extern char** environ;  // NOLINT(readability-redundant-declaration)
 
 namespace {
 
-const Json::Value* Find(const Json::Value& object, const std::string& key) {
-  return object.isObject() ? object.find(key.data(), key.data() + key.size())
-                           : nullptr;
+// The member `key` of `object`; null if there is none.
+const Json::Value* Find(const Json::Value* object, const std::string& key) {
+  return object == nullptr || !object->isObject()
+             ? nullptr
+             : object->find(key.data(), key.data() + key.size());
 }
 
 class ItemCheck {
  public:
-  ItemCheck(int index, JsonObject item, const Json::Value& value,
-            const JsonText& text, Findings& findings)
+  ItemCheck(int index, JsonObject item, const JsonText& json,
+            Findings& findings)
       : item_(item),
-        value_(value),
-        args_(Find(value, "args")),
-        text_(text),
+        value_(json.root[std::to_string(index)]),
+        args_(Find(&value_, "args")),
+        json_(json),
         findings_(findings),
         checked_{index, {}, false, {}} {}
 
   CheckedItem Run() {
-    if (Find(value_, "name") == nullptr) {
+    if (Find(&value_, "name") == nullptr) {
       Add("name-missing", "name", nullptr, "is missing");
     } else {
       CheckName();
-      if (!CheckProgram()) {
-        CheckUnreachedArguments();
-      } else if (CheckArgc() && CheckArgs()) {
+      const bool has_program = CheckProgram();
+      const std::size_t known = findings_.size();
+      if (CheckArgc() && CheckArgs() && has_program) {
         checked_.vector = std::move(vector_);
+      }
+      for (std::size_t i = known; !has_program && i < findings_.size(); ++i) {
+        findings_[i].effect.insert(0, "once the item has a program, ");
       }
     }
     CheckKeys();
@@ -65,7 +70,7 @@ class ItemCheck {
     const std::string name = item_.GetObject("name");
     checked_.name = name;
     checked_.runs = true;
-    const Json::Value* const value = Find(value_, "name");
+    const Json::Value* const value = Find(&value_, "name");
     CheckText(*value, "name", name);
     if (name.empty() && value->isString()) {
       Add("name-empty", "name", value, "is empty");
@@ -88,7 +93,7 @@ class ItemCheck {
 
   // False if there is nothing to execute.
   bool CheckProgram() {
-    const Json::Value* const value = Find(value_, "program");
+    const Json::Value* const value = Find(&value_, "program");
     std::string program;
     try {
       program = ItemProgram(item_);
@@ -114,25 +119,13 @@ class ItemCheck {
           Quoted(program) + " is a relative path");
     }
     program_bytes_ = program.size() + 1;
-    vector_.push_back(std::move(program));
+    vector_[0] = std::move(program);
     return true;
-  }
-
-  // The arguments matter only once the item has a program.
-  void CheckUnreachedArguments() {
-    const std::size_t known = findings_.size();
-    vector_.emplace_back();
-    if (CheckArgc()) {
-      CheckArgs();
-    }
-    for (std::size_t i = known; i < findings_.size(); ++i) {
-      findings_[i].effect.insert(0, "once the item has a program, ");
-    }
   }
 
   // False when the forked child gets no further.
   bool CheckArgc() {
-    const Json::Value* const value = Find(value_, "argc");
+    const Json::Value* const value = Find(&value_, "argc");
     try {
       length_ = ItemVectorLength(item_);
     } catch (const std::exception&) {
@@ -167,7 +160,7 @@ class ItemCheck {
     }
   }
 
-  // The same.
+  // False when the forked child gets no further.
   bool CheckArgs() {
     if (args_ != nullptr) {
       CheckUnreadArgs();
@@ -175,20 +168,23 @@ class ItemCheck {
     if (length_ == 0) {
       vector_.clear();  // The terminator replaces the program's path.
     }
-    std::string missing;  // the first
-    std::int64_t more = -1;
+    std::vector<std::string> missing;
     for (std::int64_t i = 1; i < length_; ++i) {
-      const std::string key = "args/" + std::to_string(i - 1);
-      const Json::Value* const value = Argument(i);
-      if (!CheckArgument(i, key, value)) {
+      const std::string number = std::to_string(i - 1);
+      const std::string key = "args/" + number;
+      const Json::Value* const value = Find(args_, number);
+      if (!ReadArgument(i, key, value)) {
         return false;
       }
-      if (value == nullptr && ++more == 0) {
-        missing = key;
+      if (value == nullptr) {
+        missing.push_back(key);
+      } else {
+        CheckText(*value, key, vector_.back());
       }
     }
-    if (more >= 0) {
-      Add("arg-missing", missing, args_,
+    if (!missing.empty()) {
+      const std::size_t more = missing.size() - 1;
+      Add("arg-missing", missing[0], args_,
           "is missing" +
               (more == 0 ? "" : ", and " + std::to_string(more) + " more"));
     }
@@ -196,16 +192,12 @@ class ItemCheck {
     return true;
   }
 
-  const Json::Value* Argument(std::int64_t position) const {
-    return args_ == nullptr ? nullptr
-                            : Find(*args_, std::to_string(position - 1));
-  }
-
   // False when the launcher's own reading throws.
-  bool CheckArgument(std::int64_t position, const std::string& key,
-                     const Json::Value* value) {
+  bool ReadArgument(std::int64_t position, const std::string& key,
+                    const Json::Value* value) {
     try {
       vector_.push_back(ItemArgument(item_, position));
+      return true;
     } catch (const std::exception&) {
       if (!args_->isObject()) {
         Add("args-type", "args", args_, IsNot(*args_, "an object"));
@@ -214,10 +206,6 @@ class ItemCheck {
       }
       return false;
     }
-    if (value != nullptr) {
-      CheckText(*value, key, vector_.back());
-    }
-    return true;
   }
 
   void CheckSizes() {
@@ -231,8 +219,8 @@ class ItemCheck {
       total += bytes + sizeof(char*);
       // A path this long, the first element, is no program's.
       if (i > 0 && bytes > kLongestArgumentBytes) {
-        Add("arg-too-long", "args/" + std::to_string(i - 1),
-            Argument(static_cast<std::int64_t>(i)),
+        const std::string number = std::to_string(i - 1);
+        Add("arg-too-long", "args/" + number, Find(args_, number),
             "has " + std::to_string(bytes - 1) +
                 " bytes, more than the system accepts");
       }
@@ -251,7 +239,7 @@ class ItemCheck {
       return;
     }
     const auto count = static_cast<std::uint64_t>(length_ - 1);
-    for (const JsonKey& key : text_.KeysAt(OffsetOf(*args_))) {
+    for (const JsonKey& key : json_.KeysOf(args_)) {
       if (IndexOf(key.name).value_or(count) >= count) {
         AddAt(key.offset, "arg-unread", "args/" + key.name,
               "is not read; the keys that are read are \"0\" to " +
@@ -262,7 +250,7 @@ class ItemCheck {
 
   void CheckArgsWithoutArgc() {
     int count = 0;
-    while (Find(*args_, std::to_string(count)) != nullptr) {
+    while (Find(args_, std::to_string(count)) != nullptr) {
       ++count;
     }
     if (!args_->isObject() || !args_->empty()) {
@@ -273,11 +261,14 @@ class ItemCheck {
   }
 
   void CheckKeys() {
-    FindReplaced(value_, "");
-    if (args_ != nullptr && args_->isObject()) {
-      FindReplaced(*args_, "args/");
+    for (const auto& [object, path] :
+         {std::pair(&value_, ""), std::pair(args_, "args/")}) {
+      for (const JsonKey& key : json_.ReplacedKeysOf(object)) {
+        AddAt(key.offset, "duplicate-key", path + key.name,
+              "occurs more than once");
+      }
     }
-    for (const JsonKey& key : text_.KeysAt(OffsetOf(value_))) {
+    for (const JsonKey& key : json_.KeysOf(&value_)) {
       const std::string meant = KeyMeantBy(key.name);
       if (meant != key.name) {
         AddAt(key.offset, "unknown-key", key.name, "is not a recognised key",
@@ -288,40 +279,20 @@ class ItemCheck {
     }
   }
 
-  void FindReplaced(const Json::Value& object, const std::string& path) {
-    for (const JsonKey& key : text_.ReplacedKeysAt(OffsetOf(object))) {
-      AddAt(key.offset, "duplicate-key", path + key.name,
-            "occurs more than once");
-    }
-  }
-
   JsonObject item_;
   const Json::Value& value_;
   const Json::Value* const args_;
-  const JsonText& text_;
+  const JsonText& json_;
   Findings& findings_;
   CheckedItem checked_;
-  std::vector<std::string> vector_;
-  std::size_t program_bytes_ = 0;  // with its terminating zero
+  std::vector<std::string> vector_{""};  // the program's path is the first
+  std::size_t program_bytes_ = 0;        // with its terminating zero
   std::int64_t length_ = 1;
 };
 
 }  // namespace
 
-void CheckItem(int index, JsonObject item, const Json::Value& value,
-               const JsonText& text, CheckResult& result) {
-  result.items.push_back(
-      ItemCheck(index, item, value, text, result.findings).Run());
-}
-
-std::string IsNot(const Json::Value& value, const std::string& type) {
-  // In the order of Json::ValueType.
-  constexpr const char* kTypes[] = {"null",     "a number", "a number",
-                                    "a number", "a string", "a boolean",
-                                    "an array", "an object"};
-  return std::string("is ") + kTypes[value.type()] + ", not " + type;
-}
-
-std::size_t OffsetOf(const Json::Value& value) {
-  return static_cast<std::size_t>(value.getOffsetStart());
+void CheckItem(int index, JsonObject item, const JsonText& json,
+               CheckResult& result) {
+  result.items.push_back(ItemCheck(index, item, json, result.findings).Run());
 }

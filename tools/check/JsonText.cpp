@@ -1,7 +1,5 @@
 #include "tools/check/JsonText.h"
 
-#include <json/json.h>
-
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -16,14 +14,31 @@ namespace {
 
 constexpr const char* kBlanks = " \t\r\n";
 
-// The library decodes a key, so the result is the launcher's.
+// The name that the launcher reads for the key with these quotation marks.
 std::string Decoded(const std::string& quoted) {
   if (quoted.find('\\') == std::string::npos) {
     return quoted.substr(1, quoted.size() - 2);
   }
   Json::Value key;
-  const bool is_string = Json::Reader().parse(quoted, key) && key.isString();
-  return is_string ? key.asString() : quoted;
+  Json::Reader().parse(quoted, key);
+  return key.asString();
+}
+
+// The first byte of `text` at or after `offset` that is neither white space nor
+// in a comment; the text's size if there is none.
+std::size_t NextToken(const std::string& text, std::size_t offset) {
+  for (;;) {
+    const std::size_t at =
+        std::min(text.find_first_not_of(kBlanks, offset), text.size());
+    const std::string_view mark = text.compare(at, 2, "//") == 0   ? "\n"
+                                  : text.compare(at, 2, "/*") == 0 ? "*/"
+                                                                   : "";
+    if (mark.empty()) {
+      return at;
+    }
+    offset = text.find(mark, at + 2);
+    offset = offset == std::string::npos ? offset : offset + mark.size();
+  }
 }
 
 // The first byte after the string that begins at `start`.
@@ -70,6 +85,59 @@ Finding Named(std::string_view text, std::size_t offset,
   return Found(found.rule, {{}, "", offset}, found.problem);
 }
 
+// Uses the launcher's own reader, since others accept more. The library's own
+// formatting of the errors reads beyond the end of some texts.
+void Parse(const std::string& text, JsonText& json) {
+  std::size_t start = 0;
+  if (text.starts_with(kByteOrderMark)) {
+    json.errors.push_back(Found("bom", {{}, "", 0}, "has a byte order mark"));
+    start = kByteOrderMark.size();
+  }
+  Json::Reader reader;
+  try {
+    reader.parse(text.data() + start, text.data() + text.size(), json.root,
+                 /*collectComments=*/false);
+  } catch (const Json::Exception&) {
+    json.errors.push_back(
+        Found("not-json", {{}, "", start}, "is nested too deeply"));
+  }
+  for (const auto& error : reader.getStructuredErrors()) {
+    const auto offset = start + static_cast<std::size_t>(error.offset_start);
+    json.errors.push_back(Named(text, offset, error.message));
+  }
+  json.end =
+      NextToken(text, static_cast<std::size_t>(json.root.getOffsetLimit()));
+}
+
+// Accepts the errors that the library overlooks.
+void Scan(const std::string& text, JsonText& json) {
+  std::vector<std::size_t> open;  // the brackets around
+  for (std::size_t end = 0; end < text.size();) {
+    const std::size_t start = NextToken(text, end);
+    const std::size_t visible = text.find_first_not_of(kBlanks, end);
+    if (!json.comment && visible < start) {
+      json.comment = visible;
+    }
+    end = start + 1;
+    const char token = text[start];
+    if (token == '{' || token == '[') {
+      open.push_back(start);
+    } else if ((token == '}' || token == ']') && !open.empty()) {
+      open.pop_back();
+    } else if (token == '"') {
+      end = EndOfString(text, start);
+      const std::string string = text.substr(start, end - start);
+      if (std::ranges::any_of(string,
+                              [](unsigned char c) { return c < ' '; })) {
+        json.raw_controls.push_back(start);
+      }
+      if (!open.empty() && text[NextToken(text, end)] == ':') {
+        json.keys[open.back()].push_back({Decoded(string), start});
+      }
+    }
+  }
+}
+
 constexpr std::array kKeys{"name", "program", "argc", "args"};
 
 using OtherName = std::pair<std::string_view, const char*>;
@@ -98,14 +166,14 @@ std::size_t EditDistance(std::string_view a, std::string_view b) {
 
 }  // namespace
 
-const std::vector<JsonKey>& JsonText::KeysAt(std::size_t offset) const {
-  static const std::vector<JsonKey> kNone;
-  const auto found = keys.find(offset);
-  return found == keys.end() ? kNone : found->second;
+std::vector<JsonKey> JsonText::KeysOf(const Json::Value* object) const {
+  const auto found =
+      object == nullptr ? keys.end() : keys.find(OffsetOf(*object));
+  return found == keys.end() ? std::vector<JsonKey>() : found->second;
 }
 
-std::vector<JsonKey> JsonText::ReplacedKeysAt(std::size_t offset) const {
-  std::vector<JsonKey> replaced = KeysAt(offset);
+std::vector<JsonKey> JsonText::ReplacedKeysOf(const Json::Value* object) const {
+  std::vector<JsonKey> replaced = KeysOf(object);
   std::set<std::string> later;
   std::ranges::reverse(replaced);
   std::erase_if(replaced, [&](const JsonKey& key) {
@@ -114,82 +182,23 @@ std::vector<JsonKey> JsonText::ReplacedKeysAt(std::size_t offset) const {
   return replaced;
 }
 
-JsonText ScanJson(const std::string& text) {
-  JsonText result;
-  std::vector<std::size_t> open;  // the brackets around
-  for (std::size_t end = 0;;) {
-    const std::size_t start = NextToken(text, end);
-    const std::size_t visible = text.find_first_not_of(kBlanks, end);
-    if (!result.comment && visible < start) {
-      result.comment = visible;
-    }
-    if (start == text.size()) {
-      return result;
-    }
-    end = start + 1;
-    const char token = text[start];
-    if (token == '{' || token == '[') {
-      open.push_back(start);
-    } else if ((token == '}' || token == ']') && !open.empty()) {
-      open.pop_back();
-    } else if (token == '"') {
-      end = EndOfString(text, start);
-      const std::string string = text.substr(start, end - start);
-      if (std::ranges::any_of(string,
-                              [](unsigned char c) { return c < ' '; })) {
-        result.raw_controls.push_back(start);
-      }
-      const bool is_key = text[NextToken(text, end)] == ':';
-      if (is_key && !open.empty()) {
-        result.keys[open.back()].push_back({Decoded(string), start});
-      }
-    }
-  }
+JsonText ReadJson(const std::string& text) {
+  JsonText json;
+  Parse(text, json);
+  Scan(text, json);
+  return json;
 }
 
-std::size_t NextToken(const std::string& text, std::size_t offset) {
-  for (;;) {
-    const std::size_t at = text.find_first_not_of(kBlanks, offset);
-    if (at == std::string::npos) {
-      return text.size();
-    }
-    const bool is_line = text.compare(at, 2, "//") == 0;
-    if (!is_line && text.compare(at, 2, "/*") != 0) {
-      return at;
-    }
-    const std::string_view mark = is_line ? "\n" : "*/";
-    const std::size_t end = text.find(mark, at + 2);
-    if (end == std::string::npos) {
-      return text.size();
-    }
-    offset = end + mark.size();
-  }
+std::size_t OffsetOf(const Json::Value& value) {
+  return static_cast<std::size_t>(value.getOffsetStart());
 }
 
-// Uses the launcher's own reader, since others accept more. The library's own
-// formatting of the errors reads beyond the end of some texts.
-Findings FindSyntaxErrors(const std::string& text) {
-  Findings findings;
-  std::size_t start = 0;
-  if (text.starts_with(kByteOrderMark)) {
-    findings.push_back(Found("bom", {{}, "", 0}, "has a byte order mark"));
-    start = kByteOrderMark.size();
-  }
-  Json::Reader reader;
-  Json::Value root;
-  try {
-    reader.parse(text.data() + start, text.data() + text.size(), root,
-                 /*collectComments=*/false);
-  } catch (const Json::Exception&) {
-    findings.push_back(
-        Found("not-json", {{}, "", start}, "is nested too deeply"));
-    return findings;
-  }
-  for (const auto& error : reader.getStructuredErrors()) {
-    const auto offset = start + static_cast<std::size_t>(error.offset_start);
-    findings.push_back(Named(text, offset, error.message));
-  }
-  return findings;
+std::string IsNot(const Json::Value& value, const std::string& type) {
+  // In the order of Json::ValueType.
+  constexpr const char* kTypes[] = {"null",     "a number", "a number",
+                                    "a number", "a string", "a boolean",
+                                    "an array", "an object"};
+  return std::string("is ") + kTypes[value.type()] + ", not " + type;
 }
 
 std::string KeyMeantBy(const std::string& key) {

@@ -1,9 +1,10 @@
-// Facts about a JSON text that the library does not keep: the places of its
-// keys, the keys that a later one of the same name replaces, comments, and
-// control characters that are not escaped. The library does keep the places of
-// values.
+// A JSON text as the launcher's parser reads it, with what that parser does not
+// keep: the places of keys, the keys that a later one of the same name
+// replaces, comments, and control characters that are not escaped.
 
 #pragma once
+
+#include <json/json.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -22,34 +23,34 @@ struct JsonKey {
   std::size_t offset;  // of its quotation mark
 };
 
+// The root, its end and the keys are unspecified if there are errors.
 struct JsonText {
-  // The keys of each object in the text's order, by the offset of the object's
-  // opening brace.
-  std::map<std::size_t, std::vector<JsonKey>> keys;
+  Json::Value root;
+  std::size_t end = 0;  // of the document, and of blanks and comments after it
+  // One finding for each place where the parser failed, in its order; empty
+  // exactly when `JsonObject(text.data(), text.size())` is a document.
+  Findings errors;
   std::optional<std::size_t> comment;  // the first
   // One for each string or key with a character below U+0020.
   std::vector<std::size_t> raw_controls;
+  // The keys of each object, by its offset.
+  std::map<std::size_t, std::vector<JsonKey>> keys;
 
-  // The keys of the object whose opening brace is at `offset`.
-  const std::vector<JsonKey>& KeysAt(std::size_t offset) const;
+  // The keys of `object`, in the text's order; none if it is no object or null.
+  std::vector<JsonKey> KeysOf(const Json::Value* object) const;
 
-  // The keys among these that a later one of the same name replaces.
-  std::vector<JsonKey> ReplacedKeysAt(std::size_t offset) const;
+  // Those that a later one of the same name replaces, the last first.
+  std::vector<JsonKey> ReplacedKeysOf(const Json::Value* object) const;
 };
 
-// Scans a text that the library accepts, including errors that it overlooks;
-// the result for any other text is unspecified. Takes linear time at any
-// nesting.
-JsonText ScanJson(const std::string& text);
+// Takes linear time at any nesting, and never throws for anything in `text`.
+JsonText ReadJson(const std::string& text);
 
-// The first byte of `text` at or after `offset` that is neither white space nor
-// in a comment; the text's size if there is none.
-std::size_t NextToken(const std::string& text, std::size_t offset);
+// Where `value` begins.
+std::size_t OffsetOf(const Json::Value& value);
 
-// Why a text is not JSON for the launcher: one finding for each place where the
-// parser failed, in its order; empty exactly when
-// `JsonObject(text.data(), text.size())` is a document.
-Findings FindSyntaxErrors(const std::string& text);
+// "is an array, not a string", with `type` for "a string".
+std::string IsNot(const Json::Value& value, const std::string& type);
 
 // The key of an item that `key` probably means: "program" for "Programm" and
 // "command", for example; "" if it resembles none. A key of an item means

@@ -80,18 +80,17 @@ std::string AdviceForMissing(const std::string& path) {
 
 // The program that "env" executes with the arguments `rest`; empty if there is
 // none, or if an option makes that hard to determine.
-std::string ProgramOfEnv(const std::string& rest) {
+std::string ProgramOfEnv(std::string rest) {
   constexpr std::string_view kSplit = "-S";
-  const bool splits = kSplitsScriptArguments || rest.starts_with(kSplit);
-  std::istringstream words(rest.starts_with(kSplit) ? rest.substr(kSplit.size())
-                                                    : rest);
-  std::string word = rest;
-  do {
-    if (splits && !(words >> word)) {
-      return "";
-    }
-  } while (splits && word.find('=') != std::string::npos);
-  return word.starts_with('-') ? "" : word;
+  const bool has_option = rest.starts_with(kSplit);
+  if (has_option || kSplitsScriptArguments) {
+    std::istringstream words(rest.substr(has_option ? kSplit.size() : 0));
+    do {
+      rest.clear();
+      words >> rest;
+    } while (rest.find('=') != std::string::npos);
+  }
+  return rest.starts_with('-') ? "" : rest;
 }
 
 MaybeProblem FindEnvProblem(const std::string& rest) {
@@ -119,8 +118,6 @@ MaybeProblem FindEnvProblem(const std::string& rest) {
       advice};
 }
 
-MaybeProblem FindProblem(const std::string& path, int scripts);
-
 // `scripts` have led to this one.
 MaybeProblem FindScriptProblem(const ScriptLine& line, int scripts) {
   const RuleName rule = "program-interpreter";
@@ -137,7 +134,7 @@ MaybeProblem FindScriptProblem(const ScriptLine& line, int scripts) {
         rule, "has too long a chain of interpreters that are scripts",
         "name a binary as the interpreter"};
   }
-  if (auto problem = FindProblem(interpreter, scripts + 1)) {
+  if (auto problem = FindProgramProblem(interpreter, scripts + 1)) {
     const bool is_chain =
         problem->rule->effect == std::string_view(rules::kChain);
     return ProgramProblem{
@@ -150,8 +147,9 @@ MaybeProblem FindScriptProblem(const ScriptLine& line, int scripts) {
                                        : std::nullopt;
 }
 
-// `scripts` have led to the file at `path`.
-MaybeProblem FindProblem(const std::string& path, int scripts) {
+}  // namespace
+
+MaybeProblem FindProgramProblem(const std::string& path, int scripts) {
   if (auto problem = FindAccessProblem(path)) {
     return problem;
   }
@@ -163,12 +161,6 @@ MaybeProblem FindProblem(const std::string& path, int scripts) {
   return head.starts_with("#!")
              ? FindScriptProblem(ParseScriptLine(head), scripts)
              : FindBinaryProblem(path);
-}
-
-}  // namespace
-
-MaybeProblem FindProgramProblem(const std::string& path) {
-  return FindProblem(path, 0);
 }
 
 std::string BytesAt(const std::string& path, std::uint64_t offset,

@@ -5,7 +5,6 @@
 
 #pragma once
 
-#include <stdexcept>
 #include <string_view>
 
 #include "launcher/Messages.h"
@@ -208,23 +207,14 @@ inline constexpr Rule kAll[] = {
 class RuleName {
  public:
   // NOLINTNEXTLINE(google-explicit-constructor)
-  consteval RuleName(const char* id) : rule_(Find(id)) {}
+  consteval RuleName(const char* id) {
+    while (std::string_view(id) != rule_->id) {
+      ++rule_;
+    }
+  }
 
-  // NOLINTNEXTLINE(google-explicit-constructor)
-  constexpr RuleName(const Rule& rule) : rule_(&rule) {}
-
-  constexpr const Rule& operator*() const { return *rule_; }
   constexpr const Rule* operator->() const { return rule_; }
 
  private:
-  static consteval const Rule* Find(std::string_view id) {
-    for (const Rule& rule : rules::kAll) {
-      if (id == rule.id) {
-        return &rule;
-      }
-    }
-    throw std::invalid_argument("no such rule");
-  }
-
-  const Rule* rule_;
+  const Rule* rule_ = rules::kAll;
 };

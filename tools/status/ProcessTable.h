@@ -17,8 +17,8 @@ struct Process {
   uid_t user = 0;
   int threads = 0;
   std::vector<std::string> arguments;
-  std::chrono::milliseconds uptime{0};
-  std::chrono::milliseconds processor_time{0};
+  std::chrono::microseconds uptime{0};
+  std::chrono::microseconds processor_time{0};
   std::uint64_t resident_bytes = 0;
 };
 

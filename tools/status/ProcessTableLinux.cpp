@@ -3,8 +3,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <optional>
 
@@ -74,9 +74,7 @@ std::optional<Process> ReadProcess(pid_t id) {
 std::vector<Process> ReadProcesses() {
   std::vector<Process> processes;
   for (const fs::directory_entry& entry : fs::directory_iterator("/proc")) {
-    const std::string name = entry.path().filename();
-    pid_t id = 0;
-    std::from_chars(name.data(), name.data() + name.size(), id);
+    const pid_t id = std::atoi(entry.path().filename().c_str());
     if (std::optional<Process> process; id > 0 && (process = ReadProcess(id))) {
       processes.push_back(std::move(*process));
     }

@@ -31,19 +31,10 @@ std::string MemoryText(std::uint64_t bytes) {
   constexpr double kStep = 1024;
   double amount = static_cast<double>(bytes) / kStep;
   const char* unit = "KMGT";
-  while (amount >= kStep && *unit != 'T') {
+  for (; amount >= kStep && *unit != 'T'; ++unit) {
     amount /= kStep;
-    ++unit;
   }
   return string_format("%.1f%c", amount, *unit);
-}
-
-Micros InMicros(std::chrono::milliseconds span) {
-  return std::chrono::microseconds(span).count();
-}
-
-double Seconds(std::chrono::milliseconds span) {
-  return std::chrono::duration<double>(span).count();
 }
 
 Numbers WorkerNumbers(const std::optional<Worker>& worker) {
@@ -51,8 +42,8 @@ Numbers WorkerNumbers(const std::optional<Worker>& worker) {
     return {"-", "-", "-", "-"};
   }
   const Process& process = worker->process;
-  return {std::to_string(process.id), SpanText(InMicros(process.uptime)),
-          SpanText(InMicros(process.processor_time)),
+  return {std::to_string(process.id), SpanText(process.uptime.count()),
+          SpanText(process.processor_time.count()),
           MemoryText(process.resident_bytes)};
 }
 
@@ -68,7 +59,7 @@ std::string WorkerTable(const std::string& title,
 }
 
 std::string StartText(const Process& process) {
-  return TimeText(Now() - InMicros(process.uptime));
+  return TimeText(Now() - process.uptime.count());
 }
 
 std::string Warnings(const LauncherStatus& launcher) {
@@ -103,13 +94,14 @@ std::string LauncherTable(const LauncherStatus& launcher, bool coloured) {
 }
 
 Json::Value JsonWorker(const Worker& worker) {
+  constexpr std::chrono::duration<double> kSecond{1};
   const Process& process = worker.process;
   Json::Value object;
   object["process"] = process.id;
   object["chain_processes"] = Json::UInt64{worker.links};
   object["command"] = ShellQuoted(process.arguments);
-  object["uptime_seconds"] = Seconds(process.uptime);
-  object["cpu_seconds"] = Seconds(process.processor_time);
+  object["uptime_seconds"] = process.uptime / kSecond;
+  object["cpu_seconds"] = process.processor_time / kSecond;
   object["memory_bytes"] = Json::UInt64{process.resident_bytes};
   return object;
 }

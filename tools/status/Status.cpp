@@ -1,13 +1,11 @@
 #include "tools/status/Status.h"
 
 #include <algorithm>
-#include <exception>
 #include <fstream>
 #include <iterator>
 #include <map>
 #include <set>
 #include <string_view>
-#include <unordered_map>
 
 #include "launcher/Items.h"
 
@@ -80,7 +78,7 @@ Worker Follow(const Process& head, const Children& children) {
 void AddWorker(const Process& head, const Children& children,
                std::vector<Worker>& workers) {
   Worker worker = Follow(head, children);
-  const bool is_young = worker.process.uptime < kExecutionTime;
+  const bool is_young = head.uptime < kExecutionTime;
   if (!worker.command.empty() || worker.links > 1 ||
       (IsProgram(worker) && !is_young)) {
     workers.push_back(std::move(worker));
@@ -94,11 +92,11 @@ std::string ItemCommand(JsonObject item) {
     if (length > kLargestArgc + 1) {
       return "";
     }
-    std::vector<std::string> arguments{ItemProgram(item).c_str()};
+    std::string command = std::string(" ") + ItemProgram(item).c_str();
     for (std::int64_t i = 1; i < length; ++i) {
-      arguments.emplace_back(ItemArgument(item, i).c_str());
+      command += std::string(" ") + ItemArgument(item, i).c_str();
     }
-    return Command(arguments);
+    return command;
   } catch (const std::exception&) {
     return "";  // Its forked child ends before it executes anything.
   }
@@ -107,13 +105,12 @@ std::string ItemCommand(JsonObject item) {
 // Of two items with the same name, the later counts.
 std::vector<ItemStatus> ParseItems(const std::string& text) {
   std::vector<ItemStatus> items;
-  std::unordered_map<std::string, std::size_t> places;
+  std::map<std::string, std::size_t> places;
   const auto add = [&](int, JsonObject node) {
     const auto name = static_cast<std::string>(node["name"]);
-    const auto [place, is_new] = places.try_emplace(name, items.size());
+    const auto place = places.try_emplace(name, items.size()).first;
     items.resize(places.size());
-    items[place->second].name = name;
-    items[place->second].command = ItemCommand(node);
+    items[place->second] = {name, ItemCommand(node), "", std::nullopt};
   };
   JsonObject document(text.c_str());
   WalkItems(document, add, [](int, JsonObject) {});
@@ -138,10 +135,10 @@ void ReadItems(LauncherStatus& launcher) {
   }
 }
 
-bool Waits(const ItemStatus& item) { return !item.worker; }
-
+// The number of items without a process.
 std::size_t CountWaiting(const LauncherStatus& launcher) {
-  return static_cast<std::size_t>(std::ranges::count_if(launcher.items, Waits));
+  const auto waits = [](const ItemStatus& item) { return !item.worker; };
+  return static_cast<std::size_t>(std::ranges::count_if(launcher.items, waits));
 }
 
 // Whether a worker's command fits an item's, from the surest rule to the
@@ -159,43 +156,36 @@ bool IsSimilar(std::string_view command, std::string_view item) {
          (command.ends_with(item) || item.ends_with(command));
 }
 
-// Moves the workers that fit an item to it.
-void Give(Rule fits, std::vector<Worker>& workers, LauncherStatus& launcher) {
-  std::erase_if(workers, [&](const Worker& worker) {
-    const auto found =
-        std::ranges::find_if(launcher.items, [&](const ItemStatus& item) {
-          return Waits(item) && fits(worker.command, item.command);
-        });
-    if (found == launcher.items.end()) {
-      return false;
+// Moves the unassigned workers that fit an item to it.
+void Assign(LauncherStatus& launcher, Rule fits) {
+  std::erase_if(launcher.unassigned, [&](const Worker& worker) {
+    for (ItemStatus& item : launcher.items) {
+      if (!item.worker && fits(worker.command, item.command)) {
+        item.worker = worker;
+        return true;
+      }
     }
-    found->worker = worker;
-    return true;
+    return false;
   });
 }
 
 void AssignWorkers(LauncherStatus& launcher) {
-  std::vector<Worker>& workers = launcher.unassigned;
-  Give(IsSame, workers, launcher);
-  Give(IsSimilar, workers, launcher);
-  if (workers.size() == 1 && CountWaiting(launcher) == 1) {
-    const auto fits_all = [](std::string_view, std::string_view) {
-      return true;
-    };
-    Give(fits_all, workers, launcher);
+  Assign(launcher, IsSame);
+  Assign(launcher, IsSimilar);
+  if (launcher.unassigned.size() == 1 && CountWaiting(launcher) == 1) {
+    Assign(launcher, [](auto, auto) { return true; });
   }
 }
 
 // The state of the items without a process.
 const char* StateOfWaiting(const LauncherStatus& launcher) {
   const std::size_t waiting = CountWaiting(launcher);
-  if (!launcher.unassigned.empty()) {
-    return launcher.unassigned.size() == waiting &&
-                   std::ranges::all_of(launcher.unassigned, IsProgram)
-               ? kRunning
-               : kNotRunning;
+  const std::vector<Worker>& unassigned = launcher.unassigned;
+  if (unassigned.size() == waiting &&
+      std::ranges::all_of(unassigned, IsProgram)) {
+    return kRunning;
   }
-  if (launcher.changed) {
+  if (!unassigned.empty() || launcher.changed) {
     return kNotRunning;
   }
   const std::size_t items = launcher.items.size();
@@ -203,10 +193,10 @@ const char* StateOfWaiting(const LauncherStatus& launcher) {
   if (threads >= items + kOwnThreads) {
     return kBetweenStarts;
   }
-  const bool loaded =
+  const bool is_loaded =
       launcher.process.uptime >= kLoadingTime + kLoadingTimePerItem * items;
-  return loaded && threads + waiting == items + kOwnThreads ? kGivenUp
-                                                            : kNotRunning;
+  return is_loaded && threads + waiting == items + kOwnThreads ? kGivenUp
+                                                               : kNotRunning;
 }
 
 LauncherStatus Look(const Process& process, const Children& children) {

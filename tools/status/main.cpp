@@ -5,9 +5,11 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "tools/status/Status.h"
 #include "tools/text/Characters.h"
@@ -29,28 +31,29 @@ int Fail(const std::string& what, int status) {
 
 // Writes the id if there is exactly one.
 int ShowProcess(const Status& status, const std::string& name) {
-  const ItemStatus* found = nullptr;
+  if (status.launchers.empty()) {
+    return Fail("this user runs no launcher", kNoLauncher);
+  }
+  std::vector<ItemStatus> found;
   for (const LauncherStatus& launcher : status.launchers) {
-    for (const ItemStatus& item : launcher.items) {
-      if (item.name == name && found != nullptr) {
-        return Fail("several launchers have an item called " + Printable(name),
-                    kNotAllRun);
-      }
-      found = item.name == name ? &item : found;
-    }
+    std::ranges::copy_if(launcher.items, std::back_inserter(found),
+                         [&](const auto& item) { return item.name == name; });
   }
-  if (found == nullptr) {
-    return Fail("no launcher has an item called " + Printable(name), kUnusable);
+  const std::string shown = Printable(name);
+  if (found.empty()) {
+    return Fail("no launcher has an item called " + shown, kUnusable);
   }
-  if (found->state != kRunning) {
-    return Fail(Printable(name) + ": " + found->state, kNotAllRun);
+  if (found.size() > 1) {
+    return Fail("several launchers have an item called " + shown, kNotAllRun);
   }
-  if (!found->worker) {
-    return Fail(
-        Printable(name) + ": its process cannot be distinguished from others",
-        kNotAllRun);
+  if (found[0].state != kRunning) {
+    return Fail(shown + ": " + found[0].state, kNotAllRun);
   }
-  std::cout << found->worker->process.id << "\n";
+  if (!found[0].worker) {
+    return Fail(shown + ": its process cannot be distinguished from others",
+                kNotAllRun);
+  }
+  std::cout << found[0].worker->process.id << "\n";
   return kAllRun;
 }
 
@@ -93,11 +96,8 @@ int Run(int argc, char** argv) {
     return Watch();
   }
   const Status status = FindStatus(ReadProcesses(), geteuid());
-  if (item && !status.launchers.empty()) {
-    return ShowProcess(status, *item);
-  }
   if (item) {
-    return Fail("this user runs no launcher", kNoLauncher);
+    return ShowProcess(status, *item);
   }
   std::cout << (json ? JsonReport(status)
                      : TableReport(status, MayColour(STDOUT_FILENO)));

@@ -105,16 +105,13 @@ std::string Cut(std::string_view text, std::size_t width) {
   if (DisplayWidth(text) <= width) {
     return std::string(text);
   }
-  std::size_t bytes = 0;
+  std::string result;
   std::size_t used = 1;  // by the ellipsis
-  for (;;) {
-    const Utf8Character character = DecodeUtf8(text.substr(bytes));
+  ForEachCharacter(text, [&](const auto& character, std::string_view bytes) {
     used += Width(character);
-    if (used > width) {
-      return std::string(text.substr(0, bytes)) + "\u2026";
-    }
-    bytes += character.bytes;
-  }
+    result += used <= width ? bytes : "";
+  });
+  return result + "\u2026";
 }
 
 std::string Fitted(std::string_view text, std::size_t width) {

@@ -5,7 +5,7 @@
 #include <charconv>
 #include <chrono>
 #include <ctime>
-#include <span>
+#include <initializer_list>
 #include <utility>
 
 #include "logger/Format.h"
@@ -40,7 +40,7 @@ struct Unit {
 };
 
 // Cut, not rounded: 9.96 must not become 10.0.
-std::string InUnits(std::uint64_t amount, std::span<const Unit> units) {
+std::string InUnits(std::uint64_t amount, std::initializer_list<Unit> units) {
   const Unit& unit = *std::ranges::find_if(
       units, [&](const Unit& each) { return amount >= each.least; });
   std::string text = std::to_string(amount / unit.size);
@@ -61,9 +61,8 @@ std::optional<std::int64_t> ToNumber(std::string_view text) {
 }
 
 Micros Now() {
-  using namespace std::chrono;
-  return duration_cast<microseconds>(system_clock::now().time_since_epoch())
-      .count();
+  return std::chrono::system_clock::now().time_since_epoch() /
+         std::chrono::microseconds(1);
 }
 
 std::optional<Micros> ParseLogTime(std::string_view text) {
@@ -122,19 +121,17 @@ std::string TimeText(Micros time) {
 }
 
 std::string SpanText(Micros span) {
-  static constexpr Unit kUnits[] = {
-      {2 * kDay, kDay, "d", false},
-      {kHour, kHour, "h", false},
-      {kMinute, kMinute, "m", false},
-      {kMicrosPerSecond, kMicrosPerSecond, "s", true},
-      {0, kMicrosPerSecond / 1000, "ms", false}};
-  return InUnits(static_cast<std::uint64_t>(std::max<Micros>(span, 0)), kUnits);
+  return InUnits(static_cast<std::uint64_t>(std::max<Micros>(span, 0)),
+                 {{2 * kDay, kDay, "d", false},
+                  {kHour, kHour, "h", false},
+                  {kMinute, kMinute, "m", false},
+                  {kMicrosPerSecond, kMicrosPerSecond, "s", true},
+                  {0, kMicrosPerSecond / 1000, "ms", false}});
 }
 
 std::string CountText(std::uint64_t count) {
-  static constexpr Unit kUnits[] = {{1'000'000'000, 1'000'000'000, "G", true},
-                                    {1'000'000, 1'000'000, "M", true},
-                                    {100'000, 1000, "k", false},
-                                    {0, 1, "", false}};
-  return InUnits(count, kUnits);
+  return InUnits(count, {{1'000'000'000, 1'000'000'000, "G", true},
+                         {1'000'000, 1'000'000, "M", true},
+                         {100'000, 1000, "k", false},
+                         {0, 1, "", false}});
 }

@@ -80,6 +80,7 @@ TEST_F(StatusReport, ShowsMemoryInTheUnitThatFits) {
   EXPECT_TRUE(shows(12'900'000, "12.3M"));
   EXPECT_TRUE(shows(std::uint64_t{3} << 30, "3.0G"));
   EXPECT_TRUE(shows(std::uint64_t{5} << 40, "5.0T"));
+  EXPECT_TRUE(shows(std::uint64_t{5} << 50, "5120.0T"));
 }
 
 TEST(WorkerState, CountsTheProcessesOfAChain) {

@@ -249,6 +249,14 @@ TEST_F(StatusTest, LeavesProcessesUnassignedRatherThanGuess) {
   EXPECT_EQ(FindLauncher().unassigned[1].process.id, 102);
 }
 
+TEST_F(StatusTest, DoesNotChooseBetweenTwoProcessesForTheLastItem) {
+  Launch({{"/a"}});
+  Run(101, {"x"});
+  Run(102, {"y"});
+  EXPECT_EQ(Given(), (Ids{0}));
+  EXPECT_EQ(FindLauncher().unassigned.size(), 2U);
+}
+
 TEST_F(StatusTest, AThreadForEachItemMeansThatMissingOnesStartAgain) {
   Launch(kTwo, 2);
   EXPECT_EQ(States(), (::States{kBetweenStarts, kBetweenStarts}));
@@ -342,6 +350,15 @@ TEST_F(StatusTest, TwoUnassignedChainsAreNotRunningItems) {
     processes_.push_back(Copy(head, kLauncher));
     processes_.push_back(Copy(head + 1, head));
   }
+  EXPECT_EQ(States(), (::States{kNotRunning, kNotRunning}));
+  EXPECT_EQ(FindLauncher().unassigned.size(), 2U);
+}
+
+TEST_F(StatusTest, DoesNotSayWhichOfTwoItemsHasAnUnassignedChain) {
+  Launch({{"/a"}, {"/b"}});
+  Run(101, {"x"});
+  processes_.push_back(Copy(102, kLauncher));
+  processes_.push_back(Copy(103, 102));
   EXPECT_EQ(States(), (::States{kNotRunning, kNotRunning}));
   EXPECT_EQ(FindLauncher().unassigned.size(), 2U);
 }

@@ -30,14 +30,14 @@ ScriptLine ParseScriptLine(const std::string& head) {
   constexpr std::string_view kBlanks = " \t";
   constexpr std::string_view kEnds(" \t\0", 3);
   std::string line = head.substr(2, head.find('\n') - 2);
-  line.erase(line.find_last_not_of(kBlanks) + 1);
   line.erase(0, line.find_first_not_of(kBlanks));
   const std::size_t end = std::min(line.find_first_of(kEnds), line.size());
-  const std::size_t rest =
-      std::min(line.find_first_not_of(kBlanks, end), line.size());
   const bool is_cut = end == line.size() && head.size() == kScriptLineBytes &&
                       head.find('\n') == std::string::npos;
-  return {line.substr(0, end), line.substr(rest), is_cut};
+  std::string rest = line.substr(end);
+  rest.erase(rest.find_last_not_of(kBlanks) + 1);
+  rest.erase(0, rest.find_first_not_of(kBlanks));
+  return {line.substr(0, end), rest, is_cut};
 }
 
 // The path of the executable `name` in PATH; empty if there is none.

@@ -140,6 +140,7 @@ TEST_F(ProgramFile, MayHaveAFirstLineOfLimitedLength) {
   Expect(line(kScriptLineBytes - 1) + "\n", "");
   Expect(line(kScriptLineBytes) + "\n", "program-interpreter");
   Expect(line(kScriptLineBytes - 1), "");
+  Expect(line(kScriptLineBytes - 1) + std::string(300, ' '), "");
 }
 
 TEST_F(ProgramFile, MustNotHaveACarriageReturnAfterTheInterpreter) {
@@ -294,7 +295,9 @@ TEST_F(ProgramFile, IsAWarningWhenItIsExecutableButNotReadable) {
 
 TEST_F(ProgramFile, IsAdvisedOnTheUsualSlips) {
   Executable("found", "#!/bin/sh\n");
-  setenv("PATH", (":" + std::string(directory_.Path())).c_str(), 1);
+  const std::string old_path = getenv("PATH");
+  setenv("PATH", (":" + directory_.Path().string() + ":" + old_path).c_str(),
+         1);
   setenv("HOME", directory_.Path().c_str(), 1);
   const auto advice = [](const char* path) { return ProblemOf(path).advice; };
   EXPECT_EQ(advice("found"), "write \"" +

@@ -89,6 +89,9 @@ class Program {
       : options_(options),
         history_(std::move(selection),
                  [this](const ProgramRun& run) {
+                   if (history_.Totals().lines == 1) {
+                     timeline_.origin = run.end;
+                   }
                    if (!options_.plot.empty()) {
                      timeline_.Add(run);
                    }

@@ -137,7 +137,7 @@ void History::Count(const LogEvent& event) {
 
 void History::AddItemEvent(LogEvent event, bool counts) {
   ItemHistory& item = Find(event.name);
-  event.name = item.name;  // The line is read only for now.
+  event.name = item.name;  // It outlives the line.
   if (!event.IsFromForkedChild()) {
     SeeLauncher(event);
     item.launcher = event.process;

@@ -92,7 +92,7 @@ inline const StateText& TextOf(ItemState state) {
 }
 
 struct ItemHistory {
-  // As far as the log shows it.
+  // As the log shows it; the launcher is taken to exist.
   ItemState StateAt(Micros now) const;
   // Whether the log does not show what followed the last end.
   bool HasDerivedState() const;

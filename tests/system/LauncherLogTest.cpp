@@ -90,6 +90,23 @@ TEST_F(LauncherLog, DrawsAPicture) {
   EXPECT_EQ(Run({"--plot", directory_.Path() / "no/a.svg", log}).status, 3);
 }
 
+TEST_F(LauncherLog, DrawsTheEndsApartInALogThatBeginsWithAnEnd) {
+  const std::string log = directory_.Write("launcher.log", Line("a"));
+  for (const char* const time : {"06:20:32", "06:20:33", "06:20:34"}) {
+    std::ofstream(log, std::ios::app)
+        << Line("a").replace(sizeof("2026-11-21T") - 1, 8, time);
+  }
+  const std::string picture = directory_.Path() / "a.svg";
+  EXPECT_EQ(Run({"--plot", picture, log}).status, 0);
+  const std::string svg = ReadFile(picture);
+  std::size_t marks = 0;
+  for (std::size_t at = 0; (at = svg.find("class=\"end\"", at)) != svg.npos;
+       ++at) {
+    ++marks;
+  }
+  EXPECT_EQ(marks, 4U);
+}
+
 TEST_F(LauncherLog, EndsWithThreeWhenUsedWrongly) {
   const std::string log = directory_.Write("launcher.log", Line("a"));
   EXPECT_EQ(Run({directory_.Path() / "none"}).status, 3);

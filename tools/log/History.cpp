@@ -20,6 +20,23 @@ constexpr std::uint32_t kLoopingPerMinute = 5;
 constexpr std::size_t kMaxSupervisors = 16;
 constexpr std::size_t kMaxLaunchers = 256;
 
+// Whether the item's program runs, or will within the restart pause.
+bool IsUp(ItemState state) {
+  return state == ItemState::kRunning || state == ItemState::kLooping;
+}
+
+ItemNow ItemAt(const ItemHistory& item, Micros now, bool launcher_exists) {
+  ItemState state = item.StateAt(now);
+  if (!launcher_exists && IsUp(state)) {
+    state = ItemState::kGone;
+  } else if (!launcher_exists && state == ItemState::kPausing) {
+    state = ItemState::kSilent;
+  }
+  const auto start = IsUp(state) ? item.RunStart() : std::nullopt;
+  const auto uptime = start ? std::optional(now - *start) : std::nullopt;
+  return {item, state, uptime, std::max(item.longest_ended, uptime)};
+}
+
 }  // namespace
 
 void MinuteRate::Add(std::int64_t second) {
@@ -42,17 +59,17 @@ std::uint64_t MinuteRate::At(std::int64_t second) const {
 }
 
 ItemState ItemHistory::StateAt(Micros now) const {
-  if (last_by_child && last_kind == LogEventKind::kStart) {
+  if (last.kind == LogEventKind::kStart && last.IsFromForkedChild()) {
     return ItemState::kChain;
   }
-  if (last_kind == LogEventKind::kForkFailed) {
+  if (last.kind == LogEventKind::kForkFailed) {
     return ItemState::kNoFork;
   }
-  if (last_kind == LogEventKind::kNoProgram) {
+  if (last.kind == LogEventKind::kNoProgram) {
     return ItemState::kNoProgram;
   }
-  const bool paused = last_kind == LogEventKind::kEnd && last_logs_starts;
-  const bool overdue = now - last_time > kRestartSeen;
+  const bool paused = last.kind == LogEventKind::kEnd && last_logs_starts;
+  const bool overdue = now - last.time > kRestartSeen;
   if (paused && overdue) {
     return ItemState::kSilent;
   }
@@ -64,22 +81,13 @@ ItemState ItemHistory::StateAt(Micros now) const {
   }
   // By rule it was started again, unless its launcher has stopped, which
   // kills the programs.
-  const bool killed = WaitStatus(last_status).signal == SIGKILL;
+  const bool killed = WaitStatus(last_end.status).signal == SIGKILL;
   return HasDerivedState() && overdue && killed ? ItemState::kSilent
                                                 : ItemState::kRunning;
 }
 
-ItemState ItemHistory::StateAt(const Present& present) const {
-  const ItemState state = StateAt(present.now);
-  const bool goes_on = IsUp(state) || state == ItemState::kPausing;
-  if (!goes_on || present.exists(launcher)) {
-    return state;
-  }
-  return IsUp(state) ? ItemState::kGone : ItemState::kSilent;
-}
-
 bool ItemHistory::HasDerivedState() const {
-  return last_kind == LogEventKind::kEnd && !last_logs_starts;
+  return last.kind == LogEventKind::kEnd && !last_logs_starts;
 }
 
 std::optional<Micros> ItemHistory::RunStart() const {
@@ -88,20 +96,11 @@ std::optional<Micros> ItemHistory::RunStart() const {
   return latest == supervisors.end() ? std::nullopt : latest->start;
 }
 
-std::optional<Micros> ItemHistory::Uptime(const Present& present) const {
-  const auto start = IsUp(StateAt(present)) ? RunStart() : std::nullopt;
-  return start ? std::optional(present.now - *start) : std::nullopt;
-}
-
-std::optional<Micros> ItemHistory::Longest(const Present& present) const {
-  return std::max(longest_ended, Uptime(present));
-}
-
-History::History(Selection selection, RunSink on_run)
-    : selection_(std::move(selection)), on_run_(std::move(on_run)) {}
+History::History(Selection selection, bool has_timeline)
+    : selection_(std::move(selection)), has_timeline_(has_timeline) {}
 
 bool History::Add(const LogEvent& event) {
-  has_lines_ = true;
+  totals_.has_lines = true;
   totals_.unrecognised += event.fragments;
   if (event.IsAboutItem() && !selection_.names.empty() &&
       !selection_.names.contains(Unescaped(event.name))) {
@@ -122,7 +121,11 @@ bool History::Add(const LogEvent& event) {
 
 void History::Count(const LogEvent& event) {
   LogTotals& all = totals_;
-  all.first = all.lines == 0 ? event.time : std::min(all.first, event.time);
+  if (all.lines == 0) {
+    all.first = event.time;
+    timeline_.origin = event.time;
+  }
+  all.first = std::min(all.first, event.time);
   all.last = std::max(all.last, event.time);
   ++all.lines;
   all.lost += event.lost;
@@ -132,8 +135,9 @@ void History::Count(const LogEvent& event) {
   all.parse_failed += event.kind == LogEventKind::kParseFailed;
 }
 
-void History::AddItemEvent(const LogEvent& event, bool counts) {
+void History::AddItemEvent(LogEvent event, bool counts) {
   ItemHistory& item = Find(event.name);
+  event.name = item.name;  // It outlives the line.
   if (!event.IsFromForkedChild()) {
     SeeLauncher(event);
     item.launcher = event.process;
@@ -145,9 +149,7 @@ void History::AddItemEvent(const LogEvent& event, bool counts) {
   } else if (event.kind == LogEventKind::kForkFailed && counts) {
     ++item.failed_forks;
   }
-  item.last_time = event.time;
-  item.last_kind = event.kind;
-  item.last_by_child = event.IsFromForkedChild();
+  item.last = event;
 }
 
 ItemHistory& History::Find(std::string_view name) {
@@ -193,8 +195,7 @@ void History::AddStart(ItemHistory& item, const LogEvent& event, bool counts) {
 void History::AddEnd(ItemHistory& item, const LogEvent& event, bool counts) {
   Supervisor& supervisor = FindSupervisor(item, event);
   const auto start = supervisor.start;
-  item.last_end = event.time;
-  item.last_status = event.status;
+  item.last_end = event;
   item.last_logs_starts = supervisor.logs_starts;
   supervisor.start = supervisor.logs_starts
                          ? std::nullopt
@@ -209,14 +210,17 @@ void History::AddEnd(ItemHistory& item, const LogEvent& event, bool counts) {
     const Micros life = std::max<Micros>(event.time - *start, 0);
     item.longest_ended = std::max(item.longest_ended.value_or(0), life);
   }
-  if (on_run_) {
-    on_run_({item.index, start, event.time, event.status});
+  if (has_timeline_) {
+    if (start) {
+      timeline_.AddRun(item.index, *start, event.time);
+    }
+    timeline_.AddEnd(item.index, event.time, WaitStatus(event.status).Cause());
   }
 }
 
 void History::SeeLauncher(const LogEvent& event) {
   if (!launchers_.contains(event.process)) {
-    ++launcher_count_;
+    ++totals_.launchers;
     if (launchers_.size() == kMaxLaunchers) {
       launchers_.erase(std::ranges::min_element(
           launchers_, {}, [](const auto& entry) { return entry.second.last; }));
@@ -237,17 +241,27 @@ std::vector<LauncherSeen> History::Launchers() const {
   return launchers;
 }
 
-std::vector<const ItemHistory*> History::Items(const Present& present) const {
+std::vector<ItemNow> History::Items(const Present& present) const {
   const auto launchers = Launchers();
   const std::int64_t last = launchers.empty() ? 0 : launchers.back().process;
-  std::vector<const ItemHistory*> items;
+  std::vector<ItemNow> items;
   for (const ItemHistory& item : items_) {
-    if (!selection_.since || item.last_time >= *selection_.since ||
-        item.launcher == last || present.exists(item.launcher)) {
-      items.push_back(&item);
+    const bool launcher_exists = present.exists(item.launcher);
+    if (!selection_.since || item.last.time >= *selection_.since ||
+        item.launcher == last || launcher_exists) {
+      items.push_back(ItemAt(item, present.now, launcher_exists));
     }
   }
   return items;
+}
+
+void History::AddOpenRuns() {
+  for (const ItemHistory& item : items_) {
+    const auto start = item.RunStart();
+    if (start && IsUp(item.StateAt(totals_.last))) {
+      timeline_.AddRun(item.index, *start, totals_.last);
+    }
+  }
 }
 
 std::vector<std::string> History::UnknownNames() const {

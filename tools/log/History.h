@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "tools/log/LogLine.h"
+#include "tools/log/Timeline.h"
 
 // The time at which a history is read, and the processes that exist then.
 struct Present {
@@ -74,11 +75,6 @@ struct StateText {
   const char* meaning;  // of a state that needs attention; otherwise null
 };
 
-// Whether the item's program runs, or will within the restart pause.
-inline bool IsUp(ItemState state) {
-  return state == ItemState::kRunning || state == ItemState::kLooping;
-}
-
 // In the order of the enumeration.
 inline constexpr std::array<StateText, 8> kStateTexts{{
     {ItemState::kRunning, "running", nullptr},
@@ -96,6 +92,14 @@ inline const StateText& TextOf(ItemState state) {
 }
 
 struct ItemHistory {
+  // As the log shows it; the launcher is taken to exist.
+  ItemState StateAt(Micros now) const;
+  // Whether the log does not show what followed the last end.
+  bool HasDerivedState() const;
+  // When the present run began, as far as it is known.
+  std::optional<Micros> RunStart() const;
+  std::uint64_t Starts() const { return logs_starts ? logged_starts : ends; }
+
   std::string name;  // escaped
   std::size_t index = 0;
   bool logs_starts = false;  // whether any of its launchers does
@@ -104,37 +108,21 @@ struct ItemHistory {
   std::uint64_t chained_starts = 0;  // by forked children, links of a chain
   std::uint64_t failed_forks = 0;
   std::map<int, std::uint64_t> statuses;  // how many ends had each
-  Micros last_time = 0;
-  LogEventKind last_kind = LogEventKind::kOther;
-  std::int64_t launcher = 0;  // the process that supervised it last
-  bool last_by_child = false;
-  bool last_logs_starts = false;  // whether its supervisor does
-  Micros last_end = 0;
-  int last_status = 0;
+  LogEvent last;
+  LogEvent last_end;
+  bool last_logs_starts = false;  // whether the supervisor of the last end does
+  std::int64_t launcher = 0;      // the process that supervised it last
   std::optional<Micros> longest_ended;
   MinuteRate rate;
   std::vector<Supervisor> supervisors;
-
-  bool HasDerivedStarts() const { return !logs_starts; }
-  std::uint64_t Starts() const { return logs_starts ? logged_starts : ends; }
-  ItemState StateAt(Micros now) const;
-  ItemState StateAt(const Present& present) const;
-  // Whether the log does not show what followed the last end.
-  bool HasDerivedState() const;
-  // When the present run began, as far as it is known.
-  std::optional<Micros> RunStart() const;
-  // How long the present run has lasted; nullopt if none is known.
-  std::optional<Micros> Uptime(const Present& present) const;
-  // The longest run, the present one included.
-  std::optional<Micros> Longest(const Present& present) const;
 };
 
-// A program's life from a start to an end.
-struct ProgramRun {
-  std::size_t item = 0;
-  std::optional<Micros> start;
-  Micros end = 0;
-  int status = 0;
+// An item at the present.
+struct ItemNow {
+  const ItemHistory& history;
+  ItemState state;
+  std::optional<Micros> uptime;   // of the present run, if its start is known
+  std::optional<Micros> longest;  // run, the present one included
 };
 
 // A process that supervised items.
@@ -151,60 +139,61 @@ struct Selection {
   std::set<std::string> names;  // all when empty
 };
 
-// Figures of the whole log, within the selection.
+// Figures of the whole log.
 struct LogTotals {
+  // Within the selection.
   std::uint64_t lines = 0;
   std::uint64_t lost = 0;
   int lost_error = 0;  // of the last line lost
   std::uint64_t cut = 0;
-  std::uint64_t unrecognised = 0;  // with or without a selection
   std::uint64_t nameless = 0;
   std::uint64_t parse_failed = 0;
   Micros first = 0;
   Micros last = 0;
+  // With or without it.
+  bool has_lines = false;
+  std::uint64_t unrecognised = 0;
+  std::uint64_t launchers = 0;
 };
 
 class History {
  public:
-  using RunSink = std::function<void(const ProgramRun&)>;
-
-  // Calls `on_run` with each run as it ends.
-  explicit History(Selection selection = {}, RunSink on_run = {});
+  // Fills the timeline only if `has_timeline`.
+  explicit History(Selection selection = {}, bool has_timeline = false);
 
   // Returns whether the event is within the selection.
   bool Add(const LogEvent& event);
   void AddUnrecognised() { ++totals_.unrecognised; }
 
-  // Every item, in the order of their first lines. Items do not move.
-  const std::deque<ItemHistory>& AllItems() const { return items_; }
   // The items with events within the selection, and those whose launcher exists
-  // or was the last one.
-  std::vector<const ItemHistory*> Items(const Present& present) const;
+  // or was the last one, in the order of their first lines.
+  std::vector<ItemNow> Items(const Present& present) const;
   // The selected names that no line contains.
   std::vector<std::string> UnknownNames() const;
   // The latest ones that are kept, the latest last.
   std::vector<LauncherSeen> Launchers() const;
-  std::uint64_t LauncherCount() const { return launcher_count_; }
 
-  // With or without a selection.
-  bool HasLines() const { return has_lines_; }
   const LogTotals& Totals() const { return totals_; }
+
+  // The runs that have ended and, after `AddOpenRuns`, those that had not ended
+  // at the last line.
+  const Timeline& Runs() const { return timeline_; }
+  void AddOpenRuns();
 
  private:
   void Count(const LogEvent& event);
   ItemHistory& Find(std::string_view name);
   Supervisor& FindSupervisor(ItemHistory& item, const LogEvent& event);
-  void AddItemEvent(const LogEvent& event, bool counts);
+  void AddItemEvent(LogEvent event, bool counts);
   void AddStart(ItemHistory& item, const LogEvent& event, bool counts);
   void AddEnd(ItemHistory& item, const LogEvent& event, bool counts);
   void SeeLauncher(const LogEvent& event);
 
   const Selection selection_;
-  const RunSink on_run_;
+  const bool has_timeline_;
+  Timeline timeline_;
   std::deque<ItemHistory> items_;
   std::map<std::string, std::size_t, std::less<>> indices_;
   std::map<std::int64_t, LauncherSeen> launchers_;
-  std::uint64_t launcher_count_ = 0;
-  bool has_lines_ = false;
   LogTotals totals_;
 };

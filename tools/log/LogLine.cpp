@@ -35,15 +35,6 @@ constexpr std::array<MessageFormat, 7> kMessages{{
     {kLostLinesMessage, LOGLEVEL_CRITICAL, LogEventKind::kLost},
 }};
 
-// Removes `prefix` from the start of `text`; false when it is not there.
-bool Skip(std::string_view& text, std::string_view prefix) {
-  if (!text.starts_with(prefix)) {
-    return false;
-  }
-  text.remove_prefix(prefix.size());
-  return true;
-}
-
 // Removes the number that `text` ends with.
 std::optional<std::int64_t> TakeLastNumber(std::string_view& text) {
   std::size_t start = text.find_last_not_of("0123456789") + 1;
@@ -58,29 +49,33 @@ std::optional<std::int64_t> TakeLastNumber(std::string_view& text) {
 // Splits `message` by `format`, which has at most one %s, before all numbers.
 std::optional<Conversions> Match(std::string_view message,
                                  std::string_view format) {
+  const std::string_view start = format.substr(0, format.find('%'));
+  if (!message.starts_with(start)) {
+    return std::nullopt;
+  }
+  message.remove_prefix(start.size());
   Conversions result;
   auto number = result.numbers.begin();
   std::size_t percent = 0;
   while ((percent = format.rfind('%')) != std::string_view::npos) {
-    std::string_view literal = format.substr(percent + 1);
-    const bool is_text = literal.starts_with('s');
-    literal.remove_prefix(is_text ? 1 : literal.find_first_of("du") + 1);
+    const std::string_view literal =
+        format.substr(format.find_first_of("sdu", percent) + 1);
     if (!message.ends_with(literal)) {
       return std::nullopt;
     }
     message.remove_suffix(literal.size());
-    format = format.substr(0, percent);
-    if (is_text) {
-      result.text = message.substr(std::min(format.size(), message.size()));
-      return message.starts_with(format) ? std::optional(result) : std::nullopt;
+    if (format[percent + 1] == 's') {
+      result.text = message;
+      return result;
     }
     const auto value = TakeLastNumber(message);
     if (!value) {
       return std::nullopt;
     }
     *number++ = *value;
+    format = format.substr(0, percent);
   }
-  return message == format ? std::optional(result) : std::nullopt;
+  return message.empty() ? std::optional(result) : std::nullopt;
 }
 
 // Whether the logger ended `message` with `mark`. After an odd number of
@@ -118,38 +113,36 @@ void SetMessage(LogEvent& event, LOGLEVEL level, std::string_view message) {
   }
 }
 
-// Removes the text up to `end`, and `end`, from the start of `line`.
+// Removes the text up to the first `end`, and `end`; empty if there is none.
 std::string_view TakeUpTo(std::string_view& line, char end) {
-  const std::string_view text = line.substr(0, line.find(end));
-  line.remove_prefix(std::min(text.size() + 1, line.size()));
+  const std::size_t size = line.find(end);
+  if (size == std::string_view::npos) {
+    return {};
+  }
+  const std::string_view text = line.substr(0, size);
+  line.remove_prefix(size + 1);
   return text;
 }
 
 // A line that begins where `line` does.
 std::optional<LogEvent> ParseWhole(std::string_view line) {
-  const auto time = ParseLogTime(line);
-  if (!time) {
+  const std::string_view time = TakeUpTo(line, ' ');
+  const auto micros = ParseLogTime(time);
+  if (!micros || time.size() != kTimeShape.size()) {
     return std::nullopt;
   }
-  line.remove_prefix(kTimeShape.size());
-  if (!Skip(line, " ")) {
-    return std::nullopt;
-  }
-  const std::string_view level = TakeUpTo(line, ' ');
-  const auto known =
-      std::ranges::find(kLevelsBySeverity, level, &LevelFormat::text);
+  const auto level = std::ranges::find(kLevelsBySeverity, TakeUpTo(line, ' '),
+                                       &LevelFormat::text);
   const auto process = ToNumber(TakeUpTo(line, ':'));
-  const std::size_t thread_end = line.find(' ');
-  const auto thread = ToNumber(line.substr(0, thread_end));
-  if (known == kLevelsBySeverity.end() || !process || !thread ||
-      thread_end == std::string_view::npos) {
+  const auto thread = ToNumber(TakeUpTo(line, ' '));
+  if (level == kLevelsBySeverity.end() || !process || !thread) {
     return std::nullopt;
   }
   LogEvent event;
-  event.time = *time;
+  event.time = *micros;
   event.process = *process;
   event.thread = *thread;
-  SetMessage(event, known->level, line.substr(thread_end + 1));
+  SetMessage(event, level->level, line);
   return event;
 }
 
@@ -181,18 +174,20 @@ std::string Unescaped(std::string_view text) {
     const auto digit = [&](std::size_t i) {
       return i < text.size() ? kHexDigits.find(text[i]) : kHexDigits.npos;
     };
-    if (Skip(text, "\\n")) {
+    std::size_t bytes = 2;
+    if (text.starts_with("\\n")) {
       result += '\n';
-    } else if (Skip(text, "\\\\")) {
+    } else if (text.starts_with("\\\\")) {
       result += kEscape;
     } else if (text.starts_with("\\x") && digit(2) != kHexDigits.npos &&
                digit(3) != kHexDigits.npos) {
       result += static_cast<char>(digit(2) * kHexDigits.size() + digit(3));
-      text.remove_prefix(kHexEscapeBytes);
+      bytes = kHexEscapeBytes;
     } else {
       result += text[0];
-      text.remove_prefix(1);
+      bytes = 1;
     }
+    text.remove_prefix(bytes);
   }
   return result;
 }

@@ -15,7 +15,6 @@
 
 // The causes of an end, from harmless to grave.
 enum class EndCause { kSuccess, kFailure, kKilled, kSignal, kCore };
-constexpr int kEndCauses = 5;
 
 // A wait status, as the launcher logs it, decoded.
 struct WaitStatus {

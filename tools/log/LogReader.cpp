@@ -158,37 +158,34 @@ void LogReader::ReadNew() {
 }
 
 void LogReader::ReadToEnd(const File& file) {
-  for (;;) {
-    const std::size_t kept = buffer_.size();
-    buffer_.resize(kept + kPieceBytes);
-    const ssize_t count =
-        read(file.descriptor, buffer_.data() + kept, kPieceBytes);
-    const int error = errno;
-    buffer_.resize(kept + (count > 0 ? static_cast<std::size_t>(count) : 0));
-    if (count < 0 && error != EINTR) {
-      Fail(file.path, std::strerror(error));
+  std::string piece(kPieceBytes, '\0');
+  ssize_t count = 0;
+  while ((count = read(file.descriptor, piece.data(), piece.size())) != 0) {
+    if (count > 0) {
+      GiveLines({piece.data(), static_cast<std::size_t>(count)});
+    } else if (errno != EINTR) {
+      Fail(file.path, std::strerror(errno));
     }
-    if (count == 0) {
-      return;
-    }
-    GiveLines();
   }
 }
 
-void LogReader::GiveLines() {
-  std::string_view rest = buffer_;
+void LogReader::GiveLines(std::string_view piece) {
   std::size_t end = 0;
-  while ((end = rest.find('\n')) != std::string_view::npos) {
-    on_line_(rest.substr(0, end));
-    rest.remove_prefix(end + 1);
+  while ((end = piece.find('\n')) != std::string_view::npos) {
+    line_ += piece.substr(0, end);
+    on_line_(line_);
+    line_.clear();
+    piece.remove_prefix(end + 1);
   }
-  const std::size_t kept = rest.size() > kMaxLineBytes ? 0 : rest.size();
-  buffer_.erase(0, buffer_.size() - kept);
+  line_ += piece;
+  if (line_.size() > kMaxLineBytes) {
+    line_.clear();
+  }
 }
 
 void LogReader::GiveLastLine() {
-  if (!buffer_.empty()) {
-    on_line_(buffer_);
-    buffer_.clear();
+  if (!line_.empty()) {
+    on_line_(line_);
+    line_.clear();
   }
 }

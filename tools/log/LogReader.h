@@ -50,11 +50,11 @@ class LogReader {
 
   bool OpenFile(const std::string& path);
   void ReadToEnd(const File& file);
-  void GiveLines();
+  void GiveLines(std::string_view piece);
   void GiveLastLine();
 
   const std::string path_;
   const LineSink on_line_;
   std::vector<File> files_;
-  std::string buffer_;
+  std::string line_;  // the beginning of one that is not complete yet
 };

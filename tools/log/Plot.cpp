@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numeric>
-#include <string_view>
 #include <utility>
 
 #include "common/util/StringHelpers.h"
@@ -30,27 +28,29 @@ constexpr int kNumberGap = 4;   // between two of them
 // More lanes than fit on a screen; the time axis is also above them.
 constexpr std::size_t kManyLanes = 15;
 
-constexpr std::array<const char*, kEndCauses> kCauses{
-    "exit 0", "exit 1 or more", "SIGKILL", "other signal", "core file"};
-
 // The marks differ in shape, not only in colour. The centre is at 0, 0.
-constexpr std::array<const char*, kEndCauses> kShapes{
-    R"(<circle r="4" fill="#fff" stroke="#007a5a" stroke-width="2"/>)",
-    R"(<path d="M-4,-4L4,4M-4,4L4,-4" stroke="#a35200" stroke-width="3"/>)",
-    R"(<rect x="-4" y="-4" width="8" height="8" fill="#222"/>)",
-    R"(<path d="M0,-5L5,4L-5,4Z" fill="#c43c00"/>)",
-    R"(<path d="M0,-6L6,0L0,6L-6,0Z" fill="#8a1c6b"/>)"
-    R"(<circle r="2" fill="#fff"/>)"};
+struct Mark {
+  const char* text;
+  const char* shape;
+};
 
-std::string XmlText(std::string_view text) {
-  static const std::map<char, const char*> kEntities{
-      {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}};
-  std::string result;
-  for (const char c : text) {
-    const auto entity = kEntities.find(c);
-    result += entity == kEntities.end() ? std::string(1, c) : entity->second;
-  }
-  return result;
+// In the order of the causes.
+constexpr Mark kMarks[] = {
+    {"exit 0",
+     R"(<circle r="4" fill="#fff" stroke="#007a5a" stroke-width="2"/>)"},
+    {"exit 1 or more",
+     R"(<path d="M-4,-4L4,4M-4,4L4,-4" stroke="#a35200" stroke-width="3"/>)"},
+    {"SIGKILL", R"(<rect x="-4" y="-4" width="8" height="8" fill="#222"/>)"},
+    {"other signal", R"(<path d="M0,-5L5,4L-5,4Z" fill="#c43c00"/>)"},
+    {"core file", R"(<path d="M0,-6L6,0L0,6L-6,0Z" fill="#8a1c6b"/>)"
+                  R"(<circle r="2" fill="#fff"/>)"}};
+
+std::string XmlText(std::string text) {
+  replace_all(text, "&", "&amp;");
+  replace_all(text, "<", "&lt;");
+  replace_all(text, ">", "&gt;");
+  replace_all(text, "\"", "&quot;");
+  return text;
 }
 
 constexpr Micros kMinute = 60 * kMicrosPerSecond;
@@ -87,11 +87,9 @@ std::string TickText(Micros tick, Micros step) {
 
 class SvgWriter {
  public:
-  SvgWriter(const History& history, const Timeline& timeline,
-            const Present& present)
+  SvgWriter(const History& history, const Present& present)
       : items_(history.Items(present)),
-        timeline_(timeline),
-        present_(present),
+        timeline_(history.Runs()),
         end_(std::max(history.Totals().last,
                       timeline_.origin + kMicrosPerSecond)),
         bottom_(kTop + kLaneHeight * static_cast<int>(items_.size())) {}
@@ -109,8 +107,8 @@ class SvgWriter {
         "Items from " + TimeText(timeline_.origin) + " to " + TimeText(end_));
     WriteAxis();
     int middle = kTop + kLaneHeight / 2;
-    for (const ItemHistory* const item : items_) {
-      WriteLane(*item, middle);
+    for (const ItemNow& item : items_) {
+      WriteLane(item, middle);
       middle += kLaneHeight;
     }
     WriteLegend(height - 24);
@@ -130,7 +128,7 @@ class SvgWriter {
 
   // `attributes` are added to the element's own.
   void WriteText(double x, int y, const char* attributes,
-                 std::string_view text) {
+                 const std::string& text) {
     svg_ += string_format("<text x=\"%.1f\" y=\"%d\" %s>%s</text>\n", x, y,
                           attributes, XmlText(text).c_str());
   }
@@ -160,16 +158,16 @@ class SvgWriter {
               "time (UTC)");
   }
 
-  void WriteLane(const ItemHistory& item, int middle) {
+  void WriteLane(const ItemNow& item, int middle) {
     constexpr std::size_t kNameColumns = 22;
-    const std::string name = Printable(item.name);
+    const std::string name = Printable(item.history.name);
     svg_ += "<g><title>" + XmlText(name) + "</title>";
     WriteText(kLeft - kLabelGap, middle + kTextShift, R"(text-anchor="end")",
               Cut(name, kNameColumns));
     svg_ += string_format("<path d=\"M%d,%dH%d\" stroke=\"#bbb\"/></g>\n",
                           kLeft, middle, kLeft + kWidth);
     WriteLaneNotes(item, middle);
-    const auto lane = timeline_.lanes.find(item.index);
+    const auto lane = timeline_.lanes.find(item.history.index);
     if (lane != timeline_.lanes.end()) {
       WriteRuns(lane->second.ran, middle);
       WriteMarks(lane->second.ends, middle);
@@ -177,14 +175,15 @@ class SvgWriter {
   }
 
   // The number of its ends and, if it needs attention, its state.
-  void WriteLaneNotes(const ItemHistory& item, int middle) {
+  void WriteLaneNotes(const ItemNow& item, int middle) {
     constexpr int kLineHalf = 7;
-    const StateText& state = TextOf(item.StateAt(present_));
+    const StateText& state = TextOf(item.state);
+    const std::uint64_t ends = item.history.ends;
     const bool has_state = state.meaning != nullptr;
     const double x = kLeft + kWidth + kLabelGap;
     const int y = middle + kTextShift;
     WriteText(x, has_state ? y - kLineHalf : y, R"(fill="#444")",
-              CountText(item.ends) + (item.ends == 1 ? " end" : " ends"));
+              CountText(ends) + (ends == 1 ? " end" : " ends"));
     if (has_state) {
       WriteText(x, y + kLineHalf,
                 R"(class="state" fill="#b00020" font-size="11")",
@@ -208,32 +207,32 @@ class SvgWriter {
 
   // A mark is at the first of its ends, and counts the ends that follow within
   // its width.
-  void WriteMarks(const std::map<std::size_t, Timeline::Ends>& all,
-                  int middle) {
+  void WriteMarks(const Timeline::Ends& all, int middle) {
     double free_from = 0;  // for a number, beside the one before it
     for (auto next = all.begin(); next != all.end();) {
-      const double x = ColumnX(next->first);
-      Timeline::Ends ends{};
-      for (; next != all.end() && ColumnX(next->first) < x + kMarkWidth;
+      const double x = ColumnX(next->first.first);
+      std::map<EndCause, std::uint32_t> causes;
+      std::uint32_t ends = 0;
+      for (; next != all.end() && ColumnX(next->first.first) < x + kMarkWidth;
            ++next) {
-        AddEnds(ends, next->second);
+        causes[next->first.second] += next->second;
+        ends += next->second;
       }
-      WriteMark(ends, x, middle);
-      free_from = WriteCount(std::reduce(ends.begin(), ends.end()), x, middle,
-                             free_from);
+      WriteMark(causes, x, middle);
+      free_from = WriteCount(ends, x, middle, free_from);
     }
   }
 
   // The gravest cause's shape.
-  void WriteMark(const Timeline::Ends& ends, double x, int middle) {
+  void WriteMark(const std::map<EndCause, std::uint32_t>& causes, double x,
+                 int middle) {
     std::string title;
     const char* shape = "";
-    for (std::size_t cause = 0; cause < kEndCauses; ++cause) {
-      if (ends[cause] > 0) {
-        title += (title.empty() ? "" : ", ") + std::string(kCauses[cause]) +
-                 ": " + std::to_string(ends[cause]);
-        shape = kShapes[cause];
-      }
+    for (const auto& [cause, ends] : causes) {
+      const Mark& mark = kMarks[static_cast<std::size_t>(cause)];
+      title += (title.empty() ? "" : ", ") + std::string(mark.text) + ": " +
+               std::to_string(ends);
+      shape = mark.shape;
     }
     svg_ += string_format(
         "<g class=\"end\" transform=\"translate(%.1f,%d)\">"
@@ -274,19 +273,18 @@ class SvgWriter {
     WriteBar(x, y, 28, "");
     WriteText(x + 36, y + kTextShift, "", "running");
     x += kFirstEntryWidth;
-    for (std::size_t cause = 0; cause < kEndCauses; ++cause) {
+    for (const Mark& mark : kMarks) {
       svg_ += string_format("<g transform=\"translate(%d,%d)\">%s</g>", x, y,
-                            kShapes[cause]);
+                            mark.shape);
       WriteText(x + kLabelGap, y + kTextShift, "",
-                std::string("ended: ") + kCauses[cause]);
+                std::string("ended: ") + mark.text);
       x += kEntryWidth;
     }
     WriteText(x, y + kTextShift, "", "a number: that many ends in one mark");
   }
 
-  const std::vector<const ItemHistory*> items_;
+  const std::vector<ItemNow> items_;
   const Timeline& timeline_;
-  const Present& present_;
   const Micros end_;
   const int bottom_;
   std::string svg_;
@@ -294,7 +292,6 @@ class SvgWriter {
 
 }  // namespace
 
-std::string PlotSvg(const History& history, const Timeline& timeline,
-                    const Present& present) {
-  return SvgWriter(history, timeline, present).Write();
+std::string PlotSvg(const History& history, const Present& present) {
+  return SvgWriter(history, present).Write();
 }

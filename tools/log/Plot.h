@@ -6,8 +6,6 @@
 #include <string>
 
 #include "tools/log/History.h"
-#include "tools/log/Timeline.h"
 
 // The picture as SVG, with a lane for each of the history's items.
-std::string PlotSvg(const History& history, const Timeline& timeline,
-                    const Present& present);
+std::string PlotSvg(const History& history, const Present& present);

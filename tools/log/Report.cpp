@@ -25,9 +25,9 @@ const std::vector<TableColumn> kColumns{
 
 // Whether the item's last state was derived. The log itself shows a loop, and
 // the process table shows that the launcher is gone.
-bool ShowsDerivedState(const ItemHistory& item, ItemState state) {
-  return item.HasDerivedState() && state != ItemState::kLooping &&
-         state != ItemState::kGone;
+bool ShowsDerivedState(const ItemNow& item) {
+  return item.history.HasDerivedState() && item.state != ItemState::kLooping &&
+         item.state != ItemState::kGone;
 }
 
 using Causes = std::vector<std::pair<int, std::uint64_t>>;
@@ -37,8 +37,8 @@ using Causes = std::vector<std::pair<int, std::uint64_t>>;
 Causes CausesOf(const ItemHistory& item) {
   Causes causes(item.statuses.begin(), item.statuses.end());
   std::ranges::stable_sort(causes, [&](const auto& a, const auto& b) {
-    return std::pair(a.first == item.last_status, a.second) >
-           std::pair(b.first == item.last_status, b.second);
+    return std::pair(a.first == item.last_end.status, a.second) >
+           std::pair(b.first == item.last_end.status, b.second);
   });
   return causes;
 }
@@ -57,28 +57,27 @@ std::string SpanOrDash(std::optional<Micros> span) {
   return span ? SpanText(*span) : "-";
 }
 
-TableRow ItemRow(const ItemHistory& item, const Present& present) {
-  const Micros now = present.now;
-  const ItemState state = item.StateAt(present);
-  return {Printable(item.name),
-          CountText(item.Starts()) + (item.HasDerivedStarts() ? "~" : ""),
-          CountText(item.ends),
-          item.ends > 0 ? SpanText(now - item.last_end) : "-",
-          CountText(item.rate.At(now / kMicrosPerSecond)),
-          CountText(item.rate.Worst()),
-          SpanOrDash(item.Longest(present)),
-          SpanOrDash(item.Uptime(present)),
-          TextOf(state).name +
-              std::string(ShowsDerivedState(item, state) ? "~" : ""),
-          CausesText(item)};
+TableRow ItemRow(const ItemNow& now, Micros time) {
+  const ItemHistory& item = now.history;
+  return {
+      Printable(item.name),
+      CountText(item.Starts()) + (item.logs_starts ? "" : "~"),
+      CountText(item.ends),
+      item.ends > 0 ? SpanText(time - item.last_end.time) : "-",
+      CountText(item.rate.At(time / kMicrosPerSecond)),
+      CountText(item.rate.Worst()),
+      SpanOrDash(now.longest),
+      SpanOrDash(now.uptime),
+      TextOf(now.state).name + std::string(ShowsDerivedState(now) ? "~" : ""),
+      CausesText(item)};
 }
 
 std::string LauncherText(const History& history, const Present& present) {
-  if (history.LauncherCount() == 0) {
+  if (history.Totals().launchers == 0) {
     return "";
   }
   const LauncherSeen last = history.Launchers().back();
-  return "launchers: " + std::to_string(history.LauncherCount()) +
+  return "launchers: " + std::to_string(history.Totals().launchers) +
          ", last line at " + TimeText(last.last) + " by process " +
          std::to_string(last.process) +
          (present.exists(last.process) ? "" : ", no longer there") +
@@ -104,25 +103,20 @@ std::string Source(const Report& report) {
   return text + LauncherText(report.history, report.present);
 }
 
-// `what` and as many of the names as fit on a line of `width` columns, at
-// least one.
+// `what` and as many of the names as fit on a line of `width` columns. The
+// first one is cut if necessary.
 std::string NamesLine(std::string what, const std::vector<std::string>& names,
                       std::size_t width) {
   constexpr std::size_t kMoreWidth = 16;  // " and 12345 more"
   const std::size_t room = width - std::min(width, kMoreWidth);
-  std::size_t shown = 0;
+  what += Cut(names[0], room - std::min(room, DisplayWidth(what)));
+  std::size_t shown = 1;
   for (; shown < names.size(); ++shown) {
-    const std::string part = (shown == 0 ? "" : ", ") + names[shown];
+    const std::string part = ", " + names[shown];
     if (DisplayWidth(what) + DisplayWidth(part) > room) {
-      break;
+      return what + " and " + std::to_string(names.size() - shown) + " more\n";
     }
     what += part;
-  }
-  if (shown == 0) {
-    what += Cut(names[shown++], room - std::min(room, DisplayWidth(what)));
-  }
-  if (shown < names.size()) {
-    what += " and " + std::to_string(names.size() - shown) + " more";
   }
   return what + "\n";
 }
@@ -131,14 +125,13 @@ std::string CountLine(const std::string& what, std::uint64_t count) {
   return count == 0 ? "" : what + ": " + std::to_string(count) + "\n";
 }
 
-std::string Remarks(const Report& report,
-                    const std::vector<const ItemHistory*>& items) {
+std::string Remarks(const Report& report, const std::vector<ItemNow>& items) {
   const LogTotals& totals = report.history.Totals();
   std::string text = CountLine("items without a name", totals.nameless) +
                      CountLine("cut lines", totals.cut) +
                      CountLine("unrecognised lines", totals.unrecognised);
-  if (std::ranges::any_of(items, [](const ItemHistory* item) {
-        return item->HasDerivedStarts() || item->HasDerivedState();
+  if (std::ranges::any_of(items, [](const ItemNow& item) {
+        return !item.history.logs_starts || item.history.HasDerivedState();
       })) {
     text +=
         "~ derived from the ends: only the levels VERBOSE and DEBUG log "
@@ -165,28 +158,29 @@ Json::Value JsonStatus(int word) {
   return json;
 }
 
-Json::Value JsonItem(const ItemHistory& item, const Present& present) {
+Json::Value JsonItem(const ItemNow& now, Micros time) {
+  const ItemHistory& item = now.history;
   Json::Value json;
   json["name"] = ValidUtf8(Unescaped(item.name));
   json["starts"] = item.Starts();
-  json["starts_derived"] = item.HasDerivedStarts();
+  json["starts_derived"] = !item.logs_starts;
   json["ends"] = item.ends;
   json["last_end"] = Json::nullValue;
   if (item.ends > 0) {
-    json["last_end"] = JsonStatus(item.last_status);
-    json["last_end"]["time"] = TimeText(item.last_end);
+    json["last_end"] = JsonStatus(item.last_end.status);
+    json["last_end"]["time"] = TimeText(item.last_end.time);
   }
   json["causes"] = Json::arrayValue;
   for (const auto& [status, count] : CausesOf(item)) {
     json["causes"].append(JsonStatus(status))["count"] = count;
   }
-  json["per_minute_now"] = item.rate.At(present.now / kMicrosPerSecond);
+  json["per_minute_now"] = item.rate.At(time / kMicrosPerSecond);
   json["per_minute_worst"] = item.rate.Worst();
-  json["longest_life_ms"] = JsonMilliseconds(item.Longest(present));
-  json["uptime_ms"] = JsonMilliseconds(item.Uptime(present));
+  json["longest_life_ms"] = JsonMilliseconds(now.longest);
+  json["uptime_ms"] = JsonMilliseconds(now.uptime);
   json["failed_forks"] = item.failed_forks;
   json["chained_starts"] = item.chained_starts;
-  json["state"] = TextOf(item.StateAt(present)).name;
+  json["state"] = TextOf(now.state).name;
   json["state_derived"] = item.HasDerivedState();
   return json;
 }
@@ -207,28 +201,31 @@ std::string LostLines(std::uint64_t count, int error) {
 }
 
 std::string EventWords(const LogEvent& event) {
-  // In the order of the enumeration; of an item, after its name.
-  static constexpr const char* kWords[] = {
-      " starts",
-      " ended: ",
-      " could not be forked and is given up",
-      " has an empty program path",
-      "an item has no name and is skipped",
-      "the items file could not be parsed",
-      "",
-      "a message was cut",
-      ""};
-  if (event.kind == LogEventKind::kLost) {
-    return LostLines(event.lost, event.error);
+  const std::string name = Printable(event.name);
+  switch (event.kind) {
+    case LogEventKind::kStart:
+      return name + (event.IsFromForkedChild()
+                         ? " cannot be executed; tried again"
+                         : " starts");
+    case LogEventKind::kEnd:
+      return name + " (process " + std::to_string(event.child) +
+             ") ended: " + WaitStatus(event.status).Text();
+    case LogEventKind::kForkFailed:
+      return name + " could not be forked and is given up";
+    case LogEventKind::kNoProgram:
+      return name + " has an empty program path";
+    case LogEventKind::kNameless:
+      return "an item has no name and is skipped";
+    case LogEventKind::kParseFailed:
+      return "the items file could not be parsed";
+    case LogEventKind::kLost:
+      return LostLines(event.lost, event.error);
+    case LogEventKind::kCut:
+      return "a message was cut";
+    case LogEventKind::kOther:
+      break;
   }
-  std::string words = kWords[static_cast<std::size_t>(event.kind)];
-  if (event.kind == LogEventKind::kEnd) {
-    words = " (process " + std::to_string(event.child) + ")" + words +
-            WaitStatus(event.status).Text();
-  } else if (event.kind == LogEventKind::kStart && event.IsFromForkedChild()) {
-    words = " cannot be executed; tried again";
-  }
-  return (event.IsAboutItem() ? Printable(event.name) : "") + words;
+  return "";
 }
 
 }  // namespace
@@ -237,8 +234,8 @@ std::string Report::Table(std::size_t width) const {
   const auto items = history.Items(present);
   std::vector<TableRow> rows;
   rows.reserve(items.size());
-  for (const ItemHistory* const item : items) {
-    rows.push_back(ItemRow(*item, present));
+  for (const ItemNow& item : items) {
+    rows.push_back(ItemRow(item, present.now));
   }
   const std::string notes = Alerts(width) + Remarks(*this, items);
   return Source(*this) + "\n" + TableText(kColumns, std::move(rows), width) +
@@ -247,8 +244,8 @@ std::string Report::Table(std::size_t width) const {
 
 std::string Report::Alerts(std::size_t width) const {
   std::map<ItemState, std::vector<std::string>> names;
-  for (const ItemHistory* const item : history.Items(present)) {
-    names[item->StateAt(present)].push_back(Printable(item->name));
+  for (const ItemNow& item : history.Items(present)) {
+    names[item.state].push_back(Printable(item.history.name));
   }
   std::string text;
   for (const auto& [state, items] : names) {
@@ -285,14 +282,14 @@ std::string Report::Json() const {
   json["unreadable_lines"] = totals.unrecognised;
   json["nameless_items"] = totals.nameless;
   json["failed_launches"] = totals.parse_failed;
-  json["launcher_count"] = history.LauncherCount();
+  json["launcher_count"] = totals.launchers;
   json["launchers"] = Json::arrayValue;
   for (const LauncherSeen& launcher : history.Launchers()) {
     json["launchers"].append(JsonLauncher(launcher, present));
   }
   json["items"] = Json::arrayValue;
-  for (const ItemHistory* const item : history.Items(present)) {
-    json["items"].append(JsonItem(*item, present));
+  for (const ItemNow& item : history.Items(present)) {
+    json["items"].append(JsonItem(item, present.now));
   }
   Json::StreamWriterBuilder writer;
   writer["indentation"] = "  ";

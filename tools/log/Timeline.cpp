@@ -1,21 +1,6 @@
 #include "tools/log/Timeline.h"
 
 #include <algorithm>
-#include <functional>
-#include <utility>
-
-void AddEnds(Timeline::Ends& ends, const Timeline::Ends& more) {
-  std::ranges::transform(ends, more, ends.begin(), std::plus());
-}
-
-void Timeline::Add(const ProgramRun& run) {
-  if (run.start) {
-    AddRun(run.item, *run.start, run.end);
-  }
-  const EndCause cause = WaitStatus(run.status).Cause();
-  const std::size_t column = Column(run.end);
-  ++lanes[run.item].ends[column][static_cast<std::size_t>(cause)];
-}
 
 void Timeline::AddRun(std::size_t item, Micros start, Micros end) {
   const std::size_t last = Column(std::max(start, end));
@@ -24,14 +9,9 @@ void Timeline::AddRun(std::size_t item, Micros start, Micros end) {
   }
 }
 
-void Timeline::AddOpenRuns(const History& history) {
-  const Micros end = history.Totals().last;
-  for (const ItemHistory& item : history.AllItems()) {
-    const auto start = item.RunStart();
-    if (start && IsUp(item.StateAt(end))) {
-      AddRun(item.index, *start, end);
-    }
-  }
+void Timeline::AddEnd(std::size_t item, Micros time, EndCause cause) {
+  const std::size_t column = Column(time);
+  ++lanes[item].ends[{column, cause}];
 }
 
 Micros Timeline::ColumnStart(std::size_t column) const {
@@ -53,8 +33,8 @@ void Timeline::Fold() {
     for (std::size_t column = 0; column < kColumns; ++column) {
       folded.ran[column / 2] = folded.ran[column / 2] || lane.ran[column];
     }
-    for (const auto& [column, ends] : lane.ends) {
-      AddEnds(folded.ends[column / 2], ends);
+    for (const auto& [key, count] : lane.ends) {
+      folded.ends[{key.first / 2, key.second}] += count;
     }
     lane = std::move(folded);
   }

@@ -5,28 +5,27 @@
 
 #pragma once
 
-#include <array>
 #include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <utility>
 
-#include "tools/log/History.h"
+#include "tools/log/LogLine.h"
 
 struct Timeline {
   static constexpr std::size_t kColumns = 1024;
 
-  // The number of ends for each cause.
-  using Ends = std::array<std::uint32_t, kEndCauses>;
+  // How many ends a column has for a cause.
+  using Ends = std::map<std::pair<std::size_t, EndCause>, std::uint32_t>;
 
   struct Lane {
-    std::bitset<kColumns> ran;         // the columns in which the item ran
-    std::map<std::size_t, Ends> ends;  // by column
+    std::bitset<kColumns> ran;  // the columns in which the item ran
+    Ends ends;
   };
 
-  void Add(const ProgramRun& run);
-  // Adds runs that have not ended, up to the end of `history`.
-  void AddOpenRuns(const History& history);
+  void AddRun(std::size_t item, Micros start, Micros end);
+  void AddEnd(std::size_t item, Micros time, EndCause cause);
   Micros ColumnStart(std::size_t column) const;
 
   Micros origin = 0;  // earlier times count as this one
@@ -36,8 +35,4 @@ struct Timeline {
  private:
   std::size_t Column(Micros time);
   void Fold();
-  void AddRun(std::size_t item, Micros start, Micros end);
 };
-
-// Adds `more` to `ends`, cause by cause.
-void AddEnds(Timeline::Ends& ends, const Timeline::Ends& more);

@@ -22,7 +22,6 @@
 #include "tools/log/Plot.h"
 #include "tools/log/Report.h"
 #include "tools/log/Table.h"
-#include "tools/log/Timeline.h"
 #include "tools/text/Terminal.h"
 #include "tools/text/Times.h"
 
@@ -83,30 +82,37 @@ bool Exists(std::int64_t process) {
          (kill(static_cast<pid_t>(process), 0) == 0 || errno == EPERM);
 }
 
+Selection SelectionOf(const Options& options) {
+  Selection selection;
+  selection.names.insert(options.items.begin(), options.items.end());
+  if (!options.since.empty()) {
+    selection.since = ParseSince(options.since, Now());
+    if (!selection.since) {
+      throw std::runtime_error("--since: not a time: " + options.since +
+                               "\nwrite " + kSinceForms);
+    }
+  }
+  return selection;
+}
+
 class Program {
  public:
-  Program(const Options& options, Selection selection)
+  explicit Program(const Options& options)
       : options_(options),
-        history_(std::move(selection),
-                 [this](const ProgramRun& run) {
-                   if (!options_.plot.empty()) {
-                     timeline_.Add(run);
-                   }
-                 }),
-        reader_(options.path, [this](std::string_view line) { Add(line); }) {}
+        history_(SelectionOf(options), !options.plot.empty()),
+        reader_(options.path, [this](std::string_view line) { Add(line); }),
+        lists_events_(options.events) {}
 
   ExitStatus Execute() {
     const bool live =
         options_.follow && !options_.events && TakesEscapes(STDOUT_FILENO);
-    lists_events_ = options_.events;
-    if (!reader_.Open()) {
-      if (!options_.follow) {
-        throw std::runtime_error(options_.path + ": " + std::strerror(ENOENT));
-      }
-      if (!live) {
-        std::cerr << "launcher-log: " << options_.path
-                  << ": does not exist yet\n";
-      }
+    const bool exists = reader_.Open();
+    if (!exists && !options_.follow) {
+      throw std::runtime_error(options_.path + ": " + std::strerror(ENOENT));
+    }
+    if (!exists && !live) {
+      std::cerr << "launcher-log: " << options_.path
+                << ": does not exist yet\n";
     }
     reader_.ReadAll();
     if (options_.follow) {
@@ -125,18 +131,14 @@ class Program {
     const auto event = ParseLine(line);
     if (!event) {
       history_.AddUnrecognised();
-    } else if (history_.Add(*event)) {
-      if (history_.Totals().lines == 1) {
-        timeline_.origin = event->time;
-      }
-      if (lists_events_) {
-        std::cout << EventLine(*event);
-      }
+    } else if (history_.Add(*event) && lists_events_) {
+      std::cout << EventLine(*event);
     }
   }
 
   void CheckInput() const {
-    if (!history_.HasLines() && history_.Totals().unrecognised > 0) {
+    const LogTotals& totals = history_.Totals();
+    if (!totals.has_lines && totals.unrecognised > 0) {
       throw std::runtime_error(
           options_.path + ": not a log: no line has the layout of a log line");
     }
@@ -183,19 +185,18 @@ class Program {
     if (options_.plot.empty()) {
       return;
     }
-    timeline_.AddOpenRuns(history_);
+    history_.AddOpenRuns();
     std::ofstream file(options_.plot, std::ios::binary);
-    file << PlotSvg(history_, timeline_, {Now(), &Exists}) << std::flush;
+    file << PlotSvg(history_, {Now(), &Exists}) << std::flush;
     if (!file.good()) {
       throw std::runtime_error(options_.plot + ": " + std::strerror(errno));
     }
   }
 
   const Options& options_;
-  Timeline timeline_;
   History history_;
   LogReader reader_;
-  bool lists_events_ = false;
+  bool lists_events_;
 };
 
 int RunProgram(int argc, char** argv) {
@@ -208,19 +209,10 @@ int RunProgram(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kDone : kUnusable;
   }
-  Selection selection;
-  selection.names.insert(options.items.begin(), options.items.end());
-  if (!options.since.empty()) {
-    selection.since = ParseSince(options.since, Now());
-    if (!selection.since) {
-      throw std::runtime_error("--since: not a time: " + options.since +
-                               "\nwrite " + kSinceForms);
-    }
-  }
   if (options.path.empty()) {
     options.path = GetLogPath() + "/" + LogFileName("launcher");
   }
-  return Program(options, std::move(selection)).Execute();
+  return Program(options).Execute();
 }
 
 }  // namespace

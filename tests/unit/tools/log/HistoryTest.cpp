@@ -33,29 +33,30 @@ class HistoryOf : public testing::Test {
     return kStart + static_cast<Micros>(seconds * kSecond);
   }
   const ItemHistory& Item(std::size_t index = 0) const {
-    return history_->AllItems().at(index);
+    const Present all{0, [](std::int64_t) { return true; }};
+    return history_->Items(all).at(index).history;
   }
   static Present AtWith(double seconds, std::int64_t process) {
     return {At(seconds), [process](std::int64_t id) { return id == process; }};
   }
+  // The first item that is shown while `process` exists.
+  ItemNow Now(double seconds, std::int64_t process) const {
+    return history_->Items(AtWith(seconds, process)).at(0);
+  }
   // The names of the items that are shown while `process` exists.
   std::vector<std::string> Shown(double seconds, std::int64_t process) const {
     std::vector<std::string> names;
-    for (const ItemHistory* const item :
-         history_->Items(AtWith(seconds, process))) {
-      names.push_back(item->name);
+    for (const ItemNow& item : history_->Items(AtWith(seconds, process))) {
+      names.push_back(item.history.name);
     }
     return names;
   }
   void Select(Selection selection) {
-    history_ = std::make_unique<History>(
-        std::move(selection),
-        [this](const ProgramRun& run) { runs_.push_back(run); });
+    history_ = std::make_unique<History>(std::move(selection), true);
   }
 
-  std::vector<ProgramRun> runs_;
-  std::unique_ptr<History> history_ = std::make_unique<History>(
-      Selection{}, [this](const ProgramRun& run) { runs_.push_back(run); });
+  std::unique_ptr<History> history_ =
+      std::make_unique<History>(Selection{}, true);
 };
 
 TEST_F(HistoryOf, CountsLoggedStartsAndEnds) {
@@ -63,23 +64,32 @@ TEST_F(HistoryOf, CountsLoggedStartsAndEnds) {
   End(2);
   Add(2.05, LogEventKind::kStart);
   EXPECT_EQ(Item().Starts(), 2U);
-  EXPECT_FALSE(Item().HasDerivedStarts());
+  EXPECT_TRUE(Item().logs_starts);
   EXPECT_EQ(Item().ends, 1U);
   EXPECT_EQ(Item().longest_ended, 2 * kSecond);
-  EXPECT_EQ(Item().last_end, At(2));
-  EXPECT_EQ(Item().last_status, 256);
+  EXPECT_EQ(Item().last_end.time, At(2));
+  EXPECT_EQ(Item().last_end.status, 256);
 }
 
 TEST_F(HistoryOf, DerivesStartsFromEnds) {
   End(0);
-  EXPECT_TRUE(Item().HasDerivedStarts());
+  EXPECT_FALSE(Item().logs_starts);
   EXPECT_FALSE(Item().longest_ended);
+  EXPECT_EQ(Item().RunStart(), At(0.05));
+  EXPECT_TRUE(history_->Runs().lanes.at(0).ran.none());
   End(3.05);
   EXPECT_EQ(Item().longest_ended, 3 * kSecond);
-  ASSERT_EQ(runs_.size(), 2U);
-  EXPECT_FALSE(runs_[0].start);
-  EXPECT_EQ(runs_[1].start, At(0.05));
-  EXPECT_EQ(runs_[1].end, At(3.05));
+  EXPECT_EQ(Item().RunStart(), At(3.1));
+  const auto& ran = history_->Runs().lanes.at(0).ran;
+  EXPECT_FALSE(ran.test(0));
+  EXPECT_TRUE(ran.any());
+}
+
+TEST_F(HistoryOf, DrawsRunsAndEndsOnlyForATimeline) {
+  history_ = std::make_unique<History>();
+  End(0);
+  End(3.05);
+  EXPECT_TRUE(history_->Runs().lanes.empty());
 }
 
 TEST_F(HistoryOf, KeepsTheLongestLife) {
@@ -94,8 +104,8 @@ TEST_F(HistoryOf, KeepsTheSupervisorsOfOneNameApart) {
   Add(4, LogEventKind::kStart, "a", 0, 21, 20);
   Add(5, LogEventKind::kEnd, "a", 0, 21, 20);
   EXPECT_EQ(Item().longest_ended, 1 * kSecond);
-  EXPECT_EQ(history_->LauncherCount(), 2U);
-  EXPECT_EQ(history_->AllItems().size(), 1U);
+  EXPECT_EQ(history_->Totals().launchers, 2U);
+  EXPECT_EQ(Shown(100, 10).size(), 1U);
 }
 
 TEST_F(HistoryOf, CountsEndsInAnyMinute) {
@@ -146,9 +156,8 @@ TEST_F(HistoryOf, DistinguishesAPausingItemFromASilentOne) {
   Add(0, LogEventKind::kStart);
   End(1);
   EXPECT_EQ(Item().StateAt(At(2)), ItemState::kPausing);
-  EXPECT_EQ(Item().StateAt(AtWith(2, 10)), ItemState::kPausing);
-  EXPECT_EQ(Item().StateAt(AtWith(2, 20)), ItemState::kSilent)
-      << "the launcher is gone";
+  EXPECT_EQ(Now(2, 10).state, ItemState::kPausing);
+  EXPECT_EQ(Now(2, 20).state, ItemState::kSilent) << "the launcher is gone";
   EXPECT_EQ(Item().StateAt(At(2.1)), ItemState::kSilent);
   EXPECT_FALSE(Item().HasDerivedState());
 }
@@ -186,7 +195,7 @@ TEST_F(HistoryOf, RecognisesAFailedFork) {
 TEST_F(HistoryOf, RecognisesAnEmptyProgramPath) {
   Add(0, LogEventKind::kNoProgram, "a", 0, 12, 12);
   EXPECT_EQ(Item().StateAt(At(1)), ItemState::kNoProgram);
-  EXPECT_EQ(history_->LauncherCount(), 0U);
+  EXPECT_EQ(history_->Totals().launchers, 0U);
 }
 
 TEST_F(HistoryOf, RecognisesAChainByItsLinks) {
@@ -196,7 +205,7 @@ TEST_F(HistoryOf, RecognisesAChainByItsLinks) {
   EXPECT_EQ(Item().StateAt(At(1)), ItemState::kChain);
   EXPECT_EQ(Item().chained_starts, 2U);
   EXPECT_EQ(Item().Starts(), 1U);
-  EXPECT_EQ(history_->LauncherCount(), 1U);
+  EXPECT_EQ(history_->Totals().launchers, 1U);
 }
 
 TEST_F(HistoryOf, CountsEventsThatConcernNoItem) {
@@ -227,7 +236,7 @@ TEST_F(HistoryOf, KeepsTheLatestLaunchersAndCountsAll) {
   for (int i = 0; i < kMany; ++i) {
     Add(i, LogEventKind::kEnd, "a", 0, 1, i + 2);
   }
-  EXPECT_EQ(history_->LauncherCount(), 1000U);
+  EXPECT_EQ(history_->Totals().launchers, 1000U);
   EXPECT_LT(history_->Launchers().size(), 1000U);
   EXPECT_EQ(history_->Launchers().back().process, kMany + 1);
   EXPECT_LE(Item().supervisors.size(), 16U);
@@ -235,39 +244,39 @@ TEST_F(HistoryOf, KeepsTheLatestLaunchersAndCountsAll) {
 
 TEST_F(HistoryOf, KnowsHowLongAnItemHasRun) {
   Add(0, LogEventKind::kStart);
-  EXPECT_EQ(Item().Uptime(AtWith(30, 10)), 30 * kSecond);
-  EXPECT_EQ(Item().Longest(AtWith(30, 10)), 30 * kSecond);
+  EXPECT_EQ(Now(30, 10).uptime, 30 * kSecond);
+  EXPECT_EQ(Now(30, 10).longest, 30 * kSecond);
   End(40);
-  EXPECT_FALSE(Item().Uptime(AtWith(40, 10)));
-  EXPECT_EQ(Item().Longest(AtWith(40, 10)), 40 * kSecond);
+  EXPECT_FALSE(Now(40, 10).uptime);
+  EXPECT_EQ(Now(40, 10).longest, 40 * kSecond);
   Add(41, LogEventKind::kStart);
-  EXPECT_EQ(Item().Uptime(AtWith(43, 10)), 2 * kSecond);
-  EXPECT_EQ(Item().Longest(AtWith(43, 10)), 40 * kSecond);
+  EXPECT_EQ(Now(43, 10).uptime, 2 * kSecond);
+  EXPECT_EQ(Now(43, 10).longest, 40 * kSecond);
 }
 
 TEST_F(HistoryOf, DerivesTheUptimeFromTheLastEnd) {
   End(0);
-  EXPECT_EQ(Item().Uptime(AtWith(10.05, 10)), 10 * kSecond);
+  EXPECT_EQ(Now(10.05, 10).uptime, 10 * kSecond);
 }
 
 TEST_F(HistoryOf, RecognisesThatTheLauncherIsGone) {
   Add(0, LogEventKind::kStart);
-  EXPECT_EQ(Item().StateAt(AtWith(5, 10)), ItemState::kRunning);
-  EXPECT_EQ(Item().StateAt(AtWith(5, 20)), ItemState::kGone);
-  EXPECT_FALSE(Item().Uptime(AtWith(5, 20)));
+  EXPECT_EQ(Now(5, 10).state, ItemState::kRunning);
+  EXPECT_EQ(Now(5, 20).state, ItemState::kGone);
+  EXPECT_FALSE(Now(5, 20).uptime);
   for (int i = 5; i < 15; ++i) {
     End(i);
     Add(i + 0.1, LogEventKind::kStart);
   }
-  EXPECT_EQ(Item().StateAt(AtWith(15, 10)), ItemState::kLooping);
-  EXPECT_TRUE(Item().Uptime(AtWith(15, 10)));
-  EXPECT_EQ(Item().StateAt(AtWith(15, 20)), ItemState::kGone);
+  EXPECT_EQ(Now(15, 10).state, ItemState::kLooping);
+  EXPECT_TRUE(Now(15, 10).uptime);
+  EXPECT_EQ(Now(15, 20).state, ItemState::kGone);
 }
 
 TEST_F(HistoryOf, KeepsASilentItemSilentWhenTheLauncherIsGone) {
   Add(0, LogEventKind::kStart);
   End(5, 9);
-  EXPECT_EQ(Item().StateAt(AtWith(10, 20)), ItemState::kSilent);
+  EXPECT_EQ(Now(10, 20).state, ItemState::kSilent);
 }
 
 TEST_F(HistoryOf, TalliesTheStatuses) {
@@ -287,17 +296,17 @@ TEST_F(HistoryOf, KeepsHealthyItemsThatTheSelectionPrecedes) {
   EXPECT_EQ(Shown(200, 10), std::vector<std::string>{"healthy"});
   EXPECT_EQ(Shown(200, 99), std::vector<std::string>{"healthy"});
   EXPECT_EQ(Shown(200, 20), (std::vector<std::string>{"old", "healthy"}));
-  EXPECT_EQ(Item(1).Uptime(AtWith(200, 10)), At(200) - At(2.05));
+  EXPECT_EQ(Now(200, 10).uptime, At(200) - At(2.05));
   EXPECT_EQ(Item(1).ends, 0U);
   EXPECT_EQ(Item(1).Starts(), 0U);
-  EXPECT_FALSE(Item(1).HasDerivedStarts());
+  EXPECT_TRUE(Item(1).logs_starts);
   EXPECT_EQ(Item(1).rate.Worst(), 0U);
   EXPECT_TRUE(Item(1).statuses.empty());
   EXPECT_FALSE(Item(1).longest_ended);
   EXPECT_EQ(history_->Totals().lines, 0U);
   EXPECT_EQ(history_->Totals().nameless, 0U);
-  EXPECT_TRUE(history_->HasLines());
-  EXPECT_TRUE(runs_.empty());
+  EXPECT_TRUE(history_->Totals().has_lines);
+  EXPECT_TRUE(history_->Runs().lanes.empty());
   Add(100, LogEventKind::kEnd, "old", 0, 21, 20);
   EXPECT_EQ(Shown(200, 10), (std::vector<std::string>{"old", "healthy"}));
   EXPECT_EQ(Item(0).ends, 1U);
@@ -314,7 +323,7 @@ TEST_F(HistoryOf, HoldsOnlySelectedItems) {
   EXPECT_TRUE(history_->Add(event));
   event.kind = LogEventKind::kLost;
   EXPECT_TRUE(history_->Add(event));
-  EXPECT_EQ(history_->AllItems().size(), 1U);
+  EXPECT_EQ(Shown(100, 10).size(), 1U);
   EXPECT_EQ(history_->UnknownNames(), std::vector<std::string>{"missing"});
 }
 

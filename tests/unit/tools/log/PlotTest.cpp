@@ -26,10 +26,9 @@ class PlotOf : public testing::Test {
   }
 
   std::string Svg() {
-    timeline_.AddOpenRuns(history_);
-    return PlotSvg(
-        history_, timeline_,
-        {history_.Totals().last, [this](std::int64_t) { return exists_; }});
+    history_.AddOpenRuns();
+    return PlotSvg(history_, {history_.Totals().last,
+                              [this](std::int64_t) { return exists_; }});
   }
 
   static std::size_t Count(const std::string& text, const std::string& part) {
@@ -41,8 +40,7 @@ class PlotOf : public testing::Test {
   }
 
   bool exists_ = true;  // the launcher
-  Timeline timeline_;
-  History history_{{}, [this](const ProgramRun& run) { timeline_.Add(run); }};
+  History history_{{}, true};
 };
 
 TEST_F(PlotOf, DrawsALaneWithABarAndAMarkForEachItem) {

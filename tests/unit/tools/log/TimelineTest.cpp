@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <numeric>
+#include <utility>
+#include <vector>
 
+#include "tools/log/History.h"
 #include "tools/log/Timeline.h"
 
 namespace {
@@ -26,16 +28,16 @@ class TimelineOf : public testing::Test {
   // When each run begins, and its last column, in order.
   std::vector<Micros> Runs() {
     std::vector<Micros> bounds;
-    const auto ran = timeline_.lanes[0].ran;
+    const auto ran = Lane().ran;
     const auto runs = [&](std::size_t column) {
       return column < ran.size() && ran[column];
     };
     for (std::size_t column = 0; column < ran.size(); ++column) {
       if (runs(column) && (column == 0 || !runs(column - 1))) {
-        bounds.push_back(timeline_.ColumnStart(column));
+        bounds.push_back(history_.Runs().ColumnStart(column));
       }
       if (runs(column) && !runs(column + 1)) {
-        bounds.push_back(timeline_.ColumnStart(column));
+        bounds.push_back(history_.Runs().ColumnStart(column));
       }
     }
     return bounds;
@@ -43,8 +45,9 @@ class TimelineOf : public testing::Test {
 
   static bool IsNear(Micros a, Micros b) { return std::abs(a - b) < kSecond; }
 
-  Timeline timeline_;
-  History history_{{}, [this](const ProgramRun& run) { timeline_.Add(run); }};
+  const Timeline::Lane& Lane() const { return history_.Runs().lanes.at(0); }
+
+  History history_{{}, true};
 };
 
 TEST_F(TimelineOf, KnowsWhenAnItemRan) {
@@ -62,7 +65,7 @@ TEST_F(TimelineOf, KnowsWhenAnItemRan) {
 
 TEST_F(TimelineOf, HasNoLaneForAnItemThatNeitherRanNorEnded) {
   Add(0, LogEventKind::kForkFailed);
-  EXPECT_TRUE(timeline_.lanes.empty());
+  EXPECT_TRUE(history_.Runs().lanes.empty());
 }
 
 TEST_F(TimelineOf, KeepsEveryEndWhenTimeGrows) {
@@ -72,10 +75,10 @@ TEST_F(TimelineOf, KeepsEveryEndWhenTimeGrows) {
   }
   std::uint32_t failures = 0;
   std::uint32_t ends = 0;
-  for (const auto& [column, counts] : timeline_.lanes[0].ends) {
-    EXPECT_LT(column, Timeline::kColumns);
-    failures += counts[static_cast<std::size_t>(EndCause::kFailure)];
-    ends += std::reduce(counts.begin(), counts.end());
+  for (const auto& [key, count] : Lane().ends) {
+    EXPECT_LT(key.first, Timeline::kColumns);
+    failures += key.second == EndCause::kFailure ? count : 0;
+    ends += count;
   }
   EXPECT_EQ(ends, 5000U);
   EXPECT_EQ(failures, 2500U);
@@ -85,17 +88,14 @@ TEST_F(TimelineOf, KeepsTheOrderWhenTimeGrows) {
   Add(0, LogEventKind::kEnd, 9);
   Add(3 * kSecond, LogEventKind::kEnd, 0);
   Add(1000 * kSecond, LogEventKind::kEnd, 256);
-  std::vector<std::size_t> causes;
+  std::vector<EndCause> causes;
   std::vector<Micros> times;
-  for (const auto& [column, ends] : timeline_.lanes[0].ends) {
-    for (std::size_t cause = 0; cause < kEndCauses; ++cause) {
-      if (ends[cause] > 0) {
-        causes.push_back(cause);
-        times.push_back(timeline_.ColumnStart(column));
-      }
-    }
+  for (const auto& [key, count] : Lane().ends) {
+    causes.push_back(key.second);
+    times.push_back(history_.Runs().ColumnStart(key.first));
   }
-  EXPECT_EQ(causes, (std::vector<std::size_t>{2, 0, 1}));
+  EXPECT_EQ(causes, (std::vector{EndCause::kKilled, EndCause::kSuccess,
+                                 EndCause::kFailure}));
   EXPECT_EQ(times[0], 0);
   EXPECT_LE(times[1], 3 * kSecond);
   EXPECT_GT(times[1], 1 * kSecond);
@@ -104,22 +104,31 @@ TEST_F(TimelineOf, KeepsTheOrderWhenTimeGrows) {
 }
 
 TEST_F(TimelineOf, CountsTimesBeforeItsOriginAsTheOrigin) {
-  timeline_.origin = 100 * kSecond;
+  Add(100 * kSecond, LogEventKind::kNameless);
   Add(50 * kSecond, LogEventKind::kStart);
   Add(60 * kSecond, LogEventKind::kEnd);
-  EXPECT_EQ(timeline_.origin, 100 * kSecond);
-  const auto& ends = timeline_.lanes[0].ends;
+  EXPECT_EQ(history_.Runs().origin, 100 * kSecond);
+  const auto& ends = Lane().ends;
   ASSERT_EQ(ends.size(), 1U);
-  EXPECT_EQ(ends.begin()->first, 0U);
-  EXPECT_EQ(ends.begin()->second[0], 1U);
+  EXPECT_EQ(ends.begin()->first, std::pair(std::size_t{0}, EndCause::kSuccess));
+  EXPECT_EQ(ends.begin()->second, 1U);
   EXPECT_EQ(Runs().front(), 100 * kSecond);
+}
+
+TEST_F(TimelineOf, BeginsAtTheFirstLineEvenIfItIsAnEnd) {
+  constexpr Micros kLate = 1795242031 * kSecond;
+  Add(kLate, LogEventKind::kEnd, 256);
+  Add(kLate + kSecond, LogEventKind::kEnd, 256);
+  EXPECT_EQ(history_.Runs().origin, kLate);
+  EXPECT_LE(history_.Runs().column_span, kSecond / 500);
+  EXPECT_EQ(Lane().ends.size(), 2U);
 }
 
 TEST_F(TimelineOf, AddsRunsThatHaveNotEnded) {
   Add(0, LogEventKind::kEnd, 256);
   Add(10 * kSecond, LogEventKind::kStart);
   Add(90 * kSecond, LogEventKind::kNameless);
-  timeline_.AddOpenRuns(history_);
+  history_.AddOpenRuns();
   const auto runs = Runs();
   ASSERT_EQ(runs.size(), 2U);
   EXPECT_TRUE(IsNear(runs[0], 10 * kSecond));
@@ -132,7 +141,7 @@ TEST_F(TimelineOf, AddsTheOpenRunOfALoopingItem) {
   }
   Add(10 * kSecond, LogEventKind::kStart);
   Add(30 * kSecond, LogEventKind::kNameless);
-  timeline_.AddOpenRuns(history_);
+  history_.AddOpenRuns();
   EXPECT_TRUE(IsNear(Runs().back(), 30 * kSecond));
 }
 
@@ -140,7 +149,7 @@ TEST_F(TimelineOf, AddsNoRunAfterAStop) {
   Add(0, LogEventKind::kStart);
   Add(10 * kSecond, LogEventKind::kEnd, 9);
   Add(90 * kSecond, LogEventKind::kNameless);
-  timeline_.AddOpenRuns(history_);
+  history_.AddOpenRuns();
   EXPECT_TRUE(IsNear(Runs().back(), 10 * kSecond));
 }
 
@@ -150,7 +159,7 @@ TEST_F(TimelineOf, AddsNoOpenRunOfAnEarlierLauncher) {
   Add(60 * kSecond, LogEventKind::kEnd, 256, 20);
   Add(60 * kSecond + 50'000, LogEventKind::kStart, 0, 20);
   Add(90 * kSecond, LogEventKind::kNameless, 0, 20);
-  timeline_.AddOpenRuns(history_);
+  history_.AddOpenRuns();
   const auto runs = Runs();
   ASSERT_GE(runs.size(), 2U);
   EXPECT_TRUE(IsNear(runs.front(), 50 * kSecond));

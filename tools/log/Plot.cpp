@@ -90,8 +90,8 @@ class SvgWriter {
   SvgWriter(const History& history, const Present& present)
       : items_(history.Items(present)),
         timeline_(history.Runs()),
-        end_(std::max(history.Totals().last,
-                      timeline_.origin + kMicrosPerSecond)),
+        begin_(history.Totals().lines > 0 ? timeline_.origin : present.now),
+        end_(std::max(history.Totals().last, begin_ + kMicrosPerSecond)),
         bottom_(kTop + kLaneHeight * static_cast<int>(items_.size())) {}
 
   std::string Write() {
@@ -102,9 +102,8 @@ class SvgWriter {
         " role=\"img\">\n<title>The launcher's items over time</title>\n"
         R"(<rect width="100%%" height="100%%" fill="#fff"/>)",
         kTotalWidth, height, kTotalWidth, height);
-    WriteText(
-        kLabelGap, 30, R"(font-size="18")",
-        "Items from " + TimeText(timeline_.origin) + " to " + TimeText(end_));
+    WriteText(kLabelGap, 30, R"(font-size="18")",
+              "Items from " + TimeText(begin_) + " to " + TimeText(end_));
     WriteAxis();
     int middle = kTop + kLaneHeight / 2;
     for (const ItemNow& item : items_) {
@@ -117,8 +116,8 @@ class SvgWriter {
 
  private:
   double X(Micros time) const {
-    const auto part = static_cast<double>(time - timeline_.origin) /
-                      static_cast<double>(end_ - timeline_.origin);
+    const auto part =
+        static_cast<double>(time - begin_) / static_cast<double>(end_ - begin_);
     return kLeft + std::clamp(part, 0.0, 1.0) * kWidth;
   }
 
@@ -142,9 +141,8 @@ class SvgWriter {
 
   void WriteAxis() {
     constexpr const char* kCentred = R"(text-anchor="middle")";
-    const Micros step = TickStep(end_ - timeline_.origin);
-    for (Micros tick = (timeline_.origin / step + 1) * step; tick <= end_;
-         tick += step) {
+    const Micros step = TickStep(end_ - begin_);
+    for (Micros tick = (begin_ / step + 1) * step; tick <= end_; tick += step) {
       const double x = X(tick);
       const std::string text = TickText(tick, step);
       svg_ += string_format(R"(<path d="M%.1f,%dV%d" stroke="#ddd"/>)", x, kTop,
@@ -285,6 +283,7 @@ class SvgWriter {
 
   const std::vector<ItemNow> items_;
   const Timeline& timeline_;
+  const Micros begin_;  // the present if there are no lines
   const Micros end_;
   const int bottom_;
   std::string svg_;

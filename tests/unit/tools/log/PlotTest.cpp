@@ -58,6 +58,14 @@ TEST_F(PlotOf, DrawsALaneWithABarAndAMarkForEachItem) {
   EXPECT_NE(svg.find(">2 ends<"), std::string::npos);
 }
 
+TEST_F(PlotOf, BeginsAtThePresentWithoutALine) {
+  const Present present{1'795'242'031 * kSecond, [](auto) { return true; }};
+  EXPECT_NE(PlotSvg(history_, present)
+                .find(">Items from 2026-11-21T06:20:31Z to "
+                      "2026-11-21T06:20:32Z<"),
+            std::string::npos);
+}
+
 TEST_F(PlotOf, LeavesAGapWhereNoProgramRan) {
   Add(0, LogEventKind::kStart, "a");
   Add(10 * kSecond, LogEventKind::kEnd, "a");

@@ -71,7 +71,8 @@ char* PutTime(LogTime time, char* out) {
 
 }  // namespace
 
-// The levels' values are not in the order of their severity.
+// The levels' values are not in the order of their severity. An unknown level
+// counts as LOGLEVEL_ERROR.
 std::size_t Severity(LOGLEVEL level) {
   const auto place =
       std::ranges::find(kLevelsBySeverity, level, &LevelFormat::level);

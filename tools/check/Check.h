@@ -23,10 +23,10 @@ CheckResult ReadItemsFile(const std::string& path);
 // relative paths from its working directory.
 CheckResult CheckItems(CheckResult file);
 
-// The same for one item of the file: reads it as its supervision thread does,
+// The same for one item of the text: reads it as its supervision thread does,
 // or only its keys if it has no name, since the launcher then skips it. Adds to
 // `item` what the launcher adds.
-void CheckItem(int index, JsonObject item, const JsonText& file,
+void CheckItem(int index, JsonObject item, const JsonText& json,
                CheckResult& result);
 
 struct FixedItems {

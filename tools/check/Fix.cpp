@@ -83,7 +83,8 @@ class Fixer {
     }
   }
 
-  // Turns an array into an object with the members "0", "1", ...
+  // Turns `list`, if it is an array, into an object with the members "0",
+  // "1", ...
   void Number(const std::string& name, Json::Value& list) {
     if (!list.isArray()) {
       return;
@@ -185,7 +186,7 @@ class Fixer {
 
   std::string text_;
   Json::Value root_;
-  std::string where_;  // the item's part of each note
+  std::string where_;  // begins each note: "item 3: ", or nothing
   std::vector<std::string> changes_;
   std::unique_ptr<Json::StreamWriter> writer_;
   std::ostringstream written_;

@@ -168,7 +168,8 @@ class ItemCheck {
     if (length_ == 0) {
       vector_.clear();  // The terminator replaces the program's path.
     }
-    std::vector<std::string> missing;
+    std::string missing;  // the first
+    std::size_t missing_count = 0;
     for (std::int64_t i = 1; i < length_; ++i) {
       const std::string number = std::to_string(i - 1);
       const std::string key = "args/" + number;
@@ -176,15 +177,15 @@ class ItemCheck {
       if (!ReadArgument(i, key, value)) {
         return false;
       }
-      if (value == nullptr) {
-        missing.push_back(key);
-      } else {
+      if (value != nullptr) {
         CheckText(*value, key, vector_.back());
+      } else if (missing_count++ == 0) {
+        missing = key;
       }
     }
-    if (!missing.empty()) {
-      const std::size_t more = missing.size() - 1;
-      Add("arg-missing", missing[0], args_,
+    if (missing_count > 0) {
+      const std::size_t more = missing_count - 1;
+      Add("arg-missing", missing, args_,
           "is missing" +
               (more == 0 ? "" : ", and " + std::to_string(more) + " more"));
     }

@@ -109,7 +109,8 @@ void Parse(const std::string& text, JsonText& json) {
       NextToken(text, static_cast<std::size_t>(json.root.getOffsetLimit()));
 }
 
-// Accepts the errors that the library overlooks.
+// Finds the keys, the first comment and the raw control characters. Accepts
+// the errors that the library overlooks.
 void Scan(const std::string& text, JsonText& json) {
   std::vector<std::size_t> open;  // the brackets around
   for (std::size_t end = 0; end < text.size();) {

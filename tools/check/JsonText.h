@@ -26,7 +26,8 @@ struct JsonKey {
 // The root, its end and the keys are unspecified if there are errors.
 struct JsonText {
   Json::Value root;
-  std::size_t end = 0;  // of the document, and of blanks and comments after it
+  // After the document and the blanks and comments that follow it.
+  std::size_t end = 0;
   // One finding for each place where the parser failed, in its order; empty
   // exactly when `JsonObject(text.data(), text.size())` is a document.
   Findings errors;
@@ -36,7 +37,8 @@ struct JsonText {
   // The keys of each object, by its offset.
   std::map<std::size_t, std::vector<JsonKey>> keys;
 
-  // The keys of `object`, in the text's order; none if it is no object or null.
+  // The keys of `object`, in the text's order; none if it is a
+  // null pointer or not an object.
   std::vector<JsonKey> KeysOf(const Json::Value* object) const;
 
   // Those that a later one of the same name replaces, the last first.

@@ -137,7 +137,7 @@ void History::Count(const LogEvent& event) {
 
 void History::AddItemEvent(LogEvent event, bool counts) {
   ItemHistory& item = Find(event.name);
-  event.name = item.name;  // It outlives the line.
+  event.name = {};  // The line that it points into is about to go.
   if (!event.IsFromForkedChild()) {
     SeeLauncher(event);
     item.launcher = event.process;
@@ -256,6 +256,9 @@ std::vector<ItemNow> History::Items(const Present& present) const {
 }
 
 void History::AddOpenRuns() {
+  if (totals_.lines == 0) {
+    return;  // No line shows until when they ran.
+  }
   for (const ItemHistory& item : items_) {
     const auto start = item.RunStart();
     if (start && IsUp(item.StateAt(totals_.last))) {

@@ -92,7 +92,7 @@ inline const StateText& TextOf(ItemState state) {
 }
 
 struct ItemHistory {
-  // As the log shows it; the launcher is taken to exist.
+  // As the log shows it. Assumes that its launcher exists.
   ItemState StateAt(Micros now) const;
   // Whether the log does not show what followed the last end.
   bool HasDerivedState() const;
@@ -139,7 +139,7 @@ struct Selection {
   std::set<std::string> names;  // all when empty
 };
 
-// Figures of the whole log.
+// Figures of a log.
 struct LogTotals {
   // Within the selection.
   std::uint64_t lines = 0;
@@ -150,9 +150,10 @@ struct LogTotals {
   std::uint64_t parse_failed = 0;
   Micros first = 0;
   Micros last = 0;
-  // With or without it.
+  // Of any time and item.
   bool has_lines = false;
   std::uint64_t unrecognised = 0;
+  // Of any time, for the selected items.
   std::uint64_t launchers = 0;
 };
 
@@ -175,9 +176,9 @@ class History {
 
   const LogTotals& Totals() const { return totals_; }
 
-  // The runs that have ended and, after `AddOpenRuns`, those that had not ended
-  // at the last line.
+  // Empty unless `has_timeline`.
   const Timeline& Runs() const { return timeline_; }
+  // Adds to it the runs that had not ended at the last line.
   void AddOpenRuns();
 
  private:

@@ -113,7 +113,8 @@ void SetMessage(LogEvent& event, LOGLEVEL level, std::string_view message) {
   }
 }
 
-// Removes the text up to the first `end`, and `end`; empty if there is none.
+// Removes the text up to the first `end`, and `end`, and returns the text. If
+// there is no `end`, removes nothing and returns an empty text.
 std::string_view TakeUpTo(std::string_view& line, char end) {
   const std::size_t size = line.find(end);
   if (size == std::string_view::npos) {
@@ -168,13 +169,14 @@ std::optional<LogEvent> ParseLine(std::string_view line) {
 }
 
 std::string Unescaped(std::string_view text) {
+  constexpr std::size_t kEscapeBytes = 2;
   constexpr std::size_t kHexEscapeBytes = 4;
   std::string result;
   while (!text.empty()) {
     const auto digit = [&](std::size_t i) {
       return i < text.size() ? kHexDigits.find(text[i]) : kHexDigits.npos;
     };
-    std::size_t bytes = 2;
+    std::size_t bytes = kEscapeBytes;
     if (text.starts_with("\\n")) {
       result += '\n';
     } else if (text.starts_with("\\\\")) {

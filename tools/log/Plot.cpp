@@ -1,8 +1,10 @@
 #include "tools/log/Plot.h"
 
 #include <algorithm>
+#include <bitset>
 #include <cmath>
-#include <utility>
+#include <iterator>
+#include <map>
 
 #include "common/util/StringHelpers.h"
 #include "tools/text/Characters.h"
@@ -44,6 +46,7 @@ constexpr Mark kMarks[] = {
     {"other signal", R"(<path d="M0,-5L5,4L-5,4Z" fill="#c43c00"/>)"},
     {"core file", R"(<path d="M0,-6L6,0L0,6L-6,0Z" fill="#8a1c6b"/>)"
                   R"(<circle r="2" fill="#fff"/>)"}};
+static_assert(std::size(kMarks) == static_cast<int>(EndCause::kCore) + 1);
 
 std::string XmlText(std::string text) {
   replace_all(text, "&", "&amp;");

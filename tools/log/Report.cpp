@@ -57,19 +57,19 @@ std::string SpanOrDash(std::optional<Micros> span) {
   return span ? SpanText(*span) : "-";
 }
 
-TableRow ItemRow(const ItemNow& now, Micros time) {
-  const ItemHistory& item = now.history;
+TableRow ItemRow(const ItemNow& item, Micros now) {
+  const ItemHistory& history = item.history;
   return {
-      Printable(item.name),
-      CountText(item.Starts()) + (item.logs_starts ? "" : "~"),
-      CountText(item.ends),
-      item.ends > 0 ? SpanText(time - item.last_end.time) : "-",
-      CountText(item.rate.At(time / kMicrosPerSecond)),
-      CountText(item.rate.Worst()),
-      SpanOrDash(now.longest),
-      SpanOrDash(now.uptime),
-      TextOf(now.state).name + std::string(ShowsDerivedState(now) ? "~" : ""),
-      CausesText(item)};
+      Printable(history.name),
+      CountText(history.Starts()) + (history.logs_starts ? "" : "~"),
+      CountText(history.ends),
+      history.ends > 0 ? SpanText(now - history.last_end.time) : "-",
+      CountText(history.rate.At(now / kMicrosPerSecond)),
+      CountText(history.rate.Worst()),
+      SpanOrDash(item.longest),
+      SpanOrDash(item.uptime),
+      TextOf(item.state).name + std::string(ShowsDerivedState(item) ? "~" : ""),
+      CausesText(history)};
 }
 
 std::string LauncherText(const History& history, const Present& present) {
@@ -158,30 +158,30 @@ Json::Value JsonStatus(int word) {
   return json;
 }
 
-Json::Value JsonItem(const ItemNow& now, Micros time) {
-  const ItemHistory& item = now.history;
+Json::Value JsonItem(const ItemNow& item, Micros now) {
+  const ItemHistory& history = item.history;
   Json::Value json;
-  json["name"] = ValidUtf8(Unescaped(item.name));
-  json["starts"] = item.Starts();
-  json["starts_derived"] = !item.logs_starts;
-  json["ends"] = item.ends;
+  json["name"] = ValidUtf8(Unescaped(history.name));
+  json["starts"] = history.Starts();
+  json["starts_derived"] = !history.logs_starts;
+  json["ends"] = history.ends;
   json["last_end"] = Json::nullValue;
-  if (item.ends > 0) {
-    json["last_end"] = JsonStatus(item.last_end.status);
-    json["last_end"]["time"] = TimeText(item.last_end.time);
+  if (history.ends > 0) {
+    json["last_end"] = JsonStatus(history.last_end.status);
+    json["last_end"]["time"] = TimeText(history.last_end.time);
   }
   json["causes"] = Json::arrayValue;
-  for (const auto& [status, count] : CausesOf(item)) {
+  for (const auto& [status, count] : CausesOf(history)) {
     json["causes"].append(JsonStatus(status))["count"] = count;
   }
-  json["per_minute_now"] = item.rate.At(time / kMicrosPerSecond);
-  json["per_minute_worst"] = item.rate.Worst();
-  json["longest_life_ms"] = JsonMilliseconds(now.longest);
-  json["uptime_ms"] = JsonMilliseconds(now.uptime);
-  json["failed_forks"] = item.failed_forks;
-  json["chained_starts"] = item.chained_starts;
-  json["state"] = TextOf(now.state).name;
-  json["state_derived"] = item.HasDerivedState();
+  json["per_minute_now"] = history.rate.At(now / kMicrosPerSecond);
+  json["per_minute_worst"] = history.rate.Worst();
+  json["longest_life_ms"] = JsonMilliseconds(item.longest);
+  json["uptime_ms"] = JsonMilliseconds(item.uptime);
+  json["failed_forks"] = history.failed_forks;
+  json["chained_starts"] = history.chained_starts;
+  json["state"] = TextOf(item.state).name;
+  json["state_derived"] = history.HasDerivedState();
   return json;
 }
 

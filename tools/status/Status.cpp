@@ -1,6 +1,7 @@
 #include "tools/status/Status.h"
 
 #include <algorithm>
+#include <exception>
 #include <fstream>
 #include <iterator>
 #include <map>

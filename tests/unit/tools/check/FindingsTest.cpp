@@ -8,7 +8,7 @@ namespace {
 TEST(Findings, HaveTheEffectAndAdviceOfTheirRule) {
   const RuleName rule = "gap";
   const Finding finding = Found(rule, {3, "x", 7}, "is odd");
-  EXPECT_EQ(finding.rule->id, rule->id);
+  EXPECT_STREQ(finding.rule->id, rule->id);
   EXPECT_EQ(finding.place.item, 3);
   EXPECT_EQ(finding.place.key, "x");
   EXPECT_EQ(finding.place.offset, 7U);

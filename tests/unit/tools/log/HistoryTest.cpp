@@ -80,12 +80,15 @@ TEST_F(HistoryOf, DerivesStartsFromEnds) {
   End(3.05);
   EXPECT_EQ(Item().longest_ended, 3 * kSecond);
   EXPECT_EQ(Item().RunStart(), At(3.1));
-  const auto& ran = history_->Runs().lanes.at(0).ran;
-  EXPECT_FALSE(ran.test(0));
-  EXPECT_TRUE(ran.any());
+  const Timeline& runs = history_->Runs();
+  for (std::size_t i = 0; i < Timeline::kColumns; ++i) {
+    EXPECT_EQ(runs.lanes.at(0).ran[i], runs.ColumnStart(i + 1) > At(0.05) &&
+                                           runs.ColumnStart(i) <= At(3.05))
+        << i;
+  }
 }
 
-TEST_F(HistoryOf, DrawsRunsAndEndsOnlyForATimeline) {
+TEST_F(HistoryOf, FillsTheTimelineOnlyIfItHasOne) {
   history_ = std::make_unique<History>();
   End(0);
   End(3.05);

@@ -58,12 +58,21 @@ TEST_F(PlotOf, DrawsALaneWithABarAndAMarkForEachItem) {
   EXPECT_NE(svg.find(">2 ends<"), std::string::npos);
 }
 
-TEST_F(PlotOf, BeginsAtThePresentWithoutALine) {
-  const Present present{1'795'242'031 * kSecond, [](auto) { return true; }};
-  EXPECT_NE(PlotSvg(history_, present)
-                .find(">Items from 2026-11-21T06:20:31Z to "
-                      "2026-11-21T06:20:32Z<"),
-            std::string::npos);
+TEST(PlotWithoutALine, BeginsAtThePresentAndHasNoBar) {
+  constexpr Micros kNow = 1'795'242'031 * kSecond;
+  History history({kNow, {}}, true);
+  LogEvent start;
+  start.time = kNow - 3600 * kSecond;
+  start.kind = LogEventKind::kStart;
+  start.process = 1;
+  history.Add(start);
+  history.AddOpenRuns();
+  const std::string svg = PlotSvg(history, {kNow, [](auto) { return true; }});
+  EXPECT_NE(
+      svg.find(">Items from 2026-11-21T06:20:31Z to 2026-11-21T06:20:32Z<"),
+      std::string::npos);
+  EXPECT_NE(svg.find(">0 ends<"), std::string::npos);
+  EXPECT_EQ(svg.find("class=\"run\""), std::string::npos);
 }
 
 TEST_F(PlotOf, LeavesAGapWhereNoProgramRan) {

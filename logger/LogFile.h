@@ -14,12 +14,12 @@
 //
 // A process that is killed while it writes leaves a fragment. A line that
 // follows a fragment directly is hard to read, so a look ends a fragment with a
-// line feed. But another process may leave one after the look, for
-// example while the line waits for that process's `write`. So while others
-// write to the file, the logger also checks the byte before each line once the
-// line is written. If that byte belongs to a fragment, the logger replaces it
-// with a line feed. The check adds half to the time of a line, so a logger that
-// has the file to itself skips it.
+// line feed. But another process may leave one after the look, for example
+// while the line waits for that process's `write`. So while others write to the
+// file, the logger also checks the byte before each line once the line is
+// written. If that byte belongs to a fragment, the logger replaces it with a
+// line feed. The check adds half to the time of a line, so a logger that has
+// the file to itself skips it.
 //
 // When a full disk cuts a line, the logger replaces the last byte of the
 // fragment with the line feed: the disk may not have space for another byte.

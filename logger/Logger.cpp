@@ -49,8 +49,8 @@ int Logger::Open() {
 // streams, has a function-local static or takes a lock that another thread may
 // have held at a fork, except malloc's, which `fork` releases in the child. A
 // forked child of a threaded process may log, and would wait for such a lock
-// forever. A test compares the functions that the library's sources call
-// with a list of the allowed ones. It leaves out EntryPoints.cpp.
+// forever. A test compares the functions that the library's sources call with a
+// list of the allowed ones. It leaves out EntryPoints.cpp.
 void Logger::LogV(LOGLEVEL level, const char* format,
                   va_list arguments) noexcept {
   if (Severity(level) < threshold_) {

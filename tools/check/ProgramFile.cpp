@@ -118,6 +118,8 @@ MaybeProblem FindEnvProblem(const std::string& rest) {
       advice};
 }
 
+MaybeProblem FindProblem(const std::string& path, int scripts);
+
 // `scripts` have led to this one.
 MaybeProblem FindScriptProblem(const ScriptLine& line, int scripts) {
   const RuleName rule = "program-interpreter";
@@ -134,7 +136,7 @@ MaybeProblem FindScriptProblem(const ScriptLine& line, int scripts) {
         rule, "has too long a chain of interpreters that are scripts",
         "name a binary as the interpreter"};
   }
-  if (auto problem = FindProgramProblem(interpreter, scripts + 1)) {
+  if (auto problem = FindProblem(interpreter, scripts + 1)) {
     const bool is_chain =
         problem->rule->effect == std::string_view(rules::kChain);
     return ProgramProblem{
@@ -147,9 +149,8 @@ MaybeProblem FindScriptProblem(const ScriptLine& line, int scripts) {
                                        : std::nullopt;
 }
 
-}  // namespace
-
-MaybeProblem FindProgramProblem(const std::string& path, int scripts) {
+// `scripts` have led to the file at `path`.
+MaybeProblem FindProblem(const std::string& path, int scripts) {
   if (auto problem = FindAccessProblem(path)) {
     return problem;
   }
@@ -161,6 +162,12 @@ MaybeProblem FindProgramProblem(const std::string& path, int scripts) {
   return head.starts_with("#!")
              ? FindScriptProblem(ParseScriptLine(head), scripts)
              : FindBinaryProblem(path);
+}
+
+}  // namespace
+
+MaybeProblem FindProgramProblem(const std::string& path) {
+  return FindProblem(path, 0);
 }
 
 std::string BytesAt(const std::string& path, std::uint64_t offset,

@@ -18,9 +18,9 @@ using MaybeProblem = std::optional<ProgramProblem>;
 
 // The reason that `execv` would fail on `path`, or that the program would end
 // at once, as far as the files show without a trial. Assumes this process's
-// user and working directory, and follows interpreters of scripts: `scripts` of
-// them have led to `path`, which must not be empty.
-MaybeProblem FindProgramProblem(const std::string& path, int scripts = 0);
+// user and working directory, and follows interpreters of scripts. `path` must
+// not be empty.
+MaybeProblem FindProgramProblem(const std::string& path);
 
 // The same, but only for the path and its permissions.
 MaybeProblem FindAccessProblem(const std::string& path);
